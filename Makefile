@@ -1,0 +1,45 @@
+# make demo and make test do everything on a fresh Debian 12 machine, packages included.
+JOBS ?= $(shell nproc)
+
+.PHONY: help demo test bench sanitize format check-format setup clean
+
+help:
+	@echo "make demo          render a frame, write it, show what is in it (DEMO_EXR=file.exr: that frame too)"
+	@echo "make test          build and run every test"
+	@echo "make bench         measure writing and reading against plain zlib"
+	@echo "make sanitize      run the tests under the sanitizers"
+	@echo "make format        lay the code out; make check-format only looks"
+	@echo "make clean         remove build/ and out/"
+
+setup:
+	@scripts/setup.sh
+
+demo: setup
+	scripts/configure.sh build/release -DCMAKE_BUILD_TYPE=Release -DRAWIMAGE_BUILD_TESTS=OFF
+	cmake --build build/release -j $(JOBS) --target render_frame rimg
+	scripts/demo.sh build/release out
+
+# The flags keep the asserts, which a release leaves out.
+test: setup
+	scripts/configure.sh build/test -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	    -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O2 -g" -DRAWIMAGE_BUILD_TESTS=ON -DRAWIMAGE_WERROR=ON
+	cmake --build build/test -j $(JOBS)
+	ctest --test-dir build/test --output-on-failure --no-tests=error -j 2
+
+bench: setup
+	scripts/configure.sh build/release -DCMAKE_BUILD_TYPE=Release -DRAWIMAGE_BUILD_TESTS=OFF
+	cmake --build build/release -j $(JOBS) --target bench_rawimage
+	build/release/bench/bench_rawimage
+
+sanitize: setup
+	JOBS=$(JOBS) scripts/sanitize.sh address
+	JOBS=$(JOBS) scripts/sanitize.sh thread
+
+format: setup
+	scripts/format.sh
+
+check-format: setup
+	scripts/format.sh --check
+
+clean:
+	rm -rf build out

@@ -1,0 +1,45 @@
+include(CMakePackageConfigHelpers)
+
+# The major version is part of the path, so that two of them can be installed side by side.
+set(RAWIMAGE_INCLUDEDIR "${CMAKE_INSTALL_INCLUDEDIR}/rawimage-${PROJECT_VERSION_MAJOR}")
+set(RAWIMAGE_CMAKEDIR "${CMAKE_INSTALL_LIBDIR}/cmake/rawimage")
+set(RAWIMAGE_PCDIR "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+
+install(TARGETS rawimage EXPORT rawimageTargets
+    ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}"
+    LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}"
+    RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}"
+    FILE_SET HEADERS DESTINATION "${RAWIMAGE_INCLUDEDIR}"
+    INCLUDES DESTINATION "${RAWIMAGE_INCLUDEDIR}")
+install(EXPORT rawimageTargets NAMESPACE rawimage:: DESTINATION "${RAWIMAGE_CMAKEDIR}")
+
+if(RAWIMAGE_BUILD_CLI)
+    file(RELATIVE_PATH bin_to_lib "${CMAKE_INSTALL_FULL_BINDIR}" "${CMAKE_INSTALL_FULL_LIBDIR}")
+    set_target_properties(rimg PROPERTIES INSTALL_RPATH "$ORIGIN/${bin_to_lib}")
+    install(TARGETS rimg RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
+endif()
+
+# Whoever links the static archive links zlib as well; behind the shared library zlib is its own affair.
+get_target_property(library_type rawimage TYPE)
+if(library_type STREQUAL "STATIC_LIBRARY")
+    set(RAWIMAGE_CONFIG_STATIC ON)
+    set(RAWIMAGE_PC_REQUIRES "OpenEXR >= 3.1, zlib")
+    set(RAWIMAGE_PC_REQUIRES_PRIVATE "")
+else()
+    set(RAWIMAGE_CONFIG_STATIC OFF)
+    set(RAWIMAGE_PC_REQUIRES "OpenEXR >= 3.1")
+    set(RAWIMAGE_PC_REQUIRES_PRIVATE "zlib")
+endif()
+
+configure_package_config_file(cmake/rawimageConfig.cmake.in "${PROJECT_BINARY_DIR}/rawimageConfig.cmake"
+    INSTALL_DESTINATION "${RAWIMAGE_CMAKEDIR}")
+write_basic_package_version_file("${PROJECT_BINARY_DIR}/rawimageConfigVersion.cmake"
+    COMPATIBILITY SameMajorVersion)
+install(FILES "${PROJECT_BINARY_DIR}/rawimageConfig.cmake" "${PROJECT_BINARY_DIR}/rawimageConfigVersion.cmake"
+    DESTINATION "${RAWIMAGE_CMAKEDIR}")
+
+# The .pc file finds its prefix from where it lies, so an installed tree can be moved.
+file(RELATIVE_PATH RAWIMAGE_PC_TO_PREFIX "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" "${CMAKE_INSTALL_PREFIX}")
+string(REGEX REPLACE "/$" "" RAWIMAGE_PC_TO_PREFIX "${RAWIMAGE_PC_TO_PREFIX}")
+configure_file(cmake/rawimage.pc.in "${PROJECT_BINARY_DIR}/rawimage.pc" @ONLY)
+install(FILES "${PROJECT_BINARY_DIR}/rawimage.pc" DESTINATION "${RAWIMAGE_PCDIR}")

@@ -1,0 +1,12 @@
+# Gives a target of this project the warnings and sanitizers that all our own code is built with. Nothing of it
+# reaches a target that links the library.
+function(rawimage_own_code target)
+    set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF)
+    target_compile_options(${target} PRIVATE -Wall -Wextra -Wshadow -Wconversion
+        $<$<BOOL:${RAWIMAGE_WERROR}>:-Werror>)
+    if(RAWIMAGE_SANITIZE)
+        target_compile_options(${target} PRIVATE
+            -fsanitize=${RAWIMAGE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+        target_link_options(${target} PRIVATE -fsanitize=${RAWIMAGE_SANITIZE})
+    endif()
+endfunction()

@@ -1,0 +1,21 @@
+#include "support/char_string.h"
+
+#include <climits>
+#include <cstring>
+
+namespace MUtils {
+
+CharString::CharString(const char* text) {
+    const std::size_t length = text != nullptr ? std::strlen(text) : 0;
+    if (length == 0) return;
+    if (length >= INT_MAX) throw std::bad_alloc();
+    length_ = static_cast<int>(length);
+    text_ = PtrArray<char>(length_ + 1);
+    std::memcpy(text_.get(), text, length + 1);
+}
+
+bool operator==(const CharString& a, const CharString& b) {
+    return a.length_ == b.length_ && std::strcmp(a.c_str(), b.c_str()) == 0;
+}
+
+}  // namespace MUtils

@@ -1,0 +1,29 @@
+#pragma once
+
+#include "support/table.h"
+
+namespace MUtils {
+
+// An immutable text whose copies share one allocation. Copying and dropping copies on several threads is
+// safe; assigning to one object from two threads is not.
+class CharString {
+  public:
+    CharString() = default;
+    // Null and "" both give the empty string, which owns nothing.
+    CharString(const char* text);
+
+    // NUL-terminated, never null; lives as long as any copy of this string.
+    const char* c_str() const { return text_.get() != nullptr ? text_.get() : ""; }
+    int length() const { return length_; }
+    bool empty() const { return length_ == 0; }
+    void clear() { *this = CharString(); }
+
+    friend bool operator==(const CharString& a, const CharString& b);
+    friend bool operator!=(const CharString& a, const CharString& b) { return !(a == b); }
+
+  private:
+    PtrArray<char> text_;
+    int length_ = 0;
+};
+
+}  // namespace MUtils

@@ -1,0 +1,145 @@
+#include "support/deflate.h"
+
+#include <zlib.h>
+
+#include <algorithm>
+#include <climits>
+
+namespace MUtils {
+
+namespace {
+
+constexpr std::size_t kPiece = UINT_MAX;  // zlib counts in 32 bits: larger buffers are handed over in pieces
+
+uInt nextPiece(std::size_t& left) {
+    const std::size_t piece = std::min(left, kPiece);
+    left -= piece;
+    return static_cast<uInt>(piece);
+}
+
+// zlib's interface takes input as non-const, but never writes to it.
+Bytef* inputBytes(const unsigned char* data) {
+    return const_cast<Bytef*>(data);
+}
+
+}  // namespace
+
+struct Deflater::State {
+    z_stream stream{};
+    int level = 0;  // of the initialised stream, 0 for none
+
+    ~State() { end(); }
+
+    void end() {
+        if (level != 0) deflateEnd(&stream);
+        level = 0;
+    }
+
+    int begin(int wanted) {
+        if (level == wanted) return deflateReset(&stream);
+        end();
+        stream = z_stream{};
+        const int code = deflateInit(&stream, wanted);
+        if (code == Z_OK) level = wanted;
+        return code;
+    }
+};
+
+Deflater::Deflater() : state_(std::make_unique<State>()) {}
+Deflater::~Deflater() = default;
+
+int Deflater::compress(unsigned char* out, std::size_t& outSize, const unsigned char* data, std::size_t size,
+                       int level) {
+    std::size_t outLeft = outSize;
+    outSize = 0;
+    if (level < 1 || level > 9) return Z_STREAM_ERROR;
+    if (const int code = state_->begin(level); code != Z_OK) return code;
+    z_stream& stream = state_->stream;
+    stream.next_out = out;
+    stream.avail_out = 0;
+    stream.next_in = inputBytes(data);
+    stream.avail_in = 0;
+    int code;
+    do {
+        if (stream.avail_out == 0) stream.avail_out = nextPiece(outLeft);
+        if (stream.avail_in == 0) stream.avail_in = nextPiece(size);
+        code = deflate(&stream, size > 0 ? Z_NO_FLUSH : Z_FINISH);
+    } while (code == Z_OK);
+    outSize = stream.total_out;
+    return code == Z_STREAM_END ? Z_OK : code;
+}
+
+struct Inflater::State {
+    z_stream stream{};
+    bool ready = false;
+
+    ~State() {
+        if (ready) inflateEnd(&stream);
+    }
+
+    int begin() {
+        if (ready) return inflateReset(&stream);
+        const int code = inflateInit(&stream);
+        ready = code == Z_OK;
+        return code;
+    }
+};
+
+Inflater::Inflater() : state_(std::make_unique<State>()) {}
+Inflater::~Inflater() = default;
+
+int Inflater::uncompress(unsigned char* out, std::size_t& outSize, const unsigned char* data,
+                         std::size_t size) {
+    // With no room at all one spare byte tells a stream of no bytes from one that is too long.
+    unsigned char spare[1];
+    const bool noRoom = outSize == 0;
+    std::size_t outLeft = noRoom ? sizeof spare : outSize;
+    outSize = 0;
+    z_stream& stream = state_->stream;
+    stream.next_in = inputBytes(data);
+    stream.avail_in = 0;
+    if (const int code = state_->begin(); code != Z_OK) return code;
+    stream.next_out = noRoom ? spare : out;
+    stream.avail_out = 0;
+    int code;
+    do {
+        if (stream.avail_out == 0) stream.avail_out = nextPiece(outLeft);
+        if (stream.avail_in == 0) stream.avail_in = nextPiece(size);
+        code = inflate(&stream, Z_NO_FLUSH);
+    } while (code == Z_OK);
+    if (!noRoom) {
+        outSize = stream.total_out;
+    } else if (stream.total_out > 0 && code == Z_BUF_ERROR) {
+        outLeft = 1;
+    }
+    if (code == Z_STREAM_END) return Z_OK;
+    if (code == Z_NEED_DICT) return Z_DATA_ERROR;
+    // Room left over means that the input ended too early.
+    if (code == Z_BUF_ERROR && outLeft + stream.avail_out > 0) return Z_DATA_ERROR;
+    return code;
+}
+
+int Inflater::measure(std::size_t& outSize, const unsigned char* data, std::size_t& size) {
+    unsigned char dropped[16384];
+    const std::size_t expected = outSize;
+    std::size_t left = size;
+    outSize = 0;
+    z_stream& stream = state_->stream;
+    stream.next_in = inputBytes(data);
+    stream.avail_in = 0;
+    if (const int code = state_->begin(); code != Z_OK) return code;
+    int code;
+    do {
+        stream.next_out = dropped;
+        stream.avail_out = sizeof dropped;
+        if (stream.avail_in == 0) stream.avail_in = nextPiece(left);
+        code = inflate(&stream, Z_NO_FLUSH);
+    } while (code == Z_OK && stream.total_out <= expected);
+    outSize = stream.total_out;
+    size = stream.total_in;
+    if (outSize > expected) return Z_BUF_ERROR;
+    if (code == Z_STREAM_END) return Z_OK;
+    return code == Z_NEED_DICT || code == Z_BUF_ERROR ? Z_DATA_ERROR : code;
+}
+
+}  // namespace MUtils
