@@ -1,0 +1,148 @@
+#include "rawimage/read/mt_reader.h"
+
+#include <algorithm>
+
+#include "rawimage/read/callback.h"
+#include "rawimage/read/tag_decoder.h"
+
+RIFileMT::RIFileJobManager::~RIFileJobManager() {
+    releaseThreads();
+}
+
+// The result goes no further, and nothing ever sets the error that is tested here: deliberately, a failing
+// tag costs that tag only.
+int RIFileMT::RIFileJobManager::jobProc(int threadIndex, int jobIndex, void* data) {
+    auto* reader = static_cast<RIFileMT*>(data);
+    return reader->error_ != 0 ? 0 : reader->ParsePixelsTagMT(threadIndex, jobIndex);
+}
+
+RIFileMT::RIFileMT(ThreadManager* manager, int threads)
+    : threads_(threads < 1 ? MUtils::getNumProcessors() : std::min(threads, JobQueue::kMaxThreads)) {
+    if (threads_ == 1) return;
+    jobManager_ = std::make_unique<RIFileJobManager>();
+    jobManager_->setThreadManager(manager);
+}
+
+RIFileMT::~RIFileMT() {
+    jobManager_.reset();
+}
+
+// One set of buffers for each worker, one record for each slot; those of an earlier parse are kept while the
+// counts are the same.
+void RIFileMT::matchQueue() {
+    const auto workers = static_cast<std::size_t>(jobManager_->numThreads());
+    if (workers != threadBuffers_.size()) {
+        threadBuffers_.clear();
+        for (std::size_t i = 0; i < workers; ++i)
+            threadBuffers_.push_back(std::make_unique<ThreadBuffers>());
+    }
+    const auto slots = static_cast<std::size_t>(jobManager_->numSlots());
+    if (slots != jobRecords_.size()) {
+        jobRecords_.clear();
+        for (std::size_t i = 0; i < slots; ++i)
+            jobRecords_.push_back(std::make_unique<JobRecord>());
+    }
+}
+
+int RIFileMT::ParseFile(RIFileCallback& callback) {
+    if (threads_ == 1) return RIFile::ParseFile(callback);
+    if (stream == nullptr || !stream->IsOpen()) return -106;
+
+    struct Release {
+        RIFileJobManager* queue;
+        ~Release() { queue->releaseThreads(); }
+    };
+    jobManager_->startThreads(threads_, threads_ + 1);
+    const Release release{jobManager_.get()};
+    matchQueue();
+
+    error_ = 0;
+    bool complete = false;
+    if (readHeader(complete) != 0 || !complete) return -107;
+    if (header.magic != RIF_MAGIC) return -108;
+    callback_ = &callback;
+    return walk(callback);
+}
+
+int RIFileMT::walk(RIFileCallback& callback) {
+    std::int64_t offset = kFileHeaderBytes;
+    bool pending = false;
+    int status = 0;
+    for (;;) {
+        RIF_TAG tag;
+        int got = 0;
+        status = readTagHeader(tag, got);
+        if (status != 0 || got != kTagHeaderBytes) break;
+        const bool walkable = tag.size >= kTagHeaderBytes;
+        offset += tag.size;
+        if (isPixelTag(tag.id)) {
+            status = walkable ? enqueuePixels(tag) : -5;
+            pending = true;
+            if (status != 0) break;
+            continue;
+        }
+        if (pending) jobManager_->waitJobs(nullptr);
+        pending = false;
+        if (error_ != 0) return error_;
+        if (const int code = ParseTag(tag, &callback); code != 0) return code;
+        // To where the tag ends by what the file says, even if the callback has edited the size.
+        status = walkable ? stream->Seek(static_cast<long>(offset)) : -5;
+        if (status != 0) break;
+    }
+    if (pending) jobManager_->waitJobs(nullptr);
+    return status != 0 ? status : error_.load();
+}
+
+// Reads the payload and hands the tag to a worker. The result is the stream's; a payload that is cut short
+// without an error drops the tag and is no error.
+int RIFileMT::enqueuePixels(const RIF_TAG& tag) {
+    const int jobIndex = jobManager_->acquireJobIndex();
+    JobRecord& job = *jobRecords_[static_cast<std::size_t>(jobIndex)];
+    int status = 0;
+    if (readPayload(*stream, tag.payloadBytes(), job.payload, status)) {
+        job.tag = tag;
+        jobManager_->enqueueJob(nullptr, jobIndex, this);
+    } else {
+        jobManager_->cancelJob(jobIndex);
+    }
+    return status != 0 ? status : error_.load();
+}
+
+int RIFileMT::ParsePixelsTagMT(int threadIndex, int jobIndex) {
+    JobRecord& job = *jobRecords_[static_cast<std::size_t>(jobIndex)];
+    const auto payloadBytes = static_cast<std::size_t>(job.tag.payloadBytes());
+    const int verdict = callback_->parseTag(job.tag);
+    if (verdict == 0) return -101;
+    if (verdict == 2) return 0;
+    // The callback may have made it a tag without values.
+    if (!isPixelTag(job.tag.id)) return 0;
+    ThreadBuffers& buffers = *threadBuffers_[static_cast<std::size_t>(threadIndex)];
+    const PixelShape shape = pixelShape(job.tag);
+    if (const int code = decodeJob(buffers, job, payloadBytes, shape); code != 0) return code;
+    const RIF_TAG& tag = job.tag;
+    return callback_->setImageData(buffers.pixels, shape.count, tag.p8, tag.p2, tag.p3, tag.p4, tag.p5,
+                                   tag.p6, tag.p7)
+               ? 0
+               : -105;
+}
+
+int RIFileMT::decodeJob(ThreadBuffers& buffers, const JobRecord& job, std::size_t payloadBytes,
+                        const PixelShape& shape) {
+    if ((header.flags & RIF_COMPRESSED) == 0) {
+        const bool other = shape.bytes != 0 && payloadBytes != static_cast<std::size_t>(shape.bytes);
+        if (!shape.sound() || other) return -104;
+        buffers.pixels.initReusing(shape.count, shape.valueSize, kMaxBlockBytes);
+        buffers.pixels.loadFromBuffer(job.payload.data(), shape.count);
+        return 0;
+    }
+    // The input is taken to be as long as the values are, deliberately: a payload that is larger fails.
+    const std::size_t input =
+        shape.sound() ? std::min(payloadBytes, static_cast<std::size_t>(shape.bytes)) : 0;
+    switch (
+        inflatePixels(shape, job.payload.data(), input, buffers.inflater, buffers.inflated, buffers.pixels)) {
+        case PixelFault::kNotInflatable: return -102;
+        case PixelFault::kWrongLength: return -103;
+        case PixelFault::kNone: break;
+    }
+    return 0;
+}

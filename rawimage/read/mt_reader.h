@@ -1,0 +1,66 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <vector>
+
+#include "rawimage/writer.h"
+#include "support/job_queue.h"
+
+// A raw image file whose ParseFile decodes pixel tags on worker threads. One thread reads the whole file; see
+// rawimage/read/callback.h for what is called where.
+//
+// A pixel tag that fails, is refused or stopped by its callback is dropped, and ParseFile's result does not
+// tell: a callback that must know counts what it gets. By contract that includes every payload that is larger
+// than its values (noise, ids, buckets of a pixel or two), which the sequential reader delivers. Tools that
+// must see every pixel do not use this reader.
+class RIFileMT : public RIFile {
+  public:
+    // `threads` below 1 means one for each processor. With exactly 1 everything is as in RIFile, the result
+    // codes too. The manager provides the threads and outlives this object; null makes the reader provide its
+    // own.
+    RIFileMT(ThreadManager* manager, int threads);
+    ~RIFileMT() override;
+
+    // Starts the workers, walks the file once, joins the workers. 0; -106 not open; -107 no header; -108 not
+    // such a file; -5 a tag size below the header's; a stream's code; else the code of ParseTag for a tag
+    // that is not a pixel tag. An exception out of the callback on this thread passes through, the workers
+    // joined.
+    int ParseFile(RIFileCallback& callback) override;
+
+    // What the workers run during ParseFile: decodes the pixel tag in slot `jobIndex` with the buffers of
+    // worker `threadIndex` and delivers it. 0; -101 stopped; -102 not inflatable; -103 wrong length; -104
+    // uncompressed and not as long as the values; -105 refused.
+    int ParsePixelsTagMT(int threadIndex, int jobIndex);
+
+  private:
+    class RIFileJobManager final : public JobQueue {
+      public:
+        ~RIFileJobManager();
+        int jobProc(int threadIndex, int jobIndex, void* data) override;
+    };
+    // What a worker needs to decode a tag.
+    struct ThreadBuffers {
+        MUtils::ScratchBuffer inflated;
+        MUtils::Inflater inflater;
+        MBVTable pixels{1, kMaxBlockBytes};
+    };
+    // A tag on its way to a worker.
+    struct JobRecord {
+        RIF_TAG tag;
+        MUtils::ScratchBuffer payload;
+    };
+
+    void matchQueue();
+    int walk(RIFileCallback& callback);
+    int enqueuePixels(const RIF_TAG& tag);
+    int decodeJob(ThreadBuffers& buffers, const JobRecord& job, std::size_t payloadBytes,
+                  const PixelShape& shape);
+
+    std::unique_ptr<RIFileJobManager> jobManager_;
+    int threads_;
+    std::vector<std::unique_ptr<ThreadBuffers>> threadBuffers_;
+    std::vector<std::unique_ptr<JobRecord>> jobRecords_;
+    RIFileCallback* callback_ = nullptr;
+    std::atomic<int> error_{0};
+};

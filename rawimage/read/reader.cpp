@@ -1,0 +1,267 @@
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <new>
+#include <utility>
+
+#include "rawimage/read/callback.h"
+#include "rawimage/read/tag_decoder.h"
+#include "rawimage/writer.h"
+#include "support/bytes.h"
+
+namespace {
+
+constexpr int kStopVerdict = 0;
+constexpr int kSkipVerdict = 2;
+
+}  // namespace
+
+ErrorCode RIFile::Open(const char* fileName, PStream* openStream) {
+    delete std::exchange(ownStream, nullptr);
+    lastError = 0;
+    if (openStream != nullptr) {
+        stream = openStream;
+    } else {
+        PFileStream* file = makeOwnStream();
+        file->SetFile(fileName, PFileStream::kRead, 1, PFileStream::kOpenAlways);
+        lastError = file->Open();
+    }
+    writeMode = false;
+    infoTags.Free();
+    return openError("Open", fileName);
+}
+
+bool RIFile::isRIFile(const char* name) {
+    std::FILE* file = mutils_fopen(name, "rb");
+    if (file == nullptr) return false;
+    unsigned char bytes[kFileHeaderBytes] = {};
+    const bool whole = std::fread(bytes, kFileHeaderBytes, 1, file) == 1;
+    std::fclose(file);
+    return whole && MUtils::loadU32(bytes) == RIF_MAGIC;
+}
+
+int RIFile::SetStream(PStream* replacement) {
+    stream = replacement;
+    return 0;
+}
+
+int RIFile::readHeader(bool& complete) {
+    unsigned char bytes[kFileHeaderBytes] = {};
+    int got = 0;
+    int code = stream->Seek(0);
+    if (code == 0) code = stream->Read(bytes, kFileHeaderBytes, got);
+    complete = code == 0 && got == kFileHeaderBytes;
+    header = complete ? decodeHeader(bytes) : RIF_HEADER();
+    return code;
+}
+
+int RIFile::readTagHeader(RIF_TAG& tag, int& got) {
+    unsigned char bytes[kTagHeaderBytes] = {};
+    got = 0;
+    const int code = stream->Read(bytes, kTagHeaderBytes, got);
+    tag = decodeTag(bytes);
+    return code;
+}
+
+int RIFile::ReadInfoTags(int* channelMask) {
+    if (stream == nullptr) return -1;
+    infoTags.SetEmpty();
+    bool complete = false;
+    if (const int code = readHeader(complete); code != 0) {
+        stream->Close();
+        return code;
+    }
+    if (header.magic != RIF_MAGIC) {
+        stream->Close();
+        return -2;
+    }
+    return header.infoTagsOffset != 0 ? loadTable(header.infoTagsOffset) : scanTags(channelMask);
+}
+
+// Does not touch the channel mask, which is a by-product of scanning only.
+int RIFile::loadTable(std::uint64_t offset) {
+    if (offset > LONG_MAX) return EINVAL;
+    const long start = static_cast<long>(offset);
+    if (const int code = stream->Seek(start); code != 0) return code;
+    RIF_TAG table;
+    int got = 0;
+    if (const int code = readTagHeader(table, got); code != 0) return code;
+    if (got != kTagHeaderBytes || table.id != TAG_INFO_TAGS) return -5;
+
+    const std::int64_t length = stream->Length();
+    const std::int64_t held =
+        length >= 0 ? std::max<std::int64_t>(length - stream->Tell(), 0) / kInfoTagBytes + 1 : 0;
+    const std::int64_t reserved = std::min<std::int64_t>(table.p1, held);
+    if (reserved > infoTags.Capacity()) infoTags.Realloc(static_cast<int>(reserved));
+    for (int i = 0; i < table.p1; ++i) {
+        unsigned char bytes[kInfoTagBytes] = {};
+        const int code = stream->Read(bytes, kInfoTagBytes, got);
+        // The entry whose read failed is still listed, as far as it came: listings show where the table
+        // breaks off.
+        infoTags.Append(decodeInfoTag(bytes));
+        if (code != 0 || got != kInfoTagBytes) break;
+    }
+    if (writeMode) dropTable(start);
+    return 0;
+}
+
+// New tags overwrite the old table and Close writes a new one. Until then the header must not lead to what is
+// no table any more: a render that dies now leaves a file like any other that was never closed.
+void RIFile::dropTable(long offset) {
+    const unsigned char noTable[8] = {};
+    int written = 0;
+    if (stream->Seek(kTableOffsetPosition) == 0) stream->Write(noTable, sizeof noTable, written);
+    if (stream->Seek(offset) == 0) stream->Truncate();
+}
+
+// What an interrupted render leaves at the end is half a tag. The next one goes over it: behind it, it would
+// never be found.
+void RIFile::dropTornTag(std::int64_t end) {
+    const std::int64_t length = stream->Length();
+    if (length < 0 || end <= length) return;
+    const long start = static_cast<long>(infoTags.GetBuf()[infoTags.Count() - 1].offset);
+    infoTags.DropLast();
+    if (stream->Seek(start) == 0) stream->Truncate();
+}
+
+int RIFile::scanTags(int* channelMask) {
+    if (channelMask != nullptr) *channelMask = 0;
+    std::int64_t offset = kFileHeaderBytes;
+    for (;;) {
+        RIF_TAG tag;
+        int got = 0;
+        const int code = readTagHeader(tag, got);
+        if (code != 0 || got != kTagHeaderBytes) {
+            // Half a header goes like half a payload.
+            if (writeMode && code == 0 && got > 0 && stream->IsEOF()) {
+                stream->Seek(static_cast<long>(offset));
+                return 0;
+            }
+            break;
+        }
+        INFOTAG entry;
+        static_cast<RIF_TAG&>(entry) = tag;
+        entry.offset = static_cast<std::uint64_t>(offset);
+        infoTags.Append(entry);
+        // The words are ORed as they are, not as bit numbers: types 1, 2 and 4 give 7.
+        if (channelMask != nullptr && isPixelTag(tag.id)) *channelMask |= tag.p1;
+        if (tag.size < kTagHeaderBytes || stream->Skip(tag.payloadBytes()) != 0) {
+            stream->Close();
+            return -4;
+        }
+        offset += tag.size;
+    }
+    if (!stream->IsEOF()) {
+        stream->Close();
+        return -3;
+    }
+    if (writeMode && infoTags.Count() > 0) dropTornTag(offset);
+    return 0;
+}
+
+int RIFile::NumTags() {
+    return infoTags.Count();
+}
+
+INFOTAG* RIFile::GetTag(int index) {
+    return index >= 0 && index < infoTags.Count() ? infoTags.GetBuf() + index : nullptr;
+}
+
+int RIFile::GetTagDataSize(int index) {
+    const INFOTAG* entry = GetTag(index);
+    if (entry == nullptr) return -1;
+    return static_cast<int>(std::min<std::int64_t>(entry->payloadBytes(), INT_MAX));
+}
+
+int RIFile::FindNextTag(unsigned int id, int start) {
+    for (int i = std::max(start, 0); start >= 0 && i < infoTags.Count(); ++i) {
+        if (infoTags.GetBuf()[i].id == id) return i;
+    }
+    return -1;
+}
+
+int RIFile::FindNextChanTag(int after) {
+    if (after < -1) return -1;
+    for (std::int64_t i = std::int64_t{after} + 1; i < infoTags.Count(); ++i) {
+        if (isPixelTag(infoTags.GetBuf()[i].id)) return static_cast<int>(i);
+    }
+    return -1;
+}
+
+int RIFile::ReadTag(int index, void* buffer) {
+    const INFOTAG* entry = GetTag(index);
+    if (entry == nullptr) return -1;
+    const bool placed = entry->offset >= kFileHeaderBytes && entry->offset <= LONG_MAX - kTagHeaderBytes;
+    if (!placed || stream == nullptr) return -2;
+    if (stream->Seek(static_cast<long>(entry->offset) + kTagHeaderBytes) != 0) return -2;
+    const std::int64_t size = entry->payloadBytes();
+    if (size < 0 || size > INT_MAX) return -3;
+    return readExactly(*stream, buffer, static_cast<int>(size)) ? 0 : -3;
+}
+
+int RIFile::ParseFile(RIFileCallback& callback) {
+    if (stream == nullptr || !stream->IsOpen()) return -1;
+    bool complete = false;
+    if (readHeader(complete) != 0 || !complete) return -2;
+    if (header.magic != RIF_MAGIC) return -3;
+    for (;;) {
+        RIF_TAG tag;
+        int got = 0;
+        if (readTagHeader(tag, got) != 0 || got != kTagHeaderBytes) return stream->IsEOF() ? 0 : -4;
+        const std::int64_t payload = stream->Tell();
+        if (const int code = ParseTag(tag, &callback); code != 0) return code;
+        // Always to the end of the payload, whatever was read of it. A size below the header's own would go
+        // backwards.
+        if (tag.size < kTagHeaderBytes || stream->Seek(payload + tag.payloadBytes()) != 0) return -5;
+    }
+}
+
+int RIFile::ParseTag(RIF_TAG& tag, RIFileCallback* callback) {
+    const int verdict = callback->parseTag(tag);
+    if (verdict == kStopVerdict) return -9;
+    if (verdict == kSkipVerdict) return 0;
+    return isPixelTag(tag.id) ? parsePixels(tag, *callback) : decodeRecord(*stream, tag, *callback);
+}
+
+int RIFile::parsePixels(const RIF_TAG& tag, RIFileCallback& callback) {
+    const PixelShape shape = pixelShape(tag);
+    const bool compressed = (header.flags & RIF_COMPRESSED) != 0;
+    int code;
+    try {
+        code = compressed ? readZippedPixels(tag, shape) : readRawPixels(tag, shape);
+    } catch (const std::bad_alloc&) {
+        code = compressed ? -14 : -16;
+    }
+    if (code != 0) return code;
+    return callback.setImageData(pixels_, shape.count, tag.p8, tag.p2, tag.p3, tag.p4, tag.p5, tag.p6, tag.p7)
+               ? 0
+               : -17;
+}
+
+int RIFile::readZippedPixels(const RIF_TAG& tag, const PixelShape& shape) {
+    if (!readPayload(*stream, tag.payloadBytes(), zipBuf)) return -13;
+    const auto size = static_cast<std::size_t>(tag.payloadBytes());
+    switch (inflatePixels(shape, zipBuf.data(), size, inflater_, rawBuf, pixels_)) {
+        case PixelFault::kNotInflatable: return -14;
+        case PixelFault::kWrongLength: return -15;
+        case PixelFault::kNone: break;
+    }
+    return 0;
+}
+
+int RIFile::readRawPixels(const RIF_TAG& tag, const PixelShape& shape) {
+    // A shorter payload would give the next tag's bytes as pixels, and one of any other length is not these
+    // values.
+    const bool other = shape.bytes != 0 && tag.size >= kTagHeaderBytes && tag.payloadBytes() != shape.bytes;
+    if (other || !mayHold(*stream, shape.bytes)) return -16;
+    if (stream->Length() < 0) {
+        if (!readPayload(*stream, shape.bytes, rawBuf)) return -16;
+        pixels_.initReusing(shape.count, shape.valueSize, kMaxBlockBytes);
+        pixels_.loadFromBuffer(rawBuf.data(), shape.count);
+        return 0;
+    }
+    pixels_.initReusing(shape.count, shape.valueSize, kMaxBlockBytes);
+    int got = 0;
+    return pixels_.read(stream, 0, shape.count, got) == 0 && got == shape.count ? 0 : -16;
+}

@@ -1,0 +1,277 @@
+#include "rawimage/read/tag_decoder.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+#include <memory>
+
+#include "rawimage/read/callback.h"
+#include "support/bytes.h"
+
+using MUtils::Inflater;
+using MUtils::ScratchBuffer;
+
+int RIFileCallback::parseTag(RIF_TAG&) {
+    return 1;
+}
+bool RIFileCallback::setCameraInfo(const RICameraInfo&) {
+    return true;
+}
+bool RIFileCallback::setRenderRegion(const RIRegionInfo&) {
+    return true;
+}
+bool RIFileCallback::setPreview(MBVTable&, int, int, int) {
+    return true;
+}
+bool RIFileCallback::setSceneInfo(RISceneInfo) {
+    return true;
+}
+MUtils::RGB24* RIFileCallback::getPreviewBuffer() {
+    return nullptr;
+}
+bool RIFileCallback::setStampData(PBufStream*) {
+    return true;
+}
+bool RIFileCallback::setNote(const char*) {
+    return true;
+}
+const char* RIFileCallback::getNote() {
+    return nullptr;
+}
+bool RIFileCallback::setOverlayTextData(PBufStream*) {
+    return true;
+}
+bool RIFileCallback::setMirtSettings(PBufStream*) {
+    return true;
+}
+
+namespace {
+
+constexpr std::int64_t kFirstPiece = 1 << 20;  // of a payload whose length the stream cannot confirm
+constexpr std::int64_t kLargestRead = 1 << 30;
+
+std::int64_t valueBytes(std::int64_t count, int valueSize) {
+    return count < 0 || count > INT_MAX / valueSize ? -1 : count * valueSize;
+}
+
+}  // namespace
+
+PixelShape pixelShape(const RIF_TAG& tag) {
+    PixelShape shape;
+    const RIF_PIXEL_KIND* kind = findPixelKind(tag.id);
+    if (kind == nullptr) return shape;
+    const std::int64_t count = std::int64_t{tag.p4} * tag.p5;
+    shape.valueSize = kind->valueSize;
+    shape.bytes = valueBytes(count, kind->valueSize);
+    if (shape.sound()) shape.count = static_cast<int>(count);
+    return shape;
+}
+
+PixelFault inflatePixels(const PixelShape& shape, const unsigned char* payload, std::size_t size,
+                         Inflater& inflater, ScratchBuffer& scratch, MBVTable& pixels) {
+    const auto expected = static_cast<std::size_t>(shape.bytes);
+    if (!shape.sound()) return PixelFault::kNotInflatable;
+    std::size_t inflated = expected;
+    if (expected > MUtils::inflateLimit(size)) {
+        std::size_t used = size;
+        const int code = inflater.measure(inflated, payload, used);
+        return code != 0 ? PixelFault::kNotInflatable : PixelFault::kWrongLength;
+    }
+    pixels.initReusing(shape.count, shape.valueSize, kMaxBlockBytes);
+    unsigned char* target = pixels.numBlocks == 1 ? pixels.blocks[0] : scratch.reserve(expected);
+    if (inflater.uncompress(target, inflated, payload, size) != 0) return PixelFault::kNotInflatable;
+    if (inflated != expected) return PixelFault::kWrongLength;
+    if (pixels.numBlocks != 1) pixels.loadFromBuffer(target, shape.count);
+    return PixelFault::kNone;
+}
+
+bool mayHold(PStream& stream, std::int64_t size) {
+    if (size < 0) return false;
+    const std::int64_t length = stream.Length();
+    return length < 0 || size <= length - stream.Tell();
+}
+
+bool readPayload(PStream& stream, std::int64_t size, ScratchBuffer& buffer, int& status) {
+    status = 0;
+    const std::int64_t length = stream.Length();
+    if (!mayHold(stream, size)) {
+        // As if all that is left had been read.
+        if (length >= 0 && size > 0) status = stream.Seek(static_cast<long>(length));
+        return false;
+    }
+    if (length >= 0) buffer.reserve(static_cast<std::size_t>(size));
+    std::int64_t have = 0;
+    for (std::int64_t piece = length >= 0 ? kLargestRead : kFirstPiece; have < size; piece = have) {
+        const std::int64_t next = std::min({size - have, piece, kLargestRead});
+        buffer.grow(static_cast<std::size_t>(have + next), static_cast<std::size_t>(have));
+        int got = 0;
+        status = stream.Read(buffer.data() + have, static_cast<int>(next), got);
+        if (status != 0 || got < next) return false;
+        have += next;
+    }
+    return true;
+}
+
+bool readPayload(PStream& stream, std::int64_t size, ScratchBuffer& buffer) {
+    int status = 0;
+    return readPayload(stream, size, buffer, status);
+}
+
+bool readExactly(PStream& stream, void* bytes, int size) {
+    int got = 0;
+    return stream.Read(bytes, size, got) == 0 && got == size;
+}
+
+namespace {
+
+int decodeResolution(const RIF_TAG& tag, RIFileCallback& callback) {
+    // The stored word is tested, not the number: -0.0 passes through.
+    const float aspect = tag.p3 == 0 ? 1.0f : MUtils::floatFromBits(static_cast<std::uint32_t>(tag.p3));
+    return callback.setResolution(tag.p1, tag.p2, aspect) ? 0 : -12;
+}
+
+// Records that are cut short are passed over silently; one of no bytes at all means that no later one can be
+// whole. A record size other than ours is some other writer's list: no calls, no error.
+int decodeChannels(PStream& stream, const RIF_TAG& tag, RIFileCallback& callback) {
+    if (tag.p2 != kChannelRecordBytes) return 0;
+    if (!callback.setNumChannels(tag.p1)) return -10;
+    for (int i = 0; i < tag.p1; ++i) {
+        unsigned char bytes[kChannelRecordBytes] = {};
+        int got = 0;
+        stream.Read(bytes, kChannelRecordBytes, got);
+        if (got <= 0) return 0;
+        if (got != kChannelRecordBytes) continue;
+        const RIF_CHANNEL channel = decodeChannel(bytes);
+        if (!callback.setChannel(channel.index, static_cast<RegionChannelType>(channel.type),
+                                 static_cast<RegionChannelAlias>(channel.alias), channel.name)) {
+            return -11;
+        }
+    }
+    return 0;
+}
+
+// Reads `count` four-byte fields, one by one.
+bool readFields(PStream& stream, unsigned char* bytes, int count) {
+    for (int i = 0; i < count; ++i) {
+        if (!readExactly(stream, bytes + 4 * i, 4)) return false;
+    }
+    return true;
+}
+
+int decodeCameraTag(PStream& stream, RIFileCallback& callback) {
+    constexpr int kTransformBytes = 64;
+    unsigned char bytes[kCameraRecordBytes] = {};
+    if (!readExactly(stream, bytes, kTransformBytes)) return -1;
+    if (!readFields(stream, bytes + kTransformBytes, (kCameraRecordBytes - kTransformBytes) / 4)) return -1;
+    return callback.setCameraInfo(decodeCamera(bytes)) ? 0 : -18;
+}
+
+int decodeRegionTag(PStream& stream, RIFileCallback& callback) {
+    unsigned char bytes[kRegionRecordBytes] = {};
+    if (!readFields(stream, bytes, kRegionRecordBytes / 4)) return -1;
+    return callback.setRenderRegion(decodeRegion(bytes)) ? 0 : -19;
+}
+
+// The size comes from width and height, not from the tag's size field.
+int decodePreview(PStream& stream, const RIF_TAG& tag, RIFileCallback& callback) {
+    constexpr int kPixelBytes = sizeof(MUtils::RGB24);
+    const std::int64_t count = std::int64_t{tag.p1} * tag.p2;
+    const std::int64_t bytes = valueBytes(count, kPixelBytes);
+    if (!mayHold(stream, bytes)) return -20;
+    const int values = static_cast<int>(count);
+    MBVTable pixels(1, kMaxBlockBytes);
+    int got = 0;
+    if (stream.Length() >= 0) {
+        pixels.initNotResizable(values, kPixelBytes, kMaxBlockBytes);
+        if (pixels.read(&stream, 0, values, got) != 0 || got < values) return -20;
+    } else {
+        ScratchBuffer buffer;
+        if (!readPayload(stream, bytes, buffer)) return -20;
+        pixels.initNotResizable(values, kPixelBytes, kMaxBlockBytes);
+        pixels.loadFromBuffer(buffer.data(), values);
+    }
+    return callback.setPreview(pixels, values, tag.p1, tag.p2) ? 0 : -21;
+}
+
+int decodeScene(PStream& stream, const RIF_TAG& tag, RIFileCallback& callback) {
+    constexpr int kValueBytes = 4;
+    unsigned char value[kValueBytes] = {};
+    if (!readExactly(stream, value, kValueBytes)) return -1;
+    const std::int64_t textBytes = tag.payloadBytes() - kValueBytes;
+    ScratchBuffer text;
+    if (!readPayload(stream, textBytes, text)) return -1;
+    text.grow(static_cast<std::size_t>(textBytes) + 1, static_cast<std::size_t>(textBytes))[textBytes] = 0;
+    const RISceneInfo scene(MUtils::loadI32(value), reinterpret_cast<const char*>(text.data()));
+    return callback.setSceneInfo(scene) ? 0 : -1;
+}
+
+// The length comes from p1, not from the tag's size field.
+int decodeBlob(PStream& stream, const RIF_TAG& tag, RIFileCallback& callback,
+               bool (RIFileCallback::*deliver)(PBufStream*)) {
+    if (!mayHold(stream, tag.p1)) return -22;
+    PBufStream blob;
+    if (stream.Length() >= 0) {
+        blob.Alloc(tag.p1);
+        if (!readExactly(stream, blob.GetBuf(), tag.p1)) return -22;
+    } else {
+        ScratchBuffer buffer;
+        if (!readPayload(stream, tag.p1, buffer)) return -22;
+        blob.Alloc(tag.p1);
+        if (tag.p1 > 0) std::memcpy(blob.GetBuf(), buffer.data(), static_cast<std::size_t>(tag.p1));
+    }
+    blob.Open();
+    return (callback.*deliver)(&blob) ? 0 : -23;
+}
+
+// What cannot be read of the text is left out; a read failure is not an error here.
+int readNote(PStream& stream, const RIF_TAG& tag, RIFileCallback& callback) {
+    std::int64_t size = std::max<std::int64_t>(tag.payloadBytes(), 0);
+    const std::int64_t length = stream.Length();
+    if (length >= 0) size = std::clamp<std::int64_t>(length - stream.Tell(), 0, size);
+    ScratchBuffer text;
+    std::int64_t have = 0;
+    for (std::int64_t piece = length >= 0 ? kLargestRead : kNoteBytes; have < size;
+         piece = std::min(have, kLargestRead)) {
+        const auto next = static_cast<int>(std::min(size - have, piece));
+        text.grow(static_cast<std::size_t>(have + next), static_cast<std::size_t>(have));
+        int got = 0;
+        const int code = stream.Read(text.data() + have, next, got);
+        have += std::max(got, 0);
+        if (code != 0 || got < next) break;
+    }
+    text.grow(static_cast<std::size_t>(have) + 1, static_cast<std::size_t>(have))[have] = 0;
+    callback.setNote(reinterpret_cast<const char*>(text.data()));
+    return 0;
+}
+
+// Always 1024 bytes, whatever size is stored: every note tag carries as many. Write results do not count.
+int overwriteNote(PStream& stream, const char* text) {
+    if (text == nullptr) return 0;
+    const int n = static_cast<int>(strnlen(text, kNoteBytes - 2)) + 1;
+    const unsigned char zeros[kNoteBytes] = {};
+    int written = 0;
+    stream.Write(text, n, written);
+    stream.Write(zeros, kNoteBytes - n, written);
+    return 0;
+}
+
+}  // namespace
+
+int decodeRecord(PStream& stream, const RIF_TAG& tag, RIFileCallback& callback) {
+    switch (tag.id) {
+        case TAG_RESOLUTION: return decodeResolution(tag, callback);
+        case TAG_CHANNEL_INFO: return decodeChannels(stream, tag, callback);
+        case TAG_CAMERA_INFO: return decodeCameraTag(stream, callback);
+        case TAG_RENDER_REGION: return decodeRegionTag(stream, callback);
+        case TAG_PREVIEW: return decodePreview(stream, tag, callback);
+        case TAG_SCENE_INFO: return decodeScene(stream, tag, callback);
+        case TAG_STAMP: return decodeBlob(stream, tag, callback, &RIFileCallback::setStampData);
+        case TAG_OVERLAY_TEXTS: return decodeBlob(stream, tag, callback, &RIFileCallback::setOverlayTextData);
+        case TAG_SETTINGS: return decodeBlob(stream, tag, callback, &RIFileCallback::setMirtSettings);
+        case TAG_NOTE:
+            return callback.setNote(nullptr) ? readNote(stream, tag, callback)
+                                             : overwriteNote(stream, callback.getNote());
+        // Bucket sizes, the table and the stamp text have no operation: no reader delivers them.
+        default: return 0;
+    }
+}

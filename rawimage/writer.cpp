@@ -1,0 +1,246 @@
+#include "rawimage/writer.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <utility>
+
+#include "support/bytes.h"
+
+using MUtils::bitsFromFloat;
+using MUtils::storeU64;
+
+RIFileBase::~RIFileBase() = default;
+
+RIFile::RIFile() {
+    memStream.Open();
+}
+
+RIFile::~RIFile() {
+    delete ownStream;
+    memStream.Close();
+}
+
+PFileStream* RIFile::makeOwnStream() {
+    auto* file = new PFileStream;
+    stream = ownStream = file;
+    return file;
+}
+
+// What `lastError` means after opening. "creating" is meant: one message for creating and opening.
+ErrorCode RIFile::openError(const char* operation, const char* fileName) const {
+    if (lastError == 0) return {};
+    ErrorCode error(operation, lastError, "Error creating file \"%s\" (%i)",
+                    fileName != nullptr ? fileName : "", lastError);
+    if (lastError == EWOULDBLOCK)
+        error.setCause(ErrorCode("lock", lastError, "Another writer has the file open"));
+    return error;
+}
+
+ErrorCode RIFile::Create(const char* fileName, PStream* createStream) {
+    delete std::exchange(ownStream, nullptr);
+    lastError = 0;
+    if (createStream != nullptr) {
+        stream = createStream;
+    } else {
+        lastError = makeOwnStream()->Create(fileName, 0);
+    }
+    writeMode = true;
+    infoTags.Free();
+    return openError("Create", fileName);
+}
+
+ErrorCode RIFile::Append(const char* fileName, PStream* appendStream) {
+    delete std::exchange(ownStream, nullptr);
+    if (appendStream != nullptr) {
+        stream = appendStream;
+    } else {
+        makeOwnStream()->SetFile(fileName, PFileStream::kReadWrite, 1, PFileStream::kOpenAlways);
+    }
+    lastError = stream->Open();
+    writeMode = true;
+    return openError("Append", fileName);
+}
+
+ErrorCode RIFile::Close() {
+    if (stream == nullptr) {
+        infoTags.Free();
+        return ErrorCode("Close", -1, "No file stream.\n");
+    }
+    ErrorCode result;
+    if (stream->IsOpen()) {
+        if (writeMode) result = writeTable();
+        if (stream->Close() != 0) {
+            ErrorCode closing("Close", -1, "Error closing stream.");
+            result.setCause(std::move(closing));
+        }
+    }
+    stream = nullptr;
+    infoTags.Free();
+    return result;
+}
+
+// The tags written so far, as the last tag; then, where the file header keeps it, where that tag begins.
+ErrorCode RIFile::writeTable() {
+    const std::int64_t position = stream->Tell();
+    const int entries = infoTags.Count();
+    const std::int64_t size = std::int64_t{entries} * kInfoTagBytes;
+    if (size > INT_MAX - kTagHeaderBytes) return ErrorCode("Close", -1, "Error writing info tags buffer.");
+    const int bytes = static_cast<int>(size);
+    if (!rawBuf.tryReserve(static_cast<std::size_t>(bytes))) {
+        return ErrorCode("Close", -1, "Error writing info tags buffer.");
+    }
+    if (ErrorCode error = WriteTagHeader(TAG_INFO_TAGS, bytes, entries); !error.empty()) return error;
+
+    unsigned char* table = rawBuf.data();
+    for (int i = 0; i < entries; ++i)
+        encodeInfoTag(infoTags.GetBuf()[i], table + std::int64_t{i} * kInfoTagBytes);
+    int written = 0;
+    if (stream->Write(table, bytes, written) != 0 && written != bytes) {
+        return ErrorCode("Close", -1, "Error writing info tags buffer.");
+    }
+    if (sync() != 0) return ErrorCode("Close", -1, "Error writing info tags buffer.");
+    if (stream->Seek(kTableOffsetPosition) != 0)
+        return ErrorCode("Close", -1, "Error seeking for info tags offset.");
+    unsigned char offset[8];
+    storeU64(offset, static_cast<std::uint64_t>(position));
+    if (stream->Write(offset, sizeof offset, written) != 0 || sync() != 0) {
+        return ErrorCode("Close", -1, "Error writing info tags offset.");
+    }
+    return {};
+}
+
+// Streams of the caller's are the caller's to make safe.
+int RIFile::sync() {
+    return syncOnClose_ && stream == ownStream ? stream->Sync() : 0;
+}
+
+ErrorCode RIFile::WriteHeader(int /*bitsPerChannel*/) {
+    if (stream == nullptr) return ErrorCode("WriteHeader", -1, "No file stream");
+    header = RIF_HEADER();
+    header.magic = RIF_MAGIC;
+    header.formatFirst = RIF_FORMAT_FIRST;
+    header.formatSecond = RIF_FORMAT_SECOND;
+    header.flags = RIF_COMPRESSED;
+    unsigned char bytes[kFileHeaderBytes];
+    encodeHeader(header, bytes);
+    int written = 0;
+    // The reverse of the other checks, deliberately: an error that reports nothing written passes, and Close
+    // tells it.
+    if (stream->Write(bytes, kFileHeaderBytes, written) == 0 && written < kFileHeaderBytes) {
+        return ErrorCode("WriteHeader", -1, "Error writing header.");
+    }
+    return {};
+}
+
+ErrorCode RIFile::WriteTagHeader(int id, int payloadSize, int p1, int p2, int p3, int p4, int p5, int p6,
+                                 int p7, int p8) {
+    if (stream == nullptr) return ErrorCode("WriteTagHeader", -1, "No file stream");
+    // A size below the header's own could not be walked over.
+    if (payloadSize < 0) return ErrorCode("WriteTagHeader", -1, "Error writing tag header.");
+    INFOTAG entry;
+    entry.id = static_cast<std::uint32_t>(id);
+    entry.size = static_cast<std::uint32_t>(payloadSize) + kTagHeaderBytes;
+    entry.p1 = p1;
+    entry.p2 = p2;
+    entry.p3 = p3;
+    entry.p4 = p4;
+    entry.p5 = p5;
+    entry.p6 = p6;
+    entry.p7 = p7;
+    entry.p8 = p8;
+    entry.offset = static_cast<std::uint64_t>(stream->Tell());
+    if (!infoTags.PrepareAppend() || !writeBareHeader(entry))
+        return ErrorCode("WriteTagHeader", -1, "Error writing tag header.");
+    infoTags.Append(entry);
+    return {};
+}
+
+// A header without an entry in the table. A count of 40 is success, whatever Write returns, and so is a short
+// count without an error, deliberately.
+bool RIFile::writeBareHeader(const RIF_TAG& tag) {
+    unsigned char bytes[kTagHeaderBytes];
+    encodeTag(tag, bytes);
+    int written = 0;
+    return stream->Write(bytes, kTagHeaderBytes, written) == 0 || written == kTagHeaderBytes;
+}
+
+ErrorCode RIFile::WTResolution(int width, int height, float pixelAspect) {
+    return WriteTagHeader(TAG_RESOLUTION, 0, width, height,
+                          static_cast<std::int32_t>(bitsFromFloat(pixelAspect)));
+}
+
+ErrorCode RIFile::WTRegionsInfo(int bucketWidth, int bucketHeight, int variableSize) {
+    return WriteTagHeader(TAG_REGIONS_INFO, 0, bucketWidth, bucketHeight, variableSize);
+}
+
+// Meant for the records below, as for their tag headers: only an error with the wrong count is a failure.
+bool RIFile::writeField(const void* bytes, int size) {
+    int written = 0;
+    return stream->Write(bytes, size, written) == 0 || written == size;
+}
+
+ErrorCode RIFile::WTChannelInfo(MRRegionData* region) {
+    constexpr const char* kName = "WTChannelInfo";
+    if (stream == nullptr) return ErrorCode(kName, -1, "No file stream");
+    if (region == nullptr) return ErrorCode(kName, -1, "No region data.");
+    const int channels = region->numChannels();
+    const std::int64_t size = std::int64_t{channels} * kChannelRecordBytes;
+    if (size < 0 || size > INT_MAX - kTagHeaderBytes)
+        return ErrorCode(kName, -1, "Error writing tag header.");
+    ErrorCode headerError =
+        WriteTagHeader(TAG_CHANNEL_INFO, static_cast<int>(size), channels, kChannelRecordBytes);
+    if (!headerError.empty()) return chained(std::move(headerError), kName, "Error writing tag header.");
+    for (int i = 0; i < channels; ++i) {
+        // The payload has a record for each channel that was announced, also past the region's table.
+        RIF_CHANNEL channel = makeChannel(i, RCT_NONE, RCA_NONE, 0, nullptr);
+        if (i < region->channels.Count()) {
+            const RegionChannel& source = region->channels[i];
+            channel = makeChannel(i, source.type, source.alias, source.flags, source.name);
+        }
+        if (!writeChannelRecord(channel))
+            return ErrorCode(kName, -1, "Error writing info for channel %i.", i);
+    }
+    return {};
+}
+
+// Leaves no entry in the table, deliberately; readers find this tag by walking.
+ErrorCode RIFile::WTChannelInfo(MUtils::Table<MUtils::RegionChannelCallback*, 100>* channels) {
+    constexpr const char* kName = "WTChannelInfo";
+    if (stream == nullptr) return ErrorCode(kName, -1, "No file stream");
+    if (channels == nullptr) return ErrorCode(kName, -1, "No channel list.");
+    const int count = channels->Count();
+    const std::int64_t size = std::int64_t{count} * kChannelRecordBytes;
+    if (size > INT_MAX - kTagHeaderBytes) return ErrorCode(kName, -1, "Error writing tag header.");
+    RIF_TAG tag;
+    tag.id = TAG_CHANNEL_INFO;
+    tag.size = static_cast<std::uint32_t>(size) + kTagHeaderBytes;
+    tag.p1 = count;
+    tag.p2 = kChannelRecordBytes;
+    if (!writeBareHeader(tag)) return ErrorCode(kName, -1, "Error writing tag header.");
+    for (int i = 0; i < count; ++i) {
+        RIF_CHANNEL channel = makeChannel(i, RCT_NONE, RCA_NONE, 0, nullptr);
+        if (RegionChannelCallback* source = (*channels)[i]; source != nullptr) {
+            channel =
+                makeChannel(i, source->getType(), source->getAlias(), source->getFlags(), source->getName());
+        }
+        if (!writeChannelRecord(channel)) return ErrorCode(kName, -1, "Error writing channel %i", i);
+    }
+    return {};
+}
+
+bool RIFile::writeChannelRecord(const RIF_CHANNEL& channel) {
+    unsigned char bytes[kChannelRecordBytes];
+    encodeChannel(channel, bytes);
+    return writeField(bytes, kChannelRecordBytes);
+}
+
+ErrorCode RIFile::chained(ErrorCode cause, const char* operation, const char* message) {
+    ErrorCode error(operation, -1, "%s", message);
+    error.setCause(std::move(cause));
+    return error;
+}
+
+ErrorCode RIFile::WTExtraAttributes(const char* /*text*/) {
+    return {};
+}
