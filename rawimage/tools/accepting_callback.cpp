@@ -1,0 +1,14 @@
+#include "rawimage/tools/accepting_callback.h"
+
+bool AcceptingCallback::setResolution(int, int, float) {
+    return true;
+}
+bool AcceptingCallback::setNumChannels(int) {
+    return true;
+}
+bool AcceptingCallback::setChannel(int, RegionChannelType, RegionChannelAlias, const char*) {
+    return true;
+}
+bool AcceptingCallback::setImageData(const MBVTable&, int, int, int, int, int, int, int, int) {
+    return true;
+}

@@ -1,0 +1,62 @@
+#pragma once
+
+#include "rawimage/tools/accepting_callback.h"
+#include "rawimage/tools/info.h"
+
+// The note of an existing raw image file.
+
+// Copies the file's note, its NUL included, to `buffer`: at most `capacity` bytes, so a text that does not
+// fit is cut without a NUL. "" when the file has none; nothing is written when the capacity is not positive.
+// Returns true when the parse failed, false when all went well and also when the file cannot be opened (the
+// buffer is untouched then).
+bool readRawNote(const char* fileName, char* buffer, int capacity);
+
+// Replaces the file's note: in place, 1024 bytes, when it has one (each, when it has several), else by a note
+// tag and a new table at the end. The first 1023 characters of `note` count; null leaves the notes alone.
+// `info` may be null; else width, height and scene value are filled in whatever the parse found, the name
+// only when there is a scene. Returns true when the parse failed; failures to write are not told. A missing
+// file is created, empty, and is a failed parse; a file whose tags cannot be listed is not appended to. The
+// int is not used.
+bool replaceRawNote(const char* fileName, char* note, int reserved, RawImageInfo* info);
+
+// Takes the note's text. Other tags are skipped.
+class ReadNoteCallback final : public AcceptingCallback {
+  public:
+    ReadNoteCallback(char* buffer, int capacity);
+
+    int parseTag(RIF_TAG& tag) override;
+    bool setNote(const char* text) override;
+    const char* getNote() override;
+
+    bool found() const { return found_; }
+
+  private:
+    char* buffer_;
+    int capacity_;
+    bool found_ = false;
+};
+
+// Has the reader overwrite each note, and takes what `info` wants.
+class ReplaceNoteCallback final : public AcceptingCallback {
+  public:
+    // `note` is borrowed.
+    explicit ReplaceNoteCallback(const char* note);
+
+    int parseTag(RIF_TAG& tag) override;
+    bool setResolution(int w, int h, float aspect) override;
+    bool setSceneInfo(RISceneInfo info) override;
+    bool setNote(const char* text) override;
+    const char* getNote() override;
+
+    int width() const { return width_; }
+    int height() const { return height_; }
+    const RISceneInfo& scene() const { return scene_; }
+    bool found() const { return found_; }
+
+  private:
+    const char* note_;
+    int width_ = 0;
+    int height_ = 0;
+    RISceneInfo scene_;
+    bool found_ = false;
+};

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "support/rgb24.h"
+
+// A picture of any channel of a raw image file, for people to look at. Where makeRawImagePreview serves the
+// renderer's own browser with the colour channel, this shows every kind of channel, takes unfinished and
+// damaged files as far as they go, and says what it did.
+
+namespace MUtils {
+
+struct PictureRequest {
+    // Pixels of the picture; 0 for both takes the stored thumbnail's size, or else the frame's, scaled down
+    // to at most kDefaultPictureSize in either direction. Anything else must be positive.
+    int width = 0;
+    int height = 0;
+    bool keepAspect = true;  // centre the frame on the background instead of stretching it
+    // The channel to show; "" for the colour channel, the last one of alias 1 or 126, or else the first
+    // channel of all.
+    std::string channel;
+    float exposure = 0.0f;  // stops, for colours
+    RGB24 background{0, 0, 0};
+    // Take the stored thumbnail when no channel and no exposure is asked for and it is what a rendering would
+    // be: of the size asked for, or with keepAspect as large as fits.
+    bool useStored = true;
+};
+constexpr int kDefaultPictureSize = 1024;
+constexpr int kMaxPictureSize = 32768;
+
+enum class PictureState {
+    kGood,
+    kCannotOpen,
+    kNotThisFormat,
+    kNoFrame,    // no resolution that could be drawn
+    kNoChannel,  // the file has no such channel; `channels` names those it has
+    kBadRequest  // a size out of range
+};
+
+struct Picture {
+    PictureState state = PictureState::kGood;
+    int width = 0;
+    int height = 0;
+    std::vector<RGB24> pixels;  // row after row from the top; empty unless the state is kGood
+    bool stored = false;        // the file's own thumbnail
+    std::string channel;        // the one that is shown
+    // The code that the walk broke off with, 0 when it came to the end: pixels after that place are missing.
+    int parseCode = 0;
+    std::vector<std::string> channels;
+};
+
+// Colours are scene-linear and go through the exposure and the sRGB curve. An alpha channel and floats
+// between 0 and 1 are shown as grey, other floats spread over grey by their range (near is bright for depth),
+// vectors from -1..1 to colour, two floats to red and green around the middle, integers each to a colour of
+// their own, 0 to black. Only the shown channel is decompressed. Throws std::bad_alloc.
+Picture makePicture(const char* fileName, const PictureRequest& request);
+
+}  // namespace MUtils

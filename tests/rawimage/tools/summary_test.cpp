@@ -1,0 +1,252 @@
+#include "rawimage/tools/summary.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <random>
+
+#include "rawimage/tools/coverage.h"
+#include "support/bytes.h"
+#include "tests/testing/fault_stream.h"
+#include "tests/testing/sample_file.h"
+
+using namespace MUtils;
+using namespace testing_tools;
+
+namespace {
+
+std::int64_t countPixels(const std::vector<PixelBox>& boxes, const PixelBox& frame) {
+    std::int64_t pixels = 0;
+    for (int y = frame.y; y < frame.y + frame.height; ++y) {
+        for (int x = frame.x; x < frame.x + frame.width; ++x) {
+            pixels += std::any_of(boxes.begin(), boxes.end(), [x, y](const PixelBox& box) {
+                return x >= box.x && x - box.x < box.width && y >= box.y && y - box.y < box.height;
+            });
+        }
+    }
+    return pixels;
+}
+
+TEST(Coverage, IsWhatCountingPixelsGives) {
+    std::mt19937 random(7);
+    const auto pick = [&random](int first, int last) {
+        return std::uniform_int_distribution<int>(first, last)(random);
+    };
+    for (int round = 0; round < 3000; ++round) {
+        const PixelBox frame{pick(-3, 3), pick(-3, 3), pick(0, 14), pick(0, 11)};
+        std::vector<PixelBox> boxes(static_cast<std::size_t>(pick(0, 12)));
+        for (PixelBox& box : boxes)
+            box = {pick(-6, 15), pick(-6, 12), pick(-2, 9), pick(-2, 7)};
+        ASSERT_EQ(coveredPixels(boxes, frame), countPixels(boxes, frame)) << "round " << round;
+    }
+}
+
+TEST(Coverage, TakesBoxesOfAnyNumbers) {
+    constexpr std::int64_t kLargest = std::int64_t{INT_MAX} * INT_MAX;
+    const PixelBox frame{0, 0, INT_MAX, INT_MAX};
+    const struct {
+        PixelBox box;
+        std::int64_t pixels;
+    } cases[] = {
+        {{0, 0, INT_MAX, INT_MAX}, kLargest},
+        {{INT_MIN, INT_MIN, INT_MAX, INT_MAX}, 0},
+        {{-1, -1, INT_MAX, INT_MAX}, std::int64_t{INT_MAX - 1} * (INT_MAX - 1)},
+        {{INT_MAX - 1, INT_MAX - 2, INT_MAX, INT_MAX}, 2},
+        {{5, 5, INT_MIN, INT_MAX}, 0},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(coveredPixels({c.box, c.box}, frame), c.pixels) << c.box.x;
+    EXPECT_EQ(coveredPixels({{0, 0, 9, 9}}, {0, 0, INT_MIN, 9}), 0);
+    EXPECT_EQ(coveredPixels({{INT_MIN, INT_MIN, 4, 4}}, {INT_MIN, INT_MIN + 1, INT_MAX, INT_MAX}), 12);
+}
+
+FileSummary summarise(const std::vector<unsigned char>& bytes) {
+    FaultStream stream(bytes);
+    stream.Open();
+    return summariseStream(stream, true);
+}
+
+TEST(Summary, TellsWhatTheFileHolds) {
+    const Sample sample = makeSample();
+    const FileSummary summary = summarise(sample.bytes);
+    EXPECT_EQ(summary.verdict, FileVerdict::kGood) << summary.cause;
+    EXPECT_TRUE(summary.finished);
+    EXPECT_EQ(summary.header.infoTagsOffset, static_cast<std::uint64_t>(sample.offsets.back()));
+    EXPECT_EQ(summary.fileBytes, static_cast<std::int64_t>(sample.bytes.size()));
+
+    ASSERT_EQ(summary.tagCount, sample.tagCount());
+    for (int i = 0; i < sample.tagCount(); ++i) {
+        const INFOTAG& tag = summary.tags[static_cast<std::size_t>(i)];
+        const RIF_TAG expected = sample.tag(i);
+        EXPECT_EQ(bytesOf(static_cast<const RIF_TAG&>(tag)), bytesOf(expected)) << i;
+        EXPECT_EQ(tag.offset, static_cast<std::uint64_t>(sample.offset(i)));
+    }
+
+    EXPECT_EQ(summary.resolution.value().width, 10);
+    EXPECT_EQ(bitsFromFloat(summary.resolution->aspect), 0x80000000u);
+    EXPECT_EQ(summary.buckets.value().height, 3);
+    const auto has = [&sample](const Event& event) {
+        return std::count(sample.events.begin(), sample.events.end(), event) == 1;
+    };
+    EXPECT_TRUE(has({"setCameraInfo", {}, bytesOf(summary.camera.value())}));
+    const RIRegionInfo region = summary.region.value();
+    EXPECT_TRUE(
+        has({"setRenderRegion", {region.kind, region.left, region.top, region.width, region.height}, {}}));
+    EXPECT_TRUE(has({"setSceneInfo", {summary.scene.value().value}, summary.scene->name.text}));
+    EXPECT_TRUE(has({"setNote", {}, summary.note.value().text}));
+    EXPECT_EQ(summary.note->bytes, kNoteBytes);
+    EXPECT_EQ(summary.stampText.value().text, "stamp text");
+    EXPECT_EQ(summary.stampBytes, sample.tag(sample.find(TAG_STAMP)).payloadBytes());
+    EXPECT_EQ(summary.overlayBytes, sample.tag(sample.find(TAG_OVERLAY_TEXTS)).payloadBytes());
+    EXPECT_EQ(summary.settingsBytes, sample.tag(sample.find(TAG_SETTINGS)).payloadBytes());
+    EXPECT_EQ(summary.preview.value().width, sample.tag(sample.find(TAG_PREVIEW)).p1);
+}
+
+TEST(Summary, TellsWhatEveryChannelHas) {
+    const Sample sample = makeSample();
+    const FileSummary summary = summarise(sample.bytes);
+    ASSERT_EQ(summary.channels.size(), 7u);
+    for (int i = 0; i < 7; ++i) {
+        const ChannelSummary& channel = summary.channels[static_cast<std::size_t>(i)];
+        std::int64_t stored = 0;
+        for (const INFOTAG& tag : summary.tags)
+            stored += isPixelTag(tag.id) && tag.p8 == i ? tag.payloadBytes() : 0;
+        const RIF_PIXEL_KIND* kind = findChannelKind(channel.record.type);
+        EXPECT_EQ(channel.record.index, i);
+        EXPECT_TRUE(channel.listed);
+        EXPECT_EQ(channel.tags, i < 6 ? 2 : 0);
+        EXPECT_EQ(channel.storedBytes, stored);
+        EXPECT_EQ(channel.rawBytes, kind != nullptr ? 30 * kind->valueSize : 0);
+        EXPECT_EQ(channel.coveredPixels, i < 6 ? 30 : 0);
+    }
+    EXPECT_EQ(std::string(summary.channels[6].record.name), std::string(63, 'g'));
+}
+
+// A file by hand: a frame of 4 x 2 and then what is added.
+Bytes smallFile(std::uint64_t tableOffset) {
+    Bytes bytes;
+    bytes.fileHeader(tableOffset).tag(TAG_RESOLUTION, 0, {4, 2});
+    return bytes;
+}
+
+void addPixels(Bytes& bytes, int channel, int x, int width) {
+    const auto size = static_cast<std::uint32_t>(8 * width);
+    bytes.tag(TAG_CHAN_FLOAT, size, {1, x, 0, width, 2, 0, 0, channel}).zeros(size);
+}
+
+TEST(Summary, TakesTheLastListAndShowsChannelsOutsideOfIt) {
+    Bytes bytes = smallFile(0);
+    addPixels(bytes, 5, 0, 3);
+    for (const int index : {9, 5}) {
+        bytes.tag(TAG_CHANNEL_INFO, 80, {1, 80}).i32s({index, 1, 126, 2}).text("name").zeros(60);
+    }
+    addPixels(bytes, 5, 2, 9);
+    addPixels(bytes, -3, 1, 1);
+    const FileSummary summary = summarise(bytes);
+    EXPECT_EQ(summary.verdict, FileVerdict::kUnfinished);
+    ASSERT_EQ(summary.channels.size(), 2u);
+    EXPECT_EQ(summary.channels[0].record.index, 5);
+    EXPECT_EQ(summary.channels[0].record.flags, 2);
+    EXPECT_EQ(summary.channels[0].tags, 2);
+    EXPECT_EQ(summary.channels[0].coveredPixels, 8);
+    EXPECT_FALSE(summary.channels[1].listed);
+    EXPECT_EQ(summary.channels[1].record.index, -3);
+    EXPECT_EQ(summary.channels[1].coveredPixels, 2);
+
+    for (int i = 0; i < kMaxUnlistedChannels + 4; ++i)
+        addPixels(bytes, 10 + i, 0, 0);
+    EXPECT_EQ(summarise(bytes).furtherChannels, 5);
+}
+
+// What is cut anywhere can be recovered; nothing of it looks finished.
+TEST(Summary, OfAFileCutAnywhereIsUnfinished) {
+    for (const bool closed : {true, false}) {
+        SampleOptions options;
+        options.closed = closed;
+        const Sample sample = makeSample(options);
+        for (std::size_t size = 0; size < sample.bytes.size(); ++size) {
+            const FileSummary summary =
+                summarise({sample.bytes.begin(), sample.bytes.begin() + std::ptrdiff_t(size)});
+            ASSERT_EQ(summary.verdict, size < 32 ? FileVerdict::kNotThisFormat : FileVerdict::kUnfinished)
+                << size << " " << summary.cause;
+            ASSERT_LE(summary.faultOffset, static_cast<std::int64_t>(size));
+            ASSERT_FALSE(summary.finished);
+        }
+    }
+}
+
+TEST(Summary, OfABrokenTagIsDamaged) {
+    const Sample sample = makeSample();
+    for (const std::uint32_t size : {0u, 39u, 41u, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
+        for (int i = 0; i < sample.tagCount(); ++i) {
+            Bytes bytes = sample.bytes;
+            storeU32(bytes.data() + sample.offset(i) + 4, size);
+            EXPECT_EQ(summarise(bytes).verdict, FileVerdict::kDamaged) << size << " in tag " << i;
+        }
+    }
+    for (const std::uint32_t id : {TAG_CHAN_INT, TAG_PREVIEW, TAG_CHANNEL_INFO, TAG_STAMP, TAG_INFO_TAGS}) {
+        const std::int64_t offset = sample.offset(sample.find(id));
+        for (const std::uint32_t value : {0x80000000u, 0x7FFFFFFFu}) {
+            Bytes bytes = sample.bytes;
+            storeU32(bytes.data() + offset + (id == TAG_CHAN_INT ? 20 : 8), value);
+            const FileSummary summary = summarise(bytes);
+            EXPECT_EQ(summary.verdict, FileVerdict::kDamaged) << id;
+            EXPECT_EQ(summary.faultOffset, offset) << id;
+        }
+    }
+}
+
+TEST(Summary, JudgesTheTableOffset) {
+    // Two tags, at 32 and 72; a table of two entries at 112.
+    const auto withTable = [](std::uint64_t offset, int entries) {
+        Bytes bytes = smallFile(offset);
+        const auto size = static_cast<std::uint32_t>(entries * 48);
+        bytes.tag(TAG_REGIONS_INFO, 0, {2, 2}).tag(TAG_INFO_TAGS, size, {entries}).zeros(size);
+        return bytes;
+    };
+    const auto followed = [&withTable](const Bytes& rest) {
+        Bytes bytes = withTable(112, 2);
+        bytes.insert(bytes.end(), rest.begin(), rest.end());
+        return bytes;
+    };
+    const struct {
+        const char* what;
+        Bytes bytes;
+        FileVerdict verdict;
+        std::int64_t offset;
+    } cases[] = {
+        {"as written", withTable(112, 2), FileVerdict::kGood, 0},
+        {"table written, offset not", withTable(0, 2), FileVerdict::kUnfinished, 248},
+        {"too few entries", withTable(112, 1), FileVerdict::kDamaged, 112},
+        {"too many entries", withTable(112, 3), FileVerdict::kDamaged, 112},
+        {"leads to another tag", withTable(72, 2), FileVerdict::kDamaged, kTableOffsetPosition},
+        {"leads between tags", withTable(73, 2), FileVerdict::kDamaged, kTableOffsetPosition},
+        {"leads past the end", withTable(~0ull, 2), FileVerdict::kDamaged, kTableOffsetPosition},
+        {"a tag behind the table", followed(Bytes().tag(TAG_REGIONS_INFO, 0)), FileVerdict::kDamaged, 112},
+        {"bytes behind the table", followed(Bytes().zeros(9)), FileVerdict::kDamaged, 112},
+        {"appending, nothing yet", smallFile(72), FileVerdict::kUnfinished, 72},
+        {"appended, not closed", smallFile(72).tag(TAG_REGIONS_INFO, 0), FileVerdict::kUnfinished, 112},
+        {"cut in an appended tag", smallFile(72).tag(TAG_NOTE, 1024).zeros(7), FileVerdict::kUnfinished, 72},
+        {"cut in an unknown tag", smallFile(0).tag(999, 100).zeros(7), FileVerdict::kDamaged, 72},
+    };
+    for (const auto& c : cases) {
+        const FileSummary summary = summarise(c.bytes);
+        EXPECT_EQ(summary.verdict, c.verdict) << c.what << ": " << summary.cause;
+        EXPECT_EQ(summary.faultOffset, c.offset) << c.what << ": " << summary.cause;
+    }
+}
+
+TEST(Summary, TellsAReadThatFailsFromTheEnd) {
+    const Sample sample = makeSample();
+    for (int nth = 1;; ++nth) {
+        FaultStream stream(sample.bytes);
+        stream.Open();
+        stream.failAt(Call::kRead, nth, Fault::kErrorNothing, true);
+        const FileSummary summary = summariseStream(stream, false);
+        if (summary.verdict == FileVerdict::kGood) break;
+        ASSERT_EQ(summary.verdict, nth == 1 ? FileVerdict::kCannotOpen : FileVerdict::kDamaged) << nth;
+        ASSERT_LT(nth, 1000);
+    }
+}
+
+}  // namespace
