@@ -1,0 +1,55 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "examples/render_frame/tracer.h"
+#include "rawimage/records.h"
+
+namespace render_frame {
+
+// One channel of the frame: what the file says of it, and where a bucket keeps its values.
+struct ChannelRow {
+    const char* name;
+    RegionChannelType type;
+    int alias;
+    int valueSize;  // bytes
+    const void* (*values)(const BucketPixels& pixels);
+};
+
+// The description of a channel as an output file asks for it.
+class ChannelDescription final : public RegionChannelCallback {
+  public:
+    explicit ChannelDescription(const ChannelRow& row) : row_(row) {}
+
+    RegionChannelType getType() override { return row_.type; }
+    RegionChannelAlias getAlias() override { return static_cast<RegionChannelAlias>(row_.alias); }
+    const char* getName() override { return row_.name; }
+    int getFlags() override { return 0; }
+
+  private:
+    const ChannelRow& row_;
+};
+
+// The channels of the frame: the list of descriptions, and a region that carries one bucket after another in
+// the same buffers.
+class FrameChannels {
+  public:
+    // Makes room for buckets of up to `maxPixels` pixels. Nothing is allocated after that.
+    explicit FrameChannels(int maxPixels);
+    FrameChannels(const FrameChannels&) = delete;
+    FrameChannels& operator=(const FrameChannels&) = delete;
+
+    MUtils::Table<RegionChannelCallback*, 100>* list() { return &list_; }
+
+    // Copies a bucket's values and returns the region that holds them, valid until the next call.
+    MRRegionData* load(const BucketPixels& pixels);
+
+  private:
+    std::vector<ChannelDescription> descriptions_;
+    MUtils::Table<RegionChannelCallback*, 100> list_;  // points into descriptions_
+    std::vector<std::unique_ptr<MBVTable>> tables_;
+    MRRegionData region_;  // points to tables_
+};
+
+}  // namespace render_frame
