@@ -1,0 +1,55 @@
+#pragma once
+
+#include <array>
+#include <string>
+#include <vector>
+
+#include "rawimage/records.h"
+
+namespace rimg {
+
+// One channel of an OpenEXR file, as the header of its part lists it.
+struct SourceChannel {
+    int part = 0;  // index of its part
+    std::string name;
+    bool integer = false;  // UINT; else HALF or FLOAT
+};
+
+// A render channel and the source channels that give its components.
+struct GroupedChannel {
+    RegionChannelType type = RCT_NONE;
+    RegionChannelAlias alias = RCA_NONE;
+    std::string name;                            // at most 63 characters
+    int part = 0;                                // the one part that all its components come from
+    int components = 0;                          // 32-bit words of a value
+    std::array<int, 4> sources{-1, -1, -1, -1};  // a source channel's index for each component
+};
+
+struct Grouping {
+    std::vector<GroupedChannel> channels;
+    // For each channel that could not keep its name: what happened, for the user to read.
+    std::vector<std::string> renamed;
+};
+
+// Finds the render channels behind the channels of an OpenEXR file, the inverse of how render channels are
+// named there:
+//
+//   R, G, B            the main colour           x.R, x.G, x.B        a colour x
+//   A                  alpha, in three floats    x.R, x.G, x.B, x.A   four floats x
+//   Z                  depth                     x.X, x.Y, x.Z        a vector x
+//                                                x.X, x.Y             two floats x
+//
+// UINT channels are integers, everything else is one float under its full name, and so are the members of a
+// group that is not whole. Half and float mix within a group, integers never join one.
+//
+// `partNames` has the name of each part. The channels of a part with a name are called "part.channel", but
+// bare R, G, B (or another group of the table's right side) in it make a channel with the part's name. The
+// part "other" gives its channels no prefix. A file of one part has the name "" here, whatever its header
+// says. Groups do not span parts.
+//
+// The main colour, alpha and depth come first, then the others in the file's order. No two channels of the
+// result would give the same name in an OpenEXR file again: a name that is too long is cut, and one that is
+// taken gets "~2", "~3" ...
+Grouping groupChannels(const std::vector<std::string>& partNames, const std::vector<SourceChannel>& channels);
+
+}  // namespace rimg

@@ -1,0 +1,197 @@
+#include "cli/exr_band.h"
+
+#include <OpenEXR/ImfChannelList.h>
+#include <OpenEXR/ImfPartType.h>
+#include <OpenEXR/ImfTileDescription.h>
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+#include <new>
+
+#include "cli/report.h"
+
+namespace rimg {
+
+namespace {
+
+struct Shape {
+    std::int64_t pieceWidth;
+    std::int64_t pieceHeight;
+    std::int64_t capacity;
+};
+
+// Scan lines that OpenEXR compresses together, by compression. Any other number would still work, but a fault
+// would then cost more lines or more time.
+std::int64_t linesPerBlock(Imf::Compression compression) {
+    constexpr int kLines[] = {1, 1, 1, 16, 32, 16, 32, 32, 32, 256};
+    const auto index = static_cast<std::size_t>(compression);
+    return index < std::size(kLines) ? kLines[index] : 1;
+}
+
+// A band may begin at the last row of a piece and end in the first row of another.
+Shape shapeOf(const Imf::Header& header, const Rect& window, std::int64_t maxRows) {
+    Shape shape{};
+    if (Imf::isTiled(header.type())) {
+        shape.pieceWidth = header.tileDescription().xSize;
+        shape.pieceHeight = header.tileDescription().ySize;
+    } else {
+        shape.pieceWidth = window.width();
+        shape.pieceHeight = linesPerBlock(header.compression());
+    }
+    shape.capacity = std::min(window.height(), maxRows + 2 * (shape.pieceHeight - 1));
+    return shape;
+}
+
+std::int64_t channelCount(const Imf::Header& header) {
+    std::int64_t count = 0;
+    for (auto channel = header.channels().begin(); channel != header.channels().end(); ++channel)
+        ++count;
+    return count;
+}
+
+}  // namespace
+
+double ExrBand::bytesNeeded(const ExrInput& input, int part, std::int64_t maxRows) {
+    const Imf::Header& header = input.header(part);
+    const Rect window = input.window(part);
+    const Shape shape = shapeOf(header, window, maxRows);
+    const double values = static_cast<double>(shape.capacity) * static_cast<double>(window.width());
+    return values * static_cast<double>(channelCount(header)) * sizeof(std::uint32_t);
+}
+
+ExrBand::ExrBand(ExrInput& input, int part, std::int64_t maxRows)
+    : input_(input), part_(part), window_(input.window(part)) {
+    const Imf::Header& header = input.header(part);
+    const Shape shape = shapeOf(header, window_, maxRows);
+    pieceWidth_ = shape.pieceWidth;
+    pieceHeight_ = shape.pieceHeight;
+    columns_ = (window_.width() - 1) / pieceWidth_ + 1;
+    capacity_ = shape.capacity;
+    firstRow_ = endRow_ = window_.y0;
+    try {
+        if (Imf::isTiled(header.type())) {
+            tiles_.emplace(input.file(), part);
+        } else {
+            lines_.emplace(input.file(), part);
+        }
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (const std::exception& error) {
+        throw Failure(ExitCode::kDamaged, input.path(), error.what());
+    }
+    // Not cleared: memory that no pixel reaches is never touched, whatever the header claims.
+    const std::int64_t values = capacity_ * window_.width() * channelCount(header);
+    values_.reset(new std::uint32_t[static_cast<std::size_t>(values)]);
+}
+
+void ExrBand::load(std::int64_t y0, std::int64_t y1) {
+    const auto pieceStart = [this](std::int64_t y) { return y - (y - window_.y0) % pieceHeight_; };
+    keepRowsFrom(pieceStart(y0));
+    const std::int64_t end = std::min(window_.y1, pieceStart(y1 - 1) + pieceHeight_);
+    if (end > endRow_) readUpTo(end);
+}
+
+void ExrBand::keepRowsFrom(std::int64_t y) {
+    const std::int64_t kept = std::max<std::int64_t>(endRow_ - y, 0);
+    if (kept > 0 && y > firstRow_) {
+        const std::int64_t width = window_.width();
+        for (std::int64_t c = channelCount(input_.header(part_)); c-- > 0;) {
+            std::uint32_t* rows = values_.get() + c * capacity_ * width;
+            std::memmove(rows, rows + (y - firstRow_) * width,
+                         static_cast<std::size_t>(kept * width) * sizeof *rows);
+        }
+    }
+    const std::size_t dropped = kept > 0 ? pieceIndex(y, 0) : readable_.size();
+    readable_.erase(readable_.begin(), readable_.begin() + static_cast<std::ptrdiff_t>(dropped));
+    firstRow_ = y;
+    endRow_ = y + kept;
+}
+
+Imf::FrameBuffer ExrBand::frameBuffer() const {
+    const Imath::V2i origin(static_cast<int>(window_.x0 + input_.originX()),
+                            static_cast<int>(firstRow_ + input_.originY()));
+    const std::size_t rowBytes = static_cast<std::size_t>(window_.width()) * sizeof(std::uint32_t);
+    Imf::FrameBuffer buffer;
+    const Imf::ChannelList& list = input_.header(part_).channels();
+    const std::uint32_t* rows = values_.get();
+    for (auto channel = list.begin(); channel != list.end(); ++channel, rows += capacity_ * window_.width()) {
+        const Imf::PixelType type = channel.channel().type == Imf::UINT ? Imf::UINT : Imf::FLOAT;
+        buffer.insert(channel.name(), Imf::Slice::Make(type, rows, origin, window_.width(), capacity_,
+                                                       sizeof(std::uint32_t), rowBytes));
+    }
+    return buffer;
+}
+
+// All at once first; only when that fails piece by piece, to know which ones are lost.
+void ExrBand::readUpTo(std::int64_t end) {
+    const std::int64_t begin = endRow_;
+    endRow_ = end;
+    readable_.resize(pieceIndex(end - 1, columns_ - 1) + 1, true);
+    if (lines_) lines_->setFrameBuffer(frameBuffer());
+    if (tiles_) tiles_->setFrameBuffer(frameBuffer());
+    input_.stream().mark();
+    try {
+        tryRead(begin, end, 0, columns_);
+        return;
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (const std::exception&) {
+    }
+    // A first piece that fails again may have been kept by OpenEXR and is then not read twice.
+    std::int64_t keptFrom = input_.stream().firstRead();
+    for (std::int64_t row = begin; row < end; row += pieceHeight_) {
+        for (std::int64_t column = 0; column < columns_; ++column) {
+            input_.stream().mark();
+            try {
+                tryRead(row, std::min(end, row + pieceHeight_), column, column + 1);
+            } catch (const std::bad_alloc&) {
+                throw;
+            } catch (const std::exception& error) {
+                readable_[pieceIndex(row, column)] = false;
+                const std::int64_t offset = input_.stream().firstRead();
+                noteLoss(row, error.what(), offset != ExrStream::kNothingRead ? offset : keptFrom);
+            }
+            keptFrom = ExrStream::kNothingRead;
+        }
+    }
+}
+
+void ExrBand::tryRead(std::int64_t row, std::int64_t endRow, std::int64_t column, std::int64_t endColumn) {
+    if (lines_) {
+        const std::int64_t origin = input_.originY();
+        lines_->readPixels(static_cast<int>(row + origin), static_cast<int>(endRow - 1 + origin));
+    } else {
+        const auto tileRow = [this](std::int64_t y) {
+            return static_cast<int>((y - window_.y0) / pieceHeight_);
+        };
+        tiles_->readTiles(static_cast<int>(column), static_cast<int>(endColumn - 1), tileRow(row),
+                          tileRow(endRow - 1), 0, 0);
+    }
+}
+
+void ExrBand::noteLoss(std::int64_t row, const std::string& cause, std::int64_t offset) {
+    // OpenEXR has one kind of exception for everything. What was never written is told apart by its words.
+    const auto says = [&cause](const char* words) { return cause.find(words) != std::string::npos; };
+    const bool missing = !input_.file().partComplete(part_) && (says("missing") || says("end of file"));
+    if (loss_.pieces++ == 0) {
+        loss_.firstRow = row;
+        loss_.cause = cause;
+        loss_.offset = offset;
+    }
+    loss_.lastRow = std::min(window_.y1, row + pieceHeight_) - 1;
+    loss_.onlyMissing = loss_.onlyMissing && missing;
+}
+
+bool ExrBand::holds(const Rect& area) const {
+    const std::int64_t firstColumn = (area.x0 - window_.x0) / pieceWidth_;
+    const std::int64_t endColumn = (area.x1 - 1 - window_.x0) / pieceWidth_ + 1;
+    for (std::int64_t y = area.y0; y < area.y1; ++y) {
+        for (std::int64_t column = firstColumn; column < endColumn; ++column) {
+            if (!readable_[pieceIndex(y, column)]) return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace rimg

@@ -1,0 +1,83 @@
+#pragma once
+
+#include <OpenEXR/ImfFrameBuffer.h>
+#include <OpenEXR/ImfInputPart.h>
+#include <OpenEXR/ImfTiledInputPart.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "cli/exr_input.h"
+
+namespace rimg {
+
+// What of a part could not be read.
+struct ExrLoss {
+    std::int64_t pieces = 0;  // blocks of scan lines, or tiles
+    std::int64_t firstRow = 0;
+    std::int64_t lastRow = 0;
+    bool onlyMissing = true;  // none of them was ever written to the file; else some are damaged
+    std::string cause;        // of the first one
+    std::int64_t offset = ExrStream::kNothingRead;  // in the file, of the first one, when it is known
+};
+
+// Reads one part from top to bottom, a band of rows at a time, with all its channels. In memory are the
+// blocks of scan lines, or the tiles, that meet the band, and nothing of the rest. Every value is 32 bits
+// wide: float values as they are, half values as the floats that equal them, UINT as it is.
+class ExrBand {
+  public:
+    // `input` must live longer. Bands will be of at most `maxRows` rows. Throws Failure when the part's first
+    // block cannot even be prepared for reading.
+    ExrBand(ExrInput& input, int part, std::int64_t maxRows);
+
+    // The memory that such a reader takes, in bytes; asked for before one is made.
+    static double bytesNeeded(const ExrInput& input, int part, std::int64_t maxRows);
+
+    // Reads the rows y0 .. y1 - 1, which lie within the part's window and not above rows loaded earlier. What
+    // cannot be read is noted as a loss.
+    void load(std::int64_t y0, std::int64_t y1);
+
+    // True when every pixel of `area`, which lies within the loaded rows, could be read.
+    bool holds(const Rect& area) const;
+
+    // The value of channel `channel` of this part, counted from its first, at (x, y); its row goes on behind
+    // it.
+    const std::uint32_t* at(int channel, std::int64_t x, std::int64_t y) const {
+        return values_.get() + (channel * capacity_ + y - firstRow_) * window_.width() + (x - window_.x0);
+    }
+
+    const Rect& window() const { return window_; }
+    const ExrLoss& loss() const { return loss_; }
+
+  private:
+    void keepRowsFrom(std::int64_t y);
+    void readUpTo(std::int64_t end);
+    void tryRead(std::int64_t row, std::int64_t endRow, std::int64_t column, std::int64_t endColumn);
+    void noteLoss(std::int64_t row, const std::string& cause, std::int64_t offset);
+    Imf::FrameBuffer frameBuffer() const;
+    std::size_t pieceIndex(std::int64_t row, std::int64_t column) const {
+        return static_cast<std::size_t>((row - firstRow_) / pieceHeight_ * columns_ + column);
+    }
+
+    ExrInput& input_;
+    const int part_;
+    const Rect window_;
+    // Pieces are what can be read or lost alone: a tile, or the scan lines that are compressed together.
+    std::int64_t pieceWidth_ = 0;
+    std::int64_t pieceHeight_ = 0;
+    std::int64_t columns_ = 0;   // pieces beside each other
+    std::int64_t capacity_ = 0;  // rows that fit
+    std::optional<Imf::InputPart> lines_;
+    std::optional<Imf::TiledInputPart> tiles_;
+
+    std::unique_ptr<std::uint32_t[]> values_;  // channel after channel, capacity_ rows each
+    std::int64_t firstRow_ = 0;                // rows held, whole pieces
+    std::int64_t endRow_ = 0;
+    std::vector<bool> readable_;  // for each piece held, row after row
+    ExrLoss loss_;
+};
+
+}  // namespace rimg

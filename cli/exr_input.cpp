@@ -1,0 +1,148 @@
+#include "cli/exr_input.h"
+
+#include <OpenEXR/ImfChannelList.h>
+#include <OpenEXR/ImfFloatAttribute.h>
+#include <OpenEXR/ImfIntAttribute.h>
+#include <OpenEXR/ImfMatrixAttribute.h>
+#include <OpenEXR/ImfPartType.h>
+#include <OpenEXR/ImfStringAttribute.h>
+
+#include <climits>
+#include <cstring>
+#include <new>
+
+#include "cli/report.h"
+
+namespace rimg {
+
+namespace {
+
+std::string inPart(const Imf::Header& header, int parts) {
+    return parts > 1 && header.hasName() ? " in part \"" + header.name() + '"' : "";
+}
+
+struct CameraField {
+    const char* attribute;
+    float RICameraInfo::*member;
+};
+
+constexpr CameraField kCameraFields[] = {
+    {"cameraAperture", &RICameraInfo::aperture},
+    {"cameraFov", &RICameraInfo::fov},
+    {"cameraTargetDistance", &RICameraInfo::targetDistance},
+    {"cameraNearRange", &RICameraInfo::nearRange},
+    {"cameraFarRange", &RICameraInfo::farRange},
+    {"cameraNearClip", &RICameraInfo::nearClip},
+    {"cameraFarClip", &RICameraInfo::farClip},
+    {"cameraFocalLength", &RICameraInfo::focalLength},
+    {"cameraFNumber", &RICameraInfo::fNumber},
+};
+
+std::optional<RICameraInfo> cameraOf(const Imf::Header& header) {
+    const auto* transform = header.findTypedAttribute<Imf::M44fAttribute>("cameraTransform");
+    const auto* projection = header.findTypedAttribute<Imf::IntAttribute>("cameraProjection");
+    if (transform == nullptr || projection == nullptr) return {};
+    RICameraInfo camera{};
+    std::memcpy(camera.transform, transform->value().x, sizeof camera.transform);
+    camera.projection = projection->value();
+    for (const CameraField& field : kCameraFields) {
+        const auto* value = header.findTypedAttribute<Imf::FloatAttribute>(field.attribute);
+        if (value == nullptr) return {};
+        camera.*field.member = value->value();
+    }
+    return camera;
+}
+
+std::optional<std::string> textOf(const Imf::Header& header, const char* name) {
+    const auto* text = header.findTypedAttribute<Imf::StringAttribute>(name);
+    return text != nullptr ? std::optional(text->value()) : std::nullopt;
+}
+
+}  // namespace
+
+ExrInput::ExrInput(const std::string& path) : path_(path), stream_(path) {
+    open();
+    measureFrame();
+    for (int part = 0; part < parts(); ++part)
+        listChannels(part);
+}
+
+void ExrInput::open() {
+    try {
+        // Without threads OpenEXR keeps one block of lines or one tile of each part; the compression of the
+        // raw image takes far longer than reading.
+        file_ = std::make_unique<Imf::MultiPartInputFile>(stream_, 0);
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (const std::exception& error) {
+        throw Failure(ExitCode::kDamaged, path_, error.what(), static_cast<std::int64_t>(stream_.tellg()));
+    }
+}
+
+// All parts share a display window; OpenEXR sees to that.
+void ExrInput::measureFrame() {
+    const Imath::Box2i& display = file_->header(0).displayWindow();
+    originX_ = display.min.x;
+    originY_ = display.min.y;
+    width_ = display.max.x - originX_ + 1;
+    height_ = display.max.y - originY_ + 1;
+    if (width_ < 1 || height_ < 1 || width_ > INT_MAX || height_ > INT_MAX) {
+        throw Failure(ExitCode::kFailure, path_,
+                      "a frame of " + std::to_string(width_) + " x " + std::to_string(height_) +
+                          " pixels does not fit into a raw image");
+    }
+}
+
+void ExrInput::listChannels(int part) {
+    const Imf::Header& header = file_->header(part);
+    if (!header.hasType() || !Imf::isImage(header.type())) {
+        const std::string type = header.hasType() ? header.type() : "";
+        throw Failure(ExitCode::kFailure, path_,
+                      "only scan lines and tiles can be converted; the pixels" + inPart(header, parts()) +
+                          " are of the type \"" + type + '"');
+    }
+    const Imf::ChannelList& list = header.channels();
+    for (auto channel = list.begin(); channel != list.end(); ++channel) {
+        if (channel.channel().xSampling != 1 || channel.channel().ySampling != 1) {
+            throw Failure(ExitCode::kFailure, path_,
+                          std::string("the channel \"") + channel.name() + '"' + inPart(header, parts()) +
+                              " is subsampled, which a raw image cannot carry");
+        }
+        channels_.push_back({part, channel.name(), channel.channel().type == Imf::UINT});
+    }
+}
+
+Rect ExrInput::window(int part) const {
+    const Imath::Box2i& data = file_->header(part).dataWindow();
+    return {data.min.x - originX_, data.min.y - originY_, data.max.x - originX_ + 1,
+            data.max.y - originY_ + 1};
+}
+
+std::vector<Rect> ExrInput::windows() const {
+    std::vector<Rect> result;
+    for (int part = 0; part < parts(); ++part)
+        result.push_back(window(part));
+    return result;
+}
+
+std::vector<std::string> ExrInput::partNames() const {
+    std::vector<std::string> names(static_cast<std::size_t>(parts()));
+    for (int part = 0; parts() > 1 && part < parts(); ++part) {
+        if (header(part).hasName()) names[static_cast<std::size_t>(part)] = header(part).name();
+    }
+    return names;
+}
+
+// Of each item the first part that has it counts: the writers put what belongs to the frame into one part.
+ExrMetadata ExrInput::metadata() const {
+    ExrMetadata result;
+    for (int part = parts(); part-- > 0;) {
+        if (auto camera = cameraOf(header(part))) result.camera = camera;
+        if (auto text = textOf(header(part), "stampText")) result.stampText = text;
+        if (auto text = textOf(header(part), "note")) result.note = text;
+        if (auto text = textOf(header(part), "scene")) result.scene = text;
+    }
+    return result;
+}
+
+}  // namespace rimg

@@ -1,0 +1,74 @@
+#pragma once
+
+#include <OpenEXR/ImfHeader.h>
+#include <OpenEXR/ImfMultiPartInputFile.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "cli/channel_grouping.h"
+#include "cli/exr_stream.h"
+#include "cli/frame_layout.h"
+#include "rawimage/records.h"
+
+namespace rimg {
+
+// Frame metadata that OpenEXR files of this format's writers carry as header attributes.
+struct ExrMetadata {
+    std::optional<RICameraInfo> camera;  // only when all its attributes are there with the right types
+    std::optional<std::string> stampText;
+    std::optional<std::string> note;
+    std::optional<std::string> scene;
+};
+
+// An OpenEXR file opened for conversion: scan-line or tiled (its full-resolution level), one part or several.
+// All positions are relative to the display window, whose first pixel is (0, 0).
+class ExrInput {
+  public:
+    // Throws Failure: kUnreadable when the file cannot be opened, kDamaged when its headers make no sense,
+    // kFailure for content that a raw image cannot carry (deep pixels, subsampled channels, frames too large
+    // for it).
+    explicit ExrInput(const std::string& path);
+
+    const std::string& path() const { return path_; }
+    std::int64_t frameWidth() const { return width_; }    // 1 to 2^31 - 1
+    std::int64_t frameHeight() const { return height_; }  // likewise
+    float pixelAspect() const { return file_->header(0).pixelAspectRatio(); }
+
+    int parts() const { return file_->parts(); }
+    // The data window of a part. It may reach past the frame on any side, or lie outside it.
+    Rect window(int part) const;
+    std::vector<Rect> windows() const;
+    // As groupChannels() takes them.
+    std::vector<std::string> partNames() const;
+    // Of all parts, part after part; within a part in the order of its header.
+    const std::vector<SourceChannel>& channels() const { return channels_; }
+    ExrMetadata metadata() const;
+
+    // For the readers of pixels: the file, the stream under it, and the display window's first pixel in its
+    // coordinates.
+    Imf::MultiPartInputFile& file() const { return *file_; }
+    ExrStream& stream() { return stream_; }
+    const Imf::Header& header(int part) const { return file_->header(part); }
+    std::int64_t originX() const { return originX_; }
+    std::int64_t originY() const { return originY_; }
+
+  private:
+    void open();
+    void measureFrame();
+    void listChannels(int part);
+
+    const std::string path_;
+    ExrStream stream_;
+    std::unique_ptr<Imf::MultiPartInputFile> file_;  // reads from stream_
+    std::int64_t width_ = 0;
+    std::int64_t height_ = 0;
+    std::int64_t originX_ = 0;
+    std::int64_t originY_ = 0;
+    std::vector<SourceChannel> channels_;
+};
+
+}  // namespace rimg

@@ -1,0 +1,84 @@
+#include "cli/exr_region.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "rawimage/format.h"
+
+namespace rimg {
+
+namespace {
+
+int valueSize(const GroupedChannel& channel) {
+    return findChannelKind(channel.type)->valueSize;
+}
+
+}  // namespace
+
+double ExrRegion::bytesNeeded(const std::vector<GroupedChannel>& channels, std::int64_t maxPixels) {
+    constexpr int kCopies = 4;  // values_ here; raw, gathered and compressed in the writer
+    int largest = 0;
+    double bytesOfPixel = 0;
+    for (const GroupedChannel& channel : channels) {
+        largest = std::max(largest, valueSize(channel));
+        bytesOfPixel += valueSize(channel);
+    }
+    return static_cast<double>(maxPixels) * (bytesOfPixel + kCopies * largest);
+}
+
+ExrRegion::ExrRegion(const ExrInput& input, const std::vector<GroupedChannel>& channels, int maxPixels)
+    : channels_(channels),
+      firstSource_(static_cast<std::size_t>(input.parts())),
+      descriptions_(channels.begin(), channels.end()) {
+    for (GroupedDescription& description : descriptions_)
+        list_.Add(&description);
+    for (std::size_t i = input.channels().size(); i-- > 0;) {
+        firstSource_[static_cast<std::size_t>(input.channels()[i].part)] = static_cast<int>(i);
+    }
+    for (const GroupedChannel& channel : channels) {
+        tables_.push_back(std::make_unique<MBVTable>(valueSize(channel), 0));
+        tables_.back()->initNotResizable(maxPixels, valueSize(channel), kMaxBlockBytes);
+        RegionChannel entry;
+        entry.type = channel.type;
+        entry.alias = channel.alias;
+        std::snprintf(entry.name, sizeof entry.name, "%s", channel.name.c_str());
+        region_.channels.Add(entry);
+    }
+}
+
+MRRegionData* ExrRegion::load(const ExrBands& bands, const std::vector<Rect>& areas, const Rect& area) {
+    region_.x0 = static_cast<int>(area.x0);
+    region_.y0 = static_cast<int>(area.y0);
+    region_.x1 = static_cast<int>(area.x1);
+    region_.y1 = static_cast<int>(area.y1);
+    region_.width = static_cast<int>(area.width());
+    region_.height = static_cast<int>(area.height());
+    for (std::size_t i = 0; i < channels_.size(); ++i) {
+        const GroupedChannel& channel = channels_[i];
+        const auto part = static_cast<std::size_t>(channel.part);
+        const bool present = areas[part] == area;
+        if (present) loadChannel(*bands[part], channel, area, *tables_[i]);
+        region_.channels[static_cast<int>(i)].data = present ? tables_[i].get() : nullptr;
+    }
+    return &region_;
+}
+
+// A clipped bucket fills the start of the table; the writer takes width * height values from there.
+void ExrRegion::loadChannel(const ExrBand& band, const GroupedChannel& channel, const Rect& area,
+                            MBVTable& table) {
+    const int first = firstSource_[static_cast<std::size_t>(channel.part)];
+    const auto components = static_cast<std::size_t>(channel.components);
+    const auto width = static_cast<std::size_t>(area.width());
+    values_.resize(static_cast<std::size_t>(area.area()) * components);
+    for (std::size_t c = 0; c < components; ++c) {
+        std::uint32_t* out = values_.data() + c;
+        for (std::int64_t y = area.y0; y < area.y1; ++y) {
+            const std::uint32_t* in = band.at(channel.sources[c] - first, area.x0, y);
+            for (std::size_t x = 0; x < width; ++x, out += components)
+                *out = in[x];
+        }
+    }
+    table.loadFromBuffer(values_.data(), static_cast<int>(area.area()));
+}
+
+}  // namespace rimg

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "cli/channel_grouping.h"
+#include "cli/exr_band.h"
+#include "cli/exr_input.h"
+#include "cli/frame_layout.h"
+#include "rawimage/records.h"
+
+namespace rimg {
+
+// The readers of a file's parts; null for a part that has nothing within the frame.
+using ExrBands = std::vector<std::unique_ptr<ExrBand>>;
+
+// A grouped channel as a writer asks for it.
+class GroupedDescription final : public RegionChannelCallback {
+  public:
+    explicit GroupedDescription(const GroupedChannel& channel) : channel_(&channel) {}
+
+    RegionChannelType getType() override { return channel_->type; }
+    RegionChannelAlias getAlias() override { return channel_->alias; }
+    const char* getName() override { return channel_->name.c_str(); }
+    int getFlags() override { return 0; }
+
+  private:
+    const GroupedChannel* channel_;
+};
+
+// The render channels of an OpenEXR file as the writers take them: the list of their descriptions, and a
+// region that carries one bucket after another in the same memory.
+class ExrRegion {
+  public:
+    // `input` and `channels` must live longer. Buckets will be of at most `maxPixels` pixels.
+    ExrRegion(const ExrInput& input, const std::vector<GroupedChannel>& channels, int maxPixels);
+    ExrRegion(const ExrRegion&) = delete;
+    ExrRegion& operator=(const ExrRegion&) = delete;
+
+    // The memory that such a region takes, in bytes, with the writer's copies of the channel in work.
+    static double bytesNeeded(const std::vector<GroupedChannel>& channels, std::int64_t maxPixels);
+
+    MUtils::Table<RegionChannelCallback*, 100>* descriptions() { return &list_; }
+
+    // The region of the pixels `area`, valid until the next call. It has the values of the channels of those
+    // parts whose entry in `areas` is `area`, which `bands` hold; the other channels have no data.
+    MRRegionData* load(const ExrBands& bands, const std::vector<Rect>& areas, const Rect& area);
+
+  private:
+    void loadChannel(const ExrBand& band, const GroupedChannel& channel, const Rect& area, MBVTable& table);
+
+    const std::vector<GroupedChannel>& channels_;
+    std::vector<int> firstSource_;  // of each part, in the file's list of channels
+    std::vector<GroupedDescription> descriptions_;
+    MUtils::Table<RegionChannelCallback*, 100> list_;  // points into descriptions_
+    std::vector<std::unique_ptr<MBVTable>> tables_;
+    MRRegionData region_;  // points to tables_
+    std::vector<std::uint32_t> values_;
+};
+
+}  // namespace rimg

@@ -1,0 +1,80 @@
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "cli/exit_codes.h"
+#include "cli/info_output.h"
+#include "cli/interrupt.h"
+#include "cli/report.h"
+#include "cli/verbs.h"
+#include "rawimage/tools/summary.h"
+
+namespace rimg {
+
+namespace {
+
+using MUtils::FileSummary;
+using MUtils::FileVerdict;
+
+struct InfoOptions {
+    std::vector<std::string> files;
+    bool json = false;
+    bool tags = false;
+};
+
+ExitCode exitCodeOf(FileVerdict verdict) {
+    switch (verdict) {
+        case FileVerdict::kGood: return ExitCode::kGood;
+        case FileVerdict::kUnfinished: return ExitCode::kIncomplete;
+        case FileVerdict::kDamaged: return ExitCode::kDamaged;
+        case FileVerdict::kNotThisFormat:
+        case FileVerdict::kCannotOpen: break;
+    }
+    return ExitCode::kUnreadable;
+}
+
+void flushOutput() {
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return;
+    throw Failure(ExitCode::kFailure, "standard output", systemMessage(errno));
+}
+
+ExitCode runInfo(const InfoOptions& options) {
+    ExitCode result = ExitCode::kGood;
+    bool first = true;
+    for (const std::string& file : options.files) {
+        if (stopRequested()) return ExitCode::kStopped;
+        const FileSummary summary = MUtils::summariseFile(file.c_str(), options.tags);
+        const ExitCode code = exitCodeOf(summary.verdict);
+        if (options.json) {
+            printInfoJson(stdout, file, summary, options.tags);
+        } else if (code != ExitCode::kUnreadable) {
+            if (!first) std::fputc('\n', stdout);
+            printInfoText(stdout, file, summary, options.tags);
+            first = false;
+        }
+        flushOutput();
+        const bool opened = summary.verdict != FileVerdict::kCannotOpen;
+        if (code != ExitCode::kGood)
+            report(file, summary.cause, opened ? summary.faultOffset : Failure::kNoOffset);
+        result = worse(result, code);
+    }
+    return result;
+}
+
+}  // namespace
+
+void addInfoVerb(CLI::App& app, ExitCode& result) {
+    CLI::App* verb = app.add_subcommand("info", "Show what raw images hold");
+    auto options = std::make_shared<InfoOptions>();
+    verb->add_option("FILE", options->files, "Raw images")->required();
+    verb->add_flag("--json", options->json, "One JSON object for each file, on a line of its own");
+    verb->add_flag("--tags", options->tags, "List every tag too");
+    verb->footer(
+        "Exit code: 0 finished and sound, 3 unfinished, 4 damaged, 5 not readable or of another format.");
+    verb->callback([options, &result] { result = runInfo(*options); });
+}
+
+}  // namespace rimg

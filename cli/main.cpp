@@ -1,0 +1,57 @@
+#include <CLI/CLI.hpp>
+#include <exception>
+#include <new>
+#include <string>
+
+#include "cli/exit_codes.h"
+#include "cli/interrupt.h"
+#include "cli/report.h"
+#include "cli/verbs.h"
+
+namespace rimg {
+
+namespace {
+
+ExitCode runVerb(int argc, char** argv) {
+    CLI::App app("Works on raw images, the files that a renderer writes bucket by bucket.", "rimg");
+    app.set_version_flag("--version", "rimg " RIMG_VERSION);
+    app.require_subcommand(1);
+    app.failure_message([](const CLI::App*, const CLI::Error& error) {
+        return std::string("rimg: ") + error.what() + " (--help tells more)\n";
+    });
+    ExitCode result = ExitCode::kGood;
+    addConvertVerb(app, result);
+    addInfoVerb(app, result);
+    addPreviewVerb(app, result);
+    addNoteVerb(app, result);
+    addSettingsVerb(app, result);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? ExitCode::kGood : ExitCode::kUsage;
+    }
+    return result;
+}
+
+ExitCode runProgram(int argc, char** argv) {
+    try {
+        return runVerb(argc, argv);
+    } catch (const Failure& failure) {
+        report(failure);
+        return failure.code();
+    } catch (const std::bad_alloc&) {
+        report("", "out of memory");
+    } catch (const std::exception& error) {
+        report("", error.what());
+    }
+    return ExitCode::kFailure;
+}
+
+}  // namespace
+
+}  // namespace rimg
+
+int main(int argc, char** argv) {
+    rimg::catchSignals();
+    return static_cast<int>(rimg::runProgram(argc, argv));
+}

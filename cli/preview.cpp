@@ -1,0 +1,123 @@
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include "cli/png_file.h"
+#include "cli/report.h"
+#include "cli/size_option.h"
+#include "cli/verbs.h"
+#include "rawimage/tools/picture.h"
+#include "rawimage/tools/summary.h"
+
+namespace rimg {
+
+namespace {
+
+struct PreviewOptions {
+    std::string file;
+    std::string output;
+    std::string size;
+    std::string background = "000000";
+    bool stretch = false;
+    bool noStored = false;
+    MUtils::PictureRequest request;
+};
+
+// "RRGGBB" in hexadecimal; CLI11 has checked the form.
+RGB24 parseColour(const std::string& text) {
+    const unsigned long value = std::stoul(text, nullptr, 16);
+    return {static_cast<unsigned char>(value >> 16), static_cast<unsigned char>(value >> 8 & 0xff),
+            static_cast<unsigned char>(value & 0xff)};
+}
+
+std::string checkColour(const std::string& text) {
+    const bool sound =
+        text.size() == 6 && text.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
+    return sound ? "" : "a colour is six hexadecimal digits, RRGGBB: " + text;
+}
+
+void refuse(const PreviewOptions& options, const MUtils::Picture& picture) {
+    using MUtils::PictureState;
+    switch (picture.state) {
+        case PictureState::kGood: return;
+        case PictureState::kBadRequest:
+            throw Failure(
+                ExitCode::kUsage, "",
+                "a picture is 1 to " + std::to_string(MUtils::kMaxPictureSize) + " pixels in each direction");
+        case PictureState::kNoFrame:
+            throw Failure(ExitCode::kDamaged, options.file, "has no resolution that can be drawn");
+        case PictureState::kNoChannel: {
+            if (picture.channels.empty())
+                throw Failure(ExitCode::kDamaged, options.file, "has no channel list");
+            std::string names;
+            for (const std::string& name : picture.channels)
+                names += (names.empty() ? "" : ", ") + name;
+            throw Failure(ExitCode::kFailure, options.file,
+                          "has no channel \"" + options.request.channel + "\"; it has " + names);
+        }
+        case PictureState::kCannotOpen:
+        case PictureState::kNotThisFormat: {
+            const MUtils::FileSummary summary = MUtils::summariseFile(options.file.c_str(), false);
+            throw Failure(ExitCode::kUnreadable, options.file, summary.cause);
+        }
+    }
+}
+
+// What the file's state says of the picture that was made from it.
+ExitCode stateOf(const PreviewOptions& options) {
+    const MUtils::FileSummary summary = MUtils::summariseFile(options.file.c_str(), false);
+    if (summary.verdict == MUtils::FileVerdict::kGood) return ExitCode::kGood;
+    report(options.file, "the picture shows what is there: " + summary.cause, summary.faultOffset);
+    return summary.verdict == MUtils::FileVerdict::kUnfinished ? ExitCode::kIncomplete : ExitCode::kDamaged;
+}
+
+ExitCode runPreview(PreviewOptions& options) {
+    if (!options.size.empty()) {
+        const PixelSize size = parseSize(options.size);
+        options.request.width = size.width;
+        options.request.height = size.height;
+    }
+    options.request.background = parseColour(options.background);
+    options.request.keepAspect = !options.stretch;
+    options.request.useStored = !options.noStored;
+    const MUtils::Picture picture = MUtils::makePicture(options.file.c_str(), options.request);
+    refuse(options, picture);
+    writePng(options.output, picture.pixels, picture.width, picture.height);
+    const ExitCode state = stateOf(options);
+    // The headers are sound and a payload is not: no walk over headers finds that.
+    if (picture.parseCode != 0 && state == ExitCode::kGood) {
+        report(options.file, "pixels of channel \"" + picture.channel +
+                                 "\" are damaged, the picture shows what comes before (" +
+                                 std::to_string(picture.parseCode) + ")");
+        return ExitCode::kDamaged;
+    }
+    return state;
+}
+
+}  // namespace
+
+void addPreviewVerb(CLI::App& app, ExitCode& result) {
+    auto options = std::make_shared<PreviewOptions>();
+    CLI::App* verb = app.add_subcommand("preview", "Make a PNG picture of a raw image, finished or not");
+    verb->add_option("FILE", options->file, "The raw image")->required();
+    verb->add_option("-o,--output", options->output, "The PNG file to write")->required();
+    verb->add_option("--size", options->size,
+                     "Width and height of the picture, WxH. Default: those of the stored thumbnail, else of "
+                     "the frame, at "
+                     "most 1024")
+        ->check(checkSize);
+    verb->add_flag("--stretch", options->stretch, "Fill the picture instead of keeping the frame's aspect");
+    verb->add_option("--channel", options->request.channel,
+                     "The channel to show, by name: colours, depth, vectors, integers, anything. Default: "
+                     "the main colour");
+    verb->add_option("--exposure", options->request.exposure, "Brightens colours by this many stops")
+        ->check(CLI::Range(-100.0, 100.0));
+    verb->add_option("--background", options->background, "What shows where there are no pixels, RRGGBB")
+        ->check(checkColour)
+        ->capture_default_str();
+    verb->add_flag("--no-stored", options->noStored, "Draw from the pixels even if the file has a thumbnail");
+    verb->callback([options, &result] { result = runPreview(*options); });
+}
+
+}  // namespace rimg

@@ -1,0 +1,30 @@
+#include "cli/report.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <system_error>
+
+namespace rimg {
+
+void report(const std::string& file, const std::string& cause, std::int64_t offset) {
+    std::string line = "rimg: ";
+    if (!file.empty()) line += file + ": ";
+    if (offset != Failure::kNoOffset) line += "offset " + std::to_string(offset) + ": ";
+    line += cause;
+    const auto control = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; };
+    while (!line.empty() && control(line.back()))
+        line.pop_back();
+    std::replace_if(line.begin(), line.end(), control, '?');
+    line += '\n';
+    std::fputs(line.c_str(), stderr);
+}
+
+void report(const Failure& failure) {
+    report(failure.file(), failure.what(), failure.offset());
+}
+
+std::string systemMessage(int code) {
+    return std::generic_category().message(code);
+}
+
+}  // namespace rimg

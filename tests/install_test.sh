@@ -1,0 +1,45 @@
+#!/bin/sh
+# Installs the build into a temporary directory, moves the installed tree, and builds and runs a small consumer
+# against it, once through find_package and once through pkg-config.
+# Usage: install_test.sh CMAKE CXX BUILD_DIR
+set -eu
+
+cmake=$1
+cxx=$2
+build=$3
+consumer=$(cd "$(dirname "$0")" && pwd)/consumer
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT INT TERM
+
+check_file() {
+    # 32 bytes of header, a tag of 40, and the table's header of 40 with one entry of 48.
+    size=$(wc -c <"$1")
+    [ "$size" -ge 160 ] || { echo "$1 holds $size bytes, expected at least 160" >&2; exit 1; }
+}
+
+"$cmake" --install "$build" --prefix "$work/first" >/dev/null
+prefix=$work/moved
+mv "$work/first" "$prefix"
+
+"$cmake" -S "$consumer" -B "$work/build" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_COMPILER="$cxx" >/dev/null
+"$cmake" --build "$work/build"
+"$work/build/consumer" "$work/cmake.rimg"
+check_file "$work/cmake.rimg"
+echo "find_package: ok"
+
+pc=$(find "$prefix" -name rawimage.pc)
+PKG_CONFIG_PATH=$(dirname "$pc")
+export PKG_CONFIG_PATH
+# The flags are words of their own.
+# shellcheck disable=SC2046
+"$cxx" -std=c++17 $(pkg-config --cflags rawimage) "$consumer/main.cpp" -o "$work/consumer" \
+    $(pkg-config --libs rawimage)
+LD_LIBRARY_PATH=$(pkg-config --variable=libdir rawimage) "$work/consumer" "$work/pkgconfig.rimg"
+check_file "$work/pkgconfig.rimg"
+echo "pkg-config: ok"
+
+if [ -e "$build/cli/rimg" ]; then
+    "$prefix/bin/rimg" --help >/dev/null
+    echo "rimg: ok"
+fi
