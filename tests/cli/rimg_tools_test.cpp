@@ -1,0 +1,213 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <png.h>
+
+#include <cmath>
+#include <cstring>
+#include <memory>
+#include <random>
+#include <set>
+
+#include "tests/testing/run_program.h"
+#include "tests/testing/sample_file.h"
+
+namespace {
+
+using namespace testing_tools;
+using testing::HasSubstr;
+
+struct Png {
+    int width = 0;
+    int height = 0;
+    std::vector<RGB24> pixels;
+
+    RGB24 at(int x, int y) const { return pixels[static_cast<std::size_t>(y * width + x)]; }
+};
+
+Png readPng(const std::string& path) {
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    Png png;
+    if (png_image_begin_read_from_file(&image, path.c_str()) == 0) return png;
+    image.format = PNG_FORMAT_RGB;
+    png.width = static_cast<int>(image.width);
+    png.height = static_cast<int>(image.height);
+    png.pixels.resize(static_cast<std::size_t>(png.width * png.height));
+    png_image_finish_read(&image, nullptr, png.pixels.data(), 0, nullptr);
+    return png;
+}
+
+// A frame of 16 x 8 pixels in 4 x 4 buckets whose channels are all noise: compressed payloads are larger than
+// their values, and readers that drop those would show nothing.
+constexpr int kWidth = 16;
+constexpr int kHeight = 8;
+constexpr int kBucket = 4;
+
+float noiseAt(int x, int y, int component) {
+    std::mt19937 random(static_cast<unsigned>((y * kWidth + x) * 4 + component));
+    return std::uniform_real_distribution<float>(0.0f, 1.0f)(random);
+}
+
+void writeNoise(const std::string& path, bool close) {
+    const struct {
+        const char* name;
+        RegionChannelType type;
+        RegionChannelAlias alias;
+        int floats;
+    } channels[] = {
+        {"beauty", RCT_COLOR, RCA_COLOR, 3},  {"depth", RCT_FLOAT, RCA_DEPTH, 1},
+        {"id", RCT_INT, RCA_NONE, 1},         {"motion", RCT_FLOAT2, RCA_NONE, 2},
+        {"normals", RCT_VECTOR, RCA_NONE, 3}, {"four", RCT_FLOAT4, RCA_NONE, 4},
+    };
+    RIFile file;
+    ASSERT_TRUE(file.Create(path.c_str(), nullptr).empty());
+    ASSERT_TRUE(file.WriteHeader(0).empty());
+    ASSERT_TRUE(file.WTResolution(kWidth, kHeight, 1.0f).empty());
+    for (int by = 0; by < kHeight; by += kBucket) {
+        for (int bx = 0; bx < kWidth; bx += kBucket) {
+            std::vector<std::unique_ptr<MBVTable>> tables;
+            MRRegionData region;
+            region.x0 = bx, region.y0 = by, region.x1 = bx + kBucket, region.y1 = by + kBucket;
+            region.width = region.height = kBucket;
+            for (const auto& channel : channels) {
+                const int size = channel.floats * 4;
+                tables.push_back(std::make_unique<MBVTable>(size, 64));
+                tables.back()->setCount(kBucket * kBucket);
+                for (int i = 0; i < kBucket * kBucket; ++i) {
+                    for (int c = 0; c < channel.floats; ++c) {
+                        const float value = noiseAt(bx + i % kBucket, by + i / kBucket, c);
+                        std::memcpy(tables.back()->item(i) + 4 * c, &value, 4);
+                    }
+                }
+                RegionChannel entry{channel.type, {}, channel.alias, tables.back().get(), 0};
+                std::strcpy(entry.name, channel.name);
+                region.channels.Add(entry);
+            }
+            if (bx == 0 && by == 0) {
+                ASSERT_TRUE(file.WTChannelInfo(&region).empty());
+            }
+            ASSERT_TRUE(file.WTRegion(&region, 0, 0, 0).empty());
+        }
+    }
+    if (close) {
+        ASSERT_TRUE(file.Close().empty());
+    }
+}
+
+unsigned char srgbByte(float v) {
+    const float display = v <= 0.0031308f ? 12.92f * v : 1.055f * std::pow(v, 1.0f / 2.4f) - 0.055f;
+    return static_cast<unsigned char>(std::floor(std::min(display * 256.0f, 255.0f)));
+}
+
+class RimgTools : public testing::Test {
+  protected:
+    RimgTools() {
+        writeNoise(folder_ / "noise.rimg", true);
+        writeNoise(folder_ / "open.rimg", false);
+        const Sample sample = makeSample();
+        writeFile(folder_ / "sample.rimg", {sample.bytes.begin(), sample.bytes.end()});
+        writeFile(folder_ / "other.rimg", "something else entirely, of no use to anyone here");
+    }
+    ProgramResult run(const std::string& verb, const std::string& file, std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), {verb, folder_ / file});
+        return runProgram(RIMG_PROGRAM, arguments);
+    }
+
+    TempFolder folder_;
+};
+
+TEST_F(RimgTools, PreviewShowsEveryPixelOfIncompressibleChannels) {
+    for (const char* file : {"noise.rimg", "open.rimg"}) {
+        const ProgramResult result = run("preview", file, {"-o", folder_ / "p.png"});
+        EXPECT_EQ(result.status, file == std::string("noise.rimg") ? 0 : 3) << result.err;
+        const Png png = readPng(folder_ / "p.png");
+        ASSERT_EQ(png.width, kWidth);
+        ASSERT_EQ(png.height, kHeight);
+        for (int y = 0; y < kHeight; ++y) {
+            for (int x = 0; x < kWidth; ++x)
+                EXPECT_EQ(png.at(x, y).g, srgbByte(noiseAt(x, y, 1))) << x << ' ' << y;
+        }
+    }
+}
+
+TEST_F(RimgTools, PreviewShowsChannelsOfEveryType) {
+    for (const char* channel : {"beauty", "depth", "id", "motion", "normals", "four"}) {
+        const ProgramResult result =
+            run("preview", "noise.rimg",
+                {"-o", folder_ / "p.png", "--channel", channel, "--background", "ff00ff"});
+        ASSERT_EQ(result.status, 0) << channel << result.err;
+        const Png png = readPng(folder_ / "p.png");
+        ASSERT_EQ(png.pixels.size(), std::size_t{kWidth * kHeight}) << channel;
+        std::set<int> colours;
+        for (const RGB24& p : png.pixels)
+            colours.insert(p.r << 16 | p.g << 8 | p.b);
+        EXPECT_GT(colours.size(), 20u) << channel;
+        EXPECT_EQ(colours.count(0xff00ff), 0u) << channel;
+    }
+    EXPECT_EQ(run("preview", "noise.rimg", {"-o", folder_ / "n.png", "--channel", "none"}).status, 1);
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "n.png"));
+}
+
+TEST_F(RimgTools, PreviewFitsTheFrameIntoTheSizeAskedFor) {
+    const struct {
+        std::vector<std::string> options;
+        bool borders;
+    } cases[] = {{{}, true}, {{"--stretch"}, false}};
+    for (const auto& c : cases) {
+        std::vector<std::string> arguments{"-o",    folder_ / "p.png", "--size",
+                                           "32x32", "--background",    "102030"};
+        arguments.insert(arguments.end(), c.options.begin(), c.options.end());
+        ASSERT_EQ(run("preview", "noise.rimg", arguments).status, 0);
+        const Png png = readPng(folder_ / "p.png");
+        ASSERT_EQ(png.width, 32);
+        for (const int y : {0, 7, 24, 31}) {
+            const RGB24 p = png.at(5, y);
+            EXPECT_EQ(p.r == 0x10 && p.g == 0x20 && p.b == 0x30, c.borders) << y;
+        }
+        EXPECT_NE(png.at(5, 8).g, 0x20);
+    }
+    for (const char* size : {"0x5", "x", "12", "-1x5", "999999x2"}) {
+        EXPECT_EQ(run("preview", "noise.rimg", {"-o", folder_ / "s.png", "--size", size}).status, 2) << size;
+    }
+}
+
+TEST_F(RimgTools, NoteIsPrintedReplacedAndRefused) {
+    const std::string longest(1023, 'n');
+    for (const std::string& note : {std::string("a new note"), longest, std::string()}) {
+        const ProgramResult set = run("note", "sample.rimg", {"--set", note});
+        EXPECT_EQ(set.status, 0) << set.err;
+        EXPECT_EQ(run("note", "sample.rimg", {}).out, note.empty() ? "" : note + "\n");
+    }
+    writeFile(folder_ / "text", "from a file\n");
+    EXPECT_EQ(run("note", "noise.rimg", {"--set-from", folder_ / "text"}).status, 0);
+    EXPECT_EQ(run("note", "noise.rimg", {}).out, "from a file\n");
+
+    const std::string before = readFile(folder_ / "sample.rimg");
+    const ProgramResult refused = run("note", "sample.rimg", {"--set", longest + "x"});
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_THAT(refused.err, HasSubstr("1023"));
+    EXPECT_EQ(readFile(folder_ / "sample.rimg"), before);
+
+    const std::string open = readFile(folder_ / "open.rimg");
+    EXPECT_EQ(run("note", "open.rimg", {"--set", "too early"}).status, 3);
+    EXPECT_EQ(readFile(folder_ / "open.rimg"), open);
+    EXPECT_EQ(run("note", "other.rimg", {"--set", "x"}).status, 5);
+    EXPECT_EQ(run("note", "missing.rimg", {"--set", "x"}).status, 5);
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "missing.rimg"));
+}
+
+TEST_F(RimgTools, SettingsComeOutAsTheyWereStored) {
+    EXPECT_EQ(run("settings", "sample.rimg", {"-o", folder_ / "blob"}).status, 0);
+    const ProgramResult printed = run("settings", "sample.rimg", {});
+    EXPECT_EQ(printed.status, 0);
+    EXPECT_FALSE(printed.out.empty());
+    EXPECT_EQ(readFile(folder_ / "blob"), printed.out);
+    const Sample sample = makeSample();
+    const RIF_TAG tag = sample.tag(sample.find(TAG_SETTINGS));
+    const auto start = sample.bytes.begin() + sample.offset(sample.find(TAG_SETTINGS)) + kTagHeaderBytes;
+    EXPECT_EQ(printed.out, std::string(start, start + tag.p1));
+    EXPECT_EQ(run("settings", "noise.rimg", {}).status, 1);
+    EXPECT_EQ(run("settings", "other.rimg", {}).status, 5);
+}
+
+}  // namespace
