@@ -12,15 +12,6 @@ using MUtils::storeU64;
 
 RIFileBase::~RIFileBase() = default;
 
-RIFile::RIFile() {
-    memStream.Open();
-}
-
-RIFile::~RIFile() {
-    delete ownStream;
-    memStream.Close();
-}
-
 PFileStream* RIFile::makeOwnStream() {
     auto* file = new PFileStream;
     stream = ownStream = file;

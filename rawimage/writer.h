@@ -2,12 +2,15 @@
 
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "rawimage/format.h"
 #include "rawimage/output_file.h"
 #include "support/deflate.h"
+#include "support/job_queue.h"
 #include "support/scratch_buffer.h"
 
+class RegionPacker;
 struct PixelShape;
 
 // A raw image file, written or read.
@@ -61,6 +64,14 @@ class RIFile : public RIFileBase {
     // `data`. The second argument, the name and the alias are not used.
     ErrorCode WTChan(MBVTable& data, int unused, int channelIndex, char* name, RegionChannelAlias alias,
                      RegionChannelType type, int x, int y, int width, int height, int p6, int p7);
+
+    // Lets WTRegion compress its channels on `threads` threads (below 1: one for each processor; 1, the
+    // default: this one) and write them from the calling thread. The file is the same, byte for byte, for any
+    // number. The threads, of `manager` or of this object's own when it is null, run until the object goes or
+    // this is called again; at most threads + 1 compressed channels are held.
+    void setCompressionThreads(ThreadManager* manager, int threads);
+    // 1 (fast) to 9 (small, the default). Readers need not know it.
+    void setCompressionLevel(int level);
 
     // The direct writers: p4 * p5 values of 4, 4, 8, 12 and 12 bytes, never compressed, whatever the file
     // header says.
@@ -138,6 +149,8 @@ class RIFile : public RIFileBase {
   private:
     struct Blob;
     struct Record;
+    struct Channel;
+    struct RegionChannels;
 
     static ErrorCode chained(ErrorCode cause, const char* operation, const char* message);
 
@@ -152,9 +165,10 @@ class RIFile : public RIFileBase {
     ErrorCode writeRecord(const Record& record);
     ErrorCode writeValues(const char* operation, std::uint32_t id, int valueSize, const MBVTable& data,
                           const std::int32_t (&p)[8]);
-    ErrorCode writeChannel(const MBVTable& data, int channelIndex, RegionChannelType type, int x, int y,
-                           int width, int height, int p6, int p7);
-    ErrorCode compressChannel(const MBVTable& data, int count, int size, std::size_t& zippedSize);
+    ErrorCode writeChannel(const Channel& channel, RegionPacker* packer);
+    RegionPacker* startPacking(const std::vector<Channel>& channels);
+    const char* pack(const Channel& channel, RegionPacker* packer, int count, const unsigned char*& zipped,
+                     std::size_t& zippedSize);
 
     int loadTable(std::uint64_t offset);
     void dropTable(long offset);
@@ -165,6 +179,11 @@ class RIFile : public RIFileBase {
     int readRawPixels(const RIF_TAG& tag, const PixelShape& shape);
 
     bool syncOnClose_ = true;
+    int compressionLevel_ = kCompressionLevel;
+    int compressionThreads_ = 1;
+    ThreadManager* compressionManager_ = nullptr;
+    std::unique_ptr<RegionChannels> regionChannels_;
+    std::unique_ptr<RegionPacker> packer_;
     MUtils::Deflater deflater_;
     MUtils::Inflater inflater_;
     MBVTable pixels_{1, kMaxBlockBytes};

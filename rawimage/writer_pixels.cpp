@@ -1,6 +1,9 @@
+#include <algorithm>
 #include <climits>
 #include <utility>
+#include <vector>
 
+#include "rawimage/region_packer.h"
 #include "rawimage/writer.h"
 
 namespace {
@@ -20,91 +23,145 @@ bool holds(const MBVTable& data, int count, int valueSize) {
 
 }  // namespace
 
+// One channel on its way into a tag.
+struct RIFile::Channel {
+    const MBVTable* data = nullptr;
+    int index = 0;
+    RegionChannelType type = RCT_NONE;
+    int x = 0, y = 0, width = 0, height = 0;
+    int p6 = 0, p7 = 0;
+    // Where the other threads' packing of it stands in their order; none when this thread packs it.
+    std::size_t place = 0;
+
+    // Bytes of the values, -1 when a tag cannot hold as many or the type is unknown.
+    std::int64_t bytes() const {
+        const RIF_PIXEL_KIND* kind = findChannelKind(type);
+        return kind != nullptr ? valueBytes(width, height, kind->valueSize) : -1;
+    }
+};
+
+// The channels of the region that is being written, kept for the next one.
+struct RIFile::RegionChannels {
+    std::vector<Channel> channels;
+    std::vector<RegionPacker::Order> orders;
+};
+
+RIFile::RIFile() : regionChannels_(std::make_unique<RegionChannels>()) {
+    memStream.Open();
+}
+
+RIFile::~RIFile() {
+    delete ownStream;
+    memStream.Close();
+}
+
 ErrorCode RIFile::WTRegion(MRRegionData* region, int /*a*/, int b, int c) {
     if (region == nullptr) return ErrorCode("WTRegion", -1, "No region data.");
+    std::vector<Channel>& channels = regionChannels_->channels;
+    channels.clear();
     // Last channel first, deliberately: the order of the tags in the file.
     for (int i = region->numChannels() - 1; i >= 0; --i) {
         if (i >= region->channels.Count() || region->channels[i].data == nullptr) continue;
-        RegionChannel& channel = region->channels[i];
-        ErrorCode error = WTChan(*channel.data, 0, i, channel.name, channel.alias, channel.type, region->x0,
-                                 region->y0, region->width, region->height, b, c);
-        if (!error.empty()) {
-            // The table still goes to the file, so that what was written stays easy to find.
-            (void)Close();
-            return chained(std::move(error), "WTRegion", "Error writing channel buffer.");
-        }
+        const RegionChannel& channel = region->channels[i];
+        channels.push_back({channel.data, i, channel.type, region->x0, region->y0, region->width,
+                            region->height, b, c, channels.size()});
+    }
+    RegionPacker* packer = startPacking(channels);
+    for (const Channel& channel : channels) {
+        ErrorCode error = writeChannel(channel, packer);
+        lastError = error.getError();
+        if (error.empty()) continue;
+        if (packer != nullptr) packer->abandon();
+        // The table still goes to the file, so that what was written stays easy to find.
+        (void)Close();
+        return chained(std::move(error), "WTRegion", "Error writing channel buffer.");
     }
     return {};
+}
+
+// Puts the other threads to work on the channels, when there are some and there is something to pack.
+RegionPacker* RIFile::startPacking(const std::vector<Channel>& channels) {
+    const bool compressed = (header.flags & RIF_COMPRESSED) != 0;
+    if (compressionThreads_ < 2 || !compressed || channels.size() < 2 || stream == nullptr) return nullptr;
+    if (packer_ == nullptr)
+        packer_ = std::make_unique<RegionPacker>(compressionManager_, compressionThreads_);
+    std::vector<RegionPacker::Order>& orders = regionChannels_->orders;
+    orders.clear();
+    for (const Channel& channel : channels) {
+        const std::int64_t bytes = channel.bytes();
+        RegionPacker::Order order;
+        if (bytes >= 0 && channel.data->capacity > 0) {
+            order = {channel.data, static_cast<int>(bytes / findChannelKind(channel.type)->valueSize),
+                     static_cast<int>(bytes)};
+        }
+        orders.push_back(order);
+    }
+    packer_->start(orders, compressionLevel_);
+    return packer_.get();
+}
+
+void RIFile::setCompressionThreads(ThreadManager* manager, int threads) {
+    packer_.reset();
+    compressionManager_ = manager;
+    compressionThreads_ = threads < 1 ? MUtils::getNumProcessors() : threads;
+}
+
+void RIFile::setCompressionLevel(int level) {
+    compressionLevel_ = std::clamp(level, 1, kCompressionLevel);
 }
 
 ErrorCode RIFile::WTChan(MBVTable& data, int /*unused*/, int channelIndex, char* /*name*/,
                          RegionChannelAlias /*alias*/, RegionChannelType type, int x, int y, int width,
                          int height, int p6, int p7) {
-    ErrorCode result = writeChannel(data, channelIndex, type, x, y, width, height, p6, p7);
+    ErrorCode result = writeChannel({&data, channelIndex, type, x, y, width, height, p6, p7, 0}, nullptr);
     lastError = result.getError();
     return result;
 }
 
-ErrorCode RIFile::writeChannel(const MBVTable& data, int channelIndex, RegionChannelType type, int x, int y,
-                               int width, int height, int p6, int p7) {
+ErrorCode RIFile::writeChannel(const Channel& channel, RegionPacker* packer) {
     constexpr const char* kName = "WTChan";
+    const MBVTable& data = *channel.data;
     if (data.capacity == 0) return ErrorCode(kName, -1, "No buffer channel.");
-    const RIF_PIXEL_KIND* kind = findChannelKind(type);
+    const RIF_PIXEL_KIND* kind = findChannelKind(channel.type);
     // %n stands for itself in a message; the text is known by it.
-    if (kind == nullptr) return ErrorCode(kName, -1, "Unknown channel type: Id: %n", type);
+    if (kind == nullptr) return ErrorCode(kName, -1, "Unknown channel type: Id: %n", channel.type);
     if (stream == nullptr) return ErrorCode(kName, -1, "No file stream");
-    const std::int64_t bytes = valueBytes(width, height, kind->valueSize);
+    const std::int64_t bytes = channel.bytes();
     if (bytes < 0) return ErrorCode(kName, -1, "Error writing data buffer.");
-    const int size = static_cast<int>(bytes);
-    const int count = size / kind->valueSize;
+    const int count = static_cast<int>(bytes / kind->valueSize);
 
     const bool compressed = (header.flags & RIF_COMPRESSED) != 0;
-    std::size_t stored = static_cast<std::size_t>(size);
+    const unsigned char* zipped = nullptr;
+    std::size_t stored = static_cast<std::size_t>(bytes);
     if (compressed) {
-        if (ErrorCode error = compressChannel(data, count, size, stored); !error.empty()) return error;
+        if (const char* failure = pack(channel, packer, count, zipped, stored)) {
+            return ErrorCode(kName, -1, "%s", failure);
+        }
     } else if (!holds(data, count, kind->valueSize)) {
         return ErrorCode(kName, -1, "Error writing data buffer.");
     }
-    ErrorCode headerError = WriteTagHeader(static_cast<int>(kind->tagId), static_cast<int>(stored), type, x,
-                                           y, width, height, p6, p7, channelIndex);
+    ErrorCode headerError =
+        WriteTagHeader(static_cast<int>(kind->tagId), static_cast<int>(stored), channel.type, channel.x,
+                       channel.y, channel.width, channel.height, channel.p6, channel.p7, channel.index);
     if (!headerError.empty()) return chained(std::move(headerError), kName, "Error writing tag header.");
 
     int written = 0;
     const int expected = compressed ? static_cast<int>(stored) : count;
     const int code =
-        compressed ? stream->Write(zipBuf.data(), expected, written) : data.write(stream, 0, count, written);
+        compressed ? stream->Write(zipped, expected, written) : data.write(stream, 0, count, written);
     // An error of the stream passes, deliberately; the next tag header or Close tells it.
     if (code == 0 && written != expected) return ErrorCode(kName, -1, "Error writing data buffer.");
     return {};
 }
 
-// Compresses the first `size` bytes of `count` values to zipBuf; `zippedSize` receives the bytes there.
-ErrorCode RIFile::compressChannel(const MBVTable& data, int count, int size, std::size_t& zippedSize) {
-    constexpr const char* kName = "WTChan";
-    memStream.Seek(0);
-    int moved = 0;
-    if (data.write(&memStream, 0, count, moved) == 0 && moved != count) {
-        return ErrorCode(kName, -1, "Error writing data into memory stream");
-    }
-    // The stream is rewound and never cut, so behind what was written now lie older values: those are not
-    // this channel's.
-    const bool whole = memStream.Tell() == size && rawBuf.tryReserve(static_cast<std::size_t>(size));
-    unsigned char* raw = rawBuf.data();
-    memStream.Seek(0);
-    int got = 0;
-    if (!whole || (memStream.Read(raw, size, got) == 0 && got < size)) {
-        return ErrorCode(kName, -1, "Error reading data buffer for compression.");
-    }
-    // The bound is this formula's, not zlib's own.
-    const auto bound = static_cast<std::uint32_t>(size * 1.01 + 12.0);
-    const bool room = zipBuf.tryReserve(bound);
-    zippedSize = zipBuf.capacity();
-    if (!room || deflater_.compress(zipBuf.data(), zippedSize, raw, static_cast<std::size_t>(size),
-                                    kCompressionLevel) != 0) {
-        return ErrorCode(kName, -1, "Error compressing data buffer.");
-    }
-    if (zippedSize > INT_MAX - kTagHeaderBytes) return ErrorCode(kName, -1, "Error writing data buffer.");
-    return {};
+// Null with the zlib stream of the channel, packed by other threads or by this one; else what went wrong.
+const char* RIFile::pack(const Channel& channel, RegionPacker* packer, int count,
+                         const unsigned char*& zipped, std::size_t& zippedSize) {
+    if (packer != nullptr) return packer->take(channel.place, zipped, zippedSize);
+    const char* failure = packChannel(*channel.data, count, static_cast<int>(zippedSize), compressionLevel_,
+                                      deflater_, memStream, zipBuf, zippedSize);
+    zipped = zipBuf.data();
+    return failure;
 }
 
 ErrorCode RIFile::writeValues(const char* operation, std::uint32_t id, int valueSize, const MBVTable& data,

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <cstddef>
+
+#include "support/deflate.h"
+#include "support/mbvtable.h"
+#include "support/pstream.h"
+#include "support/scratch_buffer.h"
+
+// Packs the first `count` values of a channel, `size` bytes in all, into one zlib stream at the start of
+// `zipBuf`, whose first `zippedSize` bytes it then is. Values in several blocks are gathered in `memStream`,
+// which is open. Null on success, else the message of the step that failed; the buffers keep what memory they
+// got.
+const char* packChannel(const MBVTable& data, int count, int size, int level, MUtils::Deflater& deflater,
+                        PMemStream& memStream, MUtils::ScratchBuffer& zipBuf, std::size_t& zippedSize);

@@ -1,0 +1,104 @@
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <random>
+#include <vector>
+
+#include "rawimage/writer.h"
+#include "support/job_queue.h"
+#include "tests/testing/sample_file.h"
+
+namespace {
+
+using namespace testing_tools;
+
+constexpr RegionChannelType kTypes[] = {RCT_COLOR,  RCT_FLOAT,  RCT_FLOAT2, RCT_INT,
+                                        RCT_VECTOR, RCT_FLOAT4, RCT_COLOR,  RCT_FLOAT};
+
+// Regions of several sizes, some channels in one block and some in many; `badChannel` has too few values in
+// the last.
+struct Frame {
+    explicit Frame(int badChannel) {
+        std::mt19937 random(5);
+        for (const int side : {7, 40, 1, 64, 33}) {
+            auto region = std::make_unique<MRRegionData>();
+            region->width = region->height = region->x1 = region->y1 = side;
+            for (const RegionChannelType type : kTypes) {
+                const int size = findChannelKind(type)->valueSize;
+                const bool bad = side == 33 && region->channels.Count() == badChannel;
+                tables.push_back(std::make_unique<MBVTable>(size, type == RCT_COLOR ? 256 : 1 << 20));
+                MBVTable& table = *tables.back();
+                table.initNotResizable(bad ? 3 : side * side, size, table.blockBytes);
+                for (int i = 0; i < table.count; ++i) {
+                    for (int c = 0; c < size; ++c)
+                        table.item(i)[c] = static_cast<unsigned char>(random() % 7);
+                }
+                region->channels.Add({type, "c", RCA_NONE, &table, 0});
+            }
+            regions.push_back(std::move(region));
+        }
+    }
+
+    std::vector<std::unique_ptr<MBVTable>> tables;
+    std::vector<std::unique_ptr<MRRegionData>> regions;
+};
+
+struct Written {
+    std::vector<unsigned char> bytes;
+    std::string error;
+    bool operator==(const Written& other) const { return bytes == other.bytes && error == other.error; }
+};
+
+Written write(const Frame& frame, int threads, int level, ThreadManager* manager) {
+    FaultStream stream;
+    stream.Open();
+    RIFile file;
+    file.setCompressionThreads(manager, threads);
+    file.setCompressionLevel(level);
+    EXPECT_TRUE(file.Create(nullptr, &stream).empty());
+    EXPECT_TRUE(file.WriteHeader(0).empty());
+    Written written;
+    for (const auto& region : frame.regions) {
+        const ErrorCode error = file.WTRegion(region.get(), 0, 1, 2);
+        written.error += error.describe();
+        if (error) break;
+    }
+    if (written.error.empty()) written.error = file.Close().describe();
+    const auto bytes = stream.bytes();
+    written.bytes.assign(bytes.begin(), bytes.end());
+    return written;
+}
+
+class ParallelWriter : public testing::TestWithParam<int> {};
+
+TEST_P(ParallelWriter, WritesTheSameFileAsOneThread) {
+    ThreadManager manager;
+    for (const int level : {1, 9}) {
+        for (const int badChannel : {-1, 0, 3, 7}) {
+            const Frame frame(badChannel);
+            const Written one = write(frame, 1, level, nullptr);
+            EXPECT_EQ(one.error.empty(), badChannel < 0);
+            for (ThreadManager* each : {&manager, static_cast<ThreadManager*>(nullptr)}) {
+                EXPECT_TRUE(write(frame, GetParam(), level, each) == one) << level << ' ' << badChannel;
+            }
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Threads, ParallelWriter, testing::Values(0, 2, 3, 8));
+
+TEST(CompressionLevel, ChangesOnlyTheSizeOfTheFile) {
+    const Frame frame(-1);
+    const Written small = write(frame, 1, 9, nullptr);
+    const Written fast = write(frame, 1, 1, nullptr);
+    EXPECT_GT(fast.bytes.size(), small.bytes.size());
+    EXPECT_TRUE(write(frame, 1, 99, nullptr) == small);
+    EXPECT_TRUE(write(frame, 1, -4, nullptr) == fast);
+    Reading a(small.bytes);
+    Reading b(fast.bytes);
+    EXPECT_EQ(a.parse(), 0);
+    EXPECT_EQ(b.parse(), 0);
+    EXPECT_EQ(a.seen.events, b.seen.events);
+}
+
+}  // namespace
