@@ -20,15 +20,19 @@ if(RAWIMAGE_BUILD_CLI)
 endif()
 
 # Whoever links the static archive links zlib as well; behind the shared library zlib is its own affair.
+set(zlib_packages "zlib")
+if(RAWIMAGE_LIBDEFLATE)
+    set(zlib_packages "zlib, libdeflate")
+endif()
 get_target_property(library_type rawimage TYPE)
 if(library_type STREQUAL "STATIC_LIBRARY")
     set(RAWIMAGE_CONFIG_STATIC ON)
-    set(RAWIMAGE_PC_REQUIRES "OpenEXR >= 3.1, zlib")
+    set(RAWIMAGE_PC_REQUIRES "OpenEXR >= 3.1, ${zlib_packages}")
     set(RAWIMAGE_PC_REQUIRES_PRIVATE "")
 else()
     set(RAWIMAGE_CONFIG_STATIC OFF)
     set(RAWIMAGE_PC_REQUIRES "OpenEXR >= 3.1")
-    set(RAWIMAGE_PC_REQUIRES_PRIVATE "zlib")
+    set(RAWIMAGE_PC_REQUIRES_PRIVATE "${zlib_packages}")
 endif()
 
 configure_package_config_file(cmake/rawimageConfig.cmake.in "${PROJECT_BINARY_DIR}/rawimageConfig.cmake"

@@ -35,6 +35,7 @@ PROGRAMS = {
 CHECKS = ["tests/", "bench/", "fuzz/"]
 FOREIGN = [
     ("zlib", re.compile(r"z(lib|conf)\.h$"), ["support/deflate.cpp"] + CHECKS),
+    ("libdeflate", re.compile(r"libdeflate\.h$"), ["support/deflate.cpp"]),
     ("OpenEXR", re.compile(r"(OpenEXR/|Imath/|Imf|Imath|Iex|IlmThread|half|openexr)"), ["exr/", "cli/"] + CHECKS),
     ("CLI11", re.compile(r"CLI/"), ["cli/", "examples/"]),
     ("nlohmann-json", re.compile(r"nlohmann/"), ["cli/", "tests/"]),

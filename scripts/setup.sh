@@ -7,6 +7,7 @@ packages=(
     build-essential cmake ninja-build pkg-config python3
     zlib1g-dev libopenexr-dev libimath-dev openexr
     libcli11-dev nlohmann-json3-dev libpng-dev
+    libdeflate-dev
     libgtest-dev libgmock-dev libbenchmark-dev
     clang-14 libclang-rt-14-dev clang-format-14
 )

@@ -5,6 +5,10 @@
 #include <algorithm>
 #include <climits>
 
+#if defined(RAWIMAGE_LIBDEFLATE)
+#include <libdeflate.h>
+#endif
+
 namespace MUtils {
 
 namespace {
@@ -77,6 +81,30 @@ struct Inflater::State {
         if (ready) inflateEnd(&stream);
     }
 
+#if defined(RAWIMAGE_LIBDEFLATE)
+    std::unique_ptr<libdeflate_decompressor, void (*)(libdeflate_decompressor*)> fast{
+        libdeflate_alloc_decompressor(), libdeflate_free_decompressor};
+#endif
+
+    // True when the faster decoder has done the whole stream. What it refuses zlib judges, so that codes and
+    // bytes do not depend on the build.
+    bool decodeFast([[maybe_unused]] unsigned char* out, [[maybe_unused]] std::size_t& outSize,
+                    [[maybe_unused]] const unsigned char* data, [[maybe_unused]] std::size_t size) {
+#if defined(RAWIMAGE_LIBDEFLATE)
+        std::size_t used = 0;
+        std::size_t made = 0;
+        if (fast == nullptr || outSize == 0 ||
+            libdeflate_zlib_decompress_ex(fast.get(), data, size, out, outSize, &used, &made) !=
+                LIBDEFLATE_SUCCESS) {
+            return false;
+        }
+        outSize = made;
+        return true;
+#else
+        return false;
+#endif
+    }
+
     int begin() {
         if (ready) return inflateReset(&stream);
         const int code = inflateInit(&stream);
@@ -90,6 +118,7 @@ Inflater::~Inflater() = default;
 
 int Inflater::uncompress(unsigned char* out, std::size_t& outSize, const unsigned char* data,
                          std::size_t size) {
+    if (state_->decodeFast(out, outSize, data, size)) return Z_OK;
     // With no room at all one spare byte tells a stream of no bytes from one that is too long.
     unsigned char spare[1];
     const bool noRoom = outSize == 0;
