@@ -1,0 +1,114 @@
+#include "exr/exr_file.h"
+
+#include <new>
+#include <utility>
+
+#include "exr/guarded.h"
+#include "exr/scanline_file.h"
+#include "exr/tiled_file.h"
+
+namespace {
+
+ExrFileDataBase* makeData(int kind) {
+    if (kind == ExrFile::kTiled) return new (std::nothrow) ExrTiledFileData;
+    return new (std::nothrow) ExrFileData(kind == ExrFile::kMultiPart);
+}
+
+}  // namespace
+
+ExrFile::ExrFile(int kind) : data_(makeData(kind)), kind_(kind) {}
+
+ExrFile::~ExrFile() = default;
+
+ErrorCode ExrFile::Create(const char* fileName, PStream* /*stream*/) {
+    if (data_ == nullptr) return ErrorCode("Create", -1, "Cannot create exr file data");
+    data_->setFileName(fileName);
+    return {};
+}
+
+ErrorCode ExrFile::Open(const char* /*fileName*/, PStream* /*stream*/) {
+    return ErrorCode("Open", -1, "Operation not supported");
+}
+
+ErrorCode ExrFile::Close() {
+    if (data_ == nullptr) return {};
+    return data_->close();
+}
+
+int ExrFile::ParseFile(RIFileCallback& /*callback*/) {
+    return -1;
+}
+
+ErrorCode ExrFile::WriteHeader(int bitsPerChannel) {
+    if (data_ != nullptr) data_->setBitsPerChannel(bitsPerChannel);
+    return {};
+}
+
+ErrorCode ExrFile::WTResolution(int width, int height, float pixelAspect) {
+    if (data_ == nullptr) return {};
+    data_->width = width;
+    data_->height = height;
+    data_->pixelAspect = pixelAspect;
+    return {};
+}
+
+ErrorCode ExrFile::WTRegionsInfo(int bucketWidth, int bucketHeight, int variableSize) {
+    if (data_ == nullptr || kind_ != kTiled) return {};
+    data_->bucketWidth = bucketWidth;
+    data_->bucketHeight = bucketHeight;
+    data_->variableBucketSize = variableSize;
+    return {};
+}
+
+ErrorCode ExrFile::WTRegion(MUtils::MRRegionData* region, int /*a*/, int /*b*/, int /*c*/) {
+    if (region == nullptr || data_ == nullptr) return {};
+    if (ErrorCode cause = data_->create(); !cause.empty()) {
+        ErrorCode error("WTRegion", -1, "Error creating OpenExr file");
+        error.setCause(std::move(cause));
+        return error;
+    }
+    return guarded("WTRegion",
+                   kind_ == kTiled ? "Error writing tile to .exr file" : "Error writing .exr file",
+                   [this, region] { return data_->writeRegion(region); });
+}
+
+ErrorCode ExrFile::WTChannelInfo(MUtils::MRRegionData* /*region*/) {
+    return {};
+}
+
+ErrorCode ExrFile::WTChannelInfo(MUtils::Table<MUtils::RegionChannelCallback*, 100>* channels) {
+    if (data_ == nullptr) return {};
+    return data_->setChannels(channels);
+}
+
+ErrorCode ExrFile::WTCameraInfo(const RICameraInfo& camera) {
+    if (data_ == nullptr) return {};
+    return data_->setCameraInfo(camera);
+}
+
+ErrorCode ExrFile::WTRenderRegion(const RIRegionInfo& region) {
+    if (data_ != nullptr && kind_ == kTiled) data_->renderRegion = region;
+    return {};
+}
+
+ErrorCode ExrFile::WTExtraAttributes(const char* text) {
+    if (data_ == nullptr || text == nullptr || *text == 0) return {};
+    return data_->setExtraAttributes(text);
+}
+
+ErrorCode ExrFile::WTSceneInfo(RISceneInfo& /*scene*/) {
+    return {};
+}
+
+ErrorCode ExrFile::WTStampText(const char* text) {
+    if (data_ == nullptr || text == nullptr || *text == 0) return {};
+    return data_->setStampText(text);
+}
+
+void ExrFile::setCompressionType(int setting) {
+    if (data_ != nullptr) data_->setCompressionType(setting);
+}
+
+void ExrFile::setAutoDataWindow(int on) {
+    if (data_ != nullptr) data_->setAutoDataWindow(on);
+}

@@ -1,0 +1,100 @@
+#pragma once
+
+#include <memory>
+
+#include "rawimage/output_file.h"
+
+class ExrFileDataBase;
+
+// An OpenEXR file behind the renderer's output interface: tiled, or scan-line with one part or with a part
+// for each render layer. It is driven in this order (Create, WriteHeader, WTResolution, WTChannelInfo,
+// WTRegion and Close are required; WTRegion repeats):
+//
+//     Create; WriteHeader; WTResolution; WTRegionsInfo; WTRenderRegion; setCompressionType,
+//     setAutoDataWindow; WTChannelInfo; WTCameraInfo, WTStampText, WTExtraAttributes; WTRegion; Close.
+//
+// Nothing is on disk before the first WTRegion that is written. A tiled file takes buckets, each exactly one
+// tile. A scan-line file takes the whole frame as one region and lets smaller regions pass by.
+//
+// Every operation but ParseFile returns an empty ErrorCode on success. WTChannelInfo, WTCameraInfo,
+// WTStampText and WTExtraAttributes let OpenEXR's exceptions through (a name that holds an attribute of
+// another type; for a tiled file an empty channel name); no other operation throws. One thread at a time uses
+// an object; OpenEXR compresses on the threads of its own global pool.
+class ExrFile : public RIFileBase {
+  public:
+    enum Kind {
+        kScanline = 0,  // and every number not named here: one part
+        kTiled = 1,
+        kMultiPart = 2
+    };
+
+    // When there is no memory for it, the object stays empty: Create says so, everything else succeeds and
+    // does nothing.
+    explicit ExrFile(int kind);
+    // Finishes a file that was not closed; what fails then is lost.
+    ~ExrFile() override;
+    ExrFile(const ExrFile&) = delete;
+    ExrFile& operator=(const ExrFile&) = delete;
+
+    // Keeps the name for the first region; the stream is not used. An existing file is replaced then, not
+    // now.
+    ErrorCode Create(const char* fileName, PStream* stream) override;
+    // "Operation not supported": these files are only written.
+    ErrorCode Open(const char* fileName, PStream* stream) override;
+    // Finishes the file. Any write that failed since it was opened gives "Error closing OpenExr file" with
+    // the reason as its cause; the file is not whole then. Channels and a tiled file's attributes are
+    // forgotten, all other settings stay, and after a new WTChannelInfo the next region starts a new file.
+    ErrorCode Close() override;
+    // -1: nothing is read.
+    int ParseFile(RIFileCallback& callback) override;
+
+    // Up to 16 bits: channels other than integers become half floats. More: floats.
+    ErrorCode WriteHeader(int bitsPerChannel) override;
+    ErrorCode WTResolution(int width, int height, float pixelAspect) override;
+    // Tiled files only: the tile size. Buckets of varying size cannot be written.
+    ErrorCode WTRegionsInfo(int bucketWidth, int bucketHeight, int variableSize) override;
+
+    // Writes a region; the integers are not used. The file is opened by the first one: a failure to do so is
+    // told once, and until Close every later region gives an error too. A failure while pixels are written is
+    // "Error writing tile to .exr file" or "Error writing .exr file", with what OpenEXR says as its cause.
+    //
+    // A channel that is flagged 2, has type 0 or a type above 6, or whose buffer is missing, too small or of
+    // another value size, is left out; what the file expects of it reads 0.
+    //
+    // Tiled, half: the region's own float values are turned into halves where they stand. The region is
+    // spent. Tiled: the library holds a tile back until all tiles before it (row by row from the top left)
+    // are written; if one is never written, Close drops those behind it.
+    ErrorCode WTRegion(MUtils::MRRegionData* region, int a, int b, int c) override;
+
+    // Does nothing.
+    ErrorCode WTChannelInfo(MUtils::MRRegionData* region) override;
+    // The resolution must be known, and compression and auto data window be set.
+    ErrorCode WTChannelInfo(MUtils::Table<MUtils::RegionChannelCallback*, 100>* channels) override;
+
+    // Header attributes "cameraTransform", "cameraProjection", "cameraAperture" ... "cameraFNumber". Tiled:
+    // after WTChannelInfo, else code -3. Scan-line: any time before the frame, and all zero when never
+    // called.
+    ErrorCode WTCameraInfo(const RICameraInfo& camera) override;
+    // Tiled files only: the data window, in pixels of the image. Before WTChannelInfo.
+    ErrorCode WTRenderRegion(const RIRegionInfo& region) override;
+    // "name=value; name=value": typed header attributes, in the first part of a scan-line file. Tiled: after
+    // WTChannelInfo, and texts add up; a faulty text is an error with its position. Scan-line: any time
+    // before the frame, the last text counts, and its faults are passed over.
+    ErrorCode WTExtraAttributes(const char* text) override;
+    // Does nothing: EXR files carry no scene.
+    ErrorCode WTSceneInfo(RISceneInfo& scene) override;
+    // The header attribute "stampText" of a tiled file, after WTChannelInfo. Scan-line files have no header
+    // before the frame, and give "Header not created yet", code -3.
+    ErrorCode WTStampText(const char* text) override;
+
+    // 1 none, 2 RLE, 3 ZIPS (when never called), 4 ZIP, 5 PIZ, 6 PXR24, 7 B44, 8 B44A, 9 DWAA, 10 DWAB; every
+    // other number ZIP.
+    void setCompressionType(int setting);
+    // Non-zero: a scan-line file's data window is the box around the pixels whose alpha channel is not zero.
+    // Tiled files ignore it.
+    void setAutoDataWindow(int on);
+
+  private:
+    std::unique_ptr<ExrFileDataBase> data_;
+    int kind_;
+};

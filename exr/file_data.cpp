@@ -1,0 +1,159 @@
+#include "exr/file_data.h"
+
+#include <ImfCompression.h>
+#include <ImfFloatAttribute.h>
+#include <ImfIntAttribute.h>
+#include <ImfMatrixAttribute.h>
+#include <ImfStringAttribute.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include "exr/attr_parser.h"
+#include "exr/guarded.h"
+#include "exr/half_convert.h"
+#include "exr/output_stream.h"
+
+namespace {
+
+constexpr int kNoHeader = -3;
+
+ErrorCode headerMissing(const char* operation) {
+    return ErrorCode(operation, kNoHeader, "Header not created yet");
+}
+
+// One-based, so that 0 can mean "not chosen": 1 is no compression, 10 DWAB, and every other number ZIP.
+Imf::Compression exrCompression(int setting) {
+    const unsigned value = static_cast<unsigned>(setting) - 1u;
+    return value <= static_cast<unsigned>(Imf::DWAB_COMPRESSION) ? static_cast<Imf::Compression>(value)
+                                                                 : Imf::ZIP_COMPRESSION;
+}
+
+}  // namespace
+
+int lastPixel(int start, int count) {
+    const std::int64_t last = std::int64_t{start} + count - 1;
+    return static_cast<int>(std::clamp<std::int64_t>(last, INT_MIN, INT_MAX));
+}
+
+ExrFileDataBase::ExrFileDataBase() = default;
+ExrFileDataBase::~ExrFileDataBase() = default;
+
+ErrorCode ExrFileDataBase::setCameraInfo(const RICameraInfo& camera) {
+    if (header == nullptr) return headerMissing("setCameraInfo");
+    Imath::M44f transform;
+    static_assert(sizeof transform.x == sizeof camera.transform);
+    std::memcpy(transform.x, camera.transform, sizeof transform.x);
+    header[0].insert("cameraTransform", Imf::M44fAttribute(transform));
+    header[0].insert("cameraProjection", Imf::IntAttribute(camera.projection));
+    const std::pair<const char*, float> floats[] = {
+        {"cameraAperture", camera.aperture},
+        {"cameraFov", camera.fov},
+        {"cameraTargetDistance", camera.targetDistance},
+        {"cameraNearRange", camera.nearRange},
+        {"cameraFarRange", camera.farRange},
+        {"cameraNearClip", camera.nearClip},
+        {"cameraFarClip", camera.farClip},
+        {"cameraFocalLength", camera.focalLength},
+        {"cameraFNumber", camera.fNumber},
+    };
+    for (const auto& [name, value] : floats)
+        header[0].insert(name, Imf::FloatAttribute(value));
+    return {};
+}
+
+void ExrFileDataBase::convertToHalf(float* data, int count) {
+    if (pixelType == Imf::HALF && count > 0) convertFloatsToHalf(data, count);
+}
+
+void ExrFileDataBase::setBitsPerChannel(int bits) {
+    pixelType = bits <= 16 ? Imf::HALF : Imf::FLOAT;
+}
+
+void ExrFileDataBase::setCompressionType(int setting) {
+    compressionSetting = setting;
+}
+
+void ExrFileDataBase::setAutoDataWindow(int /*on*/) {}
+
+void ExrFileDataBase::setFileName(const char* name) {
+    fileName = name;
+}
+
+ErrorCode ExrFileDataBase::setExtraAttributes(const char* text) {
+    if (header == nullptr) return headerMissing("setExtraAttributes");
+    if (text == nullptr || *text == 0) return {};
+    std::string scratch = text;  // the parser writes into it
+    return WriteEXRExtraAttributes(header[0], scratch.data());
+}
+
+ErrorCode ExrFileDataBase::setStampText(const char* text) {
+    if (header == nullptr) return headerMissing("setStampText");
+    if (text != nullptr && *text != 0) header[0].insert("stampText", Imf::StringAttribute(text));
+    return {};
+}
+
+ErrorCode ExrFileDataBase::checkChannels(
+    const MUtils::Table<MUtils::RegionChannelCallback*, 100>* channels) const {
+    if (channels == nullptr) return ErrorCode("setChannels", -1, "No channels specified");
+    if (width == 0 || height == 0) return ErrorCode("setChannels", -2, "No resolution specified yet");
+    return {};
+}
+
+// The constructor refuses odd sizes and aspects; they are set afterwards and refused when the file is opened.
+Imf::Header ExrFileDataBase::makeHeader(const Imath::Box2i& dataWindow) const {
+    Imf::Header made(1, 1, 1.0f, Imath::V2f(0.0f, 0.0f), 1.0f, Imf::INCREASING_Y,
+                     exrCompression(compressionSetting));
+    made.displayWindow() = Imath::Box2i({0, 0}, {lastPixel(0, width), lastPixel(0, height)});
+    made.dataWindow() = dataWindow;
+    made.pixelAspectRatio() = pixelAspect;
+    return made;
+}
+
+ErrorCode ExrFileDataBase::openFile(const char* operation,
+                                    const std::function<void(ExrOutputStream&)>& open) {
+    constexpr const char* kMessage = "Error creating OpenExr file";
+    ErrorCode result = guarded(operation, kMessage, [&]() -> ErrorCode {
+        stream_ = std::make_unique<ExrOutputStream>(fileName.c_str());
+        if (ErrorCode cause = stream_->open(fileName.c_str()); !cause.empty()) {
+            ErrorCode error(operation, -1, kMessage);
+            error.setCause(std::move(cause));
+            return error;
+        }
+        open(*stream_);
+        return {};
+    });
+    fileCreated = 1;
+    writeFailed_ = false;
+    if (!result.empty() && stream_ != nullptr) {
+        stream_->abandon();
+        stream_.reset();
+    }
+    return result;
+}
+
+void ExrFileDataBase::writePixels(const std::function<void()>& write) {
+    if (writeFailed_) throw std::runtime_error("An earlier write to this file failed");
+    writeFailed_ = true;
+    write();
+    writeFailed_ = false;
+}
+
+ErrorCode ExrFileDataBase::closeFile(const std::function<void()>& release) {
+    constexpr const char* kMessage = "Error closing OpenExr file";
+    ErrorCode result = guarded("close", kMessage, [&release]() -> ErrorCode {
+        release();
+        return {};
+    });
+    if (stream_ == nullptr) return result;
+    if (ErrorCode cause = stream_->finish(); !cause.empty()) {
+        if (result.empty()) result.setError("close", -1, kMessage);
+        result.setCause(std::move(cause));
+    }
+    stream_.reset();
+    return result;
+}

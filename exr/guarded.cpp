@@ -1,0 +1,16 @@
+#include "exr/guarded.h"
+
+#include <exception>
+#include <utility>
+
+ErrorCode errorFromException(const char* operation, const char* message) {
+    ErrorCode error(operation, -1, "%s", message);
+    try {
+        throw;
+    } catch (const std::exception& exception) {
+        error.setCause(ErrorCode("OpenEXR", -1, "%s", exception.what()));
+    } catch (...) {
+        // Nothing is known about it.
+    }
+    return error;
+}

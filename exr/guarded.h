@@ -1,0 +1,18 @@
+#pragma once
+
+#include "support/error_code.h"
+
+// The error `operation`, -1, `message` for the exception that is being handled; what the exception says is
+// the cause.
+ErrorCode errorFromException(const char* operation, const char* message);
+
+// Where exceptions stop: runs `call`, which returns an ErrorCode, and turns whatever it throws into an error.
+// OpenEXR throws its own exceptions and the standard library's.
+template <class Call>
+ErrorCode guarded(const char* operation, const char* message, Call call) {
+    try {
+        return call();
+    } catch (...) {
+        return errorFromException(operation, message);
+    }
+}

@@ -1,0 +1,155 @@
+#include <ImfChannelList.h>
+#include <ImfFrameBuffer.h>
+#include <ImfOutputPart.h>
+#include <ImfThreading.h>
+
+#include <algorithm>
+#include <iterator>
+#include <stdexcept>
+
+#include "exr/scanline_file.h"
+#include "exr/slices.h"
+
+namespace {
+
+// What a chunk of scan lines may take at 12 bytes a pixel, and what its channels take together: the library
+// reads staged rows while they are in the cache.
+constexpr std::int64_t kChunkBytes = 33554432;
+constexpr std::int64_t kCacheBytes = 2 << 20;
+// So that a chunk keeps every thread busy.
+constexpr std::int64_t kBlocksPerThread = 4;
+
+// Chunks of whole compression blocks, so that no block is split between two writes.
+int scanLinesPerBlock(Imf::Compression compression) {
+    constexpr int kLines[] = {1, 1, 1, 16, 32, 16, 32, 32, 32, 256};
+    const auto row = static_cast<std::size_t>(compression);
+    return row < std::size(kLines) ? kLines[row] : 1;
+}
+
+// Each three floats become their mean. The order of the sum and the factor are part of the result's last bit.
+void averageValues(float* values, int count) {
+    for (float* c = values; c != values + std::int64_t{count} * 3; c += 3) {
+        const float mean = (c[1] + c[0] + c[2]) * 0.33333334f;
+        c[0] = c[1] = c[2] = mean;
+    }
+}
+
+}  // namespace
+
+ErrorCode ExrFileData::writeRegion(MUtils::MRRegionData* region) {
+    if (region->width != width || region->height != height) return {};
+    dataWindow = {0, 0, width, height};
+    if (autoDataWindow != 0) trimDataWindow(*region);
+    if (ErrorCode error = createHeaders(); !error.empty()) return error;
+    if (fileCreated == 0) {
+        if (ErrorCode error = createFile(); !error.empty()) return error;
+    }
+    if (file == nullptr) return ErrorCode("writeRegion", -1, "The OpenExr file could not be created");
+    requireOpenedLayout();
+    for (int i = 0; i < headerCount; ++i)
+        writePart(partAt(i), *region);
+    return {};
+}
+
+// The first channel with the alpha alias decides, in the region's order.
+void ExrFileData::trimDataWindow(const MUtils::MRRegionData& region) {
+    const auto* alpha =
+        std::find_if(region.channels.begin(), region.channels.end(),
+                     [](const MUtils::RegionChannel& channel) { return channel.alias == RCA_ALPHA; });
+    if (alpha == region.channels.end() || !holdsValues(alpha->data, width, height, 12)) return;
+    const PixelBox box = findVisibleBox(*alpha->data, width, height);
+    if (box.height() > 0) dataWindow = box;
+}
+
+// The file stays open from frame to frame while headers are built for each. Memory is laid out for the
+// present ones.
+void ExrFileData::requireOpenedLayout() const {
+    bool same = file->parts() == headerCount;
+    for (int part = 0; same && part < headerCount; ++part) {
+        const Imf::Header& opened = file->header(part);
+        const Imf::Header& present = header[static_cast<std::size_t>(part)];
+        same = opened.dataWindow() == present.dataWindow() && opened.channels() == present.channels();
+    }
+    if (!same) throw std::runtime_error("The open file was made for another frame");
+}
+
+// Whole compression blocks, as many as the cache holds and the threads need, within the budget.
+int ExrFileData::chunkLines(int part, const MUtils::MRRegionData& region) const {
+    const std::int64_t rowLength = dataWindow.width();
+    std::int64_t rowBytes = 1;
+    for (const ExrChanInfo& info : channels) {
+        const MBVTable* data = info.part == part ? dataOf(info, region) : nullptr;
+        if (data != nullptr) rowBytes += rowLength * data->itemSize;
+    }
+    const std::int64_t block = scanLinesPerBlock(header[0].compression());
+    const std::int64_t useful =
+        std::max(kCacheBytes / rowBytes, block * kBlocksPerThread * Imf::globalThreadCount());
+    const std::int64_t fitting = std::max<std::int64_t>(std::min(useful, kChunkBytes / (rowLength * 12)), 1);
+    const std::int64_t lines = (fitting + block - 1) / block * block;
+    return static_cast<int>(std::min<std::int64_t>(lines, dataWindow.height()));
+}
+
+// The main part is written first, wherever it stands.
+int ExrFileData::partAt(int position) const {
+    if (mainPart < 1 || mainPart >= headerCount) return position;
+    if (position == 0) return mainPart;
+    return position == mainPart ? 0 : position;
+}
+
+void ExrFileData::writePart(int part, MUtils::MRRegionData& region) {
+    Imf::OutputPart output(*file, part);
+    const int lines = chunkLines(part, region);
+    Imf::FrameBuffer frameBuffer;
+    setupFrameBuffer(part, frameBuffer, region, lines);
+    for (int y = dataWindow.y0, rows = 0; y < dataWindow.y1; y += rows) {
+        // The library goes on where it stands, and would read behind the staged rows before it notices.
+        if (output.currentScanLine() != y)
+            throw std::runtime_error("Scan lines of this frame are already written");
+        rows = std::min(lines, dataWindow.y1 - y);
+        moveSlices(frameBuffer, std::int64_t{chunkStartY} - y);
+        output.setFrameBuffer(frameBuffer);
+        chunkStartY = y;
+        for (int i = 0; i < channels.Count(); ++i) {
+            const MBVTable* data = channels[i].part == part ? dataOf(channels[i], region) : nullptr;
+            if (data != nullptr) stageRows(i, *data, y, rows);
+        }
+        writePixels([&] { output.writePixels(rows); });
+    }
+}
+
+void ExrFileData::setupFrameBuffer(int part, Imf::FrameBuffer& frameBuffer, MUtils::MRRegionData& region,
+                                   int lines) {
+    chunkStartY = dataWindow.y0;
+    for (int i = 0; i < channels.Count(); ++i) {
+        const ExrChanInfo& info = channels[i];
+        if (info.part != part || dataOf(info, region) == nullptr) continue;
+        const ExrChannelRule& rule = *findExrChannelRule(info.type, info.alias, severalDepthChannels != 0);
+        const std::int64_t bytes = std::int64_t{lines} * dataWindow.width() * rule.valueBytes();
+        const ValueGrid grid = {stagingBuffers[i].reserve(static_cast<std::size_t>(bytes)), dataWindow.x0,
+                                dataWindow.y0, dataWindow.width()};
+        insertSlices(frameBuffer, rule, info.exrNames, pixelType, grid);
+    }
+}
+
+// Null for a channel that the region has no values of, at the type that was announced.
+const MBVTable* ExrFileData::dataOf(const ExrChanInfo& info, const MUtils::MRRegionData& region) const {
+    if (info.index >= region.channels.Count()) return nullptr;
+    const MUtils::RegionChannel& channel = region.channels[info.index];
+    return channel.type == info.type ? soundData(channel, width, height) : nullptr;
+}
+
+// Brings the data window's part of `rows` rows from image row `y` on into the channel's staging buffer. Row
+// by row, while a row is in the cache.
+void ExrFileData::stageRows(int channel, const MBVTable& data, int y, int rows) {
+    const ExrChanInfo& info = channels[channel];
+    const ExrChannelRule& rule = *findExrChannelRule(info.type, info.alias, severalDepthChannels != 0);
+    const int rowLength = dataWindow.width();
+    unsigned char* staged = stagingBuffers[channel].data();
+    for (int row = y; row < y + rows; ++row, staged += std::int64_t{rowLength} * rule.valueBytes()) {
+        data.storeToBuffer(staged, row * width + dataWindow.x0, rowLength);
+        if (rule.isInteger()) continue;
+        auto* floats = reinterpret_cast<float*>(staged);
+        if (rule.isAverage()) averageValues(floats, rowLength);
+        convertToHalf(floats, rowLength * rule.components);
+    }
+}

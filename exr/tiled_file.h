@@ -1,0 +1,41 @@
+#pragma once
+
+#include <ImfTiledOutputFile.h>
+
+#include <memory>
+#include <vector>
+
+#include "exr/channel_map.h"
+#include "exr/file_data.h"
+#include "exr/slices.h"
+
+// Tiled files of one part: every bucket is exactly one tile, of the size that the buckets were announced
+// with. The first bucket opens the file.
+class ExrTiledFileData : public ExrFileDataBase {
+  public:
+    ExrTiledFileData() = default;
+    ~ExrTiledFileData() override;
+
+    // Opens the file, once between two calls of close(), whether that works or not. Varying bucket sizes and
+    // a missing header fail every time.
+    ErrorCode create() override;
+    ErrorCode close() override;
+    // Builds the header: the render region is the data window. An empty channel name throws, and leaves no
+    // header.
+    ErrorCode setChannels(MUtils::Table<MUtils::RegionChannelCallback*, 100>* channels) override;
+    // Throws what OpenEXR throws, also for a region outside the grid of tiles and for a tile that is already
+    // written.
+    ErrorCode writeRegion(MUtils::MRRegionData* region) override;
+
+    // Describes the region's channels, and with pixel type HALF turns their float values into halves where
+    // they stand.
+    void setupFrameBuffer(Imf::FrameBuffer& frameBuffer, MUtils::MRRegionData& region);
+
+  private:
+    Imath::Box2i takeDataWindow();
+    void halveValues(MBVTable& data, const ExrChannelRule& rule, int count);
+    const unsigned char* contiguousValues(const MBVTable& data, int channel, int count);
+
+    std::unique_ptr<Imf::TiledOutputFile> file;
+    std::vector<bool> written_;  // tiles of the open file, row by row
+};

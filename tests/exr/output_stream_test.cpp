@@ -1,0 +1,198 @@
+#include "exr/output_stream.h"
+
+#include <Iex.h>
+#include <ImfChannelList.h>
+#include <ImfFrameBuffer.h>
+#include <ImfHeader.h>
+#include <ImfInputFile.h>
+#include <ImfOutputFile.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <filesystem>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "tests/testing/run_program.h"
+
+namespace {
+
+using testing_tools::readFile;
+using testing_tools::TempFolder;
+using testing_tools::writeFile;
+
+// Writes an image of one float channel as this library's writers do; 0 or what finish() says.
+int writeImage(const std::string& path, int width, int height) {
+    Imf::Header header(width, height, 1, Imath::V2f(0, 0), 1, Imf::INCREASING_Y, Imf::NO_COMPRESSION);
+    header.channels().insert("Z", Imf::Channel(Imf::FLOAT));
+    std::vector<float> pixels(static_cast<std::size_t>(width * height), 0.5f);
+    Imf::FrameBuffer frame;
+    frame.insert("Z", Imf::Slice::Make(Imf::FLOAT, pixels.data(), header.dataWindow()));
+    ExrOutputStream stream(path.c_str());
+    if (const ErrorCode error = stream.open(path.c_str()); !error.empty()) return error.getError();
+    try {
+        Imf::OutputFile file(stream, header);
+        file.setFrameBuffer(frame);
+        file.writePixels(height);
+    } catch (const Iex::BaseExc&) {
+        // The stream knows better.
+    }
+    return stream.finish().getError();
+}
+
+TEST(ExrOutputStream, WritesWhatAPlainFileWouldHold) {
+    const TempFolder folder;
+    const std::string path = folder / "file";
+    std::mt19937 random(7);
+    const auto upTo = [&random](std::uint32_t limit) {
+        return static_cast<std::size_t>(random() % (limit + 1));
+    };
+    for (int round = 0; round < 30; ++round) {
+        writeFile(path, std::string(upTo(2'000'000), 'x'));  // must be gone
+        ExrOutputStream stream;
+        ASSERT_TRUE(stream.open(path.c_str()).empty());
+        std::string expected;
+        std::size_t position = 0;
+        for (int step = 0; step < 300; ++step) {
+            // Small pieces mostly; jumps near by, back into what is written, and past the end.
+            std::string piece(upTo(step % 50 == 0 ? 700'000 : 3000), static_cast<char>('a' + step % 26));
+            if (step % 7 == 0) {
+                position = step % 3 == 0 ? upTo(1'500'000) : position - std::min(position, upTo(5000));
+                stream.seekp(position);
+            }
+            if (!piece.empty() && position + piece.size() > expected.size())
+                expected.resize(position + piece.size());
+            std::copy(piece.begin(), piece.end(), expected.begin() + static_cast<std::ptrdiff_t>(position));
+            stream.write(piece.data(), static_cast<int>(piece.size()));
+            position += piece.size();
+            ASSERT_EQ(stream.tellp(), position);
+        }
+        ASSERT_TRUE(stream.finish().empty());
+        ASSERT_TRUE(readFile(path) == expected) << "round " << round;
+    }
+}
+
+TEST(ExrOutputStream, CarriesAnImage) {
+    const TempFolder folder;
+    ASSERT_EQ(writeImage(folder / "image.exr", 400, 300), 0);
+    const Imf::InputFile file((folder / "image.exr").c_str());
+    EXPECT_TRUE(file.isComplete());
+    EXPECT_EQ(file.header().dataWindow().max, Imath::V2i(399, 299));
+}
+
+TEST(ExrOutputStream, FirstFailureIsRememberedAndThrown) {
+    const std::vector<char> piece(300'000);
+    ExrOutputStream stream;
+    ASSERT_TRUE(stream.open("/dev/full").empty());
+    stream.write(piece.data(), 12);  // fits the buffer
+    EXPECT_THROW(stream.write(piece.data(), 300'000), Iex::IoExc);
+    EXPECT_THROW(stream.write(piece.data(), 1), Iex::IoExc);
+    EXPECT_THROW(stream.seekp(0), Iex::IoExc);
+    EXPECT_LE(stream.tellp(), 300'012u);
+    for (int asked = 0; asked < 2; ++asked) {
+        const ErrorCode error = stream.finish();
+        EXPECT_EQ(error.getError(), ENOSPC);
+        EXPECT_STREQ(error.message(), "Cannot write \"/dev/full\": No space left on device");
+    }
+    EXPECT_EQ(writeImage("/dev/full", 3, 3), ENOSPC);  // shows only in finish()
+    ASSERT_TRUE(stream.open("/dev/null").empty());
+    EXPECT_THROW(stream.seekp(~std::uint64_t{0}), Iex::IoExc);
+    EXPECT_EQ(stream.finish().getError(), EOVERFLOW);
+    EXPECT_THROW(stream.write(piece.data(), 1), Iex::IoExc) << "nothing is open";
+}
+
+// How many of the file sizes `limits` that the system allows go wrong: every one short of the whole file must
+// give an error. Runs in a process of its own; -1 when the limit cannot be set.
+int wrongAnswers(const std::string& path, int edge, int size, int step) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        std::signal(SIGXFSZ, SIG_IGN);
+        int wrong = 0;
+        for (int limit = 0; limit <= size; limit = limit < size ? std::min(size, limit + step) : size + 1) {
+            const rlimit allowed = {static_cast<rlim_t>(limit), RLIM_INFINITY};
+            if (::setrlimit(RLIMIT_FSIZE, &allowed) != 0) ::_exit(255);
+            if (writeImage(path, edge, edge) != (limit < size ? EFBIG : 0)) ++wrong;
+        }
+        ::_exit(std::min(wrong, 254));
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    return WIFEXITED(status) && WEXITSTATUS(status) != 255 ? WEXITSTATUS(status) : -1;
+}
+
+TEST(ExrOutputStream, EveryPointOfFailureIsTold) {
+    const TempFolder folder;
+    const std::string path = folder / "image.exr";
+    // A file that one write carries, byte by byte, and one that takes several.
+    for (const int edge : {4, 400}) {
+        ASSERT_EQ(writeImage(path, edge, edge), 0);
+        const int size = static_cast<int>(std::filesystem::file_size(path));
+        EXPECT_EQ(wrongAnswers(path, edge, size, edge == 4 ? 1 : 9973), 0) << edge;
+    }
+}
+
+TEST(ExrOutputStream, AbandonedFiles) {
+    const TempFolder folder;
+    const std::string path = folder / "file", big(300'000, 'b');
+    const struct {
+        const char* before;  // null: no file
+        std::string written;
+        const char* after;
+    } rows[] = {{nullptr, "", nullptr},
+                {nullptr, big, nullptr},
+                {"old", "", "old"},
+                {"old", "new", "old"},
+                {"old", big, ""}};
+    for (const auto& row : rows) {
+        std::filesystem::remove(path);
+        if (row.before != nullptr) writeFile(path, row.before);
+        ExrOutputStream stream;
+        ASSERT_TRUE(stream.open(path.c_str()).empty());
+        stream.seekp(3);
+        stream.write(row.written.data(), static_cast<int>(row.written.size()));
+        stream.abandon();
+        EXPECT_FALSE(stream.isOpen());
+        EXPECT_EQ(std::filesystem::exists(path), row.after != nullptr);
+        EXPECT_EQ(readFile(path), row.after != nullptr ? row.after : "");
+    }
+    ExrOutputStream stream;
+    ASSERT_TRUE(stream.open("/dev/null").empty());
+    stream.abandon();
+    EXPECT_TRUE(std::filesystem::exists("/dev/null"));
+}
+
+TEST(ExrOutputStream, FinishedFilesStay) {
+    const TempFolder folder;
+    writeFile(folder / "empty", "old");
+    {
+        ExrOutputStream stream;
+        ASSERT_TRUE(stream.open((folder / "empty").c_str()).empty());
+        EXPECT_TRUE(stream.finish().empty());
+        stream.abandon();
+        ASSERT_TRUE(stream.open((folder / "dropped").c_str()).empty());
+        stream.write("abc", 3);
+    }
+    EXPECT_EQ(readFile(folder / "empty"), "");
+    EXPECT_TRUE(std::filesystem::exists(folder / "empty"));
+    EXPECT_EQ(readFile(folder / "dropped"), "abc");
+}
+
+TEST(ExrOutputStream, OpenErrors) {
+    const TempFolder folder;
+    ExrOutputStream stream(nullptr);
+    EXPECT_EQ(stream.open(nullptr).getError(), ENOENT);
+    EXPECT_EQ(stream.open("").getError(), ENOENT);
+    EXPECT_EQ(stream.open((folder / "").c_str()).getError(), EISDIR);
+    const std::string missing = folder / "missing/file";
+    const ErrorCode error = stream.open(missing.c_str());
+    EXPECT_EQ(error.describe(), "open: Cannot open \"" + missing + "\": No such file or directory (2)");
+    EXPECT_EQ(stream.finish().getError(), ENOENT);
+}
+
+}  // namespace
