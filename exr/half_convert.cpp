@@ -31,6 +31,9 @@ __attribute__((target("avx2,f16c"))) void convertFloatsToHalfF16C(float* data, s
             _mm256_blend_epi16(_mm256_castps_si256(values), _mm256_cvtepu16_epi32(halves), 0x55);
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(data + i), slots);  // a type that may alias any other
     }
+    // The tail call would leave the upper halves of the registers dirty, which slows down SSE code such as
+    // zlib's.
+    _mm256_zeroupper();
     convertFloatsToHalfPlain(data + i, count - i);
 }
 

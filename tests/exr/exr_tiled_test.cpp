@@ -124,6 +124,7 @@ TEST(ExrTiles, FailuresHaveTheirCodesAndMessages) {
         EXPECT_EQ(text(writer.WTExtraAttributes("a=1")), "setExtraAttributes -3 Header not created yet");
     };
     withoutHeader();
+    EXPECT_EQ(text(writer.announce()), "");
     writer.chans = {{1, "v"}, {1, nullptr}};
     EXPECT_ANY_THROW((void)writer.announce());
     withoutHeader();
