@@ -1,13 +1,14 @@
 # make demo and make test do everything on a fresh Debian 12 machine, packages included.
 JOBS ?= $(shell nproc)
 
-.PHONY: help demo test bench sanitize format check-format setup clean
+.PHONY: help demo test bench sanitize fuzz format check-format setup clean
 
 help:
 	@echo "make demo          render a frame, write it, show what is in it (DEMO_EXR=file.exr: that frame too)"
 	@echo "make test          build and run every test"
-	@echo "make bench         measure writing and reading against plain zlib"
+	@echo "make bench         measure against the plain library calls; tables go to build/bench/"
 	@echo "make sanitize      run the tests under the sanitizers"
+	@echo "make fuzz          run the fuzz targets, FUZZ_SECONDS=7200 each"
 	@echo "make format        lay the code out; make check-format only looks"
 	@echo "make clean         remove build/ and out/"
 
@@ -28,12 +29,16 @@ test: setup
 
 bench: setup
 	scripts/configure.sh build/release -DCMAKE_BUILD_TYPE=Release -DRAWIMAGE_BUILD_TESTS=OFF
-	cmake --build build/release -j $(JOBS) --target bench_rawimage
-	build/release/bench/bench_rawimage
+	cmake --build build/release -j $(JOBS) --target render_frame rimg bench_rawimage bench_growth
+	scripts/bench.sh build/release build/bench-data build/bench
 
 sanitize: setup
 	JOBS=$(JOBS) scripts/sanitize.sh address
 	JOBS=$(JOBS) scripts/sanitize.sh thread
+
+FUZZ_SECONDS ?= 7200
+fuzz: setup
+	JOBS=$(JOBS) scripts/fuzz.sh $(FUZZ_SECONDS)
 
 format: setup
 	scripts/format.sh

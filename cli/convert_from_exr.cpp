@@ -128,7 +128,7 @@ class FromExr {
         RIFile& file = output.file();
         if (metadata.camera) output.check(file.WTCameraInfo(*metadata.camera));
         if (metadata.scene) {
-            RISceneInfo scene(0, metadata.scene->c_str());
+            RISceneInfo scene(metadata.sceneValue, metadata.scene->c_str());
             output.check(file.WTSceneInfo(scene));
         }
         if (metadata.stampText) output.check(file.WTStampText(metadata.stampText->c_str()));

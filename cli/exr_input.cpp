@@ -42,6 +42,8 @@ std::optional<RICameraInfo> cameraOf(const Imf::Header& header) {
     const auto* transform = header.findTypedAttribute<Imf::M44fAttribute>("cameraTransform");
     const auto* projection = header.findTypedAttribute<Imf::IntAttribute>("cameraProjection");
     if (transform == nullptr || projection == nullptr) return {};
+    // Writers of scan lines put zeros where there was no camera.
+    if (transform->value() == Imath::M44f(0.0f)) return {};
     RICameraInfo camera{};
     std::memcpy(camera.transform, transform->value().x, sizeof camera.transform);
     camera.projection = projection->value();
@@ -141,6 +143,8 @@ ExrMetadata ExrInput::metadata() const {
         if (auto text = textOf(header(part), "stampText")) result.stampText = text;
         if (auto text = textOf(header(part), "note")) result.note = text;
         if (auto text = textOf(header(part), "scene")) result.scene = text;
+        const auto* value = header(part).findTypedAttribute<Imf::IntAttribute>("sceneValue");
+        if (value != nullptr) result.sceneValue = value->value();
     }
     return result;
 }

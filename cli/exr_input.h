@@ -22,6 +22,7 @@ struct ExrMetadata {
     std::optional<std::string> stampText;
     std::optional<std::string> note;
     std::optional<std::string> scene;
+    int sceneValue = 0;
 };
 
 // An OpenEXR file opened for conversion: scan-line or tiled (its full-resolution level), one part or several.

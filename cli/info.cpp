@@ -1,5 +1,4 @@
 #include <CLI/CLI.hpp>
-#include <cerrno>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -34,11 +33,6 @@ ExitCode exitCodeOf(FileVerdict verdict) {
         case FileVerdict::kCannotOpen: break;
     }
     return ExitCode::kUnreadable;
-}
-
-void flushOutput() {
-    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return;
-    throw Failure(ExitCode::kFailure, "standard output", systemMessage(errno));
 }
 
 ExitCode runInfo(const InfoOptions& options) {

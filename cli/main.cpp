@@ -25,6 +25,10 @@ ExitCode runVerb(int argc, char** argv) {
     addPreviewVerb(app, result);
     addNoteVerb(app, result);
     addSettingsVerb(app, result);
+    addVerifyVerb(app, result);
+    addMissingVerb(app, result);
+    addRecoverVerb(app, result);
+    addMergeVerb(app, result);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

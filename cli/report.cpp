@@ -1,6 +1,7 @@
 #include "cli/report.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <system_error>
 
@@ -21,6 +22,11 @@ void report(const std::string& file, const std::string& cause, std::int64_t offs
 
 void report(const Failure& failure) {
     report(failure.file(), failure.what(), failure.offset());
+}
+
+void flushOutput() {
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return;
+    throw Failure(ExitCode::kFailure, "standard output", systemMessage(errno));
 }
 
 std::string systemMessage(int code) {

@@ -34,6 +34,9 @@ class Failure : public std::runtime_error {
 void report(const std::string& file, const std::string& cause, std::int64_t offset = Failure::kNoOffset);
 void report(const Failure& failure);
 
+// Brings what was printed to standard output on its way; throws Failure (kFailure) when it cannot be written.
+void flushOutput();
+
 // The system's words for an errno code.
 std::string systemMessage(int code);
 

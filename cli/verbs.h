@@ -16,5 +16,9 @@ void addInfoVerb(CLI::App& app, ExitCode& result);
 void addPreviewVerb(CLI::App& app, ExitCode& result);
 void addNoteVerb(CLI::App& app, ExitCode& result);
 void addSettingsVerb(CLI::App& app, ExitCode& result);
+void addVerifyVerb(CLI::App& app, ExitCode& result);
+void addMissingVerb(CLI::App& app, ExitCode& result);
+void addRecoverVerb(CLI::App& app, ExitCode& result);
+void addMergeVerb(CLI::App& app, ExitCode& result);
 
 }  // namespace rimg

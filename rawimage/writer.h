@@ -107,7 +107,9 @@ class RIFile : public RIFileBase {
     // Loads the list of tags: the table of a finished file, else by a scan, which also ORs the p1 words of
     // the pixel tags into `channelMask` (may be null). After Append the stream then stands where the next tag
     // belongs. Codes: 0; -1 no stream; -2 not such a file; -3 scan stopped early; -4 a payload could not be
-    // skipped; -5 the offset leads to no table; else the stream's code.
+    // skipped; -5 the offset leads to no table; else the stream's code. When it fails
+    // after Append, Close only closes, and nothing else may be written: the position is nowhere in
+    // particular.
     int ReadInfoTags(int* channelMask);
     int NumTags();
     // Null when there is no such entry. Valid until the list changes.
@@ -171,8 +173,9 @@ class RIFile : public RIFileBase {
                      std::size_t& zippedSize);
 
     int loadTable(std::uint64_t offset);
-    void dropTable(long offset);
-    void dropTornTag(std::int64_t end);
+    int dropTable(long offset);
+    int dropTornTag(std::int64_t end);
+    int cutAt(long offset);
     int scanTags(int* channelMask);
     int parsePixels(const RIF_TAG& tag, RIFileCallback& callback);
     int readZippedPixels(const RIF_TAG& tag, const PixelShape& shape);

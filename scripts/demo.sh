@@ -6,22 +6,30 @@ set -euo pipefail
 build=$1
 out=$2
 rimg=$build/cli/rimg
-files=("$out/frame.rimg")
 
 mkdir -p "$out"
-"$build/examples/render_frame" --output "$out/frame.rimg"
+# One render, four files: each gets every bucket straight from the renderer.
+outputs=("$out/frame.rimg" "$out/frame.exr" "$out/frame.multipart.exr" "$out/frame.tiled.exr")
+"$build/examples/render_frame" "${outputs[@]/#/--output=}" >/dev/null
+"$rimg" preview "$out/frame.rimg" -o "$out/frame.png"
+images=("$out/frame.rimg")
+files=("${outputs[@]}" "$out/frame.png")
 if [ -n "${DEMO_EXR:-}" ]; then
     name=$(basename "$DEMO_EXR")
     converted=$out/${name%.*}-exr.rimg
     "$rimg" convert "$DEMO_EXR" "$converted"
+    images+=("$converted")
     files+=("$converted")
 fi
 
 echo
+echo "\$ rimg note $out/frame.rimg"
+"$rimg" note "$out/frame.rimg"
+for image in "${images[@]}"; do
+    echo
+    echo "\$ rimg info $image"
+    "$rimg" info "$image"
+done
+echo
 echo "Files:"
 (cd "$out" && printf '    %s\n' "${files[@]/#$out/$PWD}")
-for file in "${files[@]}"; do
-    echo
-    echo "\$ rimg info $file"
-    "$rimg" info "$file"
-done

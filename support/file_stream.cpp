@@ -178,6 +178,25 @@ int PFileStream::Write(const void* data, int size, int& bytesWritten) {
     return 0;
 }
 
+std::int64_t PFileStream::CopyFrom(PFileStream& source, std::int64_t size) {
+    constexpr std::int64_t kMostAtOnce = 1 << 30;
+    if (descriptor_ < 0 || source.descriptor_ < 0 || writeError_ != 0) return 0;
+    buffered_ = 0;
+    std::int64_t copied = 0;
+    while (copied < size) {
+        const auto piece = static_cast<std::size_t>(std::min(size - copied, kMostAtOnce));
+        off_t from = source.position_;
+        off_t to = position_;
+        const ssize_t n = ::copy_file_range(source.descriptor_, &from, descriptor_, &to, piece, 0);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
+        source.position_ += n;
+        position_ += n;
+        copied += n;
+    }
+    return copied;
+}
+
 int PFileStream::Seek(long position) {
     if (descriptor_ < 0) return EBADF;
     if (position < 0) return EINVAL;

@@ -112,6 +112,12 @@ class PFileStream : public PStream {
     int Sync() override;
     std::int64_t Length() override;
 
+    // Copies `size` bytes from the position of `source` to the position of this stream, without taking them
+    // through the program. Returns how many went over; both positions are behind them then. Fewer than
+    // `size`, none included, when the system cannot do that here or has met an error: Read and Write go on
+    // from there, or tell why not.
+    std::int64_t CopyFrom(PFileStream& source, std::int64_t size);
+
   private:
     int lockAndEmpty(int descriptor, bool regular) const;
     int refill(unsigned char* rest, int size, int& got);

@@ -1,13 +1,13 @@
 #include "examples/render_frame/channels.h"
 
+#include <climits>
 #include <cstdio>
+#include <cstring>
 #include <iterator>
 
 namespace render_frame {
 
 namespace {
-
-constexpr int kMaxBlockBytes = 1 << 25;
 
 template <auto Member>
 const void* valuesOf(const BucketPixels& pixels) {
@@ -31,12 +31,13 @@ constexpr ChannelRow kChannels[] = {
 
 }  // namespace
 
-FrameChannels::FrameChannels(int maxPixels) : descriptions_(std::begin(kChannels), std::end(kChannels)) {
+FrameChannels::FrameChannels(int maxPixels, int blockBytes)
+    : descriptions_(std::begin(kChannels), std::end(kChannels)) {
     for (size_t i = 0; i < descriptions_.size(); ++i) {
         const ChannelRow& row = kChannels[i];
         list_.Add(&descriptions_[i]);
         tables_.push_back(std::make_unique<MBVTable>(row.valueSize, 0));
-        tables_.back()->initNotResizable(maxPixels, row.valueSize, kMaxBlockBytes);
+        tables_.back()->initNotResizable(maxPixels, row.valueSize, blockBytes);
 
         RegionChannel channel;
         channel.type = row.type;
@@ -59,6 +60,26 @@ MRRegionData* FrameChannels::load(const BucketPixels& pixels) {
     for (size_t i = 0; i < tables_.size(); ++i)
         tables_[i]->loadFromBuffer(kChannels[i].values(pixels), bucket.pixelCount());
     return &region_;
+}
+
+// One block for each channel, so that rows are never split.
+WholeFrame::WholeFrame(int width, int height) : channels_(width * height, INT_MAX) {
+    region()->width = region()->x1 = width;
+    region()->height = region()->y1 = height;
+    for (const auto& table : channels_.tables_)
+        std::memset(table->item(0), 0,
+                    static_cast<size_t>(table->count) * static_cast<size_t>(table->itemSize));
+}
+
+void WholeFrame::add(const BucketPixels& pixels) {
+    const Bucket& bucket = pixels.bucket;
+    for (size_t i = 0; i < channels_.tables_.size(); ++i) {
+        MBVTable& table = *channels_.tables_[i];
+        const size_t rowBytes = static_cast<size_t>(bucket.width()) * static_cast<size_t>(table.itemSize);
+        const auto* row = static_cast<const unsigned char*>(kChannels[i].values(pixels));
+        for (int y = bucket.y0; y < bucket.y1; ++y, row += rowBytes)
+            std::memcpy(table.item(y * region()->width + bucket.x0), row, rowBytes);
+    }
 }
 
 }  // namespace render_frame

@@ -35,8 +35,11 @@ class ChannelDescription final : public RegionChannelCallback {
 // the same buffers.
 class FrameChannels {
   public:
-    // Makes room for buckets of up to `maxPixels` pixels. Nothing is allocated after that.
-    explicit FrameChannels(int maxPixels);
+    static constexpr int kBlockBytes = 1 << 25;
+
+    // Makes room for buckets of up to `maxPixels` pixels, in blocks of at most `blockBytes` bytes. Nothing is
+    // allocated after that.
+    explicit FrameChannels(int maxPixels, int blockBytes = kBlockBytes);
     FrameChannels(const FrameChannels&) = delete;
     FrameChannels& operator=(const FrameChannels&) = delete;
 
@@ -46,10 +49,27 @@ class FrameChannels {
     MRRegionData* load(const BucketPixels& pixels);
 
   private:
+    friend class WholeFrame;
+
     std::vector<ChannelDescription> descriptions_;
     MUtils::Table<RegionChannelCallback*, 100> list_;  // points into descriptions_
     std::vector<std::unique_ptr<MBVTable>> tables_;
     MRRegionData region_;  // points to tables_
+};
+
+// The whole frame, put together bucket by bucket, for files that take it in one piece. Where no bucket has
+// been yet, every channel is 0.
+class WholeFrame {
+  public:
+    // A channel's values of all pixels stay below 2^31 bytes.
+    WholeFrame(int width, int height);
+
+    void add(const BucketPixels& pixels);
+
+    MRRegionData* region() { return &channels_.region_; }
+
+  private:
+    FrameChannels channels_;
 };
 
 }  // namespace render_frame

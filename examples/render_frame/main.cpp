@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <istream>
+#include <map>
 #include <string>
 #include <thread>
 
@@ -27,6 +28,7 @@ constexpr int kExitSignal = 128;  // plus the signal's number
 constexpr int kMaxSide = 1 << 16;
 constexpr int64_t kMaxBucketPixels = 1 << 26;  // whose largest channel stays below 2^31 bytes
 constexpr int64_t kMaxBuckets = 1 << 22;
+constexpr int64_t kMaxWholePixels = (int64_t{1} << 27) - 1;  // likewise, of a frame in one piece
 
 std::atomic<bool> stopRequested{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler sets it");
@@ -61,7 +63,10 @@ std::istream& operator>>(std::istream& in, Size& size) {
 }
 
 struct Options {
-    std::string output = "out/frame.rimg";
+    std::vector<std::string> outputs{"out/frame.rimg"};
+    std::string kind;
+    int bits = 32;
+    std::string compression = "zips";
     Size size{640, 360};
     Size bucket{64, 64};
     int samples = RenderSettings{}.samples;
@@ -70,8 +75,28 @@ struct Options {
     uint64_t seed = RenderSettings{}.seed;
 };
 
+const std::map<std::string, FileKind> kKinds{{"raw", FileKind::kRaw},
+                                             {"scanline", FileKind::kScanline},
+                                             {"multipart", FileKind::kMultiPart},
+                                             {"tiled", FileKind::kTiled}};
+const std::map<std::string, int> kCompressions{{"none", 1}, {"rle", 2},   {"zips", 3}, {"zip", 4},
+                                               {"piz", 5},  {"pxr24", 6}, {"b44", 7},  {"b44a", 8},
+                                               {"dwaa", 9}, {"dwab", 10}};
+
 void declare(CLI::App& app, Options& options) {
-    app.add_option("--output", options.output, "file to write")->type_name("PATH")->capture_default_str();
+    app.add_option("--output", options.outputs,
+                   "file to write, may repeat: X.exr, X.multipart.exr and X.tiled.exr are OpenEXR files, any "
+                   "other is a raw image")
+        ->type_name("PATH")
+        ->capture_default_str();
+    app.add_option("--kind", options.kind, "kind of the files, whatever their names")
+        ->check(CLI::IsMember(kKinds));
+    app.add_option("--bits", options.bits, "bits of OpenEXR's floating-point values")
+        ->check(CLI::IsMember({16, 32}))
+        ->capture_default_str();
+    app.add_option("--compression", options.compression, "compression of OpenEXR files")
+        ->check(CLI::IsMember(kCompressions))
+        ->capture_default_str();
     app.add_option("--size", options.size, "frame in pixels (640x360)")->type_name("WxH");
     app.add_option("--bucket", options.bucket, "bucket in pixels (64x64)")->type_name("WxH");
     app.add_option("--samples", options.samples, "paths for each pixel")
@@ -133,16 +158,35 @@ class Progress {
     const size_t total_;
 };
 
-// Renders the buckets and writes each; `written` counts them.
-ErrorCode renderBuckets(const Tracer& tracer, const std::vector<Bucket>& buckets, int threads,
-                        FrameWriter& writer, size_t& written) {
+bool endsWith(const std::string& text, const std::string& end) {
+    return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+FileKind kindOf(const std::string& path) {
+    if (endsWith(path, ".multipart.exr")) return FileKind::kMultiPart;
+    if (endsWith(path, ".tiled.exr")) return FileKind::kTiled;
+    return endsWith(path, ".exr") ? FileKind::kScanline : FileKind::kRaw;
+}
+
+std::vector<OutputSpec> outputSpecs(const Options& options) {
+    std::vector<OutputSpec> specs;
+    for (const std::string& path : options.outputs) {
+        const FileKind kind = options.kind.empty() ? kindOf(path) : kKinds.at(options.kind);
+        specs.push_back({path, kind, options.bits, kCompressions.at(options.compression)});
+    }
+    return specs;
+}
+
+// Renders the buckets and writes each; `written` counts them. Gives what FrameOutputs gives.
+std::string renderBuckets(const Tracer& tracer, const std::vector<Bucket>& buckets, int threads,
+                          FrameOutputs& outputs, size_t& written) {
     const Progress progress(buckets.size());
     RenderPool pool(tracer, buckets, threads, stopRequested);
     while (const BucketPixels* pixels = pool.next()) {
-        if (ErrorCode error = writer.write(*pixels)) return error;
+        if (std::string error = outputs.write(*pixels); !error.empty()) return error;
         progress.show(++written);
     }
-    return {};
+    return "";
 }
 
 int renderFrame(const Options& options) {
@@ -154,25 +198,29 @@ int renderFrame(const Options& options) {
     info.camera = scene.camera;
     if (options.thumbnail) makeThumbnail(scene, info);
 
-    const std::filesystem::path folder = std::filesystem::path(options.output).parent_path();
-    std::error_code ignored;  // Create tells what is wrong with the path
-    if (!folder.empty()) std::filesystem::create_directories(folder, ignored);
+    for (const std::string& path : options.outputs) {
+        const std::filesystem::path folder = std::filesystem::path(path).parent_path();
+        std::error_code ignored;  // Create tells what is wrong with the path
+        if (!folder.empty()) std::filesystem::create_directories(folder, ignored);
+    }
 
     const Tracer tracer(scene, info.render);
     const std::vector<Bucket> buckets =
         spiralOrder(info.render.width, info.render.height, info.bucketWidth, info.bucketHeight);
     size_t written = 0;
-    FrameWriter writer(std::move(info));
-    ErrorCode error = writer.start(options.output);
-    if (!error) error = renderBuckets(tracer, buckets, options.threads, writer, written);
-    if (!error) error = writer.finish();
-    if (error) return fail(options.output + ": " + error.describe());
+    FrameOutputs outputs(info, outputSpecs(options));
+    std::string error = outputs.start();
+    if (error.empty()) error = renderBuckets(tracer, buckets, options.threads, outputs, written);
+    if (error.empty())
+        error = outputs.finish({buckets.begin() + static_cast<ptrdiff_t>(written), buckets.end()});
+    if (!error.empty()) return fail(error);
     if (written < buckets.size()) {
-        fail("stopped: " + options.output + " holds " + std::to_string(written) + " of " +
-             std::to_string(buckets.size()) + " buckets");
+        fail("stopped: the frame has " + std::to_string(written) + " of " + std::to_string(buckets.size()) +
+             " buckets");
         return kExitSignal + stopSignal;
     }
-    std::printf("%s\n", options.output.c_str());
+    for (const std::string& path : options.outputs)
+        std::printf("%s\n", path.c_str());
     return 0;
 }
 
@@ -183,13 +231,21 @@ std::string faultOf(const Options& options) {
     if (width * height > kMaxBucketPixels) return "buckets are too large; take a smaller --bucket";
     const int64_t columns = (options.size.width - 1) / width + 1;
     const int64_t rows = (options.size.height - 1) / height + 1;
-    return columns * rows > kMaxBuckets ? "too many buckets; take a larger --bucket" : "";
+    if (columns * rows > kMaxBuckets) return "too many buckets; take a larger --bucket";
+    for (const OutputSpec& spec : outputSpecs(options)) {
+        const bool whole = spec.kind == FileKind::kScanline || spec.kind == FileKind::kMultiPart;
+        if (whole && int64_t{options.size.width} * options.size.height > kMaxWholePixels)
+            return "the frame is too large for one piece: " + spec.path;
+    }
+    return "";
 }
 
 int runProgram(int argc, char** argv) {
     Options options;
-    CLI::App app("Path-traces a few spheres and writes the frame, channel by channel, as a raw image.",
-                 "render_frame");
+    CLI::App app(
+        "Path-traces a few spheres and writes the frame, channel by channel, as a raw image or an OpenEXR "
+        "file.",
+        "render_frame");
     declare(app, options);
     try {
         app.parse(argc, argv);

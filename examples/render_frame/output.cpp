@@ -5,6 +5,7 @@
 #include <functional>
 #include <utility>
 
+#include "exr/exr_file.h"
 #include "rawimage/writer.h"
 
 namespace render_frame {
@@ -22,8 +23,14 @@ ErrorCode run(const Steps& steps) {
 }
 
 // The one place that knows which kinds of file there are.
-std::unique_ptr<RIFileBase> makeOutputFile() {
-    return std::make_unique<RIFile>();
+std::unique_ptr<RIFileBase> makeOutputFile(const OutputSpec& spec) {
+    if (spec.kind == FileKind::kRaw) return std::make_unique<RIFile>();
+    const int kind = spec.kind == FileKind::kTiled       ? ExrFile::kTiled
+                     : spec.kind == FileKind::kMultiPart ? ExrFile::kMultiPart
+                                                         : ExrFile::kScanline;
+    auto file = std::make_unique<ExrFile>(kind);
+    file->setCompressionType(spec.compression);
+    return file;
 }
 
 std::string describe(const RenderSettings& render) {
@@ -58,22 +65,29 @@ RICameraInfo cameraInfo(const Camera& camera) {
     return info;
 }
 
+// "; name=text" for the extra attributes, nothing for a text that they cannot carry.
+std::string attribute(const std::string& name, const std::string& text) {
+    return text.find_first_of("=;") == std::string::npos ? "; " + name + "=\"" + text + '"' : "";
+}
+
 int maxBucketPixels(const FrameInfo& info) {
     return std::min(info.bucketWidth, info.render.width) * std::min(info.bucketHeight, info.render.height);
 }
 
 }  // namespace
 
-FrameWriter::FrameWriter(FrameInfo info) : info_(std::move(info)), channels_(maxBucketPixels(info_)) {}
+FrameWriter::FrameWriter(FrameInfo info, OutputSpec spec)
+    : info_(std::move(info)), spec_(std::move(spec)), channels_(maxBucketPixels(info_)) {}
 
-ErrorCode FrameWriter::start(const std::string& path) {
-    constexpr int kBitsPerChannel = 32;
-    file_ = makeOutputFile();
+ErrorCode FrameWriter::start() {
+    const RIRegionInfo wholeFrame{-1, 0, 0, info_.render.width, info_.render.height};
+    file_ = makeOutputFile(spec_);
     return run({
-        [&] { return file_->Create(path.c_str(), nullptr); },
-        [&] { return file_->WriteHeader(kBitsPerChannel); },
+        [&] { return file_->Create(spec_.path.c_str(), nullptr); },
+        [&] { return file_->WriteHeader(spec_.bits); },
         [&] { return file_->WTResolution(info_.render.width, info_.render.height, 1.0f); },
         [&] { return file_->WTRegionsInfo(info_.bucketWidth, info_.bucketHeight, 0); },
+        [&] { return file_->WTRenderRegion(wholeFrame); },
         [&] { return file_->WTChannelInfo(channels_.list()); },
         [&] { return writeMetadata(); },
     });
@@ -90,8 +104,6 @@ ErrorCode FrameWriter::writeMetadata() {
     const std::string frame = describe(info_.render);
     const std::string stampText = "render_frame | " + frame;
     const std::string note = "Spheres on a checkered ground, path-traced: " + frame + ".";
-    const std::string extra = "renderer=render_frame; samples=" + std::to_string(info_.render.samples) +
-                              "; seed=" + std::to_string(info_.render.seed);
     // The stamp, the overlay texts and the settings are blobs to the file. To this renderer they are lines of
     // text.
     std::string stamp = "bottom-left\n" + stampText + "\n";
@@ -101,15 +113,13 @@ ErrorCode FrameWriter::writeMetadata() {
                            "\nsamples=" + std::to_string(info_.render.samples) +
                            "\nseed=" + std::to_string(info_.render.seed) + "\n";
     RISceneInfo scene(1, "spheres");
-    const RIRegionInfo wholeFrame{-1, 0, 0, info_.render.width, info_.render.height};
     const auto size = [](const std::string& text) { return static_cast<int>(text.size()); };
     return run({
         [&] { return file_->WTCameraInfo(cameraInfo(info_.camera)); },
-        [&] { return file_->WTRenderRegion(wholeFrame); },
         [&] { return file_->WTSceneInfo(scene); },
         [&] { return onRawFile([&](RIFile& raw) { return raw.WTNote(note.c_str()); }); },
         [&] { return onRawFile([&](RIFile& raw) { return raw.WTStamp(stamp.data(), size(stamp)); }); },
-        [&] { return file_->WTStampText(stampText.c_str()); },
+        [&] { return writeStampText(stampText); },
         [&] {
             return onRawFile(
                 [&](RIFile& raw) { return raw.WTOverlayTexts(overlays.data(), size(overlays)); });
@@ -124,16 +134,76 @@ ErrorCode FrameWriter::writeMetadata() {
                 return raw.WTPreview(info_.thumbnail.data(), info_.thumbnailWidth, info_.thumbnailHeight);
             });
         },
-        [&] { return file_->WTExtraAttributes(extra.c_str()); },
+        [&] { return file_->WTExtraAttributes(extraAttributes(note, stampText).c_str()); },
     });
+}
+
+// The scan-line kinds have no header before the frame and say so (-3); there it is one of the extra
+// attributes.
+ErrorCode FrameWriter::writeStampText(const std::string& text) {
+    constexpr int kNoHeaderYet = -3;
+    ErrorCode error = file_->WTStampText(text.c_str());
+    return wantsWholeFrame() && error.getError() == kNoHeaderYet ? ErrorCode() : error;
+}
+
+// For OpenEXR files, which have no other place for most of it.
+std::string FrameWriter::extraAttributes(const std::string& note, const std::string& stampText) const {
+    return "renderer=render_frame; samples=" + std::to_string(info_.render.samples) +
+           "; seed=" + std::to_string(info_.render.seed) + attribute("note", note) +
+           attribute("scene", "spheres") + (wantsWholeFrame() ? attribute("stampText", stampText) : "");
 }
 
 ErrorCode FrameWriter::write(const BucketPixels& pixels) {
     return file_->WTRegion(channels_.load(pixels), 0, 0, 0);
 }
 
-ErrorCode FrameWriter::finish() {
+ErrorCode FrameWriter::fillWithBlack(const std::vector<Bucket>& buckets) {
+    if (spec_.kind != FileKind::kTiled) return {};
+    for (const Bucket& bucket : buckets) {
+        BucketPixels black;
+        black.resize(bucket);
+        if (ErrorCode error = write(black)) return error;
+    }
+    return {};
+}
+
+ErrorCode FrameWriter::finish(WholeFrame* frame) {
+    if (frame != nullptr) {
+        if (ErrorCode error = file_->WTRegion(frame->region(), 0, 0, 0)) return error;
+    }
     return file_->Close();
+}
+
+FrameOutputs::FrameOutputs(const FrameInfo& info, const std::vector<OutputSpec>& specs) {
+    for (const OutputSpec& spec : specs) {
+        writers_.push_back(std::make_unique<FrameWriter>(info, spec));
+        if (writers_.back()->wantsWholeFrame() && frame_ == nullptr)
+            frame_ = std::make_unique<WholeFrame>(info.render.width, info.render.height);
+    }
+}
+
+template <class Step>
+std::string FrameOutputs::forEach(Step step) {
+    for (const auto& writer : writers_) {
+        if (const ErrorCode error = step(*writer)) return writer->spec().path + ": " + error.describe();
+    }
+    return "";
+}
+
+std::string FrameOutputs::start() {
+    return forEach([](FrameWriter& writer) { return writer.start(); });
+}
+
+std::string FrameOutputs::write(const BucketPixels& pixels) {
+    if (frame_ != nullptr) frame_->add(pixels);
+    return forEach([&](FrameWriter& writer) { return writer.write(pixels); });
+}
+
+std::string FrameOutputs::finish(const std::vector<Bucket>& missing) {
+    return forEach([&](FrameWriter& writer) {
+        if (ErrorCode error = writer.fillWithBlack(missing)) return error;
+        return writer.finish(writer.wantsWholeFrame() ? frame_.get() : nullptr);
+    });
 }
 
 }  // namespace render_frame

@@ -21,25 +21,73 @@ struct FrameInfo {
     int thumbnailHeight = 0;
 };
 
-// Writes a frame to an output file, in the order of calls that the file wants. Every operation gives an empty
-// ErrorCode on success; after an error the file is not used any further.
+enum class FileKind {
+    kRaw,
+    kScanline,   // OpenEXR in one part
+    kMultiPart,  // OpenEXR with a part for each layer
+    kTiled       // OpenEXR whose tiles are the buckets
+};
+
+// A file that the frame goes to.
+struct OutputSpec {
+    std::string path;
+    FileKind kind = FileKind::kRaw;
+    // OpenEXR only.
+    int bits = 32;        // of a value that is no integer
+    int compression = 3;  // as ExrFile numbers them
+};
+
+// Writes a frame to an output file, in the order of calls that the file wants, whichever kind it is. Every
+// operation gives an empty ErrorCode on success; after an error the file is not used any further.
 class FrameWriter {
   public:
-    explicit FrameWriter(FrameInfo info);
+    FrameWriter(FrameInfo info, OutputSpec spec);
+
+    const OutputSpec& spec() const { return spec_; }
 
     // Creates the file and writes everything that is known before the first bucket is rendered.
-    ErrorCode start(const std::string& path);
+    ErrorCode start();
+    // Offers a bucket. Files that want the whole frame let it pass by.
     ErrorCode write(const BucketPixels& pixels);
-    ErrorCode finish();
+    bool wantsWholeFrame() const {
+        return spec_.kind == FileKind::kScanline || spec_.kind == FileKind::kMultiPart;
+    }
+    // Buckets that were never rendered. A tiled file needs a tile for each all the same: those behind it
+    // would be lost with it.
+    ErrorCode fillWithBlack(const std::vector<Bucket>& buckets);
+    // Finishes the file. The frame is null for files that do not want it.
+    ErrorCode finish(WholeFrame* frame);
 
   private:
     ErrorCode writeMetadata();
+    ErrorCode writeStampText(const std::string& text);
+    std::string extraAttributes(const std::string& note, const std::string& stampText) const;
     template <class Operation>
     ErrorCode onRawFile(Operation operation);
 
     FrameInfo info_;
+    OutputSpec spec_;
     FrameChannels channels_;
     std::unique_ptr<RIFileBase> file_;
+};
+
+// All the files of a frame, written at a time. Every operation gives "" on success, else what went wrong,
+// with the name of the file.
+class FrameOutputs {
+  public:
+    FrameOutputs(const FrameInfo& info, const std::vector<OutputSpec>& specs);
+
+    std::string start();
+    std::string write(const BucketPixels& pixels);
+    // `missing` are the buckets that were never rendered.
+    std::string finish(const std::vector<Bucket>& missing);
+
+  private:
+    template <class Step>
+    std::string forEach(Step step);
+
+    std::vector<std::unique_ptr<FrameWriter>> writers_;
+    std::unique_ptr<WholeFrame> frame_;  // null when no file wants it
 };
 
 }  // namespace render_frame

@@ -76,7 +76,11 @@ int RIFile::ReadInfoTags(int* channelMask) {
         stream->Close();
         return -2;
     }
-    return header.infoTagsOffset != 0 ? loadTable(header.infoTagsOffset) : scanTags(channelMask);
+    const int code = header.infoTagsOffset != 0 ? loadTable(header.infoTagsOffset) : scanTags(channelMask);
+    // Nobody knows where the next tag belongs, and what stands at the position may be sound: Close must not
+    // write a table there.
+    if (code != 0) writeMode = false;
+    return code;
 }
 
 // Does not touch the channel mask, which is a by-product of scanning only.
@@ -102,27 +106,35 @@ int RIFile::loadTable(std::uint64_t offset) {
         infoTags.Append(decodeInfoTag(bytes));
         if (code != 0 || got != kInfoTagBytes) break;
     }
-    if (writeMode) dropTable(start);
-    return 0;
+    return writeMode ? dropTable(start) : 0;
 }
 
 // New tags overwrite the old table and Close writes a new one. Until then the header must not lead to what is
 // no table any more: a render that dies now leaves a file like any other that was never closed.
-void RIFile::dropTable(long offset) {
+// A stream that cannot go to where the next tag belongs must not be written to.
+int RIFile::dropTable(long offset) {
     const unsigned char noTable[8] = {};
     int written = 0;
-    if (stream->Seek(kTableOffsetPosition) == 0) stream->Write(noTable, sizeof noTable, written);
-    if (stream->Seek(offset) == 0) stream->Truncate();
+    if (const int code = stream->Seek(kTableOffsetPosition); code != 0) return code;
+    if (const int code = stream->Write(noTable, sizeof noTable, written); code != 0) return code;
+    return cutAt(offset);
 }
 
 // What an interrupted render leaves at the end is half a tag. The next one goes over it: behind it, it would
 // never be found.
-void RIFile::dropTornTag(std::int64_t end) {
+int RIFile::dropTornTag(std::int64_t end) {
     const std::int64_t length = stream->Length();
-    if (length < 0 || end <= length) return;
+    if (length < 0 || end <= length) return 0;
     const long start = static_cast<long>(infoTags.GetBuf()[infoTags.Count() - 1].offset);
     infoTags.DropLast();
-    if (stream->Seek(start) == 0) stream->Truncate();
+    return cutAt(start);
+}
+
+// A stream of fixed size cannot be cut: there the next tags only go over what stands at `offset`.
+int RIFile::cutAt(long offset) {
+    if (const int code = stream->Seek(offset); code != 0) return code;
+    const int code = stream->Truncate();
+    return code != ENOTSUP ? code : 0;
 }
 
 int RIFile::scanTags(int* channelMask) {
@@ -134,10 +146,8 @@ int RIFile::scanTags(int* channelMask) {
         const int code = readTagHeader(tag, got);
         if (code != 0 || got != kTagHeaderBytes) {
             // Half a header goes like half a payload.
-            if (writeMode && code == 0 && got > 0 && stream->IsEOF()) {
-                stream->Seek(static_cast<long>(offset));
-                return 0;
-            }
+            if (writeMode && code == 0 && got > 0 && stream->IsEOF())
+                return stream->Seek(static_cast<long>(offset));
             break;
         }
         INFOTAG entry;
@@ -156,8 +166,7 @@ int RIFile::scanTags(int* channelMask) {
         stream->Close();
         return -3;
     }
-    if (writeMode && infoTags.Count() > 0) dropTornTag(offset);
-    return 0;
+    return writeMode && infoTags.Count() > 0 ? dropTornTag(offset) : 0;
 }
 
 int RIFile::NumTags() {

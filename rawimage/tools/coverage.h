@@ -15,6 +15,10 @@ struct PixelBox {
     std::int32_t y = 0;
     std::int32_t width = 0;
     std::int32_t height = 0;
+
+    friend bool operator==(const PixelBox& a, const PixelBox& b) {
+        return a.x == b.x && a.y == b.y && a.width == b.width && a.height == b.height;
+    }
 };
 
 // Pixels of `frame` that lie in at least one of `boxes`. Takes O(n log n) time and, besides the boxes, at

@@ -272,7 +272,7 @@ TEST(Convert, FailuresHaveOneLineAndTheirExitCode) {
         {{"convert", folder / "subsampled.exr", out}, 1, "\"BY\" is subsampled"},
         {{"convert", folder / "large.exr", out, "--bucket", "20000x3000"}, 1, "MiB"},
         {{"convert", folder / "large.exr", out, "--bucket", "20000x20000"}, 1, "too large"},
-        {{"convert", raw, out}, 1, "yet"},
+        {{"convert", raw, out}, 4, "has no channel list"},
         {{"convert", in, folder / "none/out.rimg"}, 1, "none/out.rimg: cannot be written: No such file"},
         {{"convert", in, "/dev/full"}, 1, "/dev/full: offset 0: No space left on device: "},
     };

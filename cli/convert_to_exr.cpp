@@ -1,0 +1,204 @@
+#include <OpenEXR/ImfThreading.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <climits>
+#include <cmath>
+#include <memory>
+#include <utility>
+
+#include "cli/convert.h"
+#include "cli/exr_attributes.h"
+#include "cli/exr_channels.h"
+#include "cli/exr_output.h"
+#include "cli/interrupt.h"
+#include "cli/pixel_loader.h"
+#include "cli/progress.h"
+#include "cli/raw_input.h"
+#include "cli/raw_losses.h"
+#include "cli/report.h"
+#include "cli/tile_layout.h"
+#include "exr/attr_parser.h"
+#include "support/job_queue.h"
+
+namespace rimg {
+
+namespace {
+
+constexpr int kMaxDecoders = 64;
+// The most that the writer of scan lines copies at a time.
+constexpr std::int64_t kStagedPixels = (32 << 20) / 12;
+
+int threadsOf(const ConvertOptions& options) {
+    return options.threads > 0 ? options.threads : MUtils::getNumProcessors();
+}
+
+// The attributes for the file, once it is certain that it takes them.
+std::string checkedAttributes(const ConvertOptions& options, const ExrAttributes& own) {
+    const std::string all = joinAttributes(own.text, options.attributes);
+    // The user's alone first: positions are told as the user counts them.
+    for (const std::string& text : {options.attributes, all}) {
+        if (const ErrorCode error = checkExtraAttributes(text.c_str()); !error.empty())
+            throw Failure(ExitCode::kUsage, "", std::string("--attributes: ") + error.message());
+    }
+    return all;
+}
+
+// The conversion of one file.
+class ToExr {
+  public:
+    explicit ToExr(const ConvertOptions& options)
+        : options_(options),
+          input_(options.input, threadsOf(options)),
+          selection_(selectExrChannels(input_, options.channels, options.kind)),
+          ownAttributes_(exrAttributes(input_.records(), !tiled())),
+          attributes_(checkedAttributes(options, ownAttributes_)),
+          layout_(input_, tiled()),
+          loader_(input_, channels(), std::min(threadsOf(options), kMaxDecoders)),
+          region_(channels()) {
+        for (const INFOTAG& tag : input_.pixels()) {
+            if (!loader_.wants(tag)) continue;
+            const Rect seen = intersect(boxOf(tag), layout_.window());
+            if (!seen.empty()) tags_.push_back(&tag);
+            if (!(seen == boxOf(tag))) ++tagsCut_;
+        }
+    }
+
+    ExitCode run() {
+        const std::vector<TileBand> bands = makeBands();
+        checkMemory(bands);
+        tellWhatChanges();
+        Imf::setGlobalThreadCount(threadsOf(options_));
+        ExrOutput output(options_.output, options_.kind);
+        writeHead(output);
+        {
+            Progress progress("converting", static_cast<std::int64_t>(tags_.size()));
+            for (const TileBand& band : bands)
+                writeBand(band, output, progress);
+        }
+        output.close();
+        return tellLosses(input_, channels(), loader_.lost(), options_.output);
+    }
+
+  private:
+    bool tiled() const { return options_.kind == ExrFile::kTiled; }
+    const std::vector<ExrChannel>& channels() const { return selection_.channels; }
+
+    // Scan-line files take the frame in one piece.
+    std::vector<TileBand> makeBands() const {
+        return tiled() ? layout_.bands(tags_) : std::vector<TileBand>{{layout_.window(), tags_}};
+    }
+
+    // Before anything is allocated for the pixels.
+    void checkMemory(const std::vector<TileBand>& bands) const {
+        std::int64_t pixels = 0;
+        for (const TileBand& band : bands)
+            pixels = std::max(pixels, band.box.area());
+        for (const ExrChannel& channel : channels()) {
+            if (!channel.isWritten() || pixels <= INT_MAX / channel.valueSize()) continue;
+            throw Failure(ExitCode::kFailure, options_.input,
+                          "the channel \"" + channel.name + "\" takes more than 2 GiB of memory" +
+                              (tiled() ? "" : "; --kind tiled may take less"));
+        }
+        const std::int64_t tile = tiled() ? layout_.tileWidth() * layout_.tileHeight() : 0;
+        const double bytes = ChannelRegion::bytesNeeded(
+                                 channels(), pixels + (tiled() ? tile : std::min(pixels, kStagedPixels))) +
+                             loader_.bytesNeeded(tags_);
+        const double there =
+            static_cast<double>(sysconf(_SC_PHYS_PAGES)) * static_cast<double>(sysconf(_SC_PAGE_SIZE));
+        if (bytes <= there) return;
+        constexpr double kMebibyte = 1 << 20;
+        throw Failure(ExitCode::kFailure, options_.input,
+                      "the pixels take " + std::to_string(std::llround(bytes / kMebibyte)) +
+                          " MiB of memory, and this machine has " +
+                          std::to_string(std::llround(there / kMebibyte)) + "; choose fewer with --channels");
+    }
+
+    void tellWhatChanges() const {
+        constexpr std::size_t kMostTold = 10;
+        const std::vector<std::string>& renamed = selection_.renamed;
+        for (std::size_t i = 0; i < std::min(renamed.size(), kMostTold); ++i)
+            report(options_.input, renamed[i]);
+        if (renamed.size() > kMostTold) {
+            report(options_.input,
+                   std::to_string(renamed.size() - kMostTold) + " more channels go by other names");
+        }
+        if (tagsCut_ > 0) {
+            report(options_.input, std::to_string(tagsCut_) +
+                                       " tags have pixels outside the data window; those are left out");
+        }
+        for (const std::string& name : ownAttributes_.leftOut) {
+            report(options_.input,
+                   "the text \"" + name +
+                       "\" has a '=' or ';', which an attribute cannot carry; it is left out");
+        }
+    }
+
+    void writeHead(ExrOutput& output) {
+        const MUtils::FileSummary& records = input_.records();
+        const MUtils::FrameResolution& frame = *records.resolution;
+        MUtils::Table<RegionChannelCallback*, 100> list;
+        for (ExrChannel& channel : selection_.channels)
+            list.Add(&channel);
+        output.run([&](ExrFile& file) { return file.WriteHeader(options_.bits); });
+        output.run([&](ExrFile& file) { return file.WTResolution(frame.width, frame.height, frame.aspect); });
+        output.run([&](ExrFile& file) {
+            return file.WTRegionsInfo(static_cast<int>(layout_.tileWidth()),
+                                      static_cast<int>(layout_.tileHeight()), 0);
+        });
+        if (layout_.region()) {
+            output.run([&](ExrFile& file) { return file.WTRenderRegion(*layout_.region()); });
+        }
+        output.run([&](ExrFile& file) {
+            file.setCompressionType(options_.compression);
+            file.setAutoDataWindow(options_.autoDataWindow ? 1 : 0);
+            return file.WTChannelInfo(&list);
+        });
+        if (records.camera) output.run([&](ExrFile& file) { return file.WTCameraInfo(*records.camera); });
+        // Elsewhere it is one of the extra attributes: scan-line files have no header to put it in yet.
+        if (records.stampText && tiled()) {
+            output.run([&](ExrFile& file) { return file.WTStampText(records.stampText->text.c_str()); });
+        }
+        output.run([&](ExrFile& file) { return file.WTExtraAttributes(attributes_.c_str()); });
+    }
+
+    void writeBand(const TileBand& band, ExrOutput& output, Progress& progress) {
+        region_.setBox(band.box);
+        if (!loader_.load(band.tags, region_, progress)) stop();
+        if (!tiled()) return writeRegion(region_, output);
+        ChannelRegion tile(channels());
+        for (const Rect& box : layout_.tiles(band.box)) {
+            copyPixels(region_, box, tile);
+            writeRegion(tile, output);
+        }
+    }
+
+    void writeRegion(ChannelRegion& region, ExrOutput& output) const {
+        output.run([&](ExrFile& file) { return file.WTRegion(&region, 0, 0, 0); });
+        if (stopRequested()) stop();
+    }
+
+    [[noreturn]] void stop() const {
+        throw Failure(ExitCode::kStopped, options_.output, "stopped; nothing was written");
+    }
+
+    const ConvertOptions& options_;
+    const RawInput input_;
+    ExrChannels selection_;
+    const ExrAttributes ownAttributes_;
+    const std::string attributes_;
+    const TileLayout layout_;
+    PixelLoader loader_;
+    ChannelRegion region_;              // the band in work
+    std::vector<const INFOTAG*> tags_;  // those with pixels in the window
+    std::int64_t tagsCut_ = 0;
+};
+
+}  // namespace
+
+ExitCode convertToExr(const ConvertOptions& options) {
+    checkedAttributes(options, {});
+    return ToExr(options).run();
+}
+
+}  // namespace rimg

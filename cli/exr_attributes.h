@@ -1,0 +1,24 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "rawimage/tools/summary.h"
+
+namespace rimg {
+
+// Records of a raw image as a text of extra attributes.
+struct ExrAttributes {
+    std::string text;
+    // Names of the attributes whose text cannot be written so: nothing protects '=' and ';' there.
+    std::vector<std::string> leftOut;
+};
+
+// "note", "scene" and "sceneValue", "renderRegion" (box2i, when one is set), and, `withStampText`,
+// "stampText": those that the file has.
+ExrAttributes exrAttributes(const MUtils::FileSummary& records, bool withStampText);
+
+// Joins two texts, either of which may be empty or end in a semicolon.
+std::string joinAttributes(const std::string& first, const std::string& second);
+
+}  // namespace rimg

@@ -1,0 +1,172 @@
+#include "cli/exr_channels.h"
+
+#include <fnmatch.h>
+
+#include <algorithm>
+#include <map>
+#include <set>
+#include <utility>
+
+#include "cli/report.h"
+#include "exr/exr_file.h"
+
+namespace rimg {
+
+namespace {
+
+constexpr std::size_t kMaxNameLength = kChannelNameBytes - 1;
+// The library looks for a part's name among all parts.
+constexpr std::size_t kMaxChannels = 10000;
+
+// A part's name and a channel's name in it.
+using ExrName = std::pair<std::string, std::string>;
+
+// The names that the writers give a channel's components.
+class Naming {
+  public:
+    Naming(const std::vector<ExrChannel>& channels, int kind) : kind_(kind) {
+        const auto isDepth = [](const ExrChannel& channel) {
+            return channel.alias == RCA_DEPTH && (channel.flags & MUtils::kChannelSkippedInExr) == 0;
+        };
+        severalDepths_ = std::count_if(channels.begin(), channels.end(), isDepth) > 1;
+    }
+
+    // "RGB", "A" or "Z" for a channel that is one of the main image by its role, else "".
+    std::string mainLetters(const ExrChannel& channel) const {
+        if (channel.type == RCT_FLOAT && channel.alias == RCA_DEPTH && !severalDepths_) return "Z";
+        if (channel.type != RCT_COLOR) return "";
+        return channel.alias == RCA_ALPHA ? "A" : channel.alias == RCA_COLOR ? "RGB" : "";
+    }
+
+    std::vector<ExrName> names(const ExrChannel& channel) const {
+        static const char* const kLetters[] = {"", "", "RGB", "XY", "", "XYZ", "RGBA"};
+        std::vector<ExrName> result;
+        const std::string main = mainLetters(channel);
+        for (const char letter : main)
+            result.emplace_back("", std::string(1, letter));
+        if (!main.empty()) return result;
+        const std::string letters = kLetters[channel.type];
+        const ExrName place = split(channel.name, letters.empty());
+        if (letters.empty()) result.push_back(place);
+        const bool letterAlone = place.second.empty() && kind_ != ExrFile::kTiled;
+        for (const char letter : letters)
+            result.emplace_back(place.first,
+                                letterAlone ? std::string(1, letter) : place.second + '.' + letter);
+        return result;
+    }
+
+  private:
+    // Only files of several parts split names: at the first dot, when something follows it.
+    ExrName split(const std::string& name, bool whole) const {
+        if (kind_ != ExrFile::kMultiPart) return {"", name};
+        const std::size_t dot = name.find('.');
+        if (dot != std::string::npos && dot + 1 < name.size())
+            return {name.substr(0, dot), name.substr(dot + 1)};
+        return whole ? ExrName("other", name) : ExrName(name, "");
+    }
+
+    const int kind_;
+    bool severalDepths_ = false;
+};
+
+// Hands out names until all channels have their own.
+class Claims {
+  public:
+    explicit Claims(const Naming& naming) : naming_(naming) {}
+
+    void claim(ExrChannel& channel, std::vector<std::string>& renamed) {
+        if (take(channel)) return;
+        const std::string wanted = channel.name;
+        if (!naming_.mainLetters(channel).empty()) channel.alias = RCA_NONE;
+        for (int& n = tries_[wanted]; !take(channel);) {
+            const std::string suffix = '~' + std::to_string(++n + 1);
+            channel.name = wanted.substr(0, kMaxNameLength - suffix.size()) + suffix;
+        }
+        renamed.push_back("the OpenEXR name of the channel \"" + wanted + "\" is taken; it goes by \"" +
+                          channel.name + "\"");
+    }
+
+  private:
+    bool take(const ExrChannel& channel) {
+        const std::vector<ExrName> names = naming_.names(channel);
+        const auto taken = [this](const ExrName& name) { return taken_.count(name) != 0; };
+        if (std::any_of(names.begin(), names.end(), taken)) return false;
+        taken_.insert(names.begin(), names.end());
+        return true;
+    }
+
+    const Naming& naming_;
+    std::set<ExrName> taken_;
+    std::map<std::string, int> tries_;  // numbers used up for a name
+};
+
+// Takes out the channels that no glob fits.
+void applyGlobs(const std::string& file, const std::vector<std::string>& globs,
+                std::vector<ExrChannel>& channels) {
+    const auto fits = [](const std::string& glob, const ExrChannel& channel) {
+        return fnmatch(glob.c_str(), channel.name.c_str(), 0) == 0;
+    };
+    for (const std::string& glob : globs) {
+        const bool any = std::any_of(channels.begin(), channels.end(), [&](const ExrChannel& channel) {
+            return channel.isWritten() && fits(glob, channel);
+        });
+        if (any) continue;
+        throw Failure(ExitCode::kUsage, file,
+                      "--channels: \"" + glob + "\" fits no channel that goes into OpenEXR files");
+    }
+    const auto unwanted = [&](const ExrChannel& channel) {
+        return std::none_of(globs.begin(), globs.end(),
+                            [&](const std::string& glob) { return fits(glob, channel); });
+    };
+    if (!globs.empty())
+        channels.erase(std::remove_if(channels.begin(), channels.end(), unwanted), channels.end());
+}
+
+}  // namespace
+
+ExrChannel::ExrChannel(const RIF_CHANNEL& record)
+    : index(record.index),
+      type(static_cast<RegionChannelType>(record.type)),
+      alias(static_cast<RegionChannelAlias>(record.alias)),
+      name(record.name),
+      flags(record.flags) {}
+
+bool ExrChannel::isWritten() const {
+    return findChannelKind(type) != nullptr && (flags & MUtils::kChannelSkippedInExr) == 0;
+}
+
+int ExrChannel::valueSize() const {
+    return findChannelKind(type)->valueSize;
+}
+
+ExrChannels selectExrChannels(const RawInput& input, const std::vector<std::string>& globs, int kind) {
+    const std::string& file = input.path();
+    ExrChannels result;
+    std::vector<ExrChannel>& channels = result.channels;
+    for (const MUtils::ChannelSummary& channel : input.records().channels)
+        channels.emplace_back(channel.record);
+    if (channels.empty()) throw Failure(ExitCode::kDamaged, file, "has no channel list" + input.whyNot());
+    applyGlobs(file, globs, channels);
+    const auto isWritten = [](const ExrChannel& channel) { return channel.isWritten(); };
+    if (std::none_of(channels.begin(), channels.end(), isWritten))
+        throw Failure(ExitCode::kFailure, file, "has no channel that goes into OpenEXR files");
+    if (channels.size() > kMaxChannels) {
+        throw Failure(ExitCode::kFailure, file,
+                      "has " + std::to_string(channels.size()) + " channels; at most " +
+                          std::to_string(kMaxChannels) + " go into one file, choose with --channels");
+    }
+    const Naming naming(channels, kind);
+    Claims claims(naming);
+    std::vector<ExrChannel*> inOrder;
+    for (ExrChannel& channel : channels) {
+        if (channel.isWritten()) inOrder.push_back(&channel);
+    }
+    std::stable_partition(inOrder.begin(), inOrder.end(), [&naming](const ExrChannel* channel) {
+        return !naming.mainLetters(*channel).empty();
+    });
+    for (ExrChannel* channel : inOrder)
+        claims.claim(*channel, result.renamed);
+    return result;
+}
+
+}  // namespace rimg

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "cli/raw_input.h"
+#include "rawimage/format.h"
+
+namespace rimg {
+
+// A channel of a raw image, as a writer of OpenEXR files is told of it.
+class ExrChannel final : public RegionChannelCallback {
+  public:
+    explicit ExrChannel(const RIF_CHANNEL& record);
+
+    RegionChannelType getType() override { return type; }
+    RegionChannelAlias getAlias() override { return alias; }
+    const char* getName() override { return name.c_str(); }
+    int getFlags() override { return flags; }
+
+    // False for a channel without values and for one that its renderer keeps out of OpenEXR files.
+    bool isWritten() const;
+    int valueSize() const;  // of a written channel, in bytes
+
+    int index;  // in the raw image
+    RegionChannelType type;
+    RegionChannelAlias alias;
+    std::string name;
+    int flags;
+};
+
+struct ExrChannels {
+    std::vector<ExrChannel> channels;
+    // For each channel that could not keep its place: what happened, for the user to read.
+    std::vector<std::string> renamed;
+};
+
+// The channels of the file's list for which one of `globs` fits the name; all of them when there are no
+// globs. In a file of kind `kind` (ExrFile::Kind) no two of them give the same OpenEXR channel: colours,
+// alpha and depth by role go first, and of other channels the first one keeps its name, the next gets "~2",
+// "~3" ... A second channel of the same role goes under its own name.
+//
+// Throws Failure: kUsage when a glob fits no channel that is written, kDamaged when there is no list,
+// kFailure when nothing would be written or there are too many channels.
+ExrChannels selectExrChannels(const RawInput& input, const std::vector<std::string>& globs, int kind);
+
+}  // namespace rimg

@@ -1,0 +1,79 @@
+#include "rawimage/tools/merge.h"
+
+#include <CLI/CLI.hpp>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "cli/files.h"
+#include "cli/report.h"
+#include "cli/tool_progress.h"
+#include "cli/verbs.h"
+
+namespace rimg {
+
+namespace {
+
+using MUtils::MergeOverlap;
+using MUtils::MergeReport;
+using MUtils::MergeState;
+
+struct MergeVerbOptions {
+    std::vector<std::string> inputs;
+    std::string output;
+    std::string overlap;
+    bool allowHoles = false;
+};
+
+ExitCode exitCodeOf(MergeState state) {
+    switch (state) {
+        case MergeState::kGood: return ExitCode::kGood;
+        case MergeState::kCannotOpen:
+        case MergeState::kNotThisFormat: return ExitCode::kUnreadable;
+        case MergeState::kDamaged: return ExitCode::kDamaged;
+        case MergeState::kMismatch: return ExitCode::kMismatch;
+        case MergeState::kStopped: return ExitCode::kStopped;
+        case MergeState::kWriteFailed: break;
+    }
+    return ExitCode::kFailure;
+}
+
+MergeReport merge(const MergeVerbOptions& options) {
+    ToolProgress progress("merge");
+    MUtils::MergeOptions merging;
+    merging.allowHoles = options.allowHoles;
+    if (options.overlap == "first") merging.overlap = MergeOverlap::kFirst;
+    if (options.overlap == "last") merging.overlap = MergeOverlap::kLast;
+    merging.progress = progress.callback();
+    return MUtils::mergeFiles(options.inputs, options.output, merging);
+}
+
+ExitCode runMerge(const MergeVerbOptions& options) {
+    for (const std::string& input : options.inputs) {
+        if (sameFile(input, options.output))
+            throw Failure(ExitCode::kUsage, options.output, "input and output are the same file");
+    }
+    const MergeReport merged = merge(options);
+    for (const std::string& file : merged.unfinished)
+        report(file, "was never finished; what is whole in it counts");
+    if (merged.state != MergeState::kGood) throw Failure(exitCodeOf(merged.state), merged.file, merged.cause);
+    if (!merged.holes.boxes.empty()) report(options.output, "has holes, as allowed: rimg missing lists them");
+    return ExitCode::kGood;
+}
+
+}  // namespace
+
+void addMergeVerb(CLI::App& app, ExitCode& result) {
+    auto options = std::make_shared<MergeVerbOptions>();
+    CLI::App* verb = app.add_subcommand(
+        "merge", "Make one raw image out of pieces of the same frame, without compressing again");
+    verb->add_option("FILE", options->inputs, "The pieces")->required();
+    verb->add_option("-o,--output", options->output, "The raw image to write")->required();
+    verb->add_option("--overlap", options->overlap,
+                     "Which file counts where several have a pixel. Default: an error")
+        ->check(CLI::IsMember({"first", "last"}));
+    verb->add_flag("--allow-holes", options->allowHoles, "Merge even if pixels are missing afterwards");
+    verb->callback([options, &result] { result = runMerge(*options); });
+}
+
+}  // namespace rimg

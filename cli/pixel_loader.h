@@ -1,0 +1,98 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <exception>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "cli/exr_channels.h"
+#include "cli/frame_layout.h"
+#include "cli/progress.h"
+#include "cli/raw_input.h"
+
+namespace rimg {
+
+// The box of the pixels that a tag has.
+Rect boxOf(const RIF_TAG& tag);
+
+// A region of some channels with memory of its own. It has an entry for each channel; those that are not
+// written have no data.
+class ChannelRegion final : public MRRegionData {
+  public:
+    // No pixels yet. `channels` must live longer.
+    explicit ChannelRegion(const std::vector<ExrChannel>& channels);
+
+    // The memory that so many pixels take, in bytes.
+    static double bytesNeeded(const std::vector<ExrChannel>& channels, std::int64_t pixels);
+
+    // Becomes a region of the pixels of `box`, with undefined values, each channel's in one piece. No channel
+    // may need more than 2^31 - 1 bytes. Memory is kept from box to box.
+    void setBox(const Rect& box);
+    Rect box() const { return {x0, y0, x1, y1}; }
+
+    // The memory of a written channel's value at (x, y); its row goes on behind it.
+    unsigned char* at(std::size_t channel, std::int64_t x, std::int64_t y) const;
+    // Null for a channel that is not written.
+    MBVTable* table(std::size_t channel) const { return tables_[channel].get(); }
+    std::size_t size() const { return tables_.size(); }
+
+  private:
+    const std::vector<ExrChannel>& channels_;
+    std::vector<std::unique_ptr<MBVTable>> tables_;
+};
+
+// Makes `to` a region of the pixels of `box`, which lies in the box of `from`, with its values. Both are of
+// the same channels.
+void copyPixels(const ChannelRegion& from, const Rect& box, ChannelRegion& to);
+
+// Puts rectangles of a frame together from the tags of a raw image.
+class PixelLoader {
+  public:
+    // A tag whose values could not be read.
+    struct Loss {
+        INFOTAG tag;
+        const char* cause;
+    };
+
+    // All of these must live longer. Tags are decoded on up to `threads` threads.
+    PixelLoader(const RawInput& input, const std::vector<ExrChannel>& channels, int threads);
+    PixelLoader(const PixelLoader&) = delete;
+    PixelLoader& operator=(const PixelLoader&) = delete;
+
+    // The memory that decoding these tags takes, in bytes.
+    double bytesNeeded(const std::vector<const INFOTAG*>& tags) const;
+
+    // True for a tag that has pixels of a written channel.
+    bool wants(const INFOTAG& tag) const;
+
+    // Fills `region`, whose box is set, from tags that are wanted, as far as they lie in it. What none of
+    // them has is 0; where they overlap the last one counts. False when a signal came before the end.
+    bool load(const std::vector<const INFOTAG*>& tags, ChannelRegion& region, Progress& progress);
+
+    // Of all loads so far, in no order.
+    const std::vector<Loss>& lost() const { return lost_; }
+
+  private:
+    struct Job {
+        const std::vector<const INFOTAG*>& tags;
+        ChannelRegion& region;
+        std::atomic<std::size_t> next{0};
+        std::atomic<std::int64_t> done{0};
+    };
+
+    std::size_t usefulThreads(const Job& job) const;
+    bool overlap(const Job& job) const;
+    void work(Job& job, PixelDecoder& decoder, Progress* progress);
+    const char* place(const INFOTAG& tag, ChannelRegion& region, PixelDecoder& decoder);
+
+    std::vector<std::unique_ptr<PixelDecoder>> decoders_;  // one for each thread
+    std::map<std::int32_t, std::size_t> byIndex_;          // written channels by their index in the raw image
+    std::mutex mutex_;                                     // guards what follows
+    std::vector<Loss> lost_;
+    std::exception_ptr failure_;
+};
+
+}  // namespace rimg

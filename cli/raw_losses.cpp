@@ -1,0 +1,111 @@
+#include "cli/raw_losses.h"
+
+#include <algorithm>
+#include <set>
+
+#include "cli/report.h"
+
+namespace rimg {
+
+namespace {
+
+using MUtils::PixelBox;
+
+constexpr std::size_t kMostFaults = 10;
+constexpr std::size_t kMostBoxes = 10;
+
+std::string textOf(const PixelBox& box) {
+    return std::to_string(box.width) + 'x' + std::to_string(box.height) + '+' + std::to_string(box.x) + '+' +
+           std::to_string(box.y);
+}
+
+struct Fault {
+    std::int64_t offset;
+    std::string text;
+};
+
+std::string pixelsOf(const PixelBox& box, int channel, const std::string& name) {
+    return "pixels " + textOf(box) + " of channel " + std::to_string(channel) +
+           (name.empty() ? "" : " \"" + name + '"') + ": ";
+}
+
+std::string nameOf(const RawInput& input, int channel) {
+    for (const MUtils::ChannelSummary& listed : input.records().channels) {
+        if (listed.record.index == channel) return listed.record.name;
+    }
+    return {};
+}
+
+std::vector<Fault> faultsOf(const RawInput& input, const std::vector<PixelLoader::Loss>& lost) {
+    std::vector<Fault> faults;
+    for (const MUtils::VerifyFault& fault : input.state().faults) {
+        const bool pixels = isPixelTag(fault.tagId);
+        faults.push_back(
+            {fault.offset,
+             (pixels ? pixelsOf(fault.box, fault.channel, fault.channelName) : "") + fault.cause});
+    }
+    for (const PixelLoader::Loss& loss : lost) {
+        const RIF_TAG& tag = loss.tag;
+        faults.push_back(
+            {static_cast<std::int64_t>(loss.tag.offset),
+             pixelsOf({tag.p2, tag.p3, tag.p4, tag.p5}, tag.p8, nameOf(input, tag.p8)) + loss.cause});
+    }
+    std::stable_sort(faults.begin(), faults.end(),
+                     [](const Fault& a, const Fault& b) { return a.offset < b.offset; });
+    return faults;
+}
+
+// The pixels that some written channel lacks.
+MUtils::MissingBoxes missingOf(const RawInput& input, const std::vector<ExrChannel>& channels) {
+    std::set<int> written;
+    for (const ExrChannel& channel : channels) {
+        if (channel.isWritten()) written.insert(channel.index);
+    }
+    std::vector<PixelBox> lacking;
+    bool truncated = false;
+    for (const MUtils::MissingPixels& missing : input.state().missing) {
+        if (written.count(missing.channel) == 0) continue;
+        lacking.insert(lacking.end(), missing.boxes.boxes.begin(), missing.boxes.boxes.end());
+        truncated = truncated || missing.boxes.truncated;
+    }
+    if (lacking.empty()) return {{}, truncated};
+    // What the boxes of all channels cover, without overlaps: the area less all that they leave of it.
+    const PixelBox& area = input.state().area;
+    MUtils::MissingBoxes result = MUtils::missingBoxes(MUtils::missingBoxes(lacking, area).boxes, area);
+    result.truncated = result.truncated || truncated;
+    return result;
+}
+
+void tellFaults(const RawInput& input, const std::vector<Fault>& faults) {
+    for (std::size_t i = 0; i < std::min(faults.size(), kMostFaults); ++i)
+        report(input.path(), faults[i].text, faults[i].offset);
+    const std::int64_t more = static_cast<std::int64_t>(faults.size()) -
+                              static_cast<std::int64_t>(std::min(faults.size(), kMostFaults)) +
+                              input.state().furtherFaults;
+    if (more > 0) report(input.path(), std::to_string(more) + " more faults; rimg verify lists them");
+}
+
+void tellMissing(const MUtils::MissingBoxes& missing, const std::string& output) {
+    std::string text = "these pixels are missing in some channel, and are 0:";
+    for (std::size_t i = 0; i < std::min(missing.boxes.size(), kMostBoxes); ++i)
+        text += ' ' + textOf(missing.boxes[i]);
+    if (missing.boxes.size() > kMostBoxes || missing.truncated) text += " and more; rimg missing lists them";
+    report(output, text);
+}
+
+}  // namespace
+
+ExitCode tellLosses(const RawInput& input, const std::vector<ExrChannel>& channels,
+                    const std::vector<PixelLoader::Loss>& lost, const std::string& output) {
+    const std::vector<Fault> faults = faultsOf(input, lost);
+    tellFaults(input, faults);
+    const bool unfinished = input.state().verdict == MUtils::VerifyVerdict::kUnfinished;
+    if (unfinished) report(input.path(), input.state().cause);
+    const MUtils::MissingBoxes missing = missingOf(input, channels);
+    const bool lacksPixels = !missing.boxes.empty() || missing.truncated;
+    if (lacksPixels) tellMissing(missing, output);
+    if (!faults.empty()) return ExitCode::kDamaged;
+    return unfinished || lacksPixels ? ExitCode::kIncomplete : ExitCode::kGood;
+}
+
+}  // namespace rimg

@@ -1,0 +1,94 @@
+#include "rawimage/tools/recover.h"
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include "cli/files.h"
+#include "cli/report.h"
+#include "cli/tool_progress.h"
+#include "cli/verbs.h"
+
+namespace rimg {
+
+namespace {
+
+using MUtils::RecoverReport;
+using MUtils::RecoverState;
+
+struct RecoverVerbOptions {
+    std::string file;
+    std::string output;
+    bool inPlace = false;
+    int threads = 0;
+};
+
+ExitCode exitCodeOf(RecoverState state) {
+    switch (state) {
+        case RecoverState::kGood: return ExitCode::kGood;
+        case RecoverState::kNotThisFormat:
+        case RecoverState::kCannotOpen: return ExitCode::kUnreadable;
+        case RecoverState::kNotInPlace: return ExitCode::kDamaged;
+        case RecoverState::kStopped: return ExitCode::kStopped;
+        case RecoverState::kWriteFailed: break;
+    }
+    return ExitCode::kFailure;
+}
+
+RecoverReport recover(const RecoverVerbOptions& options) {
+    ToolProgress progress("recover " + options.file);
+    MUtils::RecoverOptions recovering;
+    recovering.threads = options.threads;
+    recovering.progress = progress.callback();
+    if (options.inPlace) return MUtils::recoverInPlace(options.file.c_str(), recovering);
+    return MUtils::recoverFile(options.file.c_str(), options.output.c_str(), recovering);
+}
+
+void printResult(const RecoverReport& found, bool inPlace) {
+    for (const MUtils::LostRange& lost : found.lost) {
+        std::printf("lost: bytes %lld..%lld: %s\n", static_cast<long long>(lost.offset),
+                    static_cast<long long>(lost.end), lost.cause.c_str());
+    }
+    for (const MUtils::RecoverDoubt& doubt : found.doubts) {
+        std::printf("in doubt: offset %lld: %s\n", static_cast<long long>(doubt.offset), doubt.cause.c_str());
+    }
+    const char* what = inPlace ? "finished" : "kept";
+    std::printf("%s: %lld tags, %lld of them pixels, %lld bytes\n", found.changed ? what : "nothing to do",
+                static_cast<long long>(found.tagsKept), static_cast<long long>(found.tagsOfPixels),
+                static_cast<long long>(found.bytesKept));
+    flushOutput();
+}
+
+ExitCode runRecover(const RecoverVerbOptions& options) {
+    if (options.inPlace == !options.output.empty())
+        throw Failure(ExitCode::kUsage, options.file, "name an output with -o, or use --in-place");
+    if (!options.inPlace && sameFile(options.file, options.output))
+        throw Failure(ExitCode::kUsage, options.output, "input and output are the same file");
+    const RecoverReport found = recover(options);
+    if (found.state == RecoverState::kGood) {
+        printResult(found, options.inPlace);
+        return ExitCode::kGood;
+    }
+    const bool ofOutput = found.state == RecoverState::kWriteFailed && !options.inPlace;
+    const std::string hint =
+        found.state == RecoverState::kNotInPlace ? "cannot be mended in place, use -o: " : "";
+    throw Failure(exitCodeOf(found.state), ofOutput ? options.output : options.file, hint + found.cause);
+}
+
+}  // namespace
+
+void addRecoverVerb(CLI::App& app, ExitCode& result) {
+    auto options = std::make_shared<RecoverVerbOptions>();
+    CLI::App* verb = app.add_subcommand("recover", "Save what is sound of a damaged or unfinished raw image");
+    verb->add_option("FILE", options->file, "The raw image")->required();
+    verb->add_option("-o,--output", options->output, "The new file, which gets every sound tag as it stands");
+    verb->add_flag("--in-place", options->inPlace,
+                   "Only cut a torn end off the file and add the table; refused when that is not enough");
+    verb->add_option("-j,--threads", options->threads,
+                     "Threads that decompress. Default: one for each processor")
+        ->check(CLI::Range(1, 1024));
+    verb->callback([options, &result] { result = runRecover(*options); });
+}
+
+}  // namespace rimg

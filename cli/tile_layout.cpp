@@ -1,0 +1,86 @@
+#include "cli/tile_layout.h"
+
+#include <algorithm>
+#include <climits>
+
+#include "cli/pixel_loader.h"
+#include "cli/report.h"
+
+namespace rimg {
+
+namespace {
+
+constexpr std::int64_t kDefaultTile = 64;
+// Of each the library and the writer keep some bytes from the start.
+constexpr std::int64_t kMaxTiles = 1 << 22;
+
+std::int64_t ceilDivide(std::int64_t a, std::int64_t b) {
+    return (a + b - 1) / b;
+}
+
+}  // namespace
+
+TileLayout::TileLayout(const RawInput& input, bool tiled) {
+    const MUtils::FileSummary& records = input.records();
+    if (!records.resolution || records.resolution->width < 1 || records.resolution->height < 1)
+        throw Failure(ExitCode::kDamaged, input.path(), "has no resolution" + input.whyNot());
+    window_ = {0, 0, records.resolution->width, records.resolution->height};
+    if (tiled && records.region && records.region->kind != -1) {
+        const RIRegionInfo& r = *records.region;
+        const Rect box{r.left, r.top, std::int64_t{r.left} + r.width, std::int64_t{r.top} + r.height};
+        if (!box.empty() && box.x1 <= INT_MAX && box.y1 <= INT_MAX) {
+            window_ = box;
+            region_ = r;
+        } else {
+            report(input.path(), "the render region has no pixels; the whole frame is the data window");
+        }
+    }
+    const bool announced = records.buckets && records.buckets->width > 0 && records.buckets->height > 0;
+    tileWidth_ = std::min<std::int64_t>(announced ? records.buckets->width : kDefaultTile, window_.width());
+    tileHeight_ =
+        std::min<std::int64_t>(announced ? records.buckets->height : kDefaultTile, window_.height());
+    const std::int64_t columns = ceilDivide(window_.width(), tileWidth_);
+    const std::int64_t rows = ceilDivide(window_.height(), tileHeight_);
+    if (tiled && columns > kMaxTiles / rows) {
+        throw Failure(ExitCode::kFailure, input.path(),
+                      std::to_string(columns) + " x " + std::to_string(rows) + " tiles are too many");
+    }
+}
+
+std::vector<TileBand> TileLayout::bands(const std::vector<const INFOTAG*>& tags) const {
+    const auto rows = static_cast<std::size_t>(ceilDivide(window_.height(), tileHeight_));
+    // For each border below a row, how many more tags cross it than the one above.
+    std::vector<std::int64_t> crossing(rows + 1);
+    for (const INFOTAG* tag : tags) {
+        const Rect box = intersect(boxOf(*tag), window_);
+        if (box.empty()) continue;
+        ++crossing[static_cast<std::size_t>(rowOf(box.y0))];
+        --crossing[static_cast<std::size_t>(rowOf(box.y1 - 1))];
+    }
+    std::vector<TileBand> bands;
+    std::vector<std::size_t> bandOf(rows);
+    std::int64_t crossed = 0;
+    for (std::size_t row = 0; row < rows; ++row) {
+        const std::int64_t y = window_.y0 + static_cast<std::int64_t>(row) * tileHeight_;
+        if (crossed == 0) bands.push_back({{window_.x0, y, window_.x1, y}, {}});
+        bands.back().box.y1 = std::min(y + tileHeight_, window_.y1);
+        bandOf[row] = bands.size() - 1;
+        crossed += crossing[row];
+    }
+    for (const INFOTAG* tag : tags) {
+        const Rect box = intersect(boxOf(*tag), window_);
+        if (!box.empty()) bands[bandOf[static_cast<std::size_t>(rowOf(box.y0))]].tags.push_back(tag);
+    }
+    return bands;
+}
+
+std::vector<Rect> TileLayout::tiles(const Rect& band) const {
+    std::vector<Rect> result;
+    for (std::int64_t y = band.y0; y < band.y1; y += tileHeight_) {
+        for (std::int64_t x = band.x0; x < band.x1; x += tileWidth_)
+            result.push_back(intersect({x, y, x + tileWidth_, y + tileHeight_}, band));
+    }
+    return result;
+}
+
+}  // namespace rimg

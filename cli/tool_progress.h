@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "cli/progress.h"
+
+namespace rimg {
+
+// A bar for a function of the library's that tells how far it is, and passes the wish to stop on to it. The
+// line is cleared when the object goes.
+class ToolProgress {
+  public:
+    explicit ToolProgress(std::string task) : task_(std::move(task)) {}
+
+    // For the function's option; must not outlive the object.
+    std::function<bool(std::int64_t done, std::int64_t total)> callback();
+
+  private:
+    const std::string task_;
+    std::unique_ptr<Progress> bar_;
+    std::int64_t done_ = 0;
+};
+
+}  // namespace rimg

@@ -1,0 +1,102 @@
+#include "rawimage/tools/verify.h"
+
+#include <CLI/CLI.hpp>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "cli/report.h"
+#include "cli/tool_progress.h"
+#include "cli/verbs.h"
+#include "cli/verify_output.h"
+
+namespace rimg {
+
+namespace {
+
+using MUtils::VerifyReport;
+using MUtils::VerifyVerdict;
+
+struct CheckOptions {
+    std::vector<std::string> files;
+    bool quick = false;
+    bool json = false;
+    int threads = 0;
+};
+
+ExitCode exitCodeOf(VerifyVerdict verdict) {
+    switch (verdict) {
+        case VerifyVerdict::kGood: return ExitCode::kGood;
+        case VerifyVerdict::kUnfinished:
+        case VerifyVerdict::kIncomplete: return ExitCode::kIncomplete;
+        case VerifyVerdict::kDamaged: return ExitCode::kDamaged;
+        case VerifyVerdict::kNotThisFormat:
+        case VerifyVerdict::kCannotOpen: break;
+    }
+    return ExitCode::kUnreadable;
+}
+
+VerifyReport verify(const std::string& file, const CheckOptions& options) {
+    ToolProgress progress("verify " + file);
+    MUtils::VerifyOptions verifying;
+    verifying.quick = options.quick;
+    verifying.threads = options.threads;
+    verifying.progress = progress.callback();
+    return MUtils::verifyFile(file.c_str(), verifying);
+}
+
+ExitCode runVerify(const CheckOptions& options) {
+    ExitCode result = ExitCode::kGood;
+    for (const std::string& file : options.files) {
+        const VerifyReport found = verify(file, options);
+        if (found.stopped) throw Failure(ExitCode::kStopped, file, "stopped");
+        options.json ? printVerifyJson(file, found) : printVerifyText(file, found);
+        flushOutput();
+        const ExitCode code = exitCodeOf(found.verdict);
+        if (code == ExitCode::kUnreadable) report(file, found.cause);
+        result = worse(result, code);
+    }
+    return result;
+}
+
+ExitCode runMissing(const CheckOptions& options) {
+    const std::string& file = options.files.front();
+    const VerifyReport found = MUtils::missingPixels(file.c_str());
+    const ExitCode code = exitCodeOf(found.verdict);
+    if (code == ExitCode::kUnreadable) throw Failure(code, file, found.cause);
+    options.json ? printMissingJson(file, found) : printMissingText(file, found);
+    flushOutput();
+    if (code == ExitCode::kDamaged) {
+        report(file, found.cause, found.faults.front().offset);
+        return code;
+    }
+    return found.missingInAny.boxes.empty() ? ExitCode::kGood : ExitCode::kIncomplete;
+}
+
+}  // namespace
+
+void addVerifyVerb(CLI::App& app, ExitCode& result) {
+    auto options = std::make_shared<CheckOptions>();
+    CLI::App* verb = app.add_subcommand("verify", "Tell whether raw images are what was written, and whole");
+    verb->add_option("FILE", options->files, "Raw images")->required();
+    verb->add_flag("--quick", options->quick,
+                   "Headers, table, lists and texts only; no pixels are decompressed");
+    verb->add_flag("--json", options->json, "One JSON object for each file, on a line of its own");
+    verb->add_option("-j,--threads", options->threads,
+                     "Threads that decompress. Default: one for each processor")
+        ->check(CLI::Range(1, 1024));
+    verb->footer(
+        "Exit code: 0 good, 3 unfinished or incomplete, 4 damaged, 5 not readable or of another format.");
+    verb->callback([options, &result] { result = runVerify(*options); });
+}
+
+void addMissingVerb(CLI::App& app, ExitCode& result) {
+    auto options = std::make_shared<CheckOptions>();
+    CLI::App* verb = app.add_subcommand("missing", "List the boxes of a raw image that are still to render");
+    verb->add_option("FILE", options->files, "The raw image")->required()->expected(1);
+    verb->add_flag("--json", options->json, "As a JSON object");
+    verb->footer("Exit code: 0 nothing is missing, 3 boxes are, 4 the file is damaged, 5 not readable.");
+    verb->callback([options, &result] { result = runMissing(*options); });
+}
+
+}  // namespace rimg

@@ -1,0 +1,161 @@
+#include "cli/verify_output.h"
+
+#include <array>
+#include <cstdio>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <vector>
+
+#include "cli/safe_text.h"
+#include "rawimage/format.h"
+
+namespace rimg {
+
+namespace {
+
+using namespace MUtils;
+using Json = nlohmann::ordered_json;
+
+constexpr std::size_t kShown = 20;  // boxes of a list, channels of a line
+
+std::string boxText(const PixelBox& box) {
+    return std::to_string(box.width) + "x" + std::to_string(box.height) + "+" + std::to_string(box.x) + "+" +
+           std::to_string(box.y);
+}
+
+std::string channelText(int index, const std::string& name) {
+    return std::to_string(index) + (name.empty() ? "" : " " + safeText(name));
+}
+
+void printBoxes(const std::string& title, const MissingBoxes& missing) {
+    std::printf("  %s:", title.c_str());
+    for (std::size_t i = 0; i < missing.boxes.size() && i < kShown; ++i)
+        std::printf(" %s", boxText(missing.boxes[i]).c_str());
+    if (missing.boxes.size() > kShown) std::printf(" and %zu more", missing.boxes.size() - kShown);
+    std::printf("%s\n", missing.truncated ? " and further ones" : "");
+}
+
+using BoxesKey = std::vector<std::array<int, 4>>;
+
+BoxesKey keyOf(const MissingBoxes& missing) {
+    BoxesKey key;
+    for (const PixelBox& box : missing.boxes)
+        key.push_back({box.x, box.y, box.width, box.height});
+    return key;
+}
+
+// Channels that lack the same share a line.
+void printMissing(const VerifyReport& report) {
+    if (report.missing.empty() && report.missingInAny.boxes.empty()) return;
+    printBoxes("missing", report.missingInAny);
+    struct Line {
+        std::string title = "missing in channel";
+        std::size_t channels = 0;
+        const MissingBoxes* boxes = nullptr;
+    };
+    std::vector<Line> lines;
+    std::map<BoxesKey, std::size_t> lineOf;
+    for (const MissingPixels& channel : report.missing) {
+        const auto [place, isNew] = lineOf.emplace(keyOf(channel.boxes), lines.size());
+        if (isNew) lines.push_back({});
+        Line& line = lines[place->second];
+        line.boxes = &channel.boxes;
+        if (++line.channels > kShown) continue;
+        line.title += (line.channels > 1 ? ", " : " ") + channelText(channel.channel, channel.name);
+    }
+    for (Line& line : lines) {
+        if (line.channels > kShown) line.title += " and " + std::to_string(line.channels - kShown) + " more";
+        printBoxes(line.title, *line.boxes);
+    }
+}
+
+void printFault(const VerifyFault& fault) {
+    std::printf("  offset %lld", static_cast<long long>(fault.offset));
+    if (fault.end > fault.offset) std::printf("..%lld", static_cast<long long>(fault.end));
+    if (fault.tagId != 0) std::printf(", %s", tagName(fault.tagId));
+    if (isPixelTag(fault.tagId)) {
+        std::printf(" %s of channel %s", boxText(fault.box).c_str(),
+                    channelText(fault.channel, fault.channelName).c_str());
+    }
+    std::printf(": %s\n", fault.cause.c_str());
+}
+
+Json jsonOf(const PixelBox& box) {
+    return {{"x", box.x}, {"y", box.y}, {"width", box.width}, {"height", box.height}};
+}
+
+Json jsonOf(const MissingBoxes& missing) {
+    Json boxes = Json::array();
+    for (const PixelBox& box : missing.boxes)
+        boxes.push_back(jsonOf(box));
+    return {{"boxes", boxes}, {"truncated", missing.truncated}};
+}
+
+Json jsonOf(const VerifyFault& fault) {
+    Json json{{"offset", fault.offset}, {"end", fault.end}, {"tag", nullptr}, {"cause", fault.cause}};
+    if (fault.tagId != 0) json["tag"] = tagName(fault.tagId);
+    if (!isPixelTag(fault.tagId)) return json;
+    json["box"] = jsonOf(fault.box);
+    json["channel"] = fault.channel;
+    json["name"] = fault.channelName;
+    return json;
+}
+
+Json verdictJson(const std::string& file, const VerifyReport& report) {
+    return {{"file", file}, {"verdict", verdictName(report.verdict)}, {"cause", report.cause}};
+}
+
+Json missingJson(const VerifyReport& report) {
+    Json channels = Json::array();
+    for (const MissingPixels& channel : report.missing) {
+        channels.push_back(
+            {{"channel", channel.channel}, {"name", channel.name}, {"missing", jsonOf(channel.boxes)}});
+    }
+    return {{"area", jsonOf(report.area)}, {"missing", jsonOf(report.missingInAny)}, {"channels", channels}};
+}
+
+void printLine(const Json& json) {
+    std::printf("%s\n", json.dump(-1, ' ', true, Json::error_handler_t::replace).c_str());
+}
+
+}  // namespace
+
+void printVerifyText(const std::string& file, const VerifyReport& report) {
+    std::printf("%s: %s", safeText(file).c_str(), verdictName(report.verdict));
+    if (!report.cause.empty()) std::printf(" (%s)", report.cause.c_str());
+    std::printf("\n");
+    for (const VerifyFault& fault : report.faults)
+        printFault(fault);
+    if (report.furtherFaults > 0)
+        std::printf("  and %lld more faults\n", static_cast<long long>(report.furtherFaults));
+    printMissing(report);
+}
+
+void printVerifyJson(const std::string& file, const VerifyReport& report) {
+    Json json = verdictJson(file, report);
+    json["bytes"] = report.fileBytes;
+    json["tags"] = report.tags;
+    json["faults"] = Json::array();
+    for (const VerifyFault& fault : report.faults)
+        json["faults"].push_back(jsonOf(fault));
+    json["furtherFaults"] = report.furtherFaults;
+    json.update(missingJson(report));
+    printLine(json);
+}
+
+void printMissingText(const std::string& file, const VerifyReport& report) {
+    if (report.missingInAny.boxes.empty()) {
+        std::printf("%s: nothing is missing\n", safeText(file).c_str());
+    } else {
+        std::printf("%s: of %s\n", safeText(file).c_str(), boxText(report.area).c_str());
+        printMissing(report);
+    }
+}
+
+void printMissingJson(const std::string& file, const VerifyReport& report) {
+    Json json = verdictJson(file, report);
+    json.update(missingJson(report));
+    printLine(json);
+}
+
+}  // namespace rimg

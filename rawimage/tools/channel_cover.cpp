@@ -1,0 +1,41 @@
+#include "rawimage/tools/channel_cover.h"
+
+#include <algorithm>
+
+#include "rawimage/tools/tag_check.h"
+
+namespace MUtils {
+
+void ChannelCover::addChannels(const std::vector<RIF_CHANNEL>& list) {
+    for (const RIF_CHANNEL& channel : list) {
+        if (channel.type != RCT_NONE) boxes_[channel.index];
+    }
+}
+
+void ChannelCover::addPixels(const std::vector<INFOTAG>& tags) {
+    for (const INFOTAG& tag : tags) {
+        if (isPixelTag(tag.id)) boxes_[tag.p8].push_back(boxOf(tag));
+    }
+}
+
+ChannelCover::Missing ChannelCover::missing(const PixelBox& area) const {
+    constexpr std::size_t kMostInAll = 10 * kMaxMissingBoxes;
+    Missing result;
+    if (area.width < 1 || area.height < 1) return result;
+    std::vector<PixelBox> lacking;
+    bool truncated = false;
+    for (const auto& [channel, covered] : boxes_) {
+        MissingBoxes boxes =
+            missingBoxes(covered, area, std::min(kMaxMissingBoxes, kMostInAll - lacking.size()));
+        if (boxes.boxes.empty() && !boxes.truncated) continue;
+        truncated = truncated || boxes.truncated;
+        lacking.insert(lacking.end(), boxes.boxes.begin(), boxes.boxes.end());
+        result.channels.emplace_back(channel, std::move(boxes));
+    }
+    if (boxes_.empty()) lacking.push_back(area);
+    result.inAny = unitedBoxes(lacking, area);
+    result.inAny.truncated = result.inAny.truncated || truncated;
+    return result;
+}
+
+}  // namespace MUtils

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <utility>
+#include <vector>
+
+#include "rawimage/format.h"
+#include "rawimage/tools/missing_boxes.h"
+
+namespace MUtils {
+
+// The boxes that each channel has pixels of, by channel index.
+class ChannelCover {
+  public:
+    using Boxes = std::map<std::int32_t, std::vector<PixelBox>>;
+
+    // Channels of the list count even without pixels, except those without values.
+    void addChannels(const std::vector<RIF_CHANNEL>& list);
+    void addPixels(const std::vector<INFOTAG>& tags);
+    const Boxes& boxes() const { return boxes_; }
+
+    // What channels lack of an area.
+    struct Missing {
+        std::vector<std::pair<std::int32_t, MissingBoxes>> channels;  // only those that lack any
+        MissingBoxes inAny;                                           // what any of them lacks
+    };
+    // Everything, when there is no channel. The boxes of all answers together are bounded.
+    Missing missing(const PixelBox& area) const;
+
+  private:
+    Boxes boxes_;
+};
+
+}  // namespace MUtils

@@ -1,0 +1,103 @@
+#include "rawimage/tools/header_evidence.h"
+
+#include <algorithm>
+
+#include "rawimage/tools/tag_check.h"
+
+namespace MUtils {
+
+namespace {
+
+bool sameBucket(const RIF_TAG& a, const RIF_TAG& b) {
+    return boxOf(a) == boxOf(b) && a.p6 == b.p6 && a.p7 == b.p7;
+}
+
+bool overlap(std::int64_t from, std::int64_t size, std::int64_t otherFrom, std::int64_t otherSize) {
+    return from < otherFrom + otherSize && otherFrom < from + size;
+}
+
+bool overlap(const PixelBox& a, const PixelBox& b) {
+    return overlap(a.x, a.width, b.x, b.width) && overlap(a.y, a.height, b.y, b.height);
+}
+
+}  // namespace
+
+bool HeaderEvidence::agreesWithList(const RIF_TAG& header) const {
+    const auto channel = static_cast<std::size_t>(header.p8);
+    return header.p8 >= 0 && channel < facts_.channels.size() && facts_.channels[channel].type == header.p1;
+}
+
+// The tags before and behind it are other channels of its bucket.
+bool HeaderEvidence::agreesWithBucket(std::size_t index, const RIF_TAG& header) const {
+    const auto agrees = [&header](const INFOTAG& neighbour) {
+        return isPixelTag(neighbour.id) && sameBucket(header, neighbour) && header.p8 != neighbour.p8;
+    };
+    return (index > 0 && agrees(tags_[index - 1])) || (index + 1 < tags_.size() && agrees(tags_[index + 1]));
+}
+
+// The two words of the caller's are often the same all through a file.
+bool HeaderEvidence::agreesWithCaller(std::size_t index, const RIF_TAG& header) const {
+    const auto agrees = [&header](const INFOTAG& neighbour) {
+        return isPixelTag(neighbour.id) && header.p6 == neighbour.p6 && header.p7 == neighbour.p7;
+    };
+    return (index > 0 && agrees(tags_[index - 1])) || (index + 1 < tags_.size() && agrees(tags_[index + 1]));
+}
+
+bool HeaderEvidence::leavesOthersFree(std::size_t index, const RIF_TAG& header) const {
+    const PixelBox box = boxOf(header);
+    for (std::size_t i = 0; i < tags_.size(); ++i) {
+        const bool other = i != index && dropped_[i] == nullptr && isPixelTag(tags_[i].id);
+        if (other && tags_[i].p8 == header.p8 && overlap(box, boxOf(tags_[i]))) return false;
+    }
+    return true;
+}
+
+void HeaderEvidence::survey() {
+    if (surveyed_) return;
+    surveyed_ = true;
+    for (std::size_t i = 0; i < tags_.size(); ++i) {
+        const INFOTAG& tag = tags_[i];
+        if (dropped_[i] != nullptr) continue;
+        ++counts_[tag.id];
+        if (!isPixelTag(tag.id)) continue;
+        right_ = std::max(right_, std::int64_t{tag.p2} + tag.p4);
+        bottom_ = std::max(bottom_, std::int64_t{tag.p3} + tag.p5);
+        widest_ = std::max(widest_, tag.p4);
+        highest_ = std::max(highest_, tag.p5);
+    }
+}
+
+int HeaderEvidence::countOf(std::uint32_t id) {
+    survey();
+    const auto found = counts_.find(id);
+    return found != counts_.end() ? found->second : 0;
+}
+
+// A frame that its buckets fill to its right and bottom edges, a bucket size that the largest one has.
+bool HeaderEvidence::agreesWithPixels(const RIF_TAG& header) {
+    survey();
+    if (header.id == TAG_RESOLUTION) return header.p1 == right_ && header.p2 == bottom_;
+    return header.p1 == widest_ && header.p2 == highest_;
+}
+
+bool HeaderEvidence::entryIsRight(std::size_t index, const RIF_TAG& entry) {
+    const RIF_TAG& tag = tags_[index];
+    if (tag.id != entry.id) {
+        // Metadata comes once. What is there again under the tag's id and nowhere under the entry's is
+        // mislabelled.
+        return !isPixelTag(tag.id) && countOf(tag.id) > 1 && countOf(entry.id) == 0;
+    }
+    if (tag.id == TAG_RESOLUTION || tag.id == TAG_REGIONS_INFO)
+        return compare(tag, entry, [this](const RIF_TAG& header) { return agreesWithPixels(header); }) > 0;
+    if (!isPixelTag(tag.id)) return false;
+    int better = compare(tag, entry, [this](const RIF_TAG& header) { return agreesWithList(header); });
+    if (better == 0)
+        better = compare(tag, entry, [&](const RIF_TAG& header) { return agreesWithBucket(index, header); });
+    if (better == 0)
+        better = compare(tag, entry, [&](const RIF_TAG& header) { return agreesWithCaller(index, header); });
+    if (better == 0)
+        better = compare(tag, entry, [&](const RIF_TAG& header) { return leavesOthersFree(index, header); });
+    return better > 0;
+}
+
+}  // namespace MUtils

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <vector>
+
+#include "rawimage/tools/tag_check.h"
+#include "support/job_queue.h"
+#include "support/pstream.h"
+#include "support/scratch_buffer.h"
+
+namespace MUtils {
+
+// Reads exactly `size` bytes at `offset`; false when the stream fails or ends first.
+bool readPayloadAt(PStream& stream, std::int64_t offset, std::int64_t size, ScratchBuffer& buffer);
+
+// Checks the payloads of many tags on several threads; the calling thread reads. What is held at a time is
+// bounded by kMaxHeldBytes, or by a single payload that is larger.
+class PayloadPool final : private JobQueue {
+  public:
+    static constexpr std::size_t kMaxHeldBytes = 64 << 20;
+
+    // A tag that is not sound: its place in the list that was checked, and why.
+    struct Bad {
+        std::size_t index;
+        const char* cause;
+    };
+    using Progress = std::function<bool(std::int64_t done, std::int64_t total)>;
+
+    // `threads` below 1: one for each processor. 1 does everything on the calling thread.
+    PayloadPool(PStream& stream, int threads, bool compressed);
+    ~PayloadPool();
+
+    // Checks those of `tags` that `wanted` picks and fills `bad`, in the order of `tags`. False when
+    // `progress`, which may be empty, stopped it. Throws std::bad_alloc, also for a worker that had no
+    // memory.
+    bool check(const std::vector<INFOTAG>& tags, const std::function<bool(const RIF_TAG&)>& wanted,
+               const Progress& progress, std::vector<Bad>& bad);
+
+  private:
+    struct Slot {
+        RIF_TAG tag;
+        std::size_t index = 0;
+        ScratchBuffer payload;
+    };
+
+    void begin(std::size_t tags);
+    void enqueue(const INFOTAG& tag, std::size_t index);
+    void makeRoom(Slot& slot, std::size_t size);
+    void examine(PayloadCheck& check, const Slot& slot);
+    void addBad(std::size_t index, const char* cause);
+    int jobProc(int threadIndex, int jobIndex, void* data) override;
+
+    PStream& stream_;
+    const bool compressed_;
+    const int threads_;
+    bool threaded_ = false;
+    std::vector<PayloadCheck> checks_;  // by worker
+    std::vector<Slot> slots_;
+    std::size_t held_ = 0;  // capacity of all slots
+    std::atomic<bool> outOfMemory_{false};
+    std::mutex badMutex_;
+    std::vector<Bad> bad_;
+};
+
+}  // namespace MUtils

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+#include "rawimage/writer.h"
+
+namespace MUtils {
+
+// True when both names lead to one existing file, through links too.
+bool isSameFile(const char* a, const char* b);
+
+// Writes a raw image file out of tags that stand in others, byte for byte as they are. Errors as RIFile's;
+// what could not be read of a source is an error too.
+class TagCopier : public RIFile {
+  public:
+    // Called on the way with the bytes copied so far; false stops.
+    using Progress = std::function<bool(std::int64_t copied)>;
+
+    explicit TagCopier(Progress progress = {}) : progress_(std::move(progress)) {}
+
+    // Starts the file `fileName`; `compressed` is the flag of the pixels that will come.
+    ErrorCode begin(const char* fileName, bool compressed);
+
+    // Copies tags of `source`, in their order. Tags that follow each other in the source go in one piece. Old
+    // tables are left out; everything goes into the new table that must, and channel lists too.
+    ErrorCode copy(PStream& source, const std::vector<INFOTAG>& tags);
+    // A tag of the caller's own. `size` of it is right.
+    ErrorCode add(const RIF_TAG& tag, const void* payload);
+    // True when the progress has stopped a copy, which is then not whole.
+    bool stopped() const { return stopped_; }
+
+    // Opens an existing file for reading and writing and locks it; code as PFileStream's. Then file() is it.
+    int open(const char* fileName);
+    PStream& file() { return *stream; }
+    // Continues the opened file behind the sound tags that a scan found in it, cutting what follows them.
+    ErrorCode resume(const std::vector<INFOTAG>& tags, bool compressed);
+
+    // Closes the file without a table, as a render leaves it that dies.
+    ErrorCode leaveOpenEnded();
+
+  private:
+    ErrorCode copyBytes(PStream& source, std::int64_t offset, std::int64_t size);
+    ErrorCode copyChunk(PStream& source, int size);
+    void list(const INFOTAG& tag);
+
+    Progress progress_;
+    std::int64_t copied_ = 0;
+    bool stopped_ = false;
+    ScratchBuffer chunk_;
+};
+
+}  // namespace MUtils

@@ -1,0 +1,201 @@
+#include "rawimage/tools/tag_scan.h"
+
+#include <algorithm>
+
+#include "rawimage/tools/cross_check.h"
+#include "rawimage/tools/payload_pool.h"
+#include "rawimage/tools/tag_check.h"
+#include "rawimage/tools/tag_search.h"
+
+namespace MUtils {
+
+namespace {
+
+constexpr int kFlagsPosition = 20;
+
+class Scanner {
+  public:
+    Scanner(PStream& stream, const TagScanOptions& options, TagScan& scan)
+        : stream_(stream), options_(options), scan_(scan), search_(stream, scan, options) {}
+
+    bool begin();
+    void run();
+
+  private:
+    using Place = TagSearch::Place;
+
+    void checkFlags();
+    bool fits(const RIF_TAG& tag, std::int64_t offset, bool compressed);
+    void walk(std::int64_t from, std::int64_t end, bool thorough, std::vector<INFOTAG>& tags);
+    void addGap(std::int64_t offset, std::int64_t end, const Place& place, bool torn);
+    bool isTorn(std::int64_t offset, std::int64_t end, const Place& place);
+    bool endsInZeros(std::int64_t offset, std::int64_t end);
+    void checkPayloads();
+    void replaceBadTags(const std::vector<PayloadPool::Bad>& bad);
+
+    PStream& stream_;
+    const TagScanOptions& options_;
+    TagScan& scan_;
+    TagSearch search_;
+};
+
+bool Scanner::begin() {
+    ScratchBuffer bytes;
+    if (!readPayloadAt(stream_, 0, kFileHeaderBytes, bytes)) return false;
+    scan_.header = decodeHeader(bytes.data());
+    scan_.compressed = (scan_.header.flags & RIF_COMPRESSED) != 0;
+    checkFlags();
+    if (scan_.header.magic == RIF_MAGIC) return true;
+    scan_.faults.push_back({0, "the file does not begin with the format's magic"});
+    const Place first = search_.look(kFileHeaderBytes, scan_.fileBytes);
+    return first.whole && search_.stands(first.tag, kFileHeaderBytes, scan_.fileBytes);
+}
+
+bool Scanner::fits(const RIF_TAG& tag, std::int64_t offset, bool compressed) {
+    scan_.compressed = compressed;
+    return headerFault(tag, offset, scan_.fileBytes, compressed) == nullptr &&
+           search_.payloadFault(tag, offset) == nullptr;
+}
+
+// A flag that a damaged file header has lost: when none of the first pixel tags is what the flag says, and
+// all that can be reached are what it denies, the flag is wrong. In a sound file the first one settles it.
+void Scanner::checkFlags() {
+    constexpr int kTagsAsked = 16;
+    constexpr int kTagsPassed = 1000;
+    const bool stated = scan_.compressed;
+    int asked = 0;
+    int denied = 0;
+    std::int64_t offset = kFileHeaderBytes;
+    for (int i = 0; i < kTagsPassed && asked < kTagsAsked && offset < scan_.fileBytes; ++i) {
+        const Place place = search_.look(offset, scan_.fileBytes);
+        // A tag whose size is wrong leads astray: one that denies the flag may be it.
+        if (!place.whole || place.tag.size < kTagHeaderBytes) {
+            if (denied < 2) return;
+            break;
+        }
+        if (isPixelTag(place.tag.id)) {
+            ++asked;
+            // Most tags settle it by their size alone.
+            const bool mayDeny = headerFault(place.tag, offset, scan_.fileBytes, !stated) == nullptr;
+            const bool right = mayDeny ? fits(place.tag, offset, stated) : place.fault == nullptr;
+            if (!right && mayDeny) denied += fits(place.tag, offset, !stated) ? 1 : 0;
+            scan_.compressed = stated;
+            if (right) return;
+        }
+        offset += place.tag.size;
+    }
+    if (denied == 0) return;
+    scan_.compressed = !stated;
+    scan_.faults.push_back({kFlagsPosition, "the flags deny how pixels are stored"});
+}
+
+void Scanner::run() {
+    std::vector<INFOTAG> tags;
+    walk(kFileHeaderBytes, scan_.fileBytes, false, tags);
+    scan_.tags.swap(tags);
+    if (!search_.stopped()) checkPayloads();
+    scan_.stopped = scan_.stopped || search_.stopped();
+    if (!scan_.stopped) crossCheck(stream_, scan_);
+}
+
+// Headers only, unless it is `thorough`; but where two headers in a row cannot both be right the payload
+// between them decides.
+void Scanner::walk(std::int64_t from, std::int64_t end, bool thorough, std::vector<INFOTAG>& tags) {
+    constexpr std::size_t kTagsBetweenCalls = 4096;
+    Place place = search_.look(from, end);
+    for (std::int64_t offset = from; offset < end && !search_.stopped();) {
+        if (tags.size() % kTagsBetweenCalls == 0 && !search_.going(0)) break;
+        if (place.fault == nullptr) {
+            const std::int64_t next = offset + place.tag.size;
+            const Place there = search_.look(next, end);
+            if (thorough || !search_.leadsOn(there, next))
+                place.fault = search_.payloadFault(place.tag, offset);
+            if (place.fault == nullptr) {
+                INFOTAG entry;
+                static_cast<RIF_TAG&>(entry) = place.tag;
+                entry.offset = static_cast<std::uint64_t>(offset);
+                tags.push_back(entry);
+                place = there;
+                offset = next;
+                continue;
+            }
+        }
+        const std::int64_t next = search_.nextAfter(offset, place, end);
+        addGap(offset, next, place, next == scan_.fileBytes && isTorn(offset, next, place));
+        offset = next;
+        place = search_.look(offset, end);
+    }
+}
+
+void Scanner::addGap(std::int64_t offset, std::int64_t end, const Place& place, bool torn) {
+    TagGap gap;
+    gap.offset = offset;
+    gap.end = end;
+    gap.cause = place.fault;
+    gap.tag = place.tag;
+    gap.torn = torn;
+    scan_.gaps.push_back(gap);
+}
+
+// Whether a gap up to the end of the file is half a tag: half a header, half a payload, or the zeros that a
+// power cut leaves where a file had grown and its data had not come.
+bool Scanner::isTorn(std::int64_t offset, std::int64_t end, const Place& place) {
+    if (end - offset < kTagHeaderBytes || endsInZeros(offset, end)) return true;
+    return place.whole && cutInPayload(place.tag, offset, end, scan_.compressed) &&
+           !search_.endsEarly(place.tag, offset);
+}
+
+bool Scanner::endsInZeros(std::int64_t offset, std::int64_t end) {
+    constexpr std::int64_t kSector = 512;
+    const std::int64_t tail = std::min(kSector, end - offset);
+    ScratchBuffer bytes;
+    return readPayloadAt(stream_, end - tail, tail, bytes) &&
+           std::all_of(bytes.data(), bytes.data() + tail, [](unsigned char byte) { return byte == 0; });
+}
+
+void Scanner::checkPayloads() {
+    std::vector<PayloadPool::Bad> bad;
+    PayloadPool pool(stream_, options_.pixels ? options_.threads : 1, scan_.compressed);
+    const auto wanted = [this](const RIF_TAG& tag) {
+        return options_.pixels || (!isPixelTag(tag.id) && PayloadCheck::looksAt(tag, scan_.compressed));
+    };
+    scan_.stopped = !pool.check(scan_.tags, wanted, options_.progress, bad);
+    if (!bad.empty()) replaceBadTags(bad);
+}
+
+// A tag whose payload is not what its header says becomes a gap, unless there are sound tags under it: then
+// its header was damaged so that it seemed to reach over them.
+void Scanner::replaceBadTags(const std::vector<PayloadPool::Bad>& bad) {
+    std::vector<INFOTAG> kept;
+    std::size_t next = 0;
+    for (std::size_t i = 0; i < scan_.tags.size(); ++i) {
+        const INFOTAG& tag = scan_.tags[i];
+        if (next == bad.size() || bad[next].index != i) {
+            kept.push_back(tag);
+            continue;
+        }
+        const auto offset = static_cast<std::int64_t>(tag.offset);
+        const std::int64_t end = offset + tag.size;
+        const Place place{tag, true, bad[next++].cause};
+        const std::int64_t inner = search_.nextAfter(offset, place, end);
+        addGap(offset, inner, place, false);
+        if (inner < end) walk(inner, end, true, kept);
+    }
+    scan_.tags.swap(kept);
+    std::sort(scan_.gaps.begin(), scan_.gaps.end(),
+              [](const TagGap& a, const TagGap& b) { return a.offset < b.offset; });
+}
+
+}  // namespace
+
+bool scanTags(PStream& stream, const TagScanOptions& options, TagScan& scan) {
+    scan = TagScan();
+    scan.fileBytes = stream.Length();
+    if (scan.fileBytes < kFileHeaderBytes) return false;
+    Scanner scanner(stream, options, scan);
+    if (!scanner.begin()) return false;
+    scanner.run();
+    return true;
+}
+
+}  // namespace MUtils

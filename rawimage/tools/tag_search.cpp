@@ -1,0 +1,219 @@
+#include "rawimage/tools/tag_search.h"
+
+#include <algorithm>
+
+#include "rawimage/tools/payload_pool.h"
+#include "rawimage/tools/payload_range.h"
+#include "support/bytes.h"
+
+namespace MUtils {
+
+namespace {
+
+constexpr std::int64_t kFirstChunk = 1 << 12;
+constexpr std::int64_t kLargestChunk = 1 << 16;
+constexpr std::int64_t kLongestText = 1 << 20;  // that is looked for behind a damaged header
+constexpr std::int64_t kBudgetPerByte = 64;
+constexpr std::int64_t kLeastBudget = 1 << 25;
+
+}  // namespace
+
+void TableExtents::load(PStream& stream, const TagScan& scan) {
+    constexpr std::int64_t kEntriesAtOnce = 1024;
+    const std::uint64_t stored = scan.header.infoTagsOffset;
+    const std::int64_t lastPlace = scan.fileBytes - kTagHeaderBytes;
+    if (lastPlace < kFileHeaderBytes || stored < kFileHeaderBytes ||
+        stored > static_cast<std::uint64_t>(lastPlace))
+        return;
+    const auto offset = static_cast<std::int64_t>(stored);
+    ScratchBuffer bytes;
+    if (!readPayloadAt(stream, offset, kTagHeaderBytes, bytes)) return;
+    const RIF_TAG tag = decodeTag(bytes.data());
+    if (tag.id != TAG_INFO_TAGS || headerFault(tag, offset, scan.fileBytes, scan.compressed) != nullptr)
+        return;
+    for (std::int64_t first = 0; first < tag.p1; first += kEntriesAtOnce) {
+        const std::int64_t count = std::min(kEntriesAtOnce, tag.p1 - first);
+        const std::int64_t start = offset + kTagHeaderBytes + first * kInfoTagBytes;
+        if (!readPayloadAt(stream, start, count * kInfoTagBytes, bytes)) break;
+        for (std::int64_t i = 0; i < count; ++i) {
+            const INFOTAG entry = decodeInfoTag(bytes.data() + i * kInfoTagBytes);
+            if (entry.offset < kFileHeaderBytes || entry.offset > static_cast<std::uint64_t>(lastPlace))
+                continue;
+            const auto at = static_cast<std::int64_t>(entry.offset);
+            if (headerFault(entry, at, scan.fileBytes, scan.compressed) == nullptr)
+                extents_.push_back({at, at + entry.size});
+        }
+    }
+    std::sort(extents_.begin(), extents_.end(),
+              [](const Extent& a, const Extent& b) { return a.offset < b.offset; });
+    for (std::size_t i = 0; i + 1 < extents_.size(); ++i)
+        extents_[i].end = std::min(extents_[i].end, extents_[i + 1].offset);
+}
+
+std::vector<TableExtents::Extent>::const_iterator TableExtents::lastUpTo(std::int64_t offset) const {
+    const auto after =
+        std::upper_bound(extents_.begin(), extents_.end(), offset,
+                         [](std::int64_t at, const Extent& extent) { return at < extent.offset; });
+    return after == extents_.begin() ? extents_.end() : after - 1;
+}
+
+bool TableExtents::covers(std::int64_t offset) const {
+    const auto extent = lastUpTo(offset);
+    return extent != extents_.end() && extent->offset < offset && offset < extent->end;
+}
+
+std::int64_t TableExtents::endOf(std::int64_t offset) const {
+    const auto extent = lastUpTo(offset);
+    return extent != extents_.end() && extent->offset == offset ? extent->end : -1;
+}
+
+TagSearch::TagSearch(PStream& stream, const TagScan& scan, const TagScanOptions& options)
+    : stream_(stream),
+      scan_(scan),
+      options_(options),
+      budget_(std::min(scan.fileBytes, INT64_MAX / (2 * kBudgetPerByte)) * kBudgetPerByte + kLeastBudget) {}
+
+bool TagSearch::going(std::int64_t offset) {
+    if (!stopped_ && options_.progress) stopped_ = !options_.progress(offset, scan_.fileBytes);
+    return !stopped_;
+}
+
+const TableExtents& TagSearch::table() {
+    if (!tableLoaded_) table_.load(stream_, scan_);
+    tableLoaded_ = true;
+    return table_;
+}
+
+TagSearch::Place TagSearch::look(std::int64_t offset, std::int64_t end) {
+    Place place;
+    if (end - offset < kTagHeaderBytes) {
+        place.fault = "file ends inside a tag header";
+        return place;
+    }
+    unsigned char bytes[kTagHeaderBytes] = {};
+    int got = 0;
+    const bool read = stream_.Seek(static_cast<long>(offset)) == 0 &&
+                      stream_.Read(bytes, kTagHeaderBytes, got) == 0 && got == kTagHeaderBytes;
+    if (!read) {
+        place.fault = "tag header cannot be read";
+        return place;
+    }
+    place.whole = true;
+    place.tag = decodeTag(bytes);
+    place.fault = headerFault(place.tag, offset, end, scan_.compressed);
+    return place;
+}
+
+bool TagSearch::leadsOn(const Place& place, std::int64_t offset) const {
+    if (place.fault == nullptr || offset > scan_.fileBytes - kTagHeaderBytes) return true;
+    return place.whole && cutInPayload(place.tag, offset, scan_.fileBytes, scan_.compressed);
+}
+
+const char* TagSearch::payloadFault(const RIF_TAG& tag, std::int64_t offset) {
+    if (!PayloadCheck::looksAt(tag, scan_.compressed)) return nullptr;
+    budget_ -= tag.size;
+    if (budget_ < 0) return "too much damage to look through";
+    if (!readPayloadAt(stream_, offset + kTagHeaderBytes, tag.payloadBytes(), payload_))
+        return "payload cannot be read";
+    const std::int64_t before = check_.inflated();
+    const char* fault =
+        check_.fault(tag, payload_.data(), static_cast<std::size_t>(tag.payloadBytes()), scan_.compressed);
+    budget_ -= check_.inflated() - before;
+    return fault;
+}
+
+// By what the payload holds, whatever the size says; -1 when it cannot be told.
+std::int64_t TagSearch::naturalEnd(const RIF_TAG& tag, std::int64_t offset, std::int64_t end) {
+    const std::int64_t start = offset + kTagHeaderBytes;
+    const std::int64_t most = mostPayload(tag, scan_.compressed);
+    const std::int64_t size = std::min(most == PayloadRange::kAny ? kLongestText : most, end - start);
+    if (size <= 0 || budget_ < size) return -1;
+    budget_ -= size;
+    if (!readPayloadAt(stream_, start, size, payload_)) return -1;
+    const std::int64_t before = check_.inflated();
+    const std::int64_t natural =
+        check_.naturalSize(tag, payload_.data(), static_cast<std::size_t>(size), scan_.compressed);
+    budget_ -= check_.inflated() - before;
+    return natural >= 0 ? start + natural : -1;
+}
+
+bool TagSearch::endsEarly(const RIF_TAG& tag, std::int64_t offset) {
+    return naturalEnd(tag, offset, scan_.fileBytes) >= 0;
+}
+
+bool TagSearch::stands(const RIF_TAG& tag, std::int64_t offset, std::int64_t end) {
+    if (headerFault(tag, offset, end, scan_.compressed) != nullptr || !unusedParametersClear(tag) ||
+        table().covers(offset) || payloadFault(tag, offset) != nullptr)
+        return false;
+    if (provesItself(tag, scan_.compressed) || table().endOf(offset) == offset + tag.size) return true;
+    const std::int64_t next = offset + tag.size;
+    return leadsOn(look(next, scan_.fileBytes), next);
+}
+
+// A place that something points to, within the damaged tag's `end`: what stands there need not be sound all
+// through. What points there weakly asks for one tag more behind it, as for one that is found.
+bool TagSearch::mayResume(std::int64_t offset, std::int64_t end, bool weakly) {
+    if (offset == end) return true;
+    if (offset > end) return false;
+    const Place place = look(offset, end);
+    const bool clear = !place.whole || unusedParametersClear(place.tag);
+    if (place.fault != nullptr) return clear && !weakly && end == scan_.fileBytes && leadsOn(place, offset);
+    if (!clear) return false;
+    const std::int64_t next = offset + place.tag.size;
+    return !weakly || next == end || leadsOn(look(next, end), next);
+}
+
+std::int64_t TagSearch::nextAfter(std::int64_t offset, const Place& place, std::int64_t end) {
+    if (!place.whole) return search(offset + 1, end);
+    const RIF_TAG& tag = place.tag;
+    const std::int64_t start = offset + kTagHeaderBytes;
+    const std::int64_t byParameters = payloadByParameters(tag, scan_.compressed);
+    const bool cut = cutInPayload(tag, offset, end, scan_.compressed);
+    if (cut && byParameters >= 0 && end == scan_.fileBytes) return end;
+    const std::int64_t listed = table().endOf(offset);
+    if (listed >= start && mayResume(listed, end, false)) return listed;
+    const std::int64_t bySize = offset + tag.size;
+    const bool wasTable = scan_.header.infoTagsOffset == static_cast<std::uint64_t>(offset);
+    // A table's entries look like tags, and it is the last tag of its file.
+    if (wasTable && (bySize == end || (byParameters >= 0 && start + byParameters == end))) return end;
+    if (bySize >= start && sizeConfirmed(tag) && mayResume(bySize, end, false)) return bySize;
+    const std::int64_t natural = naturalEnd(tag, offset, end);
+    if (natural >= start && mayResume(natural, end, false)) return natural;
+    if (byParameters >= 0 && mayResume(start + byParameters, end, true)) return start + byParameters;
+    // A size that nothing confirms may have been damaged so that it reaches over sound tags.
+    const bool sizeLeadsOn = bySize >= start && mayResume(bySize, end, true);
+    return search(offset + 1, sizeLeadsOn ? bySize : end);
+}
+
+// As many bytes as can be read of those asked for.
+int TagSearch::readChunk(std::int64_t offset, std::int64_t size) {
+    int got = 0;
+    unsigned char* bytes = chunk_.reserve(static_cast<std::size_t>(kLargestChunk + kTagHeaderBytes));
+    if (stream_.Seek(static_cast<long>(offset)) != 0) return 0;
+    (void)stream_.Read(bytes, static_cast<int>(size), got);
+    return got;
+}
+
+// The first place from `from` on where a tag stands that ends by `end`; `end` when there is none.
+std::int64_t TagSearch::search(std::int64_t from, std::int64_t end) {
+    std::int64_t step = kFirstChunk;
+    for (std::int64_t start = from; end - start >= kTagHeaderBytes && budget_ > 0 && going(start);) {
+        const std::int64_t wanted = std::min(step + kTagHeaderBytes - 1, end - start);
+        const int got = readChunk(start, wanted);
+        if (got < wanted && step > kFirstChunk) {  // behind a part of the disk that is gone the file goes on
+            step = kFirstChunk;
+            continue;
+        }
+        for (std::int64_t at = 0; at < step && at + kTagHeaderBytes <= got; ++at) {
+            const std::uint32_t id = loadU32(chunk_.data() + at);
+            if (id < kFirstTagId || id > kLastTagId) continue;
+            const RIF_TAG tag = decodeTag(chunk_.data() + at);
+            if (stands(tag, start + at, end)) return start + at;
+        }
+        start += step;
+        step = std::min(step * 2, kLargestChunk);
+    }
+    return end;
+}
+
+}  // namespace MUtils

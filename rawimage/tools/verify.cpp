@@ -1,0 +1,134 @@
+#include "rawimage/tools/verify.h"
+
+#include <algorithm>
+#include <system_error>
+#include <utility>
+
+#include "rawimage/tools/channel_cover.h"
+#include "rawimage/tools/frame_facts.h"
+#include "rawimage/tools/tag_check.h"
+#include "rawimage/tools/tag_scan.h"
+
+namespace MUtils {
+
+namespace {
+
+VerifyFault faultOf(const TagGap& gap, const FrameFacts& facts) {
+    VerifyFault fault;
+    fault.offset = gap.offset;
+    fault.end = gap.end;
+    fault.tagId = gap.tag.id;
+    fault.cause = gap.cause;
+    if (isPixelTag(gap.tag.id)) {
+        fault.box = boxOf(gap.tag);
+        fault.channel = gap.tag.p8;
+        fault.channelName = facts.channelName(gap.tag.p8);
+    }
+    return fault;
+}
+
+void listFaults(TagScan& scan, const FrameFacts& facts, VerifyReport& report) {
+    for (TagScan::Fault& found : scan.faults) {
+        VerifyFault fault;
+        fault.offset = fault.end = found.offset;
+        fault.cause = std::move(found.cause);
+        report.faults.push_back(std::move(fault));
+    }
+    for (const TagGap& gap : scan.gaps) {
+        if (gap.torn) continue;
+        if (report.faults.size() < kMaxVerifyFaults) {
+            report.faults.push_back(faultOf(gap, facts));
+        } else {
+            ++report.furtherFaults;
+        }
+    }
+    std::stable_sort(report.faults.begin(), report.faults.end(),
+                     [](const VerifyFault& a, const VerifyFault& b) { return a.offset < b.offset; });
+}
+
+void listMissing(const TagScan& scan, const FrameFacts& facts, VerifyReport& report) {
+    ChannelCover cover;
+    cover.addChannels(facts.channels);
+    cover.addPixels(scan.tags);
+    ChannelCover::Missing missing = cover.missing(report.area);
+    for (auto& [channel, boxes] : missing.channels)
+        report.missing.push_back({channel, facts.channelName(channel), std::move(boxes)});
+    report.missingInAny = std::move(missing.inAny);
+}
+
+void decide(const TagScan& scan, VerifyReport& report) {
+    const auto torn =
+        std::find_if(scan.gaps.begin(), scan.gaps.end(), [](const TagGap& gap) { return gap.torn; });
+    if (!report.faults.empty()) {
+        report.verdict = VerifyVerdict::kDamaged;
+        report.cause = report.faults.front().cause;
+    } else if (torn != scan.gaps.end()) {
+        report.verdict = VerifyVerdict::kUnfinished;
+        report.cause = "cut at " + std::to_string(torn->offset) + ": " + torn->cause;
+    } else if (scan.tableOffset == 0) {
+        report.verdict = VerifyVerdict::kUnfinished;
+        report.cause = "never closed: no tag table";
+    } else if (!report.missingInAny.boxes.empty() || report.missingInAny.truncated) {
+        report.verdict = VerifyVerdict::kIncomplete;
+        report.cause = "pixels are missing";
+    }
+}
+
+}  // namespace
+
+const char* verdictName(VerifyVerdict verdict) {
+    switch (verdict) {
+        case VerifyVerdict::kGood: return "good";
+        case VerifyVerdict::kUnfinished: return "unfinished";
+        case VerifyVerdict::kIncomplete: return "incomplete";
+        case VerifyVerdict::kDamaged: return "damaged";
+        case VerifyVerdict::kNotThisFormat: return "not this format";
+        case VerifyVerdict::kCannotOpen: break;
+    }
+    return "cannot open";
+}
+
+VerifyReport verifyStream(PStream& stream, const VerifyOptions& options) {
+    VerifyReport report;
+    TagScan scan;
+    TagScanOptions scanOptions;
+    scanOptions.pixels = !options.quick;
+    scanOptions.threads = options.threads;
+    scanOptions.progress = options.progress;
+    const bool isRawImage = scanTags(stream, scanOptions, scan);
+    report.fileBytes = std::max<std::int64_t>(scan.fileBytes, 0);
+    if (!isRawImage || scan.header.magic != RIF_MAGIC) {
+        report.verdict = VerifyVerdict::kNotThisFormat;
+        report.cause = scan.fileBytes < kFileHeaderBytes ? "shorter than the file header of a raw image file"
+                                                         : "not a raw image file";
+        return report;
+    }
+    report.stopped = scan.stopped;
+    if (scan.stopped) return report;
+    report.tags = static_cast<std::int64_t>(scan.tags.size());
+    const FrameFacts facts = readFrameFacts(stream, scan.tags);
+    listFaults(scan, facts, report);
+    report.area = facts.area();
+    listMissing(scan, facts, report);
+    decide(scan, report);
+    return report;
+}
+
+VerifyReport verifyFile(const char* fileName, const VerifyOptions& options) {
+    PFileStream file;
+    const int code = file.Open(fileName, PFileStream::kRead, 1, PFileStream::kOpenExisting);
+    if (code == 0) return verifyStream(file, options);
+    VerifyReport report;
+    report.verdict = VerifyVerdict::kCannotOpen;
+    report.cause = std::generic_category().message(code);
+    return report;
+}
+
+VerifyReport missingPixels(const char* fileName) {
+    VerifyOptions options;
+    options.quick = true;
+    options.threads = 1;
+    return verifyFile(fileName, options);
+}
+
+}  // namespace MUtils
