@@ -1,0 +1,33 @@
+#pragma once
+
+#include "bench/frame.h"
+#include "bench/harness.h"
+#include "rawimage/read/callback.h"
+
+// The rows of the table, in groups that share their data.
+
+namespace bench {
+
+void writeRows(Session& session, const Folder& folder, bool allBuckets);
+void readRows(Session& session, const Folder& folder);
+void walkRows(Session& session, const Folder& folder);
+void exrRows(Session& session, const Folder& folder);
+void toolRows(Session& session, const Folder& folder);
+void memoryRows(Session& session, const Folder& folder);
+
+// What a child process of memoryRows() does: the named job, then the bytes of its peak on stdout.
+int memoryChild(const Folder& folder, const char* job);
+
+// Writes a frame's buckets as a raw image. Throws on any error.
+void writeFrame(const Frame& frame, PStream* stream, const std::string& path, int threads, int level);
+
+// Accepts everything and keeps nothing.
+class DroppingCallback : public RIFileCallback {
+  public:
+    bool setResolution(int, int, float) override { return true; }
+    bool setNumChannels(int) override { return true; }
+    bool setChannel(int, RegionChannelType, RegionChannelAlias, const char*) override { return true; }
+    bool setImageData(const MBVTable&, int, int, int, int, int, int, int, int) override { return true; }
+};
+
+}  // namespace bench

@@ -1,0 +1,100 @@
+#include <cstring>
+
+#include "bench/direct_exr.h"
+#include "bench/plain.h"
+#include "bench/rows.h"
+
+namespace bench {
+
+namespace {
+
+// Each pixel payload of the file in `stream` against the plain loop's, byte for byte.
+void comparePayloads(const PMemStream& stream, const PlainPacking& plain) {
+    const unsigned char* at = stream.GetBuf() + kFileHeaderBytes;
+    auto item = plain.items().begin();
+    for (; item != plain.items().end();) {
+        const RIF_TAG tag = decodeTag(at);
+        require(tag.id != TAG_INFO_TAGS, "the file lacks payloads");
+        if (isPixelTag(tag.id)) {
+            require(static_cast<std::size_t>(tag.payloadBytes()) == item->size &&
+                        std::memcmp(at + kTagHeaderBytes, item->zipped.data(), item->size) == 0,
+                    "a payload differs from compress2's");
+            ++item;
+        }
+        at += tag.size;
+    }
+}
+
+void compareWriting(Session& session, const Frame& frame, const std::string& name, int threads, Goal goal) {
+    PMemStream stream(static_cast<int>(frame.rawBytes() / 2));
+    PlainPacking plain(frame);
+    Comparison row{"write, " + name, "gather + compress2", goal};
+    row.ours = [&] { writeFrame(frame, &stream, "", threads, kCompressionLevel); };
+    row.plain = [&] { plain.run(threads, kCompressionLevel); };
+    row.check = [&] { comparePayloads(stream, plain); };
+    row.busy = threads;
+    session.compare(row);
+}
+
+// Whole frames: OpenEXR takes scan lines.
+void compareWithExr(Session& session, const Folder& folder) {
+    Frame frame = Frame::load(folder.demo);
+    const std::string raw = folder.file("level1.rimg");
+    const std::string exr = folder.file("level1.exr");
+    std::vector<Bucket> whole;
+    whole.push_back(frame.crop(0, 0, frame.width, frame.height));
+    const ExrSource source{frame, whole};
+    const ExrLayout layout{ExrFile::kScanline, 3, 32};
+    writeOurExr(source, layout, exr);
+    const DirectExr direct(source, layout, exr);
+
+    Comparison row{"write, 2 threads, level 1", "OpenEXR ZIPS, float, 2 threads", {Goal::kTimeAtMost, 1.0}};
+    row.ours = [&] { writeFrame(frame, nullptr, raw, 2, 1); };
+    row.plain = [&] { direct.write(exr); };
+    row.check = [&] {
+        require(checksumsRead(raw, 1) == checksumsRead(folder.demo, 1), "the values were not kept");
+        require(direct.holds(exr), "the EXR file does not hold the frame");
+    };
+    row.prepare = [&] {
+        std::remove(raw.c_str());
+        std::remove(exr.c_str());
+    };
+    session.compare(row);
+    row.prepare();
+}
+
+}  // namespace
+
+void writeFrame(const Frame& frame, PStream* stream, const std::string& path, int threads, int level) {
+    RIFile file;
+    ChannelList channels(frame.channels);
+    if (stream != nullptr) require(stream->Open() == 0, "cannot open the stream");
+    file.setCompressionThreads(nullptr, threads);
+    file.setCompressionLevel(level);
+    file.setSyncOnClose(false);
+    bool good = file.Create(path.c_str(), stream).empty() && file.WriteHeader(32).empty() &&
+                file.WTResolution(frame.width, frame.height, 1.0f).empty() &&
+                file.WTChannelInfo(channels.table()).empty();
+    MRRegionData region;
+    for (const Bucket& bucket : frame.buckets) {
+        frame.describe(bucket, region);
+        good = good && file.WTRegion(&region, 0, 0, 0).empty();
+    }
+    require(file.Close().empty() && good, "writing failed");
+}
+
+void writeRows(Session& session, const Folder& folder, bool allBuckets) {
+    {
+        const Frame demo = Frame::load(folder.demo, allBuckets ? 1 : 8);
+        compareWriting(session, demo, "1 thread, level 9", 1, {Goal::kTimeAtMost, 1.03});
+        compareWriting(session, demo, "2 threads, level 9", 2, {Goal::kSpeedAtLeast, 0.95});
+    }
+    if (!folder.real.empty()) {
+        const Frame real = Frame::load(folder.real, allBuckets ? 1 : 2);
+        compareWriting(session, real, "1 thread, level 9, real frame", 1, {Goal::kTimeAtMost, 1.03});
+        compareWriting(session, real, "2 threads, level 9, real frame", 2, {Goal::kSpeedAtLeast, 0.95});
+    }
+    compareWithExr(session, folder);
+}
+
+}  // namespace bench

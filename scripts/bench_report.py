@@ -1,0 +1,125 @@
+#!/usr/bin/env python3
+"""Draws how cost grows, and writes the tables of growth and of compression levels.
+
+Usage: bench_report.py GROWTH_JSON OUT_DIR
+
+GROWTH_JSON is what bench_growth wrote with --benchmark_out. OUT_DIR receives growth.svg and growth.md.
+"""
+
+import json
+import math
+import re
+import sys
+from pathlib import Path
+
+COLOURS = {"write": "#c0392b", "read": "#2471a3", "table": "#1e8449", "scan": "#8e44ad"}
+LABELS = {"write": "write, level 1", "read": "read", "table": "load the table", "scan": "scan without a table"}
+PANELS = [
+    ("buckets of 16 x 16 pixels, one channel", "buckets", lambda b, s, c: s == 16 and c == 1),
+    ("channels, 64 buckets of 32 x 32 pixels", "channels", lambda b, s, c: s == 32 and b == 64),
+    ("bucket side in pixels, a frame of 1024 x 1024, two channels", "side", lambda b, s, c: c == 2),
+]
+WIDTH, HEIGHT, LEFT, TOP, GAP = 300, 240, 60, 60, 70
+
+
+def load(path):
+    """Median milliseconds of processor time by (job, buckets, side, channels), and the rows of the level tables."""
+    growth, levels = {}, {}
+    for row in json.loads(Path(path).read_text())["benchmarks"]:
+        if row.get("error_occurred") or row.get("aggregate_name", "median") != "median":
+            continue
+        name = row["run_name"]
+        sizes = re.match(r"(\w+)/buckets:(\d+)/side:(\d+)/channels:(\d+)", name)
+        level = re.match(r"level/(\w+)/(\d+)", name)
+        if sizes:
+            growth[(sizes[1], *map(int, sizes.groups()[1:]))] = row["cpu_time"]
+        elif level:
+            levels.setdefault(level[1], {})[int(level[2])] = row
+    return growth, levels
+
+
+def points(growth, job, axis, chosen):
+    at = {"buckets": 1, "side": 2, "channels": 3}[axis]
+    return sorted((key[at], time) for key, time in growth.items() if key[0] == job and chosen(*key[1:]))
+
+
+def ticks(low, high):
+    return [10**e for e in range(math.floor(math.log10(low)), math.ceil(math.log10(high)) + 1)]
+
+
+def place(value, low, high, length):
+    return length * (math.log(value) - math.log(low)) / (math.log(high) - math.log(low))
+
+
+def panel(growth, left, title, axis, chosen):
+    curves = {job: points(growth, job, axis, chosen) for job in COLOURS}
+    sizes = sorted({size for curve in curves.values() for size, _ in curve})
+    times = [time for curve in curves.values() for _, time in curve]
+    marks = ticks(min(times), max(times))
+    x = lambda size: left + place(size, sizes[0], sizes[-1], WIDTH)
+    y = lambda time: TOP + HEIGHT - place(time, marks[0], marks[-1], HEIGHT)
+    out = [f'<text x="{left}" y="{TOP - 14}" font-size="11">{title}</text>']
+    for mark in marks:
+        out.append(f'<line x1="{left}" x2="{left + WIDTH}" y1="{y(mark):.1f}" y2="{y(mark):.1f}" stroke="#ddd"/>')
+        out.append(f'<text x="{left - 6}" y="{y(mark) + 4:.1f}" text-anchor="end">{mark:g} ms</text>')
+    for size in sizes:
+        label = f"{size // 1024}k" if size >= 1024 else str(size)
+        out.append(f'<line x1="{x(size):.1f}" x2="{x(size):.1f}" y1="{TOP}" y2="{TOP + HEIGHT}" stroke="#eee"/>')
+        out.append(f'<text x="{x(size):.1f}" y="{TOP + HEIGHT + 16}" text-anchor="middle">{label}</text>')
+    for job, curve in curves.items():
+        line = " ".join(f"{x(size):.1f},{y(time):.1f}" for size, time in curve)
+        out.append(f'<polyline points="{line}" fill="none" stroke="{COLOURS[job]}" stroke-width="2"/>')
+        out += [f'<circle cx="{x(s):.1f}" cy="{y(t):.1f}" r="3" fill="{COLOURS[job]}"/>' for s, t in curve]
+    return out
+
+
+def plot(growth):
+    total = LEFT + len(PANELS) * (WIDTH + GAP)
+    out = [
+        f'<svg xmlns="http://www.w3.org/2000/svg" width="{total}" height="{TOP + HEIGHT + 40}" '
+        'font-family="sans-serif" font-size="10">',
+        '<rect width="100%" height="100%" fill="white"/>',
+    ]
+    for i, (job, colour) in enumerate(COLOURS.items()):
+        left = LEFT + i * 160
+        out.append(f'<rect x="{left}" y="14" width="14" height="4" fill="{colour}"/>')
+        out.append(f'<text x="{left + 20}" y="20" font-size="11">{LABELS[job]}</text>')
+    for i, (title, axis, chosen) in enumerate(PANELS):
+        out += panel(growth, LEFT + i * (WIDTH + GAP), title, axis, chosen)
+    return "\n".join(out + ["</svg>", ""])
+
+
+def tables(growth, levels):
+    out = []
+    for title, axis, chosen in PANELS:
+        sizes = [size for size, _ in points(growth, "write", axis, chosen)]
+        curves = {job: dict(points(growth, job, axis, chosen)) for job in COLOURS}
+        out += [f"Milliseconds of processor time by {title}:", "", "| | " + " | ".join(map(str, sizes)) + " |"]
+        out.append("|---|" + "---:|" * len(sizes))
+        for job in COLOURS:
+            out.append(f"| {LABELS[job]} | " + " | ".join(f"{curves[job][size]:.3g}" for size in sizes) + " |")
+        out.append("")
+    for frame, rows in levels.items():
+        out += [f"Levels, {frame} frame:", "", "| level | file, MiB | of raw | MB/s of raw values | time |", "|---:|---:|---:|---:|---:|"]
+        slowest = rows[9]["cpu_time"]
+        for level, row in sorted(rows.items()):
+            raw, stored, time = row["rawBytes"], row["fileBytes"], row["cpu_time"]
+            out.append(
+                f"| {level} | {stored / 2**20:.2f} | {100 * stored / raw:.1f} % | {raw / time / 1e3:.0f} | "
+                f"{time / slowest:.2f} x |"
+            )
+        out.append("")
+    return "\n".join(out)
+
+
+def main():
+    if len(sys.argv) != 3:
+        sys.exit("usage: bench_report.py GROWTH_JSON OUT_DIR")
+    growth, levels = load(sys.argv[1])
+    folder = Path(sys.argv[2])
+    (folder / "growth.svg").write_text(plot(growth))
+    (folder / "growth.md").write_text(tables(growth, levels))
+
+
+if __name__ == "__main__":
+    main()
