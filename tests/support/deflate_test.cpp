@@ -30,7 +30,7 @@ Buffer zipped(const Buffer& bytes, int level = 9) {
 
 TEST(Deflater, WritesTheBytesOfCompress2) {
     Deflater deflater;
-    for (const std::size_t size : {0, 1, 3, 700, 65536, 300000}) {
+    for (const std::size_t size : std::vector<std::size_t>{0, 1, 3, 700, 65536, 300000}) {
         for (const int level : {9, 1, 6, 9}) {
             const Buffer bytes = values(size, 11);
             const Buffer expected = zipped(bytes, level);
@@ -71,7 +71,7 @@ TEST(Inflater, AnswersLikeZlibForEveryDamage) {
         const Buffer bytes = values(400, spread);
         for (const int level : {1, 9}) {
             const Buffer stream = zipped(bytes, level);
-            for (const std::size_t room : {0, 1, 399, 400, 401, 4000})
+            for (const std::size_t room : std::vector<std::size_t>{0, 1, 399, 400, 401, 4000})
                 expectAsZlib(inflater, stream, room);
             for (std::size_t length = 0; length < stream.size(); ++length)
                 expectAsZlib(inflater, {stream.begin(), stream.begin() + static_cast<std::ptrdiff_t>(length)},
