@@ -121,7 +121,7 @@ bool PayloadCheck::looksAt(const RIF_TAG& tag, bool compressed) {
     switch (tag.id) {
         case TAG_CHANNEL_INFO: return isChannelList(tag);
         case TAG_SCENE_INFO:
-        case TAG_STAMP_TEXT:
+        case TAG_STAMP_TEXT: return tag.payloadBytes() <= kLongestText;
         case TAG_NOTE: return true;
         default: return provesItself(tag, compressed);
     }

@@ -50,6 +50,9 @@ inline PixelBox boxOf(const RIF_TAG& tag) {
 // Checks payloads. Keeps zlib's memory; one object serves one thread.
 class PayloadCheck {
   public:
+    // Texts are short; a tag that claims a longer one is not read for it.
+    static constexpr std::int64_t kLongestText = 1 << 20;
+
     // True when fault() looks at this tag's payload at all.
     static bool looksAt(const RIF_TAG& tag, bool compressed);
 

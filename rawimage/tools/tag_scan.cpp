@@ -66,24 +66,25 @@ void Scanner::checkFlags() {
     int asked = 0;
     int denied = 0;
     std::int64_t offset = kFileHeaderBytes;
-    for (int i = 0; i < kTagsPassed && asked < kTagsAsked && offset < scan_.fileBytes; ++i) {
+    bool astray = false;
+    for (int i = 0; i < kTagsPassed && asked < kTagsAsked && !astray && offset < scan_.fileBytes; ++i) {
         const Place place = search_.look(offset, scan_.fileBytes);
-        // A tag whose size is wrong leads astray: one that denies the flag may be it.
-        if (!place.whole || place.tag.size < kTagHeaderBytes) {
-            if (denied < 2) return;
-            break;
-        }
-        if (isPixelTag(place.tag.id)) {
+        astray = !search_.leadsOn(place, offset);
+        if (place.whole && isPixelTag(place.tag.id)) {
             ++asked;
             // Most tags settle it by their size alone.
             const bool mayDeny = headerFault(place.tag, offset, scan_.fileBytes, !stated) == nullptr;
             const bool right = mayDeny ? fits(place.tag, offset, stated) : place.fault == nullptr;
             if (!right && mayDeny) denied += fits(place.tag, offset, !stated) ? 1 : 0;
             scan_.compressed = stated;
-            if (right) return;
+            // A stream that inflates as it should settles it, too, whatever the size says.
+            if (right || (stated && mayDeny && search_.endsEarly(place.tag, offset))) return;
+            astray = astray && !mayDeny;
         }
         offset += place.tag.size;
     }
+    // One tag alone that denies the flag may be the one that is damaged: its size leads astray.
+    if (astray && denied < 2) return;
     if (denied == 0) return;
     scan_.compressed = !stated;
     scan_.faults.push_back({kFlagsPosition, "the flags deny how pixels are stored"});

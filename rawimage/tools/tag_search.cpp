@@ -1,6 +1,7 @@
 #include "rawimage/tools/tag_search.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "rawimage/tools/payload_pool.h"
 #include "rawimage/tools/payload_range.h"
@@ -12,7 +13,6 @@ namespace {
 
 constexpr std::int64_t kFirstChunk = 1 << 12;
 constexpr std::int64_t kLargestChunk = 1 << 16;
-constexpr std::int64_t kLongestText = 1 << 20;  // that is looked for behind a damaged header
 constexpr std::int64_t kBudgetPerByte = 64;
 constexpr std::int64_t kLeastBudget = 1 << 25;
 
@@ -84,6 +84,11 @@ const TableExtents& TagSearch::table() {
     return table_;
 }
 
+bool TagSearch::readAt(std::int64_t offset, unsigned char* bytes, int size) {
+    int got = 0;
+    return stream_.Seek(static_cast<long>(offset)) == 0 && stream_.Read(bytes, size, got) == 0 && got == size;
+}
+
 TagSearch::Place TagSearch::look(std::int64_t offset, std::int64_t end) {
     Place place;
     if (end - offset < kTagHeaderBytes) {
@@ -91,10 +96,7 @@ TagSearch::Place TagSearch::look(std::int64_t offset, std::int64_t end) {
         return place;
     }
     unsigned char bytes[kTagHeaderBytes] = {};
-    int got = 0;
-    const bool read = stream_.Seek(static_cast<long>(offset)) == 0 &&
-                      stream_.Read(bytes, kTagHeaderBytes, got) == 0 && got == kTagHeaderBytes;
-    if (!read) {
+    if (!readAt(offset, bytes, kTagHeaderBytes)) {
         place.fault = "tag header cannot be read";
         return place;
     }
@@ -126,7 +128,8 @@ const char* TagSearch::payloadFault(const RIF_TAG& tag, std::int64_t offset) {
 std::int64_t TagSearch::naturalEnd(const RIF_TAG& tag, std::int64_t offset, std::int64_t end) {
     const std::int64_t start = offset + kTagHeaderBytes;
     const std::int64_t most = mostPayload(tag, scan_.compressed);
-    const std::int64_t size = std::min(most == PayloadRange::kAny ? kLongestText : most, end - start);
+    const std::int64_t size =
+        std::min(most == PayloadRange::kAny ? PayloadCheck::kLongestText : most, end - start);
     if (size <= 0 || budget_ < size) return -1;
     budget_ -= size;
     if (!readPayloadAt(stream_, start, size, payload_)) return -1;
@@ -147,20 +150,35 @@ bool TagSearch::stands(const RIF_TAG& tag, std::int64_t offset, std::int64_t end
         return false;
     if (provesItself(tag, scan_.compressed) || table().endOf(offset) == offset + tag.size) return true;
     const std::int64_t next = offset + tag.size;
-    return leadsOn(look(next, scan_.fileBytes), next);
+    return leadsOn(look(next, scan_.fileBytes), next) && !isTableEntry(offset);
+}
+
+// An entry of a table whose own header is lost: the header of a tag, and the place where that tag is.
+bool TagSearch::isTableEntry(std::int64_t offset) {
+    unsigned char entry[kInfoTagBytes];
+    unsigned char header[kTagHeaderBytes];
+    if (!readAt(offset, entry, kInfoTagBytes)) return false;
+    const std::uint64_t at = decodeInfoTag(entry).offset;
+    return at < static_cast<std::uint64_t>(offset) &&
+           readAt(static_cast<std::int64_t>(at), header, kTagHeaderBytes) &&
+           std::equal(header, header + kTagHeaderBytes, entry);
 }
 
 // A place that something points to, within the damaged tag's `end`: what stands there need not be sound all
-// through. What points there weakly asks for one tag more behind it, as for one that is found.
+// through. What points there weakly asks for more: another tag behind it, as for one that is found, or two
+// fields or a checksum that agree.
 bool TagSearch::mayResume(std::int64_t offset, std::int64_t end, bool weakly) {
     if (offset == end) return true;
     if (offset > end) return false;
     const Place place = look(offset, end);
     const bool clear = !place.whole || unusedParametersClear(place.tag);
     if (place.fault != nullptr) return clear && !weakly && end == scan_.fileBytes && leadsOn(place, offset);
-    if (!clear) return false;
+    if (!clear || isTableEntry(offset)) return false;
     const std::int64_t next = offset + place.tag.size;
-    return !weakly || next == end || leadsOn(look(next, end), next);
+    if (!weakly || next == end || leadsOn(look(next, end), next)) return true;
+    if (provesItself(place.tag, scan_.compressed)) return payloadFault(place.tag, offset) == nullptr;
+    return place.tag.payloadBytes() > 0 &&
+           payloadByParameters(place.tag, scan_.compressed) == place.tag.payloadBytes();
 }
 
 std::int64_t TagSearch::nextAfter(std::int64_t offset, const Place& place, std::int64_t end) {
@@ -173,13 +191,19 @@ std::int64_t TagSearch::nextAfter(std::int64_t offset, const Place& place, std::
     const std::int64_t listed = table().endOf(offset);
     if (listed >= start && mayResume(listed, end, false)) return listed;
     const std::int64_t bySize = offset + tag.size;
-    const bool wasTable = scan_.header.infoTagsOffset == static_cast<std::uint64_t>(offset);
-    // A table's entries look like tags, and it is the last tag of its file.
-    if (wasTable && (bySize == end || (byParameters >= 0 && start + byParameters == end))) return end;
-    if (bySize >= start && sizeConfirmed(tag) && mayResume(bySize, end, false)) return bySize;
-    const std::int64_t natural = naturalEnd(tag, offset, end);
-    if (natural >= start && mayResume(natural, end, false)) return natural;
-    if (byParameters >= 0 && mayResume(start + byParameters, end, true)) return start + byParameters;
+    // What points beyond a tag that stands is the damaged field.
+    const bool proves = provesItself(tag, scan_.compressed);
+    const bool confirmed = sizeConfirmed(tag);
+    std::pair<std::int64_t, bool> ways[] = {
+        {naturalEnd(tag, offset, end), !proves},
+        {byParameters >= 0 ? start + byParameters : -1, true},
+        // A checksum that is wrong leaves this one to the search, which looks for tags before it.
+        {proves && !confirmed ? -1 : bySize, !confirmed},
+    };
+    std::sort(std::begin(ways), std::end(ways));
+    for (const auto& [way, weakly] : ways) {
+        if (way >= start && mayResume(way, end, weakly)) return way;
+    }
     // A size that nothing confirms may have been damaged so that it reaches over sound tags.
     const bool sizeLeadsOn = bySize >= start && mayResume(bySize, end, true);
     return search(offset + 1, sizeLeadsOn ? bySize : end);

@@ -69,7 +69,9 @@ class TagSearch {
   private:
     std::int64_t naturalEnd(const RIF_TAG& tag, std::int64_t offset, std::int64_t end);
     bool mayResume(std::int64_t offset, std::int64_t end, bool weakly);
+    bool isTableEntry(std::int64_t offset);
     std::int64_t search(std::int64_t from, std::int64_t end);
+    bool readAt(std::int64_t offset, unsigned char* bytes, int size);
     int readChunk(std::int64_t offset, std::int64_t size);
     const TableExtents& table();
 
