@@ -212,6 +212,8 @@ int PFileStream::Skip(long distance) {
 
 bool PFileStream::IsEOF() {
     if (shortRead_) return true;
+    const std::int64_t at = position_ - bufferStart_;
+    if (at >= 0 && at < buffered_) return false;
     const std::int64_t length = Length();
     return length >= 0 && position_ >= length;
 }

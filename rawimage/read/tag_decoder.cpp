@@ -47,6 +47,7 @@ bool RIFileCallback::setMirtSettings(PBufStream*) {
 
 namespace {
 
+constexpr std::int64_t kUnasked = 1 << 17;     // the most that is read without asking for the stream's length
 constexpr std::int64_t kFirstPiece = 1 << 20;  // of a payload whose length the stream cannot confirm
 constexpr std::int64_t kLargestRead = 1 << 30;
 
@@ -93,10 +94,11 @@ bool mayHold(PStream& stream, std::int64_t size) {
 
 bool readPayload(PStream& stream, std::int64_t size, ScratchBuffer& buffer, int& status) {
     status = 0;
-    const std::int64_t length = stream.Length();
-    if (!mayHold(stream, size)) {
+    if (size < 0) return false;
+    const std::int64_t length = size > kUnasked ? stream.Length() : -1;
+    if (length >= 0 && size > length - stream.Tell()) {
         // As if all that is left had been read.
-        if (length >= 0 && size > 0) status = stream.Seek(static_cast<long>(length));
+        status = stream.Seek(static_cast<long>(length));
         return false;
     }
     if (length >= 0) buffer.reserve(static_cast<std::size_t>(size));
