@@ -1,10 +1,9 @@
 #include "rawimage/records.h"
 
 #include <algorithm>
-#include <cstring>
-#include <utility>
 
 #include "rawimage/format.h"
+#include "support/char_string.h"
 
 namespace MUtils {
 
@@ -61,13 +60,7 @@ RISceneInfo::~RISceneInfo() {
 }
 
 void RISceneInfo::setName(const char* text) {
-    char* copy = nullptr;
-    if (text != nullptr) {
-        const std::size_t bytes = std::strlen(text) + 1;
-        copy = new char[bytes];
-        std::memcpy(copy, text, bytes);
-    }
-    delete[] std::exchange(name, copy);
+    MUtils::assignText(name, text);
 }
 
 int getChanSize(int tagId) {

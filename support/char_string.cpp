@@ -2,6 +2,7 @@
 
 #include <climits>
 #include <cstring>
+#include <utility>
 
 namespace MUtils {
 
@@ -16,6 +17,16 @@ CharString::CharString(const char* text) {
 
 bool operator==(const CharString& a, const CharString& b) {
     return a.length_ == b.length_ && std::strcmp(a.c_str(), b.c_str()) == 0;
+}
+
+void assignText(char*& owned, const char* text) {
+    char* copy = nullptr;
+    if (text != nullptr) {
+        const std::size_t bytes = std::strlen(text) + 1;
+        copy = new char[bytes];
+        std::memcpy(copy, text, bytes);
+    }
+    delete[] std::exchange(owned, copy);
 }
 
 }  // namespace MUtils

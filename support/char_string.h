@@ -26,4 +26,8 @@ class CharString {
     int length_ = 0;
 };
 
+// Replaces `owned`, null or allocated with array new, by a copy of `text`, which may lie within it; null
+// gives null. Throws std::bad_alloc and leaves `owned` as it was.
+void assignText(char*& owned, const char* text);
+
 }  // namespace MUtils

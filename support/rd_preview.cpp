@@ -67,11 +67,6 @@ float sanitized(float value) {
     return std::isnan(value) ? 0.0f : std::isinf(value) ? std::fabs(value) : value;
 }
 
-float srgbFromLinear(float value) {
-    if (value <= 0.0031308f) return 12.92f * value;
-    return 1.055f * std::pow(value, 1.0f / 2.4f) - 0.055f;
-}
-
 RGB24 displayed(const double* sums, ColCor* corrector) {
     float rgb[3] = {static_cast<float>(sums[0]), static_cast<float>(sums[1]), static_cast<float>(sums[2])};
     if (corrector != nullptr) {
@@ -111,6 +106,10 @@ ColCor::~ColCor() = default;
 unsigned char byteFromDisplay(float value) {
     if (!(value > 0.0f)) return 0;
     return static_cast<unsigned char>(std::floor(std::min(value * 256.0f, 255.0f)));
+}
+
+float srgbFromLinear(float value) {
+    return value <= 0.0031308f ? 12.92f * value : 1.055f * std::pow(value, 1.0f / 2.4f) - 0.055f;
 }
 
 bool CreateRDPreview(int /*mode*/, int /*reserved*/, int /*valueType*/, int /*alias*/, const MBVTable& data,

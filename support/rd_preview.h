@@ -17,6 +17,9 @@ class ColCor {
 // gives 0.
 unsigned char byteFromDisplay(float value);
 
+// The sRGB curve of a linear value, not clamped.
+float srgbFromLinear(float value);
+
 // Draws what one bucket of a colour channel contributes to a preview: the canvas of canvasWidth x
 // canvasHeight pixels is scaled to the outWidth x outHeight pixels of `out`, and each output pixel whose
 // centre falls into the bucket becomes the average of the bucket's pixels under its footprint. Of buckets

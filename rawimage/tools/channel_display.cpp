@@ -35,10 +35,6 @@ void colourOfId(std::uint32_t id, float rgb[3]) {
     }
 }
 
-float srgbCurve(float value) {
-    return value <= 0.0031308f ? 12.92f * value : 1.055f * std::pow(value, 1.0f / 2.4f) - 0.055f;
-}
-
 }  // namespace
 
 ChannelDisplay::ChannelDisplay(const ShownChannel& channel, float exposure) : gain_(std::exp2(exposure)) {
@@ -130,7 +126,7 @@ void ChannelDisplay::convert(const MBVTable& data, int count, MBVTable& colours)
 void ChannelDisplay::correct(float rgb[3]) {
     if (kind_ != Kind::kColour) return;
     for (int i = 0; i < 3; ++i)
-        rgb[i] = srgbCurve(rgb[i] * gain_);
+        rgb[i] = srgbFromLinear(rgb[i] * gain_);
 }
 
 bool ChannelRangeCallback::setImageData(const MBVTable& data, int count, int, int, int, int, int, int, int) {
