@@ -24,7 +24,8 @@ PixelBox FrameFacts::frame() const {
 }
 
 PixelBox FrameFacts::area() const {
-    if (!region || region->kind == kWholeFrame) return frame();
+    const bool isPart = region && region->kind != kWholeFrame && region->width > 0 && region->height > 0;
+    if (!isPart) return frame();
     return {region->left, region->top, region->width, region->height};
 }
 

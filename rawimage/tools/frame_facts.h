@@ -20,7 +20,7 @@ struct FrameFacts {
 
     // The pixels [0, width) x [0, height); none without a resolution.
     PixelBox frame() const;
-    // The pixels to render: the render region when the file carries one, else the frame.
+    // The pixels to render: the render region when the file carries one that has any, else the frame.
     PixelBox area() const;
     // "" for a channel that is not listed.
     std::string channelName(int index) const;

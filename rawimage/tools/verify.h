@@ -48,7 +48,8 @@ struct VerifyReport {
     // By offset, at most kMaxVerifyFaults; `furtherFaults` counts the rest.
     std::vector<VerifyFault> faults;
     std::int64_t furtherFaults = 0;
-    // The render region when the file carries one, else the frame; no pixels when it has neither.
+    // The render region when the file carries one that has any pixels, else the frame; no pixels when it has
+    // neither.
     PixelBox area;
     // Only channels that lack any. Of a damaged or unfinished file likewise: what is left to render.
     std::vector<MissingPixels> missing;
