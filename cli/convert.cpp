@@ -59,10 +59,14 @@ ExitCode convert(const CLI::App& verb, const ConvertOptions& options) {
     }
 }
 
-void addFromExrOptions(CLI::App& verb, std::string& bucket) {
+void addFromExrOptions(CLI::App& verb, ConvertOptions& options, std::string& bucket) {
     verb.add_option("--bucket", bucket, "bucket size in pixels")
         ->type_name("WxH")
         ->check(checkSize)
+        ->capture_default_str()
+        ->group(kFromExr);
+    verb.add_option("--level", options.level, "compression, 1 (fast) to 9 (small)")
+        ->check(CLI::Range(1, kCompressionLevel))
         ->capture_default_str()
         ->group(kFromExr);
 }
@@ -101,9 +105,6 @@ void addToExrOptions(CLI::App& verb, ConvertOptions& options) {
         ->delimiter(',')
         ->allow_extra_args(false)
         ->group(kToExr);
-    verb.add_option("-j,--threads", options.threads, "threads. Default: one for each processor")
-        ->check(CLI::Range(1, 1024))
-        ->group(kToExr);
 }
 
 }  // namespace
@@ -117,7 +118,10 @@ void addConvertVerb(CLI::App& app, ExitCode& result) {
     verb->add_option("IN", options->input, "OpenEXR file (scan-line, tiled or multi-part), or raw image")
         ->required();
     verb->add_option("OUT", options->output, "file to write; an existing one is replaced")->required();
-    addFromExrOptions(*verb, *bucket);
+    verb->add_option("-j,--threads", options->threads,
+                     "Threads that compress, and to OpenEXR decompress. Default: one for each processor")
+        ->check(CLI::Range(1, 1024));
+    addFromExrOptions(*verb, *options, *bucket);
     addToExrOptions(*verb, *options);
     verb->callback([verb, options, bucket, &result] {
         if (options->autoDataWindow && options->kind == ExrFile::kTiled)

@@ -5,14 +5,17 @@
 
 #include "cli/exit_codes.h"
 #include "cli/size_option.h"
+#include "rawimage/format.h"
 
 namespace rimg {
 
 struct ConvertOptions {
     std::string input;
     std::string output;
+    int threads = 0;  // below 1: one for each processor
     // From OpenEXR.
     PixelSize bucket;
+    int level = kCompressionLevel;
     // To OpenEXR.
     int kind = 0;         // ExrFile::Kind
     int bits = 32;        // of a value that is no integer
@@ -20,7 +23,6 @@ struct ConvertOptions {
     bool autoDataWindow = false;
     std::string attributes;
     std::vector<std::string> channels;  // globs; none for all channels
-    int threads = 0;                    // below 1: one for each processor
 };
 
 // The directions of the verb "convert". Each reports what it loses on the way, answers for it with its exit

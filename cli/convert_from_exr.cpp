@@ -81,6 +81,8 @@ class FromExr {
     ExitCode run() {
         tellWhatIsLeftOut();
         RawOutput output(options_.output);
+        output.file().setCompressionThreads(nullptr, options_.threads);
+        output.file().setCompressionLevel(options_.level);
         writeHead(output);
         const bool stopped = !writeBuckets(output);
         output.close();

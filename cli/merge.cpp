@@ -56,7 +56,10 @@ ExitCode runMerge(const MergeVerbOptions& options) {
     const MergeReport merged = merge(options);
     for (const std::string& file : merged.unfinished)
         report(file, "was never finished; what is whole in it counts");
-    if (merged.state != MergeState::kGood) throw Failure(exitCodeOf(merged.state), merged.file, merged.cause);
+    if (merged.state != MergeState::kGood) {
+        const std::string cause = merged.error.empty() ? merged.cause : outputCause(merged.error);
+        throw Failure(exitCodeOf(merged.state), merged.file, cause);
+    }
     if (!merged.holes.boxes.empty()) report(options.output, "has holes, as allowed: rimg missing lists them");
     return ExitCode::kGood;
 }

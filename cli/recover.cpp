@@ -73,7 +73,8 @@ ExitCode runRecover(const RecoverVerbOptions& options) {
     const bool ofOutput = found.state == RecoverState::kWriteFailed && !options.inPlace;
     const std::string hint =
         found.state == RecoverState::kNotInPlace ? "cannot be mended in place, use -o: " : "";
-    throw Failure(exitCodeOf(found.state), ofOutput ? options.output : options.file, hint + found.cause);
+    const std::string cause = found.error.empty() ? found.cause : outputCause(found.error);
+    throw Failure(exitCodeOf(found.state), ofOutput ? options.output : options.file, hint + cause);
 }
 
 }  // namespace

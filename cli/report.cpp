@@ -33,4 +33,11 @@ std::string systemMessage(int code) {
     return std::generic_category().message(code);
 }
 
+std::string outputCause(const ErrorCode& error) {
+    const int code = error.getError();
+    if (code <= 0 || error.operation() != std::string("Create")) return error.describe();
+    const bool locked = code == EWOULDBLOCK;
+    return "cannot be written: " + (locked ? "another writer has the file open" : systemMessage(code));
+}
+
 }  // namespace rimg

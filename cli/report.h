@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "cli/exit_codes.h"
+#include "support/error_code.h"
 
 namespace rimg {
 
@@ -39,5 +40,8 @@ void flushOutput();
 
 // The system's words for an errno code.
 std::string systemMessage(int code);
+
+// Why an output could not be written: the system's words alone when it could not even be opened.
+std::string outputCause(const ErrorCode& error);
 
 }  // namespace rimg

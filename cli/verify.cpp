@@ -64,11 +64,18 @@ ExitCode runMissing(const CheckOptions& options) {
     const VerifyReport found = MUtils::missingPixels(file.c_str());
     const ExitCode code = exitCodeOf(found.verdict);
     if (code == ExitCode::kUnreadable) throw Failure(code, file, found.cause);
-    options.json ? printMissingJson(file, found) : printMissingText(file, found);
+    const bool areaKnown = found.area.width > 0 && found.area.height > 0;
+    if (options.json) printMissingJson(file, found);
+    if (!options.json && areaKnown) printMissingText(file, found);
     flushOutput();
     if (code == ExitCode::kDamaged) {
         report(file, found.cause, found.faults.front().offset);
         return code;
+    }
+    // A render that died at once.
+    if (!areaKnown) {
+        report(file, "holds neither a frame nor a render region: all is missing");
+        return ExitCode::kIncomplete;
     }
     return found.missingInAny.boxes.empty() ? ExitCode::kGood : ExitCode::kIncomplete;
 }
