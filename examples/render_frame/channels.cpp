@@ -29,7 +29,16 @@ constexpr ChannelRow kChannels[] = {
     {"lights.sun", RCT_COLOR, 9, 12, valuesOf<&BucketPixels::sunLight>},
 };
 
+static_assert(std::size(kChannels) <= 32, "a bit of ChannelMask for each");
+
 }  // namespace
+
+std::vector<RIF_CHANNEL> channelRecords() {
+    std::vector<RIF_CHANNEL> records;
+    for (const ChannelRow& row : kChannels)
+        records.push_back(makeChannel(static_cast<int>(records.size()), row.type, row.alias, 0, row.name));
+    return records;
+}
 
 FrameChannels::FrameChannels(int maxPixels, int blockBytes)
     : descriptions_(std::begin(kChannels), std::end(kChannels)) {
@@ -48,7 +57,7 @@ FrameChannels::FrameChannels(int maxPixels, int blockBytes)
     }
 }
 
-MRRegionData* FrameChannels::load(const BucketPixels& pixels) {
+MRRegionData* FrameChannels::load(const BucketPixels& pixels, ChannelMask wanted) {
     const Bucket& bucket = pixels.bucket;
     region_.x0 = bucket.x0;
     region_.x1 = bucket.x1;
@@ -57,8 +66,11 @@ MRRegionData* FrameChannels::load(const BucketPixels& pixels) {
     region_.width = bucket.width();
     region_.height = bucket.height();
     // A clipped bucket fills the start of the tables; the writer takes width * height values from there.
-    for (size_t i = 0; i < tables_.size(); ++i)
-        tables_[i]->loadFromBuffer(kChannels[i].values(pixels), bucket.pixelCount());
+    for (size_t i = 0; i < tables_.size(); ++i) {
+        const bool isWanted = (wanted >> i & 1) != 0;
+        region_.channels[static_cast<int>(i)].data = isWanted ? tables_[i].get() : nullptr;
+        if (isWanted) tables_[i]->loadFromBuffer(kChannels[i].values(pixels), bucket.pixelCount());
+    }
     return &region_;
 }
 

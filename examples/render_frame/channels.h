@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "examples/render_frame/tracer.h"
+#include "rawimage/format.h"
 #include "rawimage/records.h"
 
 namespace render_frame {
@@ -16,6 +17,13 @@ struct ChannelRow {
     int valueSize;  // bytes
     const void* (*values)(const BucketPixels& pixels);
 };
+
+// Bit i stands for channel i.
+using ChannelMask = uint32_t;
+constexpr ChannelMask kAllChannels = ~ChannelMask{0};
+
+// The channels of the frame as a raw image lists them.
+std::vector<RIF_CHANNEL> channelRecords();
 
 // The description of a channel as an output file asks for it.
 class ChannelDescription final : public RegionChannelCallback {
@@ -45,8 +53,9 @@ class FrameChannels {
 
     MUtils::Table<RegionChannelCallback*, 100>* list() { return &list_; }
 
-    // Copies a bucket's values and returns the region that holds them, valid until the next call.
-    MRRegionData* load(const BucketPixels& pixels);
+    // Copies a bucket's values and returns the region that holds them, valid until the next call. Channels
+    // without a bit in `wanted` have no data there.
+    MRRegionData* load(const BucketPixels& pixels, ChannelMask wanted = kAllChannels);
 
   private:
     friend class WholeFrame;

@@ -1,127 +1,55 @@
 // A small renderer that writes its frame as a production renderer would: bucket by bucket, as they are
-// finished, with all its channels and the frame's metadata.
+// finished, with all its channels and the frame's metadata. It goes on with a frame that was interrupted.
 
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <atomic>
 #include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
-#include <istream>
-#include <map>
+#include <initializer_list>
 #include <string>
-#include <thread>
 
+#include "examples/render_frame/options.h"
 #include "examples/render_frame/output.h"
 #include "examples/render_frame/render_pool.h"
+#include "examples/render_frame/resume.h"
+#include "support/rd_preview.h"
 
 namespace render_frame {
 
 namespace {
 
-constexpr int kExitFailure = 1;
-constexpr int kExitUsage = 2;
-constexpr int kExitSignal = 128;  // plus the signal's number
-constexpr int kMaxSide = 1 << 16;
-constexpr int64_t kMaxBucketPixels = 1 << 26;  // whose largest channel stays below 2^31 bytes
-constexpr int64_t kMaxBuckets = 1 << 22;
-constexpr int64_t kMaxWholePixels = (int64_t{1} << 27) - 1;  // likewise, of a frame in one piece
-
 std::atomic<bool> stopRequested{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler sets it");
-volatile std::sig_atomic_t stopSignal = 0;
 
-extern "C" void onSignal(int number) {
-    stopSignal = number;
+extern "C" void onSignal(int) {
     stopRequested = true;
 }
 
-// The first signal ends the frame in good order, a second one ends the program.
+// The first signal ends the frame in good order, a second one ends the program. Signals that were ignored
+// when the program started stay ignored.
 void catchSignals() {
-    struct sigaction action {};
-    action.sa_handler = onSignal;
-    action.sa_flags = static_cast<int>(SA_RESETHAND | SA_RESTART);
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
-}
-
-struct Size {
-    int width = 0;
-    int height = 0;
-};
-
-// "640x360", each side 1 to kMaxSide.
-std::istream& operator>>(std::istream& in, Size& size) {
-    char x = 0;
-    in >> size.width >> x >> size.height;
-    const auto good = [](int side) { return side >= 1 && side <= kMaxSide; };
-    if (x != 'x' || !good(size.width) || !good(size.height)) in.setstate(std::ios::failbit);
-    return in;
-}
-
-struct Options {
-    std::vector<std::string> outputs{"out/frame.rimg"};
-    std::string kind;
-    int bits = 32;
-    std::string compression = "zips";
-    Size size{640, 360};
-    Size bucket{64, 64};
-    int samples = RenderSettings{}.samples;
-    int threads = static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1u, 256u));
-    bool thumbnail = false;
-    uint64_t seed = RenderSettings{}.seed;
-};
-
-const std::map<std::string, FileKind> kKinds{{"raw", FileKind::kRaw},
-                                             {"scanline", FileKind::kScanline},
-                                             {"multipart", FileKind::kMultiPart},
-                                             {"tiled", FileKind::kTiled}};
-const std::map<std::string, int> kCompressions{{"none", 1}, {"rle", 2},   {"zips", 3}, {"zip", 4},
-                                               {"piz", 5},  {"pxr24", 6}, {"b44", 7},  {"b44a", 8},
-                                               {"dwaa", 9}, {"dwab", 10}};
-
-void declare(CLI::App& app, Options& options) {
-    app.add_option("--output", options.outputs,
-                   "file to write, may repeat: X.exr, X.multipart.exr and X.tiled.exr are OpenEXR files, any "
-                   "other is a raw image")
-        ->type_name("PATH")
-        ->capture_default_str();
-    app.add_option("--kind", options.kind, "kind of the files, whatever their names")
-        ->check(CLI::IsMember(kKinds));
-    app.add_option("--bits", options.bits, "bits of OpenEXR's floating-point values")
-        ->check(CLI::IsMember({16, 32}))
-        ->capture_default_str();
-    app.add_option("--compression", options.compression, "compression of OpenEXR files")
-        ->check(CLI::IsMember(kCompressions))
-        ->capture_default_str();
-    app.add_option("--size", options.size, "frame in pixels (640x360)")->type_name("WxH");
-    app.add_option("--bucket", options.bucket, "bucket in pixels (64x64)")->type_name("WxH");
-    app.add_option("--samples", options.samples, "paths for each pixel")
-        ->check(CLI::Range(1, 1 << 16))
-        ->capture_default_str();
-    app.add_option("--threads", options.threads, "rendering threads")
-        ->check(CLI::Range(1, 256))
-        ->capture_default_str();
-    app.add_flag("--thumbnail", options.thumbnail, "store a preview picture too");
-    app.add_option("--seed", options.seed, "start of the random numbers")->capture_default_str();
-}
-
-int fail(const std::string& text) {
-    std::fprintf(stderr, "render_frame: %s\n", text.c_str());
-    return kExitFailure;
+    for (const int number : {SIGINT, SIGTERM}) {
+        struct sigaction before {};
+        sigaction(number, nullptr, &before);
+        if (before.sa_handler == SIG_IGN) continue;
+        struct sigaction action {};
+        action.sa_handler = onSignal;
+        action.sa_flags = static_cast<int>(SA_RESETHAND | SA_RESTART);
+        sigaction(number, &action, nullptr);
+    }
 }
 
 unsigned char toSrgbByte(float linear) {
-    const float v = std::clamp(linear, 0.0f, 1.0f);
-    const float encoded = v <= 0.0031308f ? 12.92f * v : 1.055f * std::pow(v, 1 / 2.4f) - 0.055f;
+    const float encoded = MUtils::srgbFromLinear(std::clamp(linear, 0.0f, 1.0f));
     return static_cast<unsigned char>(std::lround(encoded * 255));
 }
 
-// Renders the frame small and fast.
-void makeThumbnail(const Scene& scene, FrameInfo& info) {
+// Renders the frame small and fast. False when it was stopped.
+bool makeThumbnail(const Scene& scene, FrameInfo& info) {
     constexpr int kLongSide = 160;
     RenderSettings small = info.render;
     small.samples = 8;
@@ -129,12 +57,13 @@ void makeThumbnail(const Scene& scene, FrameInfo& info) {
     small.width = std::max(1, small.width * kLongSide / longSide);
     small.height = std::max(1, small.height * kLongSide / longSide);
     BucketPixels pixels;
-    if (!Tracer(scene, small).render({0, small.width, 0, small.height}, pixels, stopRequested)) return;
+    if (!Tracer(scene, small).render({0, small.width, 0, small.height}, pixels, stopRequested)) return false;
     for (size_t i = 0; i < pixels.color.size(); i += 3)
         info.thumbnail.push_back(
             {toSrgbByte(pixels.color[i]), toSrgbByte(pixels.color[i + 1]), toSrgbByte(pixels.color[i + 2])});
     info.thumbnailWidth = small.width;
     info.thumbnailHeight = small.height;
+    return true;
 }
 
 // A line on a terminal that says how far the frame is; nothing anywhere else.
@@ -158,109 +87,124 @@ class Progress {
     const size_t total_;
 };
 
-bool endsWith(const std::string& text, const std::string& end) {
-    return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
-}
-
-FileKind kindOf(const std::string& path) {
-    if (endsWith(path, ".multipart.exr")) return FileKind::kMultiPart;
-    if (endsWith(path, ".tiled.exr")) return FileKind::kTiled;
-    return endsWith(path, ".exr") ? FileKind::kScanline : FileKind::kRaw;
-}
-
-std::vector<OutputSpec> outputSpecs(const Options& options) {
-    std::vector<OutputSpec> specs;
-    for (const std::string& path : options.outputs) {
-        const FileKind kind = options.kind.empty() ? kindOf(path) : kKinds.at(options.kind);
-        specs.push_back({path, kind, options.bits, kCompressions.at(options.compression)});
-    }
-    return specs;
-}
-
-// Renders the buckets and writes each; `written` counts them. Gives what FrameOutputs gives.
-std::string renderBuckets(const Tracer& tracer, const std::vector<Bucket>& buckets, int threads,
-                          FrameOutputs& outputs, size_t& written) {
-    const Progress progress(buckets.size());
+// Renders the tasks and writes each; `written` counts them. Gives what FrameOutputs gives.
+std::string renderTasks(const Tracer& tracer, const std::vector<BucketTask>& tasks, int threads,
+                        FrameOutputs& outputs, size_t& written) {
+    std::vector<Bucket> buckets;
+    for (const BucketTask& task : tasks)
+        buckets.push_back(task.bucket);
+    const Progress progress(tasks.size());
     RenderPool pool(tracer, buckets, threads, stopRequested);
     while (const BucketPixels* pixels = pool.next()) {
-        if (std::string error = outputs.write(*pixels); !error.empty()) return error;
+        if (std::string error = outputs.write(*pixels, tasks[written].channels); !error.empty()) return error;
         progress.show(++written);
     }
     return "";
 }
 
-int renderFrame(const Options& options) {
-    const Scene scene = Scene::demo();
+FrameInfo frameInfo(const Options& options, const Scene& scene) {
     FrameInfo info;
     info.render = {options.size.width, options.size.height, options.samples, options.seed};
     info.bucketWidth = options.bucket.width;
     info.bucketHeight = options.bucket.height;
     info.camera = scene.camera;
-    if (options.thumbnail) makeThumbnail(scene, info);
+    return info;
+}
 
-    for (const std::string& path : options.outputs) {
-        const std::filesystem::path folder = std::filesystem::path(path).parent_path();
+std::vector<Bucket> bucketsOf(const Options& options) {
+    return spiralOrder(options.size.width, options.size.height, options.bucket.width, options.bucket.height);
+}
+
+void makeFolders(const std::vector<OutputSpec>& specs) {
+    for (const OutputSpec& spec : specs) {
+        const std::filesystem::path folder = std::filesystem::path(spec.path).parent_path();
         std::error_code ignored;  // Create tells what is wrong with the path
         if (!folder.empty()) std::filesystem::create_directories(folder, ignored);
     }
+}
 
-    const Tracer tracer(scene, info.render);
-    const std::vector<Bucket> buckets =
-        spiralOrder(info.render.width, info.render.height, info.bucketWidth, info.bucketHeight);
+// How to get the rest of a frame that is not whole.
+std::string hintFor(const std::vector<OutputSpec>& specs) {
+    std::string hint;
+    for (const OutputSpec& spec : specs) {
+        if (spec.kind == FileKind::kRaw) hint += "; to go on: render_frame --resume " + spec.path;
+    }
+    return hint;
+}
+
+// Renders the tasks into the outputs, which have been started, and finishes them. `all` counts the buckets of
+// the frame.
+void renderInto(FrameOutputs& outputs, const std::vector<BucketTask>& tasks, size_t all,
+                const Options& options, const Scene& scene) {
+    const Tracer tracer(scene, frameInfo(options, scene).render);
     size_t written = 0;
-    FrameOutputs outputs(info, outputSpecs(options));
-    std::string error = outputs.start();
-    if (error.empty()) error = renderBuckets(tracer, buckets, options.threads, outputs, written);
-    if (error.empty())
-        error = outputs.finish({buckets.begin() + static_cast<ptrdiff_t>(written), buckets.end()});
-    if (!error.empty()) return fail(error);
-    if (written < buckets.size()) {
-        fail("stopped: the frame has " + std::to_string(written) + " of " + std::to_string(buckets.size()) +
-             " buckets");
-        return kExitSignal + stopSignal;
-    }
-    for (const std::string& path : options.outputs)
-        std::printf("%s\n", path.c_str());
-    return 0;
+    std::string error = renderTasks(tracer, tasks, options.threads, outputs, written);
+    std::vector<Bucket> missing;
+    for (size_t i = written; i < tasks.size(); ++i)
+        missing.push_back(tasks[i].bucket);
+    if (error.empty()) error = outputs.finish(missing);
+    if (!error.empty()) throw Failure(ExitCode::kFailure, error);
+    if (missing.empty()) return;
+    throw Failure(ExitCode::kStopped, "stopped: the frame has " + std::to_string(all - missing.size()) +
+                                          " of " + std::to_string(all) + " buckets" +
+                                          hintFor(outputSpecs(options)));
 }
 
-// What is wrong with the sizes taken together; empty when they are good.
-std::string faultOf(const Options& options) {
-    const int64_t width = std::min(options.size.width, options.bucket.width);
-    const int64_t height = std::min(options.size.height, options.bucket.height);
-    if (width * height > kMaxBucketPixels) return "buckets are too large; take a smaller --bucket";
-    const int64_t columns = (options.size.width - 1) / width + 1;
-    const int64_t rows = (options.size.height - 1) / height + 1;
-    if (columns * rows > kMaxBuckets) return "too many buckets; take a larger --bucket";
-    for (const OutputSpec& spec : outputSpecs(options)) {
-        const bool whole = spec.kind == FileKind::kScanline || spec.kind == FileKind::kMultiPart;
-        if (whole && int64_t{options.size.width} * options.size.height > kMaxWholePixels)
-            return "the frame is too large for one piece: " + spec.path;
-    }
-    return "";
+void renderFrame(const Options& options) {
+    const Scene scene = Scene::demo();
+    FrameInfo info = frameInfo(options, scene);
+    if (options.thumbnail && !makeThumbnail(scene, info))
+        throw Failure(ExitCode::kStopped, "stopped before anything was written");
+    const std::vector<OutputSpec> specs = outputSpecs(options);
+    makeFolders(specs);
+    FrameOutputs outputs(info, specs);
+    if (const std::string error = outputs.start(); !error.empty()) throw Failure(ExitCode::kFailure, error);
+    std::vector<BucketTask> tasks;
+    for (const Bucket& bucket : bucketsOf(options))
+        tasks.push_back({bucket});
+    renderInto(outputs, tasks, tasks.size(), options, scene);
+    for (const OutputSpec& spec : specs)
+        std::printf("%s\n", spec.path.c_str());
 }
 
-int runProgram(int argc, char** argv) {
+void resumeFrame(Options options) {
+    if (!examineFile(options, stopRequested)) {
+        std::fprintf(stderr, "render_frame: %s: complete, nothing is left to render\n",
+                     options.resume.c_str());
+    } else {
+        cutEnd(options.resume);
+        const Scene scene = Scene::demo();
+        FrameOutputs outputs(frameInfo(options, scene), outputSpecs(options));
+        if (const std::string error = outputs.resume(); !error.empty())
+            throw Failure(ExitCode::kFailure, error);
+        const std::vector<Bucket> buckets = bucketsOf(options);
+        bool more = false;
+        const std::vector<BucketTask> tasks = missingTasks(options, buckets, more);
+        renderInto(outputs, tasks, buckets.size(), options, scene);
+        if (more) {
+            throw Failure(ExitCode::kFailure, options.resume + ": not all of its many holes are filled yet" +
+                                                  hintFor(outputSpecs(options)));
+        }
+    }
+    std::printf("%s\n", options.resume.c_str());
+}
+
+ExitCode fail(ExitCode code, const char* text) {
+    std::fprintf(stderr, "render_frame: %s\n", text);
+    return code;
+}
+
+ExitCode runProgram(int argc, char** argv) {
     Options options;
-    CLI::App app(
-        "Path-traces a few spheres and writes the frame, channel by channel, as a raw image or an OpenEXR "
-        "file.",
-        "render_frame");
-    declare(app, options);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : kExitUsage;
-    }
-    if (const std::string fault = faultOf(options); !fault.empty()) {
-        fail(fault);
-        return kExitUsage;
-    }
+    if (const auto code = parseOptions(argc, argv, options)) return *code;
     catchSignals();
     try {
-        return renderFrame(options);
+        options.has("--resume") ? resumeFrame(options) : renderFrame(options);
+        return ExitCode::kGood;
+    } catch (const Failure& failure) {
+        return fail(failure.code(), failure.what());
     } catch (const std::exception& error) {
-        return fail(error.what());
+        return fail(ExitCode::kFailure, error.what());
     }
 }
 
@@ -269,5 +213,5 @@ int runProgram(int argc, char** argv) {
 }  // namespace render_frame
 
 int main(int argc, char** argv) {
-    return render_frame::runProgram(argc, argv);
+    return static_cast<int>(render_frame::runProgram(argc, argv));
 }

@@ -5,6 +5,7 @@
 #include <functional>
 #include <utility>
 
+#include "examples/render_frame/settings.h"
 #include "exr/exr_file.h"
 #include "rawimage/writer.h"
 
@@ -82,6 +83,7 @@ FrameWriter::FrameWriter(FrameInfo info, OutputSpec spec)
 ErrorCode FrameWriter::start() {
     const RIRegionInfo wholeFrame{-1, 0, 0, info_.render.width, info_.render.height};
     file_ = makeOutputFile(spec_);
+    setCompression();
     return run({
         [&] { return file_->Create(spec_.path.c_str(), nullptr); },
         [&] { return file_->WriteHeader(spec_.bits); },
@@ -93,11 +95,29 @@ ErrorCode FrameWriter::start() {
     });
 }
 
+ErrorCode FrameWriter::resume() {
+    auto raw = std::make_unique<RIFile>();
+    if (ErrorCode error = raw->Append(spec_.path.c_str(), nullptr)) return error;
+    if (const int code = raw->ReadInfoTags(nullptr); code != 0)
+        return ErrorCode("ReadInfoTags", code, "The tags cannot be listed (%i)", code);
+    file_ = std::move(raw);
+    setCompression();
+    return {};
+}
+
 // Runs an operation that only raw files have; on any other file nothing is to be done.
 template <class Operation>
 ErrorCode FrameWriter::onRawFile(Operation operation) {
     RIFile* raw = dynamic_cast<RIFile*>(file_.get());
     return raw ? operation(*raw) : ErrorCode();
+}
+
+void FrameWriter::setCompression() {
+    (void)onRawFile([&](RIFile& raw) {
+        raw.setCompressionThreads(nullptr, spec_.threads);
+        raw.setCompressionLevel(spec_.level);
+        return ErrorCode();
+    });
 }
 
 ErrorCode FrameWriter::writeMetadata() {
@@ -108,10 +128,7 @@ ErrorCode FrameWriter::writeMetadata() {
     // text.
     std::string stamp = "bottom-left\n" + stampText + "\n";
     std::string overlays = "top-left\nspheres\ntop-right\nframe 1\n";
-    std::string settings = "width=" + std::to_string(info_.render.width) +
-                           "\nheight=" + std::to_string(info_.render.height) +
-                           "\nsamples=" + std::to_string(info_.render.samples) +
-                           "\nseed=" + std::to_string(info_.render.seed) + "\n";
+    std::string settings = encodeSettings(info_.render);
     RISceneInfo scene(1, "spheres");
     const auto size = [](const std::string& text) { return static_cast<int>(text.size()); };
     return run({
@@ -125,14 +142,15 @@ ErrorCode FrameWriter::writeMetadata() {
                 [&](RIFile& raw) { return raw.WTOverlayTexts(overlays.data(), size(overlays)); });
         },
         [&] {
-            return onRawFile(
-                [&](RIFile& raw) { return raw.WTMirtSettings(settings.data(), size(settings)); });
-        },
-        [&] {
             if (info_.thumbnail.empty()) return ErrorCode();
             return onRawFile([&](RIFile& raw) {
                 return raw.WTPreview(info_.thumbnail.data(), info_.thumbnailWidth, info_.thumbnailHeight);
             });
+        },
+        // Behind everything else: with them a raw image is ready for buckets, and can be resumed.
+        [&] {
+            return onRawFile(
+                [&](RIFile& raw) { return raw.WTMirtSettings(settings.data(), size(settings)); });
         },
         [&] { return file_->WTExtraAttributes(extraAttributes(note, stampText).c_str()); },
     });
@@ -153,8 +171,8 @@ std::string FrameWriter::extraAttributes(const std::string& note, const std::str
            attribute("scene", "spheres") + (wantsWholeFrame() ? attribute("stampText", stampText) : "");
 }
 
-ErrorCode FrameWriter::write(const BucketPixels& pixels) {
-    return file_->WTRegion(channels_.load(pixels), 0, 0, 0);
+ErrorCode FrameWriter::write(const BucketPixels& pixels, ChannelMask channels) {
+    return file_->WTRegion(channels_.load(pixels, channels), 0, 0, 0);
 }
 
 ErrorCode FrameWriter::fillWithBlack(const std::vector<Bucket>& buckets) {
@@ -162,7 +180,7 @@ ErrorCode FrameWriter::fillWithBlack(const std::vector<Bucket>& buckets) {
     for (const Bucket& bucket : buckets) {
         BucketPixels black;
         black.resize(bucket);
-        if (ErrorCode error = write(black)) return error;
+        if (ErrorCode error = write(black, kAllChannels)) return error;
     }
     return {};
 }
@@ -194,9 +212,13 @@ std::string FrameOutputs::start() {
     return forEach([](FrameWriter& writer) { return writer.start(); });
 }
 
-std::string FrameOutputs::write(const BucketPixels& pixels) {
+std::string FrameOutputs::resume() {
+    return forEach([](FrameWriter& writer) { return writer.resume(); });
+}
+
+std::string FrameOutputs::write(const BucketPixels& pixels, ChannelMask channels) {
     if (frame_ != nullptr) frame_->add(pixels);
-    return forEach([&](FrameWriter& writer) { return writer.write(pixels); });
+    return forEach([&](FrameWriter& writer) { return writer.write(pixels, channels); });
 }
 
 std::string FrameOutputs::finish(const std::vector<Bucket>& missing) {

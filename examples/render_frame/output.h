@@ -6,6 +6,7 @@
 
 #include "examples/render_frame/channels.h"
 #include "examples/render_frame/tracer.h"
+#include "rawimage/format.h"
 #include "rawimage/output_file.h"
 
 namespace render_frame {
@@ -32,6 +33,9 @@ enum class FileKind {
 struct OutputSpec {
     std::string path;
     FileKind kind = FileKind::kRaw;
+    // Raw images only.
+    int level = kCompressionLevel;
+    int threads = 1;  // that compress
     // OpenEXR only.
     int bits = 32;        // of a value that is no integer
     int compression = 3;  // as ExrFile numbers them
@@ -47,8 +51,10 @@ class FrameWriter {
 
     // Creates the file and writes everything that is known before the first bucket is rendered.
     ErrorCode start();
-    // Offers a bucket. Files that want the whole frame let it pass by.
-    ErrorCode write(const BucketPixels& pixels);
+    // Opens a raw image that was begun before, to go on behind its last tag.
+    ErrorCode resume();
+    // Offers a bucket and the channels of it to write. Files that want the whole frame let it pass by.
+    ErrorCode write(const BucketPixels& pixels, ChannelMask channels);
     bool wantsWholeFrame() const {
         return spec_.kind == FileKind::kScanline || spec_.kind == FileKind::kMultiPart;
     }
@@ -59,6 +65,7 @@ class FrameWriter {
     ErrorCode finish(WholeFrame* frame);
 
   private:
+    void setCompression();
     ErrorCode writeMetadata();
     ErrorCode writeStampText(const std::string& text);
     std::string extraAttributes(const std::string& note, const std::string& stampText) const;
@@ -78,7 +85,9 @@ class FrameOutputs {
     FrameOutputs(const FrameInfo& info, const std::vector<OutputSpec>& specs);
 
     std::string start();
-    std::string write(const BucketPixels& pixels);
+    // All of them raw images, instead of start().
+    std::string resume();
+    std::string write(const BucketPixels& pixels, ChannelMask channels);
     // `missing` are the buckets that were never rendered.
     std::string finish(const std::vector<Bucket>& missing);
 

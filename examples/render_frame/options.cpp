@@ -1,0 +1,159 @@
+#include "examples/render_frame/options.h"
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <istream>
+#include <map>
+
+namespace render_frame {
+
+namespace {
+
+constexpr int kMaxSide = 1 << 16;
+constexpr int kMaxSamples = 1 << 16;
+constexpr int64_t kMaxBucketPixels = 1 << 26;  // whose largest channel stays below 2^31 bytes
+constexpr int64_t kMaxBuckets = 1 << 22;
+constexpr int64_t kMaxWholePixels = (int64_t{1} << 27) - 1;  // likewise, of a frame in one piece
+
+bool isSide(int side) {
+    return side >= 1 && side <= kMaxSide;
+}
+
+const std::map<std::string, FileKind> kKinds{{"raw", FileKind::kRaw},
+                                             {"scanline", FileKind::kScanline},
+                                             {"multipart", FileKind::kMultiPart},
+                                             {"tiled", FileKind::kTiled}};
+const std::map<std::string, int> kCompressions{{"none", 1}, {"rle", 2},   {"zips", 3}, {"zip", 4},
+                                               {"piz", 5},  {"pxr24", 6}, {"b44", 7},  {"b44a", 8},
+                                               {"dwaa", 9}, {"dwab", 10}};
+
+void declareOutput(CLI::App& app, Options& options) {
+    app.add_option("--output", options.outputs,
+                   "file to write, may repeat: X.exr, X.multipart.exr and X.tiled.exr are OpenEXR files, any "
+                   "other is a raw image")
+        ->type_name("PATH")
+        ->capture_default_str();
+    app.add_option("--kind", options.kind, "kind of the files, whatever their names")
+        ->check(CLI::IsMember(kKinds));
+    app.add_option("--bits", options.bits, "bits of OpenEXR's floating-point values")
+        ->check(CLI::IsMember({16, 32}))
+        ->capture_default_str();
+    app.add_option("--compression", options.compression, "compression of OpenEXR files")
+        ->check(CLI::IsMember(kCompressions))
+        ->capture_default_str();
+    app.add_flag("--thumbnail", options.thumbnail, "store a preview picture too");
+    app.add_option("--level", options.level, "compression of raw images, 1 (fast) to 9 (small)")
+        ->check(CLI::Range(1, kCompressionLevel))
+        ->capture_default_str();
+}
+
+void declareFrame(CLI::App& app, Options& options) {
+    app.add_option("--size", options.size, "frame in pixels (640x360)")->type_name("WxH");
+    app.add_option("--bucket", options.bucket, "bucket in pixels (64x64)")->type_name("WxH");
+    app.add_option("--samples", options.samples, "paths for each pixel")
+        ->check(CLI::Range(1, kMaxSamples))
+        ->capture_default_str();
+    app.add_option("--seed", options.seed, "start of the random numbers")->capture_default_str();
+    app.add_option("-j,--threads", options.threads,
+                   "threads that render, and as many that compress raw images")
+        ->check(CLI::Range(1, 256))
+        ->capture_default_str();
+}
+
+void declareResume(CLI::App& app, Options& options) {
+    CLI::Option* resume =
+        app.add_option("--resume", options.resume,
+                       "raw image whose render was interrupted: renders what is missing and adds it. Size, "
+                       "bucket, samples and seed are the file's; when given, they must agree with it")
+            ->type_name("PATH");
+    // What a file was begun with.
+    for (const char* other : {"--output", "--kind", "--bits", "--compression", "--thumbnail"})
+        resume->excludes(other);
+}
+
+std::string faultOf(const Options& options) {
+    if (std::string fault = faultOfFrame(options.size, options.bucket, options.samples); !fault.empty())
+        return fault;
+    bool raw = false;
+    for (const OutputSpec& spec : outputSpecs(options)) {
+        const bool whole = spec.kind == FileKind::kScanline || spec.kind == FileKind::kMultiPart;
+        if (whole && int64_t{options.size.width} * options.size.height > kMaxWholePixels)
+            return "the frame is too large for one piece: " + spec.path;
+        raw = raw || spec.kind == FileKind::kRaw;
+    }
+    return raw || !options.has("--level") ? "" : "--level is for raw images, and none is written";
+}
+
+FileKind kindOf(const std::string& path) {
+    const auto endsWith = [&path](const std::string& end) {
+        return path.size() >= end.size() && path.compare(path.size() - end.size(), end.size(), end) == 0;
+    };
+    if (endsWith(".multipart.exr")) return FileKind::kMultiPart;
+    if (endsWith(".tiled.exr")) return FileKind::kTiled;
+    return endsWith(".exr") ? FileKind::kScanline : FileKind::kRaw;
+}
+
+}  // namespace
+
+// "640x360". CLI11 reads the options with it.
+std::istream& operator>>(std::istream& in, Size& size) {
+    char x = 0;
+    in >> size.width >> x >> size.height;
+    if (x != 'x' || !isSide(size.width) || !isSide(size.height)) in.setstate(std::ios::failbit);
+    return in;
+}
+
+std::optional<ExitCode> parseOptions(int argc, char** argv, Options& options) {
+    CLI::App app(
+        "Path-traces a few spheres and writes the frame, channel by channel, as a raw image or an OpenEXR "
+        "file.",
+        "render_frame");
+    app.footer(
+        "Stopped by Ctrl-C, it ends with code 75 and leaves files that can be read. A raw image that was "
+        "stopped, killed or cut short is finished by --resume. Exit codes: 0 good, 1 failure, 2 usage; of "
+        "--resume also 4 damaged, 5 not readable, 6 another frame.");
+    app.failure_message([](const CLI::App*, const CLI::Error& error) {
+        return std::string("render_frame: ") + error.what() + " (--help tells more)\n";
+    });
+    declareOutput(app, options);
+    declareFrame(app, options);
+    declareResume(app, options);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? ExitCode::kGood : ExitCode::kUsage;
+    }
+    for (const CLI::Option* option : app.get_options()) {
+        if (option->count() > 0) options.given.insert(option->get_name());
+    }
+    const std::string fault = faultOf(options);
+    if (fault.empty()) return {};
+    std::fprintf(stderr, "render_frame: %s\n", fault.c_str());
+    return ExitCode::kUsage;
+}
+
+std::vector<OutputSpec> outputSpecs(const Options& options) {
+    if (options.has("--resume")) return {{options.resume, FileKind::kRaw, options.level, options.threads}};
+    std::vector<OutputSpec> specs;
+    for (const std::string& path : options.outputs) {
+        const FileKind kind = options.kind.empty() ? kindOf(path) : kKinds.at(options.kind);
+        specs.push_back({path, kind, options.level, options.threads, options.bits,
+                         kCompressions.at(options.compression)});
+    }
+    return specs;
+}
+
+std::string faultOfFrame(const Size& size, const Size& bucket, int samples) {
+    if (!isSide(size.width) || !isSide(size.height)) return "the frame has no size that can be rendered";
+    if (!isSide(bucket.width) || !isSide(bucket.height))
+        return "the buckets have no size that can be rendered";
+    if (samples < 1 || samples > kMaxSamples) return "the number of samples cannot be rendered";
+    const int64_t width = std::min(size.width, bucket.width);
+    const int64_t height = std::min(size.height, bucket.height);
+    if (width * height > kMaxBucketPixels) return "buckets are too large; take a smaller --bucket";
+    const int64_t columns = (size.width - 1) / width + 1;
+    const int64_t rows = (size.height - 1) / height + 1;
+    return columns * rows > kMaxBuckets ? "too many buckets; take a larger --bucket" : "";
+}
+
+}  // namespace render_frame

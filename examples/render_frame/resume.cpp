@@ -1,0 +1,158 @@
+#include "examples/render_frame/resume.h"
+
+#include <algorithm>
+
+#include "examples/render_frame/settings.h"
+#include "rawimage/tools/recover.h"
+#include "rawimage/tools/settings.h"
+#include "rawimage/tools/summary.h"
+#include "rawimage/tools/verify.h"
+
+namespace render_frame {
+
+namespace {
+
+using MUtils::RecoverState;
+using MUtils::VerifyReport;
+using MUtils::VerifyVerdict;
+
+std::string textOf(int number) {
+    return std::to_string(number);
+}
+
+std::string textOf(uint64_t number) {
+    return std::to_string(number);
+}
+
+std::string textOf(const Size& size) {
+    return textOf(size.width) + 'x' + textOf(size.height);
+}
+
+// The pixels are checked too: a damaged bucket is not missing, and would stay as it is.
+VerifyReport verify(const Options& options, const std::atomic<bool>& stop) {
+    MUtils::VerifyOptions verifying;
+    verifying.threads = options.threads;
+    verifying.progress = [&stop](int64_t, int64_t) { return !stop; };
+    VerifyReport report = MUtils::verifyFile(options.resume.c_str(), verifying);
+    const std::string& path = options.resume;
+    if (report.stopped) throw Failure(ExitCode::kStopped, path + ": stopped, nothing was changed");
+    switch (report.verdict) {
+        case VerifyVerdict::kCannotOpen:
+        case VerifyVerdict::kNotThisFormat: throw Failure(ExitCode::kUnreadable, path + ": " + report.cause);
+        case VerifyVerdict::kDamaged:
+            throw Failure(ExitCode::kDamaged,
+                          path + ": damaged at " + std::to_string(report.faults.front().offset) + ": " +
+                              report.cause + "; resume what \"rimg recover\" makes of it");
+        default: return report;
+    }
+}
+
+RenderSettings settingsOf(const std::string& path, const MUtils::FileSummary& summary) {
+    constexpr int64_t kMostBytes = 1000;
+    if (!summary.settingsBytes) {
+        const bool pixels = std::any_of(summary.channels.begin(), summary.channels.end(),
+                                        [](const auto& channel) { return channel.tags > 0; });
+        if (!summary.finished && !pixels)
+            throw Failure(ExitCode::kFailure, path + ": ends before its first bucket; render it anew");
+    } else if (*summary.settingsBytes <= kMostBytes) {
+        PBufStream blob;
+        (void)readMirtSettings(path.c_str(), &blob);
+        const std::string text(blob.GetBuf(), blob.GetBuf() + blob.Size());
+        if (const auto settings = decodeSettings(text)) return *settings;
+    }
+    throw Failure(ExitCode::kMismatch, path + ": not begun by this program: no settings of its own");
+}
+
+bool sameChannels(const MUtils::FileSummary& summary) {
+    const std::vector<RIF_CHANNEL> own = channelRecords();
+    return summary.furtherChannels == 0 &&
+           std::equal(own.begin(), own.end(), summary.channels.begin(), summary.channels.end(),
+                      [](const RIF_CHANNEL& a, const MUtils::ChannelSummary& summarised) {
+                          const RIF_CHANNEL& b = summarised.record;
+                          return summarised.listed && a.index == b.index && a.type == b.type &&
+                                 a.alias == b.alias && a.flags == b.flags && std::string(a.name) == b.name;
+                      });
+}
+
+// What of the file contradicts that this program has begun it.
+std::string foreignIn(const MUtils::FileSummary& summary, const RenderSettings& settings,
+                      const MUtils::PixelBox& area) {
+    const MUtils::PixelBox frame{0, 0, settings.width, settings.height};
+    if (!summary.resolution || summary.resolution->width != frame.width ||
+        summary.resolution->height != frame.height || summary.resolution->aspect != 1)
+        return "its resolution is not its settings'";
+    if (!(area == frame)) return "it holds a part of the frame only";
+    if (!summary.buckets || summary.buckets->varies) return "its buckets have no size";
+    return sameChannels(summary) ? "" : "it has other channels";
+}
+
+// What the command line says of the frame, if anything, must be what the file says.
+template <class Value>
+void adopt(const Options& options, const char* name, Value& value, const Value& found) {
+    if (options.has(name) && textOf(value) != textOf(found)) {
+        throw Failure(ExitCode::kMismatch, options.resume + ": the file has " + name + ' ' + textOf(found) +
+                                               ", not " + textOf(value));
+    }
+    value = found;
+}
+
+}  // namespace
+
+bool examineFile(Options& options, const std::atomic<bool>& stop) {
+    const std::string& path = options.resume;
+    const VerifyReport report = verify(options, stop);
+    const MUtils::FileSummary summary = MUtils::summariseFile(path.c_str(), false);
+    const RenderSettings settings = settingsOf(path, summary);
+    if (const std::string foreign = foreignIn(summary, settings, report.area); !foreign.empty())
+        throw Failure(ExitCode::kMismatch, path + ": not begun by this program: " + foreign);
+    adopt(options, "--size", options.size, {settings.width, settings.height});
+    adopt(options, "--bucket", options.bucket, {summary.buckets->width, summary.buckets->height});
+    adopt(options, "--samples", options.samples, settings.samples);
+    adopt(options, "--seed", options.seed, settings.seed);
+    const std::string fault = faultOfFrame(options.size, options.bucket, options.samples);
+    if (!fault.empty()) throw Failure(ExitCode::kMismatch, path + ": " + fault);
+    return report.verdict != VerifyVerdict::kGood;
+}
+
+void cutEnd(const std::string& path) {
+    const MUtils::RecoverReport report = MUtils::prepareResume(path.c_str());
+    switch (report.state) {
+        case RecoverState::kGood: return;
+        case RecoverState::kNotThisFormat:
+        case RecoverState::kCannotOpen: throw Failure(ExitCode::kUnreadable, path + ": " + report.cause);
+        case RecoverState::kNotInPlace: throw Failure(ExitCode::kDamaged, path + ": " + report.cause);
+        default: throw Failure(ExitCode::kFailure, path + ": " + report.cause);
+    }
+}
+
+std::vector<BucketTask> missingTasks(const Options& options, const std::vector<Bucket>& buckets, bool& more) {
+    const VerifyReport report = MUtils::missingPixels(options.resume.c_str());
+    if (!(report.area == MUtils::PixelBox{0, 0, options.size.width, options.size.height}))
+        throw Failure(ExitCode::kMismatch, options.resume + ": has become another file");
+    const Size& bucket = options.bucket;
+    const int columns = (options.size.width - 1) / bucket.width + 1;
+    const int rows = (options.size.height - 1) / bucket.height + 1;
+    const auto cell = [columns](int row, int column) {
+        return static_cast<size_t>(row) * static_cast<size_t>(columns) + static_cast<size_t>(column);
+    };
+    more = report.missingInAny.truncated;
+    std::vector<ChannelMask> lacking(cell(rows, 0), 0);
+    for (const MUtils::MissingPixels& channel : report.missing) {
+        more = more || channel.boxes.truncated;
+        for (const MUtils::PixelBox& box : channel.boxes.boxes) {
+            for (int row = box.y / bucket.height; row <= (box.y + box.height - 1) / bucket.height; ++row) {
+                for (int column = box.x / bucket.width; column <= (box.x + box.width - 1) / bucket.width;
+                     ++column)
+                    lacking[cell(row, column)] |= ChannelMask{1} << channel.channel;
+            }
+        }
+    }
+    std::vector<BucketTask> tasks;
+    for (const Bucket& b : buckets) {
+        const ChannelMask channels = lacking[cell(b.y0 / bucket.height, b.x0 / bucket.width)];
+        if (channels != 0) tasks.push_back({b, channels});
+    }
+    return tasks;
+}
+
+}  // namespace render_frame
