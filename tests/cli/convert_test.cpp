@@ -233,6 +233,26 @@ TEST(Convert, UnreadablePixelsAreLeftOutAndTold) {
     }
 }
 
+TEST(Convert, ThreadsChangeNothingAndLevelsOnlyTheSize) {
+    const TempFolder folder;
+    const std::string in = folder / "in.exr", raw = folder / "out.rimg";
+    oneImage(kFrame, kFrame).write(in);
+    ASSERT_EQ(convert(in, raw, "16x16").status, 0);
+    const std::string bytes = readFile(raw);
+    const auto events = parseRaw(raw);
+    for (const std::vector<std::string>& more :
+         std::vector<std::vector<std::string>>{{"-j", "1"},
+                                               {"--threads", "2"},
+                                               {"--threads", "5", "--level", "9"},
+                                               {"-j", "5", "--level", "1"}}) {
+        std::vector<std::string> arguments{"convert", in, raw, "--bucket", "16x16"};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        ASSERT_EQ(runProgram(RIMG_PROGRAM, arguments).status, 0);
+        EXPECT_EQ(readFile(raw) == bytes, more.back() != "1" || more.size() == 2) << more[1];
+        EXPECT_EQ(parseRaw(raw), events);
+    }
+}
+
 TEST(Convert, FailuresHaveOneLineAndTheirExitCode) {
     const TempFolder folder;
     const std::string in = folder / "in.exr", out = folder / "out.rimg", raw = folder / "raw.rimg";
@@ -262,6 +282,12 @@ TEST(Convert, FailuresHaveOneLineAndTheirExitCode) {
         {{"transmogrify", in, out}, 2, ""},
         {{"convert", in, out, "--bucket", "64"}, 2, "bucket"},
         {{"convert", in, out, "--bucket", "0x64"}, 2, "bucket"},
+        {{"convert", in, out, "--level", "0"}, 2, "--level: Value 0 not in range 1 to 9"},
+        {{"convert", in, out, "--level", "10"}, 2, "--level"},
+        {{"convert", in, out, "--level", "fast"}, 2, "--level"},
+        {{"convert", raw, out, "--level", "1"}, 2, "--level is for OpenEXR files as input"},
+        {{"convert", in, out, "--threads", "0"}, 2, "--threads"},
+        {{"convert", in, out, "-j", "1025"}, 2, "--threads"},
         {{"convert", in, in}, 2, "same file"},
         {{"convert", in, folder / "link.exr"}, 2, "same file"},
         {{"convert", folder / "none.exr", out}, 5, "none.exr: No such file"},

@@ -10,6 +10,7 @@
 
 #include "tests/testing/bytes.h"
 #include "tests/testing/fault_stream.h"
+#include "tests/testing/memory_file.h"
 
 using namespace testing_tools;
 
@@ -221,6 +222,21 @@ TEST(FileStream, FirstWriteErrorIsAnsweredUntilTheNextOpening) {
     EXPECT_EQ(full.Close(), ENOSPC);
     EXPECT_EQ(full.Open(), 0);
     EXPECT_EQ(full.Close(), 0);
+}
+
+TEST(FileStream, CopiesWithinTheSystem) {
+    MemoryFile from, to;
+    from.fill(Bytes().text(kDigits));
+    PFileStream source, target;
+    ASSERT_EQ(source.Open(from.path(), PFileStream::kRead, 1, PFileStream::kOpenExisting), 0);
+    ASSERT_EQ(target.Open(to.path(), PFileStream::kReadWrite, 1, PFileStream::kOpenExisting), 0);
+    source.Seek(6);
+    const std::int64_t copied = target.CopyFrom(source, 100);
+    EXPECT_TRUE(copied == 4 || copied == 0) << "none where the system cannot";
+    EXPECT_EQ(source.Tell(), 6 + copied);
+    EXPECT_EQ(target.Tell(), copied);
+    EXPECT_EQ(to.bytes(), Bytes().text(copied == 4 ? "6789" : ""));
+    EXPECT_EQ(source.CopyFrom(target, 1), 0) << "not open for writing";
 }
 
 TEST(StreamCopy, GoesOnToTheEndOrTheFirstError) {

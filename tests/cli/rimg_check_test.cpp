@@ -1,0 +1,202 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <map>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "support/bytes.h"
+#include "tests/testing/raw_frame.h"
+#include "tests/testing/run_program.h"
+
+// verify, missing, recover and merge, as a farm's scripts run them.
+
+namespace {
+
+using namespace testing_tools;
+using testing::HasSubstr;
+using Json = nlohmann::json;
+
+class RimgCheck : public testing::Test {
+  protected:
+    RimgCheck() {
+        RawFrame frame;
+        write("whole", frame);
+        const std::string whole = readFile(folder_ / "whole");
+        writeFile(folder_ / "unfinished", whole.substr(0, wordAt(whole, 12)));
+        writeFile(folder_ / "header", whole.substr(0, 32));
+        flip("damaged", whole, whole.size() / 2);  // in the pixels of channel 1
+        flip("bad_tag", whole, 36);                // the size of the first tag
+        writeFile(folder_ / "text", "something else entirely, of no use to anyone here");
+        frame.boxes = {{0, 0, 20, 24}};
+        write("left", frame);
+        frame.boxes = {{20, 0, 20, 24}};
+        write("right", frame);
+        frame.channels[2].type = 1;
+        write("other", frame);
+    }
+
+    static std::uint32_t wordAt(const std::string& bytes, std::size_t at) {
+        return MUtils::loadU32(reinterpret_cast<const unsigned char*>(bytes.data()) + at);
+    }
+    void write(const std::string& name, const RawFrame& frame) {
+        frame.write(folder_ / name);
+        inputs_[name] = readFile(folder_ / name);
+    }
+    void flip(const std::string& name, std::string bytes, std::size_t at) {
+        bytes[at] = static_cast<char>(bytes[at] ^ 1);
+        writeFile(folder_ / name, inputs_[name] = bytes);
+    }
+
+    // "verify --quick @left", in which @ stands for the test's folder.
+    ProgramResult run(std::string command, const std::string& before = "") {
+        const std::string folder = folder_ / "";
+        for (std::size_t at = 0; (at = command.find('@', at)) != std::string::npos; at += folder.size())
+            command.replace(at, 1, folder);
+        return runProgram("/bin/bash", {"-c", before + "exec '" RIMG_PROGRAM "' " + command});
+    }
+
+    TempFolder folder_;
+    std::map<std::string, std::string> inputs_;  // that must stay as they are
+};
+
+TEST_F(RimgCheck, AnswersWithItsExitCodes) {
+    const struct {
+        const char* command;
+        int status;
+        const char* out = "";
+        const char* err = "";
+    } cases[] = {
+        {"verify @whole", 0, "whole: good\n"},
+        {"verify @unfinished", 3, "unfinished: unfinished (never closed"},
+        {"verify @left", 3, "left: incomplete (pixels are missing)\n  missing: 20x24+20+0\n"},
+        {"verify @damaged", 4, "of channel 1 alpha: pixels do not inflate\n"},
+        {"verify --quick @damaged", 0, "good"},
+        {"verify --quick @bad_tag", 4, "damaged"},
+        {"verify @text", 5, "not this format", "not a raw image file\n"},
+        {"verify @none", 5, "cannot open", "none: No such file"},
+        {"verify @", 5, "cannot open", "Is a directory"},
+        {"verify @whole @left @whole", 3, "incomplete"},
+        {"verify @damaged @left", 4, "incomplete"},
+        {"verify @text @damaged @whole", 5, "whole: good\n", "text: not a raw"},
+        {"verify -j 3 @damaged", 4, "damaged"},
+        {"verify -j 0 @whole", 2, "", "--threads"},
+        {"verify", 2, "", "FILE"},
+        {"missing @whole", 0, "whole: nothing is missing\n"},
+        {"missing @unfinished", 0, "nothing is missing\n"},
+        {"missing @left", 3, "missing in channel 0 color, 1 alpha, 2 id: 20x24+20+0\n"},
+        {"missing @header", 3, "", "header: "},
+        {"missing @bad_tag", 4, "", "bad_tag: offset 32: "},
+        {"missing @text", 5, "", "not a raw image file\n"},
+        {"missing @none", 5, "", "none: No such file"},
+        {"missing @whole @left", 2},
+        {"recover @damaged -o @out", 0, "lost: bytes "},
+        {"recover @unfinished -o @out", 0, "kept: 6 tags, 3 of them pixels"},
+        {"recover @text -o @new", 5, "", "text: not a raw image file\n"},
+        {"recover @none -o @new", 5, "", "none: No such file"},
+        {"recover @whole", 2, "", "--in-place"},
+        {"recover --in-place -o @new @whole", 2, "", "--in-place"},
+        {"recover @damaged -o @damaged", 2, "", "the same file"},
+        {"recover --in-place @damaged", 4, "", "use -o"},
+        {"recover --in-place @whole", 0, "nothing to do"},
+        {"recover @whole -o @", 1, "", "cannot be written: Is a directory\n"},
+        {"recover @whole -o @none/new", 1, "", "new: cannot be written: No such file"},
+        {"recover @whole -o /dev/full", 1, "", "No space left on device"},
+        {"merge @left @right -o @out", 0},
+        {"merge @left @other -o @new", 6, "", "channel 2 is of type 1, not 4\n"},
+        {"merge @left @whole -o @new", 6, "", "whole: overlaps"},
+        {"merge @left -o @new", 6, "", "has holes: 1, the first 20x24 at (20, 0)\n"},
+        {"merge @left --allow-holes -o @out", 0, "", "out: has holes"},
+        {"merge @left @whole --overlap last -o @out", 0},
+        {"merge @left @right --overlap both -o @new", 2, "", "--overlap"},
+        {"merge @bad_tag @right -o @new", 4, "", "bad_tag: "},
+        {"merge @left @text -o @new", 5, "", "text: not a raw image file\n"},
+        {"merge @left @none -o @new", 5, "", "none: No such file"},
+        {"merge @left @right -o @right", 2, "", "the same file"},
+        {"merge @left @right -o @", 1, "", "cannot be written: Is a directory\n"},
+        {"merge @left @right -o /dev/full", 1, "", "No space left on device"},
+    };
+    for (const auto& c : cases) {
+        const ProgramResult result = run(c.command);
+        EXPECT_EQ(result.status, c.status) << c.command << '\n' << result.err;
+        EXPECT_THAT(result.out, HasSubstr(c.out)) << c.command;
+        EXPECT_THAT(result.err, HasSubstr(c.err)) << c.command;
+        EXPECT_LE(result.errorLines(), 1) << c.command << '\n' << result.err;
+        for (const auto& [name, bytes] : inputs_)
+            EXPECT_TRUE(readFile(folder_ / name) == bytes) << c.command << " changed " << name;
+        EXPECT_FALSE(std::filesystem::exists(folder_ / "new")) << c.command;
+    }
+}
+
+TEST_F(RimgCheck, PrintsJsonForScripts) {
+    const std::string area = R"({"x": 0, "y": 0, "width": 40, "height": 24})";
+    const std::string right =
+        R"({"boxes": [{"x": 20, "y": 0, "width": 20, "height": 24}], "truncated": false})";
+    Json left = Json::parse(R"({"verdict": "incomplete", "cause": "pixels are missing", "area": )" + area +
+                            R"(, "missing": )" + right + R"(, "channels": [
+        {"channel": 0, "name": "color", "missing": )" +
+                            right + R"(},
+        {"channel": 1, "name": "alpha", "missing": )" +
+                            right + R"(},
+        {"channel": 2, "name": "id", "missing": )" +
+                            right + "}]}");
+    left["file"] = folder_ / "left";
+    const ProgramResult missing = run("missing --json @left");
+    EXPECT_EQ(missing.status, 3);
+    EXPECT_EQ(Json::parse(missing.out), left);
+
+    const ProgramResult verified = run("verify --json @left @damaged @none");
+    EXPECT_EQ(verified.status, 5);
+    std::istringstream lines(verified.out);
+    std::string line;
+    left.update({{"bytes", inputs_["left"].size()}, {"tags", 7}, {"furtherFaults", 0}});
+    left["faults"] = Json::array();
+    ASSERT_TRUE(std::getline(lines, line));
+    EXPECT_EQ(Json::parse(line), left);
+
+    ASSERT_TRUE(std::getline(lines, line));
+    const Json damaged = Json::parse(line);
+    EXPECT_EQ(damaged["verdict"], "damaged");
+    EXPECT_EQ(damaged["missing"]["boxes"], Json::parse("[" + area + "]"));
+    Json fault = Json::parse(R"({"tag": "float3 pixels", "channel": 1, "name": "alpha", "box": )" + area +
+                             R"(, "cause": "pixels do not inflate"})");
+    const auto at = damaged["faults"][0]["offset"].get<std::size_t>();
+    fault.update({{"offset", at}, {"end", at + wordAt(inputs_["damaged"], at + 4)}});
+    EXPECT_EQ(damaged["faults"], Json::array({fault}));
+
+    ASSERT_TRUE(std::getline(lines, line));
+    EXPECT_EQ(Json::parse(line)["verdict"], "cannot open");
+    EXPECT_FALSE(std::getline(lines, line));
+}
+
+TEST_F(RimgCheck, LeavesSoundFilesBehind) {
+    EXPECT_EQ(run("recover @damaged -o @out").status, 0);
+    EXPECT_THAT(run("verify @out").out, HasSubstr("missing in channel 1 alpha: 40x24+0+0\n"));
+    EXPECT_EQ(run("recover --in-place @unfinished").status, 0);
+    EXPECT_TRUE(readFile(folder_ / "unfinished") == inputs_["whole"]);
+    EXPECT_EQ(run("merge @right @left -o @out").status, 0) << "over a longer file";
+    EXPECT_EQ(run("verify @out").status, 0);
+    // What a full disk has cut off does not pass for whole.
+    for (const char* command : {"recover @whole -o @full", "merge @left @right -o @full"}) {
+        const ProgramResult full = run(command, "ulimit -f 1; trap '' XFSZ; ");
+        EXPECT_EQ(full.status, 1) << command;
+        EXPECT_THAT(full.err, HasSubstr("File too large"));
+        EXPECT_EQ(run("verify @full").status, 3);
+    }
+}
+
+TEST_F(RimgCheck, KeepsOffFilesThatAreBeingWritten) {
+    RIFile writer;
+    expectOk(writer.Append((folder_ / "unfinished").c_str(), nullptr));
+    const std::string before = readFile(folder_ / "unfinished");
+    EXPECT_EQ(run("verify @unfinished").status, 3) << "readers are free";
+    for (const char* command : {"recover --in-place @unfinished", "recover @left -o @unfinished",
+                                "merge @left @right -o @unfinished"}) {
+        const ProgramResult result = run(command);
+        EXPECT_NE(result.status, 0) << command;
+        EXPECT_THAT(result.err, HasSubstr("another writer has the file open\n"));
+        EXPECT_TRUE(readFile(folder_ / "unfinished") == before) << command;
+    }
+}
+
+}  // namespace

@@ -1,0 +1,213 @@
+#include "rawimage/tools/merge.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <map>
+
+#include "tests/testing/check.h"
+#include "tests/testing/raw_frame.h"
+
+using namespace testing_tools;
+using namespace MUtils;
+using testing::HasSubstr;
+
+namespace {
+
+constexpr RawBox kQuarters[] = {{0, 0, 20, 12}, {20, 0, 20, 12}, {0, 12, 20, 12}, {20, 12, 20, 12}};
+
+RawFrame piece(const RawBox& box) {
+    RawFrame frame;
+    frame.boxes = {box};
+    frame.metadata = [box](RIFile& file) {
+        expectOk(file.WTRenderRegion({4, box.x, box.y, box.width, box.height}));
+    };
+    return frame;
+}
+
+// Files in memory and what becomes of them.
+struct Merging {
+    explicit Merging(const std::vector<RawFrame>& frames) {
+        for (const RawFrame& frame : frames)
+            frame.write(add().path());
+    }
+    MemoryFile& add() {
+        names.push_back(files.emplace_back(std::make_unique<MemoryFile>())->path());
+        return *files.back();
+    }
+    MergeReport run(const MergeOptions& options = {}) { return mergeFiles(names, output.path(), options); }
+
+    std::vector<std::unique_ptr<MemoryFile>> files;
+    std::vector<std::string> names;
+    MemoryFile output;
+};
+
+// The value that channel 0 has at each pixel once everything is drawn.
+std::map<std::pair<int, int>, float> drawn(const Contents& bytes) {
+    std::map<std::pair<int, int>, float> pixels;
+    Reading reading(bytes);
+    EXPECT_EQ(reading.parse(), 0);
+    for (const Event& event : reading.seen.events) {
+        if (event.call != "setImageData" || event.numbers[1] != 0) continue;
+        const auto width = static_cast<int>(event.numbers[4]);
+        for (int p = 0; p < event.numbers[0]; ++p) {
+            const auto x = static_cast<int>(event.numbers[2]) + p % width;
+            const auto y = static_cast<int>(event.numbers[3]) + p / width;
+            std::memcpy(&pixels[{x, y}], event.bytes.data() + 12 * p, 4);
+        }
+    }
+    return pixels;
+}
+
+}  // namespace
+
+TEST(Merge, CopiesPiecesOfAFrame) {
+    std::vector<RawFrame> frames;
+    for (const RawBox& box : kQuarters)
+        frames.push_back(piece(box));
+    for (const std::size_t i : {1u, 2u}) {
+        frames[i].metadata = [i, region = frames[i].metadata](RIFile& file) {
+            region(file);
+            expectOk(file.WTNote(i == 1 ? "second" : "third"));
+            if (i == 2) expectOk(file.WTStampText("stamp"));
+        };
+    }
+    Merging merging(frames);
+    const MergeReport report = merging.run();
+    ASSERT_EQ(report.state, MergeState::kGood) << report.cause;
+    EXPECT_EQ(report.tags, 12);
+    const Contents bytes = merging.output.bytes();
+    EXPECT_EQ(verdict(bytes), "good");
+    EXPECT_EQ(difference(bytes, closed(opened(bytes))), "") << "the table";
+
+    // One tag of each kind, of the first file that has it; the region is the box around all. Then all pixels.
+    std::vector<std::string> expected = tagsOf(opened(merging.files[0]->bytes()));
+    expected.resize(4);  // resolution, buckets, channels, region
+    const Bytes region = Bytes().tag(TAG_RENDER_REGION, 20).i32s({4, 0, 0, 40, 24});
+    expected[3].assign(region.begin(), region.end());
+    expected.push_back(tagsOf(merging.files[1]->bytes())[4]);
+    expected.push_back(tagsOf(merging.files[2]->bytes())[5]);
+    for (const auto& file : merging.files) {
+        for (const std::string& tag : tagsOf(file->bytes())) {
+            if (isPixelTag(idOf(tag))) expected.push_back(tag);
+        }
+    }
+    EXPECT_TRUE(tagsOf(opened(bytes)) == expected) << "each as it stands";
+}
+
+TEST(Merge, NamesWhatDoesNotFit) {
+    const auto aspect = [](RIFile& file) { expectOk(file.WTResolution(40, 24, 2)); };
+    const struct {
+        const char* cause;
+        std::function<void(RawFrame&)> change;
+    } cases[] = {
+        {"41x24, not 40x24", [](RawFrame& f) { f.width = 41; }},
+        {"40x25, not 40x24", [](RawFrame& f) { f.height = 25; }},
+        {"aspect differs", [&](RawFrame& f) { f.metadata = aspect; }},
+        {"2 channels, not 3", [](RawFrame& f) { f.channels.pop_back(); }},
+        {"channel 1 is \"beauty\", not \"alpha\"", [](RawFrame& f) { f.channels[1].name = "beauty"; }},
+        {"channel 2 is of type 1, not 4", [](RawFrame& f) { f.channels[2].type = 1; }},
+        {"channel 0 is \"alpha\"", [](RawFrame& f) { std::swap(f.channels[0], f.channels[1]); }},
+        {"overlaps the files before it in channel 0 by 12 pixels", [](RawFrame& f) { f.boxes[0].x = 19; }},
+        {"channel 0 \"color\" has holes: 1, the first 1x12 at (20, 0)",
+         [](RawFrame& f) { f.boxes[0].x = 21; }},
+    };
+    for (const auto& c : cases) {
+        RawFrame right = piece(kQuarters[1]);
+        c.change(right);
+        Merging merging({piece(kQuarters[0]), right});
+        const MergeReport report = merging.run();
+        EXPECT_EQ(report.state, MergeState::kMismatch) << c.cause;
+        EXPECT_THAT(report.cause, HasSubstr(c.cause));
+        const bool ofAll = report.cause.find("holes") != std::string::npos;
+        EXPECT_EQ(report.file, ofAll ? "" : merging.names[1]) << c.cause;
+        EXPECT_TRUE(merging.output.bytes().empty()) << "nothing is written";
+    }
+}
+
+TEST(Merge, StoresPixelsAsItsInputsDo) {
+    Merging merging({});
+    const Contents raw = makeSample({true, false}).bytes;
+    merging.add().fill(makeSample().bytes);
+    merging.add().fill(raw);
+    MergeOptions options;
+    options.overlap = MergeOverlap::kLast;
+    const MergeReport report = merging.run(options);
+    EXPECT_EQ(report.state, MergeState::kMismatch);
+    EXPECT_THAT(report.cause, HasSubstr("compressed"));
+    merging.files[0]->fill(raw);
+    EXPECT_EQ(merging.run(options).state, MergeState::kGood);
+    EXPECT_EQ(difference(merging.output.bytes(), raw), "") << "no bucket comes twice";
+}
+
+TEST(Merge, RefusesFilesItCannotUse) {
+    Merging merging({piece(kQuarters[0]), piece(kQuarters[1])});
+    const Contents sound = merging.files[1]->bytes();
+    EXPECT_EQ(mergeFiles(merging.names, merging.names[1], {}).state, MergeState::kWriteFailed);
+    EXPECT_EQ(difference(merging.files[1]->bytes(), sound), "") << "an input is never overwritten";
+    EXPECT_EQ(mergeFiles(merging.names, "/no/such/file", {}).state, MergeState::kWriteFailed);
+    EXPECT_EQ(mergeFiles({}, merging.output.path(), {}).state, MergeState::kCannotOpen);
+    Contents damaged = sound;
+    damaged[34] ^= 1;
+    for (const Contents& bytes : {damaged, Contents(40, 'x'), Contents()}) {
+        merging.files[1]->fill(bytes);
+        const MergeReport report = merging.run();
+        EXPECT_EQ(report.state, bytes == damaged ? MergeState::kDamaged : MergeState::kNotThisFormat);
+        EXPECT_EQ(report.file, merging.names[1]);
+        EXPECT_TRUE(merging.output.bytes().empty());
+    }
+    merging.names[1] = "/no/such/file";
+    EXPECT_EQ(merging.run().state, MergeState::kCannotOpen);
+}
+
+// Pixel by pixel: what readers draw is of the first or the last file that has the pixel.
+TEST(Merge, TakesOverlapsFromTheFileThatCounts) {
+    RawFrame whole;
+    whole.boxes.assign(std::begin(kQuarters), std::end(kQuarters));
+    RawFrame patch, inner;
+    patch.boxes = {{20, 12, 20, 12, 500}, {5, 5, 10, 4, 500}};
+    inner.boxes = {{0, 0, 20, 12, 900}, {8, 4, 20, 4, 900}};
+    const std::vector<std::vector<RawFrame>> cases = {
+        {whole, patch}, {patch, whole}, {whole, patch, inner}, {inner, whole, patch}, {patch, inner, whole}};
+    for (const std::vector<RawFrame>& frames : cases) {
+        Merging merging(frames);
+        EXPECT_EQ(merging.run().state, MergeState::kMismatch);
+        for (const bool first : {true, false}) {
+            MergeOptions options;
+            options.overlap = first ? MergeOverlap::kFirst : MergeOverlap::kLast;
+            ASSERT_EQ(merging.run(options).state, MergeState::kGood);
+            const Contents bytes = merging.output.bytes();
+            EXPECT_EQ(verdict(bytes), "good");
+            std::map<std::pair<int, int>, float> expected;
+            for (std::size_t i = 0; i < frames.size(); ++i) {
+                for (const RawBox& box : frames[first ? frames.size() - 1 - i : i].boxes) {
+                    for (int p = 0; p < box.width * box.height; ++p) {
+                        const int x = box.x + p % box.width, y = box.y + p / box.width;
+                        expected[{x, y}] = valueAt(box.first, 0, 0, x, y);
+                    }
+                }
+            }
+            EXPECT_TRUE(drawn(bytes) == expected) << (first ? "first" : "last");
+        }
+    }
+}
+
+TEST(Merge, AllowsHolesAndUnfinishedFiles) {
+    Merging merging({piece(kQuarters[0]), piece({30, 0, 10, 12})});
+    Contents torn = merging.files[1]->bytes();
+    torn.resize(torn.size() - 60);  // into its table
+    merging.files[1]->fill(torn);
+    MergeOptions options;
+    options.allowHoles = true;
+    const MergeReport report = merging.run(options);
+    ASSERT_EQ(report.state, MergeState::kGood) << report.cause;
+    EXPECT_EQ(report.unfinished, std::vector<std::string>{merging.names[1]});
+    EXPECT_EQ(report.holes.boxes, (std::vector<PixelBox>{{20, 0, 10, 12}}));
+    EXPECT_EQ(verdict(merging.output.bytes()), "incomplete");
+
+    options.progress = [calls = 0](std::int64_t done, std::int64_t total) mutable {
+        return done <= total && ++calls < 2;
+    };
+    EXPECT_EQ(merging.run(options).state, MergeState::kStopped);
+    EXPECT_EQ(verdict(merging.output.bytes()), "unfinished") << "never passes for whole";
+}

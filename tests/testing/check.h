@@ -1,0 +1,82 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "rawimage/tools/verify.h"
+#include "support/bytes.h"
+#include "tests/testing/memory_file.h"
+#include "tests/testing/sample_file.h"
+
+// Files as bytes: taken apart, put together and verified.
+
+namespace testing_tools {
+
+using Contents = std::vector<unsigned char>;
+
+inline MUtils::VerifyReport verify(const Contents& bytes, bool quick = false, int threads = 1) {
+    FaultStream stream(bytes);
+    stream.Open();
+    MUtils::VerifyOptions options;
+    options.quick = quick;
+    options.threads = threads;
+    return MUtils::verifyStream(stream, options);
+}
+
+inline std::string verdict(const Contents& bytes, bool quick = false) {
+    return verdictName(verify(bytes, quick).verdict);
+}
+
+// The tags of a sound file with their headers, each as its bytes; the table is the last one of a finished
+// file.
+inline std::vector<std::string> tagsOf(const Contents& bytes) {
+    std::vector<std::string> tags;
+    for (std::size_t at = 32; at + 40 <= bytes.size();) {
+        const std::uint32_t size = MUtils::loadU32(&bytes[at + 4]);
+        if (size < 40 || size > bytes.size() - at) throw std::runtime_error("not a sound file");
+        const auto start = bytes.begin() + static_cast<std::ptrdiff_t>(at);
+        tags.emplace_back(start, start + size);
+        at += size;
+    }
+    return tags;
+}
+
+// Overwrites bytes of a tag; `from` counts from its header.
+inline Contents with(const Contents& file, const Sample& sample, int tag, int from, const Bytes& bytes) {
+    Contents edited = file;
+    std::copy(bytes.begin(), bytes.end(), edited.begin() + sample.offset(tag) + from);
+    return edited;
+}
+
+inline std::uint32_t idOf(const std::string& tag) {
+    return MUtils::loadU32(reinterpret_cast<const unsigned char*>(tag.data()));
+}
+
+// What a renderer makes of its file when it closes it: a table of the tags that belong there, and its offset.
+inline Bytes closed(Bytes file) {
+    Bytes entries;
+    std::uint64_t at = 32;
+    for (const std::string& tag : tagsOf(file)) {
+        const std::uint32_t id = idOf(tag);
+        if (id != TAG_CAMERA_INFO && id != TAG_RENDER_REGION && id != TAG_SCENE_INFO)
+            entries.raw(tag.data(), 40).u64(at);
+        at += tag.size();
+    }
+    const auto size = static_cast<std::uint32_t>(entries.size());
+    std::memcpy(&file[12], &at, sizeof at);
+    return Bytes(file).tag(TAG_INFO_TAGS, size, {static_cast<int>(size / 48)}).raw(entries.data(), size);
+}
+
+// The file without the table at its end.
+inline Bytes opened(const Contents& file) {
+    Bytes open;
+    open.raw(file.data(), MUtils::loadU32(&file[12]));
+    std::memset(&open[12], 0, 8);
+    return open;
+}
+
+}  // namespace testing_tools
