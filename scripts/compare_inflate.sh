@@ -7,8 +7,9 @@ set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 jobs=${JOBS:-$(nproc)}
 
+# answers BUILD_DIR LIBDEFLATE: the build with zlib is that of the tests.
 answers() {
-    local build=$root/build/inflate-$1
+    local build=$root/build/$1
     "$root/scripts/configure.sh" "$build" -DRAWIMAGE_LIBDEFLATE="$2" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
         -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O2 -g" -DRAWIMAGE_BUILD_TESTS=ON -DRAWIMAGE_WERROR=ON >/dev/null
     cmake --build "$build" -j "$jobs" --target test_proof_damage test_support test_reader test_mt_reader >&2
@@ -18,7 +19,7 @@ answers() {
     "$build/tests/test_proof_damage" --gtest_brief=1 | grep 'cases, answers'
 }
 
-with_zlib=$(answers zlib OFF)
+with_zlib=$(answers test OFF)
 with_libdeflate=$(answers libdeflate ON)
 if [ "$with_zlib" != "$with_libdeflate" ]; then
     diff <(echo "$with_zlib") <(echo "$with_libdeflate") >&2 || true
