@@ -123,8 +123,9 @@ bool CreateRDPreview(int /*mode*/, int /*reserved*/, int /*valueType*/, int /*al
     if (hasCorrector == 0) corrector = nullptr;
 
     const Axis columns = mapAxis(canvasWidth, outWidth, x, width);
-    const Axis rows = mapAxis(canvasHeight, outHeight, y, height);
     if (columns.footprints.empty()) return true;
+    const Axis rows = mapAxis(canvasHeight, outHeight, y, height);
+    if (rows.footprints.empty()) return true;
     std::vector<double> sums(columns.footprints.size() * 3);
     for (std::size_t row = 0; row < rows.footprints.size(); ++row) {
         std::fill(sums.begin(), sums.end(), 0.0);

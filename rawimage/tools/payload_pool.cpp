@@ -11,6 +11,9 @@ namespace {
 
 constexpr std::size_t kTagsBetweenCalls = 64;  // of the progress
 constexpr std::size_t kTagsForAThread = 8;     // fewer are done before another thread has begun
+// What is handed over at a time: to wake a worker for each payload of a few bytes costs more than its check.
+constexpr std::size_t kSlotBytes = 1 << 15;
+constexpr std::size_t kSlotTags = 64;
 
 }  // namespace
 
@@ -34,6 +37,7 @@ void PayloadPool::begin(std::size_t tags) {
     if (threaded_) startThreads(threads, threads + 1);
     checks_ = std::vector<PayloadCheck>(threaded_ ? static_cast<std::size_t>(numThreads()) : 1);
     slots_ = std::vector<Slot>(threaded_ ? static_cast<std::size_t>(numSlots()) : 1);
+    filling_ = -1;
     held_ = 0;
     bad_.clear();
 }
@@ -46,8 +50,9 @@ bool PayloadPool::check(const std::vector<INFOTAG>& tags, const std::function<bo
     for (std::size_t i = 0; i < tags.size() && going; ++i) {
         if (progress && i % kTagsBetweenCalls == 0)
             going = progress(static_cast<std::int64_t>(tags[i].offset), total);
-        if (going && wanted(tags[i])) enqueue(tags[i], i);
+        if (going && wanted(tags[i])) add(tags[i], i);
     }
+    handOver();
     if (threaded_) waitJobs(nullptr);
     releaseThreads();
     if (outOfMemory_) throw std::bad_alloc();
@@ -56,36 +61,62 @@ bool PayloadPool::check(const std::vector<INFOTAG>& tags, const std::function<bo
     return going;
 }
 
-void PayloadPool::enqueue(const INFOTAG& tag, std::size_t index) {
-    const int slotIndex = threaded_ ? acquireJobIndex() : 0;
-    Slot& slot = slots_[static_cast<std::size_t>(slotIndex)];
-    slot.tag = tag;
-    slot.index = index;
-    makeRoom(slot, static_cast<std::size_t>(tag.payloadBytes()));
-    const auto offset = static_cast<std::int64_t>(tag.offset) + kTagHeaderBytes;
-    const bool read = readPayloadAt(stream_, offset, tag.payloadBytes(), slot.payload);
-    if (!read) addBad(index, "payload cannot be read");
-    if (!threaded_) {
-        if (read) examine(checks_[0], slot);
-    } else if (read) {
-        enqueueJob(nullptr, slotIndex, nullptr);
+void PayloadPool::add(const INFOTAG& tag, std::size_t index) {
+    Slot& slot = slotFor(static_cast<std::size_t>(tag.payloadBytes()));
+    if (read(tag, slot)) {
+        slot.items.push_back({tag, index, slot.used});
+        slot.used += static_cast<std::size_t>(tag.payloadBytes());
     } else {
-        cancelJob(slotIndex);
+        addBad(index, "payload cannot be read");
+    }
+}
+
+// The slot that is being filled when it has room for `size` more bytes, else an empty one.
+PayloadPool::Slot& PayloadPool::slotFor(std::size_t size) {
+    if (filling_ >= 0) {
+        Slot& slot = slots_[static_cast<std::size_t>(filling_)];
+        if (slot.used + size <= kSlotBytes && slot.items.size() < kSlotTags) return slot;
+        handOver();
+    }
+    filling_ = threaded_ ? acquireJobIndex() : 0;
+    Slot& slot = slots_[static_cast<std::size_t>(filling_)];
+    slot.items.clear();
+    slot.used = 0;
+    makeRoom(slot, std::max(size, kSlotBytes));
+    return slot;
+}
+
+bool PayloadPool::read(const INFOTAG& tag, Slot& slot) {
+    const auto offset = static_cast<std::int64_t>(tag.offset) + kTagHeaderBytes;
+    const std::int64_t size = tag.payloadBytes();
+    if (slot.used == 0) return readPayloadAt(stream_, offset, size, slot.bytes);
+    return stream_.Seek(static_cast<long>(offset)) == 0 &&
+           readExactly(stream_, slot.bytes.data() + slot.used, static_cast<int>(size));
+}
+
+void PayloadPool::handOver() {
+    if (filling_ < 0) return;
+    const int slot = filling_;
+    filling_ = -1;
+    if (threaded_) {
+        enqueueJob(nullptr, slot, nullptr);
+    } else {
+        examine(checks_[0], slots_[static_cast<std::size_t>(slot)]);
     }
 }
 
 // Once the slots hold too much together, all give it back, so that after a run of large payloads the small
 // ones do not pay for them.
 void PayloadPool::makeRoom(Slot& slot, std::size_t size) {
-    if (size <= slot.payload.capacity()) return;
+    if (size <= slot.bytes.capacity()) return;
     if (held_ + size > kMaxHeldBytes) {
         if (threaded_) waitJobs(nullptr);
         for (Slot& other : slots_)
-            other.payload.release();
+            other.bytes.release();
         held_ = 0;
     }
-    held_ += size - slot.payload.capacity();
-    slot.payload.reserve(size);
+    held_ += size - slot.bytes.capacity();
+    slot.bytes.reserve(size);
 }
 
 int PayloadPool::jobProc(int threadIndex, int jobIndex, void* /*data*/) {
@@ -99,9 +130,11 @@ int PayloadPool::jobProc(int threadIndex, int jobIndex, void* /*data*/) {
 }
 
 void PayloadPool::examine(PayloadCheck& check, const Slot& slot) {
-    const char* cause = check.fault(slot.tag, slot.payload.data(),
-                                    static_cast<std::size_t>(slot.tag.payloadBytes()), compressed_);
-    if (cause != nullptr) addBad(slot.index, cause);
+    for (const Item& item : slot.items) {
+        const char* cause = check.fault(item.tag, slot.bytes.data() + item.start,
+                                        static_cast<std::size_t>(item.tag.payloadBytes()), compressed_);
+        if (cause != nullptr) addBad(item.index, cause);
+    }
 }
 
 void PayloadPool::addBad(std::size_t index, const char* cause) {

@@ -16,8 +16,8 @@ namespace MUtils {
 // Reads exactly `size` bytes at `offset`; false when the stream fails or ends first.
 bool readPayloadAt(PStream& stream, std::int64_t offset, std::int64_t size, ScratchBuffer& buffer);
 
-// Checks the payloads of many tags on several threads; the calling thread reads. What is held at a time is
-// bounded by kMaxHeldBytes, or by a single payload that is larger.
+// Checks the payloads of many tags on several threads; the calling thread reads. Small ones are handed over
+// several at a time. What is held is bounded by kMaxHeldBytes, or by a single payload that is larger.
 class PayloadPool final : private JobQueue {
   public:
     static constexpr std::size_t kMaxHeldBytes = 64 << 20;
@@ -40,15 +40,23 @@ class PayloadPool final : private JobQueue {
                const Progress& progress, std::vector<Bad>& bad);
 
   private:
-    struct Slot {
+    struct Item {
         RIF_TAG tag;
         std::size_t index = 0;
-        ScratchBuffer payload;
+        std::size_t start = 0;  // of its payload in the slot's bytes
+    };
+    struct Slot {
+        std::vector<Item> items;
+        std::size_t used = 0;
+        ScratchBuffer bytes;
     };
 
     void begin(std::size_t tags);
-    void enqueue(const INFOTAG& tag, std::size_t index);
+    void add(const INFOTAG& tag, std::size_t index);
+    Slot& slotFor(std::size_t size);
+    bool read(const INFOTAG& tag, Slot& slot);
     void makeRoom(Slot& slot, std::size_t size);
+    void handOver();
     void examine(PayloadCheck& check, const Slot& slot);
     void addBad(std::size_t index, const char* cause);
     int jobProc(int threadIndex, int jobIndex, void* data) override;
@@ -59,6 +67,7 @@ class PayloadPool final : private JobQueue {
     bool threaded_ = false;
     std::vector<PayloadCheck> checks_;  // by worker
     std::vector<Slot> slots_;
+    int filling_ = -1;      // the slot that is not handed over yet
     std::size_t held_ = 0;  // capacity of all slots
     std::atomic<bool> outOfMemory_{false};
     std::mutex badMutex_;
