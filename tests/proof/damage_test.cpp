@@ -19,10 +19,13 @@ std::atomic<std::size_t> largestBlock{0};
 
 }  // namespace
 
-void* operator new(std::size_t size) {
-    void* block = std::malloc(size > 0 ? size : 1);
-    if (block == nullptr) throw std::bad_alloc();
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     if (size > largestBlock) largestBlock = size;
+    return std::malloc(size > 0 ? size : 1);
+}
+void* operator new(std::size_t size) {
+    void* block = operator new(size, std::nothrow);
+    if (block == nullptr) throw std::bad_alloc();
     return block;
 }
 [[gnu::noinline]] void operator delete(void* block) noexcept {

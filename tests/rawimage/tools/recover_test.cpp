@@ -141,7 +141,7 @@ TEST(Recover, MakesNothingUpOutOfPayloads) {
     // With a table even a header that is gone altogether opens nothing; and the table may lose its own.
     std::vector<Contents> spoiled(4, finished);
     std::memset(&spoiled[0][settings], 0, 40);
-    for (const std::size_t lost : {1, 2, 3})
+    for (const unsigned lost : {1u, 2u, 3u})
         std::memset(&spoiled[lost][open.size()], 0, lost == 3 ? 40 : lost * 4);
     for (const Bytes& file : {open, finished}) {
         for (std::size_t at = settings; at < settings + 40; ++at) {
