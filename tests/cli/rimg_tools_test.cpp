@@ -3,11 +3,10 @@
 #include <png.h>
 
 #include <cmath>
-#include <cstring>
-#include <memory>
 #include <random>
 #include <set>
 
+#include "tests/testing/raw_frame.h"
 #include "tests/testing/run_program.h"
 #include "tests/testing/sample_file.h"
 
@@ -43,55 +42,24 @@ constexpr int kWidth = 16;
 constexpr int kHeight = 8;
 constexpr int kBucket = 4;
 
-float noiseAt(int x, int y, int component) {
+float noiseAt(int component, int x, int y) {
     std::mt19937 random(static_cast<unsigned>((y * kWidth + x) * 4 + component));
     return std::uniform_real_distribution<float>(0.0f, 1.0f)(random);
 }
 
-void writeNoise(const std::string& path, bool close) {
-    const struct {
-        const char* name;
-        RegionChannelType type;
-        RegionChannelAlias alias;
-        int floats;
-    } channels[] = {
-        {"beauty", RCT_COLOR, RCA_COLOR, 3},  {"depth", RCT_FLOAT, RCA_DEPTH, 1},
-        {"id", RCT_INT, RCA_NONE, 1},         {"motion", RCT_FLOAT2, RCA_NONE, 2},
-        {"normals", RCT_VECTOR, RCA_NONE, 3}, {"four", RCT_FLOAT4, RCA_NONE, 4},
-    };
-    RIFile file;
-    ASSERT_TRUE(file.Create(path.c_str(), nullptr).empty());
-    ASSERT_TRUE(file.WriteHeader(0).empty());
-    ASSERT_TRUE(file.WTResolution(kWidth, kHeight, 1.0f).empty());
-    for (int by = 0; by < kHeight; by += kBucket) {
-        for (int bx = 0; bx < kWidth; bx += kBucket) {
-            std::vector<std::unique_ptr<MBVTable>> tables;
-            MRRegionData region;
-            region.x0 = bx, region.y0 = by, region.x1 = bx + kBucket, region.y1 = by + kBucket;
-            region.width = region.height = kBucket;
-            for (const auto& channel : channels) {
-                const int size = channel.floats * 4;
-                tables.push_back(std::make_unique<MBVTable>(size, 64));
-                tables.back()->setCount(kBucket * kBucket);
-                for (int i = 0; i < kBucket * kBucket; ++i) {
-                    for (int c = 0; c < channel.floats; ++c) {
-                        const float value = noiseAt(bx + i % kBucket, by + i / kBucket, c);
-                        std::memcpy(tables.back()->item(i) + 4 * c, &value, 4);
-                    }
-                }
-                RegionChannel entry{channel.type, {}, channel.alias, tables.back().get(), 0};
-                std::strcpy(entry.name, channel.name);
-                region.channels.Add(entry);
-            }
-            if (bx == 0 && by == 0) {
-                ASSERT_TRUE(file.WTChannelInfo(&region).empty());
-            }
-            ASSERT_TRUE(file.WTRegion(&region, 0, 0, 0).empty());
-        }
-    }
-    if (close) {
-        ASSERT_TRUE(file.Close().empty());
-    }
+void writeNoise(const std::string& path, bool closed) {
+    RawFrame frame;
+    frame.width = kWidth;
+    frame.height = kHeight;
+    frame.tile = kBucket;
+    frame.channels = {{2, 126, "beauty"}, {1, 117, "depth"}, {4, 0, "id"},
+                      {3, 0, "motion"},   {5, 0, "normals"}, {6, 0, "four"}};
+    frame.boxes.clear();
+    for (int i = 0; i < kWidth * kHeight; i += kBucket * kBucket)
+        frame.boxes.push_back({i / kBucket % kWidth, i / kBucket / kWidth * kBucket, kBucket, kBucket});
+    frame.values = noiseAt;
+    frame.closed = closed;
+    frame.write(path);
 }
 
 unsigned char srgbByte(float v) {
@@ -125,7 +93,7 @@ TEST_F(RimgTools, PreviewShowsEveryPixelOfIncompressibleChannels) {
         ASSERT_EQ(png.height, kHeight);
         for (int y = 0; y < kHeight; ++y) {
             for (int x = 0; x < kWidth; ++x)
-                EXPECT_EQ(png.at(x, y).g, srgbByte(noiseAt(x, y, 1))) << x << ' ' << y;
+                EXPECT_EQ(png.at(x, y).g, srgbByte(noiseAt(1, x, y))) << x << ' ' << y;
         }
     }
 }

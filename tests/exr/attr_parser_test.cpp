@@ -213,17 +213,6 @@ TEST(AttributeTuples, IntegersByCount) {
         EXPECT_EQ(ExrHeaderWrapper(header).addvec("a", count, values), type != "none");
         EXPECT_EQ(shown(header, "a"), type);
     }
-    Imf::Header header;
-    ExrHeaderWrapper wrapper(header);
-    char one[] = "1", word[] = "x", empty[] = "";
-    char* right[] = {one, one};
-    EXPECT_FALSE(AttrParser<ExrHeaderWrapper>::writeVec<float>(5, wrapper, "a", right));
-    for (char* wrong : {word, empty}) {
-        char* elements[] = {one, wrong};
-        EXPECT_FALSE(AttrParser<ExrHeaderWrapper>::writeVec<int>(2, wrapper, "a", elements));
-        EXPECT_FALSE(AttrParser<ExrHeaderWrapper>::writeVec<float>(2, wrapper, "a", elements));
-    }
-    EXPECT_EQ(shown(header, "a"), "none");
 }
 
 // Gives the process a numeric locale of another name, with a decimal comma where the system can make one.

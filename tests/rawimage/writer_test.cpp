@@ -1,11 +1,8 @@
 #include "rawimage/writer.h"
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
-#include <unistd.h>
 
 #include <climits>
-#include <csignal>
 
 #include "tests/rawimage/writer_fixture.h"
 
@@ -96,23 +93,6 @@ TEST(Writer, NotesByLength) {
     }
 }
 
-// Also after a run that was killed, and one that was killed within a tag header.
-TEST(Writer, AppendingGivesWhatOneRunGives) {
-    Region first(0, 0, 5, 5), second(5, 0, 5, 5);
-    for (const auto& [closed, torn] : {std::pair{true, 0u}, {false, 0u}, {false, 1u}, {false, 39u}}) {
-        File before;
-        before.zipped(first, 0, 0);
-        if (closed) before.closed();
-        FaultStream stream(before.text(std::string(torn, 'x')));
-        Writer file;
-        EXPECT_EQ(file.Append(nullptr, &stream).describe(), "");
-        EXPECT_EQ(file.ReadInfoTags(nullptr), 0);
-        EXPECT_EQ(said({file.WTRegion(&second, 0, 0, 0), file.Close()}), "");
-        const Bytes expected = File().zipped(first, 0, 0).zipped(second, 0, 0).closed();
-        EXPECT_EQ(difference(stream.bytes(), expected), "") << closed << torn;
-    }
-}
-
 TEST(Writer, OnlyAppendOpensACallersStream) {
     FaultStream stream;
     Writer file;
@@ -136,31 +116,6 @@ TEST(Writer, AFailedCreateLeavesAWriterThatFailsLater) {
     EXPECT_EQ(said({file.WriteHeader(0)}), "");  // an error that wrote nothing passes
     EXPECT_EQ(said({file.WTResolution(1, 2, 3)}), kTagFailed);
     EXPECT_EQ(said({file.Close()}), "");
-}
-
-// The payload that runs into the limit passes; all that follows tells, and nothing is written behind the torn
-// tag.
-TEST(Writer, AFullDiskIsToldByTheNextTagAndByClose) {
-    const std::string name = testing::TempDir() + "writer_test_" + std::to_string(getpid());
-    std::vector<char> stamp(100);
-    Writer file;
-    rlimit limit;
-    getrlimit(RLIMIT_FSIZE, &limit);
-    const rlimit small{100, limit.rlim_max};
-    auto* const handler = std::signal(SIGXFSZ, SIG_IGN);
-    setrlimit(RLIMIT_FSIZE, &small);
-    const std::string torn =
-        said({file.Create(name.c_str(), nullptr), file.WriteHeader(0), file.WTStamp(stamp.data(), 100)});
-    const std::string next = said({file.WTResolution(1, 2, 3)}), close = said({file.Close()});
-    setrlimit(RLIMIT_FSIZE, &limit);
-    std::signal(SIGXFSZ, handler);
-    EXPECT_EQ(torn, "");
-    EXPECT_EQ(next, kTagFailed);
-    EXPECT_EQ(close, std::string(kTagFailed) + "; Close: Error closing stream. (-1)");
-    PFileStream back;
-    EXPECT_EQ(back.Open(name.c_str(), PFileStream::kRead, 1, PFileStream::kOpenExisting), 0);
-    EXPECT_EQ(back.Length(), 100);
-    unlink(name.c_str());
 }
 
 TEST(Writer, DestructionDoesNotFinishAFile) {

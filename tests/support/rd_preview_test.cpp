@@ -46,42 +46,6 @@ struct Picture {
     }
 };
 
-TEST(RdPreview, ScalesToExactPixels) {
-    const struct {
-        std::vector<int> canvas;
-        std::vector<int> split;  // where one bucket ends and the next begins
-        std::vector<int> expected;
-    } cases[] = {
-        {{10, 20, 30}, {}, {10, 20, 30}},      {{10, 20, 30}, {1, 2}, {10, 20, 30}},
-        {{10, 20, 30, 40}, {}, {15, 35}},      {{10, 20}, {}, {10, 10, 20, 20}},
-        {{10, 20}, {1}, {10, 10, 20, 20}},     {{30, 60, 90}, {}, {40, 80}},
-        {{30, 60, 90}, {2}, {40, 90}},         {{30, 60, 90}, {1, 2}, {30, 90}},
-        {{30, 60}, {}, {30, 45, 60}},          {{30, 60}, {1}, {30, 60, 60}},
-        {{1, 2, 4, 8, 16, 32, 64}, {3}, {30}},
-    };
-    for (const auto& c : cases) {
-        const int size = static_cast<int>(c.canvas.size());
-        const int out = static_cast<int>(c.expected.size());
-        for (const bool across : {true, false}) {
-            Picture picture{across ? size : 1, across ? 1 : size, across ? out : 1, across ? 1 : out,
-                            [&c](int x, int y) {
-                                return static_cast<float>(c.canvas[static_cast<std::size_t>(x + y)]) / 256.0f;
-                            }};
-            std::vector<int> borders{0};
-            borders.insert(borders.end(), c.split.begin(), c.split.end());
-            borders.push_back(size);
-            Plain plain;
-            for (std::size_t i = borders.size() - 1; i-- > 0;) {
-                const int length = borders[i + 1] - borders[i];
-                picture.draw(across ? Box{borders[i], 0, length, 1} : Box{0, borders[i], 1, length}, &plain,
-                             i % 2 == 0 ? 16 : 12);
-            }
-            for (std::size_t i = 0; i < c.expected.size(); ++i)
-                EXPECT_EQ(picture.pixels[i].r, c.expected[i]) << size << " to " << out << ", pixel " << i;
-        }
-    }
-}
-
 // Cuts the box in two until the pieces are small enough.
 void cut(const Box& box, std::mt19937& random, std::vector<Box>& pieces) {
     const auto pick = [&random](int last) { return std::uniform_int_distribution<int>(1, last)(random); };

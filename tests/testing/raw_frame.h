@@ -42,6 +42,9 @@ struct RawFrame {
     std::vector<RawChannel> channels{{2, 126, "color"}, {2, 125, "alpha"}, {4, 0, "id"}};
     std::vector<RawBox> boxes{{0, 0, 40, 24}};
     std::function<void(RIFile&)> metadata{};
+    // The values, when they are not those of the boxes.
+    std::function<float(int component, int x, int y)> values{};
+    bool closed = true;
 
     void write(const std::string& path) const {
         RIFile file;
@@ -56,7 +59,7 @@ struct RawFrame {
         if (metadata) metadata(file);
         for (const RawBox& box : boxes)
             writeBox(file, box);
-        expectOk(file.Close());
+        if (closed) expectOk(file.Close());
     }
 
   private:
@@ -84,8 +87,8 @@ struct RawFrame {
             tables.back()->setCount(box.width * box.height);
             for (int p = 0; p < box.width * box.height; ++p) {
                 for (int c = 0; c < kind->valueSize / 4; ++c) {
-                    const float value =
-                        valueAt(box.first, i, c, box.x + p % box.width, box.y + p / box.width);
+                    const int x = box.x + p % box.width, y = box.y + p / box.width;
+                    const float value = values ? values(c, x, y) : valueAt(box.first, i, c, x, y);
                     std::memcpy(tables.back()->item(p) + 4 * c, &value, 4);
                 }
             }

@@ -296,57 +296,6 @@ TEST_P(MTReader, DeliversWhatCameBeforeAFailedRead) {
     EXPECT_EQ(parallel.parse(), sequential() ? -5 : FaultStream::kError);
 }
 
-// Loses what is beyond `kept` bytes at its `nth` read: a file that is cut while it is read.
-struct ShrinkingStream : FaultStream {
-    using FaultStream::FaultStream;
-    int nth = 0;
-    long kept = 0;
-    int Read(void* data, int size, int& got) override {
-        if (--nth == 0) {
-            const auto at = static_cast<long>(Tell());
-            Seek(kept);
-            Truncate();
-            Seek(at);
-        }
-        return FaultStream::Read(data, size, got);
-    }
-};
-
-TEST_P(MTReader, DeliversOnlyWhatWasWrittenOfAStreamThatShrinks) {
-    const Sample sample = wideSample();
-    std::vector<Event> written = sample.events;
-    std::sort(written.begin(), written.end());
-    RIFileMT file(nullptr, GetParam());
-    for (int i = 0; i < 200; ++i) {
-        ShrinkingStream stream(sample.bytes);
-        stream.nth = 1 + i % 130;
-        stream.kept = i * 7919 % static_cast<int>(sample.bytes.size());
-        if (i % 3 == 0) stream.hideLength();
-        stream.Open();
-        file.SetStream(&stream);
-        CollectCallback seen;
-        const int code = file.ParseFile(seen);
-        EXPECT_TRUE(code == -107 || (code <= 0 && code >= -22)) << code;
-        for (const Event& event : seen.events) {
-            EXPECT_TRUE(!isImageData(event) || std::binary_search(written.begin(), written.end(), event))
-                << i;
-        }
-    }
-}
-
-TEST_P(MTReader, DeliversThousandsOfTinyTags) {
-    Bytes bytes = Bytes().fileHeader(0);
-    bytes[20] = 0;  // not compressed
-    std::vector<Event> expected;
-    for (int i = 0; i < 10000; ++i) {
-        bytes.tag(TAG_CHAN_INT, 4, {4, i, 0, 1, 1, 0, 0, 3}).i32s({i});
-        expected.push_back({"setImageData", {1, 3, i, 0, 1, 1, 0, 0}, bytesOf(i)});
-    }
-    Parallel parallel(bytes, GetParam());
-    EXPECT_EQ(parallel.parse(), 0);
-    EXPECT_TRUE(ordered(parallel.seen.events) == ordered(expected));
-}
-
 // The results of the jobs, which no one sees.
 TEST(MTReaderJob, TellsWhatBecameOfItsTag) {
     const struct {
