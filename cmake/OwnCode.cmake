@@ -8,5 +8,9 @@ function(rawimage_own_code target)
         target_compile_options(${target} PRIVATE
             -fsanitize=${RAWIMAGE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
         target_link_options(${target} PRIVATE -fsanitize=${RAWIMAGE_SANITIZE})
+        if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+            target_compile_options(${target} PRIVATE
+                -fsanitize-ignorelist=${PROJECT_SOURCE_DIR}/cmake/sanitize_ignore.txt)
+        endif()
     endif()
 endfunction()

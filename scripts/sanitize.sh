@@ -1,7 +1,7 @@
 #!/bin/bash
 # Builds and runs the tests under sanitizers, with clang, which is also the second compiler our code must be clean
 # on. Asserts are on. Usage: sanitize.sh address|thread
-#   address  all tests under the address and undefined behaviour sanitizers
+#   address  all tests under the address and undefined behaviour sanitizers, lossy implicit conversions included
 #   thread   the tests labelled "threaded" under the thread sanitizer; builds nothing else
 set -euo pipefail
 
@@ -18,7 +18,7 @@ configure() {
 case ${1-} in
 address)
     build=$root/build/asan
-    configure "$build" address,undefined
+    configure "$build" address,undefined,implicit-conversion
     cmake --build "$build" -j "$jobs"
     export ASAN_OPTIONS=detect_stack_use_after_return=1:strict_string_checks=1:detect_leaks=1
     export UBSAN_OPTIONS=print_stacktrace=1

@@ -29,6 +29,16 @@ void passWhen(const std::atomic<bool>& open) {
         std::this_thread::yield();
 }
 
+TEST(JobQueue, ClampsWhatItIsAskedFor) {
+    TestQueue queue([](int, int, void*) {});
+    const int cases[][4] = {{1, 2, 1, 2}, {0, 0, 1, 1}, {-9, -9, 1, 1}, {3, 4, 3, 4}, {2, 1, 2, 1}};
+    for (const auto& [threads, slots, workers, least] : cases) {
+        queue.startThreads(threads, slots);
+        EXPECT_EQ(queue.numThreads(), workers);
+        EXPECT_EQ(queue.numSlots(), least * JobQueue::kSlotFactor);
+    }
+}
+
 // Tiny jobs, some of which throw, and slots that are given back unused, several times on one queue.
 TEST(JobQueue, RunsEachJobOnceWithASlotAndAWorkerOfItsOwn) {
     constexpr int kJobs = 5000;
