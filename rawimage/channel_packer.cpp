@@ -9,7 +9,6 @@ namespace {
 
 constexpr const char* kNotGathered = "Error writing data into memory stream";
 constexpr const char* kNotRead = "Error reading data buffer for compression.";
-constexpr const char* kNotPacked = "Error compressing data buffer.";
 
 // The values as one run of bytes: those of the table's only block as they lie, those of several blocks
 // through the stream, which is rewound and never cut, so that only as many bytes as went in now are this

@@ -7,6 +7,9 @@
 #include "support/pstream.h"
 #include "support/scratch_buffer.h"
 
+// packChannel's message when there is no memory or the stream is larger than a tag can be.
+constexpr const char* kNotPacked = "Error compressing data buffer.";
+
 // Packs the first `count` values of a channel, `size` bytes in all, into one zlib stream at the start of
 // `zipBuf`, whose first `zippedSize` bytes it then is. Values in several blocks are gathered in `memStream`,
 // which is open. Null on success, else the message of the step that failed; the buffers keep what memory they

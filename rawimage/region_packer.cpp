@@ -1,57 +1,90 @@
 #include "rawimage/region_packer.h"
 
 #include <algorithm>
+#include <chrono>
+#include <cstring>
 
 RegionPacker::RegionPacker(ThreadManager* manager, int threads) {
     setThreadManager(manager);
-    startThreads(threads, threads + 1);
-    for (int i = 0; i < numThreads(); ++i)
-        deflaters_.push_back(std::make_unique<MUtils::Deflater>());
-    for (int i = 0; i < numThreads() + 1; ++i) {
-        packed_.push_back(std::make_unique<Packed>());
-        packed_.back()->memStream.Open();
-    }
+    startThreads(threads - 1, threads - 1);
+    tools_ = std::vector<Tools>(static_cast<std::size_t>(numThreads()) + 1);
+    for (Tools& tools : tools_)
+        tools.memStream.Open();
 }
 
 RegionPacker::~RegionPacker() {
+    abandon();
     releaseThreads();
 }
 
 void RegionPacker::start(const std::vector<Order>& orders, int level) {
-    orders_ = &orders;
+    abandon();
     level_ = level;
-    next_ = 0;
-    enqueueUpTo(packed_.size());
-}
-
-void RegionPacker::enqueueUpTo(std::size_t end) {
-    for (; next_ < std::min(end, orders_->size()); ++next_) {
-        Packed& packed = packedOf(next_);
-        packed.order = (*orders_)[next_];
-        if (packed.order.data == nullptr) continue;
-        enqueueJob(&packed.handle, acquireJobIndex(), &packed);
+    if (packed_.size() < orders.size()) packed_ = std::vector<Packed>(orders.size());
+    sequence_.clear();
+    for (std::size_t i = 0; i < orders.size(); ++i) {
+        Packed& packed = packed_[i];
+        packed.order = orders[i];
+        packed.done = false;
+        if (!packed.timed) packed.cost = orders[i].size;
+        if (orders[i].data != nullptr) sequence_.push_back(i);
     }
+    // The dearest first, so that no thread is left with one at the end. Regions are much alike.
+    std::stable_sort(sequence_.begin(), sequence_.end(),
+                     [this](std::size_t a, std::size_t b) { return packed_[a].cost > packed_[b].cost; });
+    next_ = 0;
+    for (std::size_t i = 1; i < std::min(tools_.size(), sequence_.size()); ++i)
+        enqueueJob(nullptr, acquireJobIndex(), nullptr);
 }
 
 const char* RegionPacker::take(std::size_t index, const unsigned char*& bytes, std::size_t& size) {
-    // Everything before this order has been written, so its places are free again.
-    enqueueUpTo(index + packed_.size());
-    Packed& packed = packedOf(index);
-    waitJobs(&packed.handle);
-    bytes = packed.zipBuf.data();
+    std::unique_lock<std::mutex> lock(mutex_);
+    const Packed& packed = packed_[index];
+    while (!packed.done) {
+        if (next_ < sequence_.size()) {
+            packNext(lock, tools_.back());
+        } else {
+            done_.wait(lock);
+        }
+    }
+    bytes = packed.bytes.data();
     size = packed.size;
     return packed.failure;
 }
 
 void RegionPacker::abandon() {
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        next_ = sequence_.size();
+    }
     waitJobs(nullptr);
 }
 
-int RegionPacker::jobProc(int threadIndex, int /*jobIndex*/, void* data) {
-    Packed& packed = *static_cast<Packed*>(data);
-    const Order& order = packed.order;
-    packed.failure = packChannel(*order.data, order.count, order.size, level_,
-                                 *deflaters_[static_cast<std::size_t>(threadIndex)], packed.memStream,
-                                 packed.zipBuf, packed.size);
+int RegionPacker::jobProc(int threadIndex, int /*jobIndex*/, void* /*data*/) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    while (next_ < sequence_.size()) {
+        packNext(lock, tools_[static_cast<std::size_t>(threadIndex)]);
+        done_.notify_one();
+    }
     return 0;
+}
+
+void RegionPacker::packNext(std::unique_lock<std::mutex>& lock, Tools& tools) {
+    Packed& packed = packed_[sequence_[next_++]];
+    lock.unlock();
+    pack(packed, level_, tools);
+    lock.lock();
+    packed.done = true;
+}
+
+void RegionPacker::pack(Packed& packed, int level, Tools& tools) {
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point begun = Clock::now();
+    const Order& order = packed.order;
+    packed.failure = packChannel(*order.data, order.count, order.size, level, tools.deflater, tools.memStream,
+                                 tools.zipBuf, packed.size);
+    if (packed.failure == nullptr && !packed.bytes.tryReserve(packed.size)) packed.failure = kNotPacked;
+    if (packed.failure == nullptr) std::memcpy(packed.bytes.data(), tools.zipBuf.data(), packed.size);
+    packed.cost = std::chrono::nanoseconds(Clock::now() - begun).count();
+    packed.timed = true;
 }

@@ -1,14 +1,17 @@
 #pragma once
 
-#include <memory>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
 #include <vector>
 
 #include "rawimage/channel_packer.h"
 #include "support/job_queue.h"
 
-// Packs the channels of a region on several threads, for a writer that takes them one by one in order. At
-// most threads + 1 channels are packed or waiting at a time. One thread, the writer's, uses it; the channels
-// must stay as they are between start() and the last take() or abandon().
+// Packs the channels of a region on several threads, for a writer that takes them one by one in order. The
+// writer's thread packs, too, while what it asks for is not there. At most `threads` channels are being
+// packed at a time; those that are done before their turn wait at their packed size. One thread, the
+// writer's, uses it; the channels must stay as they are between start() and the last take() or abandon().
 class RegionPacker final : private JobQueue {
   public:
     // A channel to pack; null data makes an order that is never asked for.
@@ -18,14 +21,15 @@ class RegionPacker final : private JobQueue {
         int size = 0;
     };
 
-    // `threads` is at least 2. The manager outlives this object; null makes it start threads of its own.
+    // `threads` is at least 2, the writer's included. The manager outlives this object; null makes it start
+    // threads of its own.
     RegionPacker(ThreadManager* manager, int threads);
     ~RegionPacker();
 
     void start(const std::vector<Order>& orders, int level);
 
-    // Waits for order `index`, higher than at the call before. Null, with the zlib stream in `bytes` and
-    // `size` until the next call; or packChannel's message.
+    // Waits for order `index`. Null, with the zlib stream in `bytes` and `size` until the next start(); or
+    // packChannel's message.
     const char* take(std::size_t index, const unsigned char*& bytes, std::size_t& size);
 
     // Waits for what is under way and forgets the rest.
@@ -33,21 +37,32 @@ class RegionPacker final : private JobQueue {
 
   private:
     struct Packed {
-        JobsHandle handle;
         Order order;
-        PMemStream memStream;
-        MUtils::ScratchBuffer zipBuf;
+        MUtils::ScratchBuffer bytes;
         std::size_t size = 0;
         const char* failure = nullptr;
+        bool done = false;
+        // What the order of this place has cost, in nanoseconds; its bytes before the first one.
+        std::int64_t cost = 0;
+        bool timed = false;
+    };
+    // What one thread packs with.
+    struct Tools {
+        MUtils::Deflater deflater;
+        PMemStream memStream;
+        MUtils::ScratchBuffer zipBuf;
     };
 
     int jobProc(int threadIndex, int jobIndex, void* data) override;
-    void enqueueUpTo(std::size_t end);
-    Packed& packedOf(std::size_t index) { return *packed_[index % packed_.size()]; }
+    void packNext(std::unique_lock<std::mutex>& lock, Tools& tools);
+    static void pack(Packed& packed, int level, Tools& tools);
 
+    std::vector<Tools> tools_;  // by worker; the last are the writer's
+
+    std::mutex mutex_;  // guards what follows, orders that are being packed aside
+    std::condition_variable done_;
     int level_ = 0;
-    std::vector<std::unique_ptr<MUtils::Deflater>> deflaters_;  // by worker
-    std::vector<std::unique_ptr<Packed>> packed_;               // order i in place i modulo their number
-    const std::vector<Order>* orders_ = nullptr;
-    std::size_t next_ = 0;  // the first order that is not enqueued
+    std::vector<Packed> packed_;         // by order
+    std::vector<std::size_t> sequence_;  // orders as they are begun
+    std::size_t next_ = 0;               // in the sequence
 };

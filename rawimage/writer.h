@@ -68,7 +68,7 @@ class RIFile : public RIFileBase {
     // Lets WTRegion compress its channels on `threads` threads (below 1: one for each processor; 1, the
     // default: this one) and write them from the calling thread. The file is the same, byte for byte, for any
     // number. The threads, of `manager` or of this object's own when it is null, run until the object goes or
-    // this is called again; at most threads + 1 compressed channels are held.
+    // this is called again; of a region `threads` channels are in work at a time, the others wait compressed.
     void setCompressionThreads(ThreadManager* manager, int threads);
     // 1 (fast) to 9 (small, the default). Readers need not know it.
     void setCompressionLevel(int level);
