@@ -146,7 +146,7 @@ class PList {
     void Append(const T& item) {
         const T copy = item;
         makeRoom();
-        items_[static_cast<std::size_t>(count_++)] = copy;
+        new (items_.get() + count_++) T(copy);
     }
 
     // Makes sure that the next Append() succeeds; false when there is no memory for it.
@@ -188,14 +188,20 @@ class PList {
         capacity_ = capacity;
     }
 
+    struct Release {
+        void operator()(T* items) const { ::operator delete(items); }
+    };
+
+    // What is not in use yet is not touched: a large table would be written twice.
     void store(int entries) {
-        std::unique_ptr<T[]> moved(entries > 0 ? new T[static_cast<std::size_t>(entries)] : nullptr);
-        std::copy(items_.get(), items_.get() + count_, moved.get());
+        const std::size_t bytes = static_cast<std::size_t>(entries) * sizeof(T);
+        std::unique_ptr<T, Release> moved(entries > 0 ? static_cast<T*>(::operator new(bytes)) : nullptr);
+        std::uninitialized_copy(items_.get(), items_.get() + count_, moved.get());
         items_ = std::move(moved);
         stored_ = entries;
     }
 
-    std::unique_ptr<T[]> items_;
+    std::unique_ptr<T, Release> items_;
     int count_ = 0;
     int capacity_ = 0;
     int stored_ = 0;
