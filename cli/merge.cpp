@@ -60,6 +60,13 @@ ExitCode runMerge(const MergeVerbOptions& options) {
         const std::string cause = merged.error.empty() ? merged.cause : outputCause(merged.error);
         throw Failure(exitCodeOf(merged.state), merged.file, cause);
     }
+    const MUtils::PixelBox& area = merged.area;
+    // A piece at the border that was forgotten leaves no hole.
+    if (!(area == merged.frame))
+        report(options.output, "covers " + std::to_string(area.width) + 'x' + std::to_string(area.height) +
+                                   '+' + std::to_string(area.x) + '+' + std::to_string(area.y) +
+                                   " of a frame of " + std::to_string(merged.frame.width) + 'x' +
+                                   std::to_string(merged.frame.height));
     if (!merged.holes.boxes.empty()) report(options.output, "has holes, as allowed: rimg missing lists them");
     return ExitCode::kGood;
 }
@@ -76,6 +83,9 @@ void addMergeVerb(CLI::App& app, ExitCode& result) {
                      "Which file counts where several have a pixel. Default: an error")
         ->check(CLI::IsMember({"first", "last"}));
     verb->add_flag("--allow-holes", options->allowHoles, "Merge even if pixels are missing afterwards");
+    verb->footer(
+        "Does not look into pixels: verify the pieces first. Exit code: 0 merged, 1 cannot be written, 4 a "
+        "piece is damaged, 5 not readable, 6 the pieces do not fit, overlap or leave holes.");
     verb->callback([options, &result] { result = runMerge(*options); });
 }
 

@@ -176,6 +176,8 @@ void Merge::unite() {
         return static_cast<std::int32_t>(std::clamp<std::int64_t>(value, INT32_MIN, INT32_MAX));
     };
     area_ = {word(x0), word(y0), word(x1 - x0), word(y1 - y0)};
+    report_.area = area_;
+    report_.frame = inputs_.front()->facts.frame();
 }
 
 // Inputs overlap when together they cover less than they add up to.
@@ -299,6 +301,7 @@ void Merge::write(const std::string& output) {
     if (options_.progress)
         copying = [&](std::int64_t copied) { return options_.progress(copied, std::max(copied, total)); };
     TagCopier copier(copying);
+    copier.setSyncOnClose(options_.sync);
     ErrorCode error = copier.begin(output.c_str(), inputs_.front()->scan.compressed);
     if (error.empty()) error = writeMetadata(copier);
     if (options_.overlap == MergeOverlap::kFirst) std::reverse(inputs_.begin(), inputs_.end());

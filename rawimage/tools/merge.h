@@ -31,6 +31,7 @@ enum class MergeOverlap {
 struct MergeOptions {
     MergeOverlap overlap = MergeOverlap::kRefuse;
     bool allowHoles = false;
+    bool sync = true;                                                     // as RIFile::setSyncOnClose()
     std::function<bool(std::int64_t done, std::int64_t total)> progress;  // bytes; false stops
 };
 
@@ -42,6 +43,8 @@ struct MergeReport {
     std::int64_t tags = 0;  // of pixels
     // Inputs that were never finished. What is whole in them is used.
     std::vector<std::string> unfinished;
+    PixelBox frame;
+    PixelBox area;  // what the pieces are to cover: the box around their render regions, else the frame
     // What some channel lacks of the merged area; empty unless holes are allowed.
     MissingBoxes holes;
 };
