@@ -1,5 +1,3 @@
-#include <unistd.h>
-
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
@@ -12,6 +10,7 @@
 #include "rawimage/format.h"
 #include "rawimage/tools/note.h"
 #include "rawimage/tools/summary.h"
+#include "support/pstream.h"
 
 namespace rimg {
 
@@ -79,9 +78,12 @@ void checkReplaceable(const NoteOptions& options, const std::string& text,
     }
     if (text.find('\0') != std::string::npos)
         throw Failure(ExitCode::kUsage, options.file, "a note cannot hold NUL bytes");
-    if (access(options.file.c_str(), W_OK) != 0) {
-        throw Failure(ExitCode::kFailure, options.file, "cannot be written: " + systemMessage(errno));
-    }
+    PFileStream writable;
+    const int code =
+        writable.Open(options.file.c_str(), PFileStream::kReadWrite, 1, PFileStream::kOpenExisting);
+    if (code != 0)
+        throw Failure(ExitCode::kFailure, options.file, outputCause(ErrorCode("Append", code, "")));
+    writable.Close();
     if (summary.note.has_value() || summary.verdict == FileVerdict::kGood) return;
     // A new note goes behind the last tag, and with it goes a table that makes the file a finished one.
     throw Failure(stateOf(summary), options.file, "has no note yet, and none can be added: " + summary.cause,

@@ -89,6 +89,9 @@ void addRecoverVerb(CLI::App& app, ExitCode& result) {
     verb->add_option("-j,--threads", options->threads,
                      "Threads that decompress. Default: one for each processor")
         ->check(CLI::Range(1, 1024));
+    verb->footer(
+        "Tells each byte range that is lost. Exit code: 0 saved, even if something was lost, 1 cannot be "
+        "written, 4 cannot be mended in place, 5 nothing to recover, or another writer is at it.");
     verb->callback([options, &result] { result = runRecover(*options); });
 }
 

@@ -53,7 +53,7 @@ class CrossCheck {
     bool isStray(const RIF_TAG& tag) const;
     bool inGap(std::uint64_t offset) const;
     bool room() const { return scan_.faults.size() < TagScan::kMaxFaults; }
-    void addFault(std::int64_t offset, std::string cause);
+    void addFault(std::int64_t offset, std::string cause, const RIF_TAG& tag = {});
     void dropTags();
 
     PStream& stream_;
@@ -75,8 +75,8 @@ void CrossCheck::run() {
     dropTags();
 }
 
-void CrossCheck::addFault(std::int64_t offset, std::string cause) {
-    if (room()) scan_.faults.push_back({offset, std::move(cause)});
+void CrossCheck::addFault(std::int64_t offset, std::string cause, const RIF_TAG& tag) {
+    if (room()) scan_.faults.push_back({offset, std::move(cause), tag});
 }
 
 bool CrossCheck::findTable() {
@@ -137,14 +137,14 @@ void CrossCheck::matchEntry(const INFOTAG& entry, std::int64_t entryOffset) {
                          [](const INFOTAG& tag, std::uint64_t offset) { return tag.offset < offset; });
     if (at == end || at->offset != entry.offset) {
         if (inGap(entry.offset)) return;
-        addFault(entryOffset, "a table entry leads to no tag");
+        addFault(entryOffset, "a table entry leads to no tag", entry);
         if (room()) strays_.push_back(entry);
         return;
     }
     const auto index = static_cast<std::size_t>(at - scan_.tags.begin());
     const bool same = sameHeader(*at, entry);
     if (listed_[index] && (same || proven_[index]))
-        addFault(entryOffset, "a table entry leads to a listed tag");
+        addFault(entryOffset, "a table entry leads to a listed tag", entry);
     listed_[index] = true;
     proven_[index] = proven_[index] || same;
     if (!same && differences_.size() < TagScan::kMaxFaults)
@@ -167,8 +167,10 @@ void CrossCheck::settleDifferences() {
             dropped_[difference.tag] = "header that differs from its table entry and from the other tags";
             continue;
         }
-        addFault(difference.entryOffset, std::string("a table entry differs from its ") + tagName(tag.id) +
-                                             " tag at " + std::to_string(tag.offset));
+        addFault(difference.entryOffset,
+                 std::string("a table entry differs from its ") + tagName(tag.id) + " tag at " +
+                     std::to_string(tag.offset),
+                 tag);
     }
 }
 
@@ -191,7 +193,7 @@ void CrossCheck::checkUnlisted() {
             dropped_[i] = "header that the table does not have";
         } else {
             addFault(static_cast<std::int64_t>(tag.offset),
-                     std::string("the table lacks this ") + tagName(tag.id) + " tag");
+                     std::string("the table lacks this ") + tagName(tag.id) + " tag", tag);
         }
     }
 }

@@ -95,6 +95,10 @@ bool HeaderEvidence::entryIsRight(std::size_t index, const RIF_TAG& entry) {
         better = compare(tag, entry, [&](const RIF_TAG& header) { return agreesWithBucket(index, header); });
     if (better == 0)
         better = compare(tag, entry, [&](const RIF_TAG& header) { return agreesWithCaller(index, header); });
+    if (better == 0) {
+        better = compare(tag, entry,
+                         [&](const RIF_TAG& header) { return overlap(boxOf(header), facts_.frame()); });
+    }
     if (better == 0)
         better = compare(tag, entry, [&](const RIF_TAG& header) { return leavesOthersFree(index, header); });
     return better > 0;

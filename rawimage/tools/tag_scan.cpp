@@ -24,7 +24,8 @@ class Scanner {
   private:
     using Place = TagSearch::Place;
 
-    void checkFlags();
+    bool findFirst();
+    void checkFlags(std::int64_t first);
     bool fits(const RIF_TAG& tag, std::int64_t offset, bool compressed);
     void walk(std::int64_t from, std::int64_t end, bool thorough, std::vector<INFOTAG>& tags);
     void addGap(std::int64_t offset, std::int64_t end, const Place& place, bool torn);
@@ -44,11 +45,29 @@ bool Scanner::begin() {
     if (!readPayloadAt(stream_, 0, kFileHeaderBytes, bytes)) return false;
     scan_.header = decodeHeader(bytes.data());
     scan_.compressed = (scan_.header.flags & RIF_COMPRESSED) != 0;
-    checkFlags();
+    checkFlags(kFileHeaderBytes);
     if (scan_.header.magic == RIF_MAGIC) return true;
-    scan_.faults.push_back({0, "the file does not begin with the format's magic"});
+    scan_.faults.push_back({0, "the file does not begin with the format's magic", {}});
     const Place first = search_.look(kFileHeaderBytes, scan_.fileBytes);
-    return first.whole && search_.stands(first.tag, kFileHeaderBytes, scan_.fileBytes);
+    if (first.whole && search_.stands(first.tag, kFileHeaderBytes, scan_.fileBytes)) return true;
+    const bool wiped = std::all_of(bytes.data(), bytes.data() + kFileHeaderBytes,
+                                   [](unsigned char byte) { return byte == 0; });
+    return wiped && findFirst();
+}
+
+// Where the first sectors are gone, what the flags said is gone with them: the earlier tag tells.
+bool Scanner::findFirst() {
+    std::int64_t first = scan_.fileBytes;
+    bool flag = true;
+    for (const bool compressed : {true, false}) {
+        scan_.compressed = compressed;
+        const std::int64_t found = search_.search(kFileHeaderBytes, first);
+        if (found < first) flag = compressed;
+        first = found;
+    }
+    scan_.compressed = flag;
+    if (first < scan_.fileBytes) checkFlags(first);
+    return first < scan_.fileBytes;
 }
 
 bool Scanner::fits(const RIF_TAG& tag, std::int64_t offset, bool compressed) {
@@ -59,13 +78,13 @@ bool Scanner::fits(const RIF_TAG& tag, std::int64_t offset, bool compressed) {
 
 // A flag that a damaged file header has lost: when none of the first pixel tags is what the flag says, and
 // all that can be reached are what it denies, the flag is wrong. In a sound file the first one settles it.
-void Scanner::checkFlags() {
+void Scanner::checkFlags(std::int64_t first) {
     constexpr int kTagsAsked = 16;
     constexpr int kTagsPassed = 1000;
     const bool stated = scan_.compressed;
     int asked = 0;
     int denied = 0;
-    std::int64_t offset = kFileHeaderBytes;
+    std::int64_t offset = first;
     bool astray = false;
     for (int i = 0; i < kTagsPassed && asked < kTagsAsked && !astray && offset < scan_.fileBytes; ++i) {
         const Place place = search_.look(offset, scan_.fileBytes);
@@ -87,7 +106,7 @@ void Scanner::checkFlags() {
     if (astray && denied < 2) return;
     if (denied == 0) return;
     scan_.compressed = !stated;
-    scan_.faults.push_back({kFlagsPosition, "the flags deny how pixels are stored"});
+    scan_.faults.push_back({kFlagsPosition, "the flags deny how pixels are stored", {}});
 }
 
 void Scanner::run() {

@@ -36,6 +36,7 @@ struct TagScan {
     struct Fault {
         std::int64_t offset;
         std::string cause;
+        RIF_TAG tag;  // that it is about; id 0 when it is about none
     };
     static constexpr std::size_t kMaxFaults = 1000;
     std::vector<Fault> faults;
@@ -59,8 +60,9 @@ struct TagScanOptions {
 // channel list or the table are told from the sound ones by what the others say.
 //
 // False when the stream does not hold a raw image: shorter than its header, or neither the magic nor a sound
-// tag behind it. Time and memory stay within a small multiple of the file's size, whatever it holds: 48 bytes
-// a tag, 72 a gap, and PayloadPool's payloads. Throws std::bad_alloc.
+// tag behind it, nor one anywhere behind a header of zeros. Time and memory stay within a small multiple of
+// the file's size, whatever it holds: 48 bytes a tag, 72 a gap, and PayloadPool's payloads. Throws
+// std::bad_alloc.
 bool scanTags(PStream& stream, const TagScanOptions& options, TagScan& scan);
 
 }  // namespace MUtils

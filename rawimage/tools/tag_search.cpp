@@ -194,11 +194,13 @@ std::int64_t TagSearch::nextAfter(std::int64_t offset, const Place& place, std::
     // What points beyond a tag that stands is the damaged field.
     const bool proves = provesItself(tag, scan_.compressed);
     const bool confirmed = sizeConfirmed(tag);
+    const bool isText = tag.id == TAG_SCENE_INFO || tag.id == TAG_STAMP_TEXT;
     std::pair<std::int64_t, bool> ways[] = {
         {naturalEnd(tag, offset, end), !proves},
         {byParameters >= 0 ? start + byParameters : -1, true},
-        // A checksum that is wrong leaves this one to the search, which looks for tags before it.
-        {proves && !confirmed ? -1 : bySize, !confirmed},
+        // A checksum or an end of a text that is wrong leaves this one to the search, which looks for tags
+        // before it.
+        {(proves || isText) && !confirmed ? -1 : bySize, !confirmed},
     };
     std::sort(std::begin(ways), std::end(ways));
     for (const auto& [way, weakly] : ways) {
@@ -218,7 +220,6 @@ int TagSearch::readChunk(std::int64_t offset, std::int64_t size) {
     return got;
 }
 
-// The first place from `from` on where a tag stands that ends by `end`; `end` when there is none.
 std::int64_t TagSearch::search(std::int64_t from, std::int64_t end) {
     std::int64_t step = kFirstChunk;
     for (std::int64_t start = from; end - start >= kTagHeaderBytes && budget_ > 0 && going(start);) {

@@ -62,6 +62,9 @@ class TagSearch {
     // come first; else every byte is tried.
     std::int64_t nextAfter(std::int64_t offset, const Place& place, std::int64_t end);
 
+    // The first place from `from` on where a tag stands that ends by `end`; `end` when there is none.
+    std::int64_t search(std::int64_t from, std::int64_t end);
+
     // True when the caller's progress has said so.
     bool stopped() const { return stopped_; }
     bool going(std::int64_t offset);
@@ -70,7 +73,6 @@ class TagSearch {
     std::int64_t naturalEnd(const RIF_TAG& tag, std::int64_t offset, std::int64_t end);
     bool mayResume(std::int64_t offset, std::int64_t end, bool weakly);
     bool isTableEntry(std::int64_t offset);
-    std::int64_t search(std::int64_t from, std::int64_t end);
     bool readAt(std::int64_t offset, unsigned char* bytes, int size);
     int readChunk(std::int64_t offset, std::int64_t size);
     const TableExtents& table();

@@ -13,31 +13,29 @@ namespace MUtils {
 
 namespace {
 
-VerifyFault faultOf(const TagGap& gap, const FrameFacts& facts) {
+VerifyFault faultOf(const RIF_TAG& tag, std::int64_t offset, std::int64_t end, std::string cause,
+                    const FrameFacts& facts) {
     VerifyFault fault;
-    fault.offset = gap.offset;
-    fault.end = gap.end;
-    fault.tagId = gap.tag.id;
-    fault.cause = gap.cause;
-    if (isPixelTag(gap.tag.id)) {
-        fault.box = boxOf(gap.tag);
-        fault.channel = gap.tag.p8;
-        fault.channelName = facts.channelName(gap.tag.p8);
+    fault.offset = offset;
+    fault.end = end;
+    fault.tagId = tag.id;
+    fault.cause = std::move(cause);
+    if (isPixelTag(tag.id)) {
+        fault.box = boxOf(tag);
+        fault.channel = tag.p8;
+        fault.channelName = facts.channelName(tag.p8);
     }
     return fault;
 }
 
 void listFaults(TagScan& scan, const FrameFacts& facts, VerifyReport& report) {
-    for (TagScan::Fault& found : scan.faults) {
-        VerifyFault fault;
-        fault.offset = fault.end = found.offset;
-        fault.cause = std::move(found.cause);
-        report.faults.push_back(std::move(fault));
-    }
+    for (TagScan::Fault& found : scan.faults)
+        report.faults.push_back(
+            faultOf(found.tag, found.offset, found.offset, std::move(found.cause), facts));
     for (const TagGap& gap : scan.gaps) {
         if (gap.torn) continue;
         if (report.faults.size() < kMaxVerifyFaults) {
-            report.faults.push_back(faultOf(gap, facts));
+            report.faults.push_back(faultOf(gap.tag, gap.offset, gap.end, gap.cause, facts));
         } else {
             ++report.furtherFaults;
         }
@@ -56,7 +54,7 @@ void listMissing(const TagScan& scan, const FrameFacts& facts, VerifyReport& rep
     report.missingInAny = std::move(missing.inAny);
 }
 
-void decide(const TagScan& scan, VerifyReport& report) {
+void decide(const TagScan& scan, const FrameFacts& facts, VerifyReport& report) {
     const auto torn =
         std::find_if(scan.gaps.begin(), scan.gaps.end(), [](const TagGap& gap) { return gap.torn; });
     if (!report.faults.empty()) {
@@ -68,6 +66,12 @@ void decide(const TagScan& scan, VerifyReport& report) {
     } else if (scan.tableOffset == 0) {
         report.verdict = VerifyVerdict::kUnfinished;
         report.cause = "never closed: no tag table";
+    } else if (facts.frame().width < 1 || facts.frame().height < 1) {
+        report.verdict = VerifyVerdict::kIncomplete;
+        report.cause = "the resolution is missing";
+    } else if (facts.channels.empty()) {
+        report.verdict = VerifyVerdict::kIncomplete;
+        report.cause = "the channel list is missing";
     } else if (!report.missingInAny.boxes.empty() || report.missingInAny.truncated) {
         report.verdict = VerifyVerdict::kIncomplete;
         report.cause = "pixels are missing";
@@ -99,8 +103,10 @@ VerifyReport verifyStream(PStream& stream, const VerifyOptions& options) {
     report.fileBytes = std::max<std::int64_t>(scan.fileBytes, 0);
     if (!isRawImage || scan.header.magic != RIF_MAGIC) {
         report.verdict = VerifyVerdict::kNotThisFormat;
-        report.cause = scan.fileBytes < kFileHeaderBytes ? "shorter than the file header of a raw image file"
-                                                         : "not a raw image file";
+        report.cause = isRawImage ? "not a raw image file by its header, but recovery finds tags of one"
+                       : scan.fileBytes < kFileHeaderBytes
+                           ? "shorter than the file header of a raw image file"
+                           : "not a raw image file";
         return report;
     }
     report.stopped = scan.stopped;
@@ -110,7 +116,7 @@ VerifyReport verifyStream(PStream& stream, const VerifyOptions& options) {
     listFaults(scan, facts, report);
     report.area = facts.area();
     listMissing(scan, facts, report);
-    decide(scan, report);
+    decide(scan, facts, report);
     return report;
 }
 

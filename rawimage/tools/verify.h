@@ -16,7 +16,7 @@ namespace MUtils {
 enum class VerifyVerdict {
     kGood,
     kUnfinished,  // never closed or cut short; every whole tag is sound
-    kIncomplete,  // finished and sound, but some channel lacks pixels
+    kIncomplete,  // finished and sound, but some channel lacks pixels, or there is no frame or channel
     kDamaged,
     kNotThisFormat,
     kCannotOpen
@@ -28,8 +28,8 @@ const char* verdictName(VerifyVerdict verdict);
 struct VerifyFault {
     std::int64_t offset = 0;
     std::int64_t end = 0;     // past the bytes that are lost; the offset itself when no tag is
-    std::uint32_t tagId = 0;  // 0 when no tag header could be read there
-    PixelBox box;             // of a pixel tag, as its damaged header has it
+    std::uint32_t tagId = 0;  // what it is about; 0 when that is no tag, or its header could not be read
+    PixelBox box;             // of a pixel tag, as its header or table entry has it, damaged or not
     int channel = -1;
     std::string channelName;
     std::string cause;

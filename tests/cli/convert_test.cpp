@@ -7,7 +7,6 @@
 #include <chrono>
 #include <thread>
 
-#include "rawimage/writer.h"
 #include "tests/testing/exr_control.h"
 #include "tests/testing/exr_sample.h"
 #include "tests/testing/run_program.h"

@@ -6,6 +6,7 @@
 #include <set>
 
 #include "tests/testing/check.h"
+#include "tests/testing/raw_frame.h"
 
 // What single damaged bytes cost is proven in tests/proof; here is what takes more than one byte, or a file
 // made for it.
@@ -68,6 +69,9 @@ TEST(Recover, KeepsWhatIsSoundAsItStands) {
     const int note = sample.find(TAG_NOTE), scene = sample.find(TAG_SCENE_INFO);
     const int stamp = sample.find(TAG_STAMP_TEXT), list = sample.find(TAG_CHANNEL_INFO);
     const Bytes zeros = Bytes().zeros(40);
+    const auto afterScene = static_cast<std::size_t>(sample.offset(scene + 1) - sample.offset(scene));
+    const auto threeTags = static_cast<std::uint32_t>(sample.offset(scene + 3) - sample.offset(scene));
+    const Bytes overTags = Bytes().u32(threeTags).zeros(afterScene);
     const struct {
         const char* what;
         int tag, from;  // what is overwritten
@@ -77,12 +81,14 @@ TEST(Recover, KeepsWhatIsSoundAsItStands) {
     } cases[] = {
         {"nothing", 0, 0, {}, {}},
         {"the file header", 0, -32, Bytes().u64(~0u).u64(~0u).u64(~0u).u64(~0u), {}},
+        {"the first sector", 0, -32, Bytes().zeros(72), {0}},
         {"the flags", 0, -12, Bytes().u32(0), {}},
         {"a whole header", pixels, 0, zeros, {pixels}},
         {"a header and payload", pixels, 0, Bytes().zeros(60), {pixels}},
         {"one, and the header of the next", pixels, 50, Bytes().zeros(275), {pixels, pixels + 1}},
         {"a size over the next tags", note, 4, Bytes().u32(1064 + 44 + 51), {note}},
         {"a size over everything", pixels, 4, Bytes().u32(0x7fffffff), {pixels}},
+        {"a text over tags, and the next header", scene, 4, overTags, {scene, scene + 1}},
         {"a text that reaches over tags", stamp, 4, Bytes().u32(51 + 40 + 45), {stamp}},
         {"a text under another name", scene, 0, Bytes().u32(TAG_STAMP_TEXT), {scene}, true},
         {"a channel that there is not", pixels, 36, Bytes().u32(700), {pixels}},
@@ -169,6 +175,19 @@ TEST(Recover, TellsWhatItCannotDecide) {
     EXPECT_EQ(result.tags.size(), static_cast<std::size_t>(sample.tagCount() - 1));
     EXPECT_EQ(recovered({}).report.state, RecoverState::kNotThisFormat);
     EXPECT_EQ(recovered(Contents(100, 'x')).report.state, RecoverState::kNotThisFormat);
+}
+
+// Of one channel only the frame tells whether a tag or its table entry is right.
+TEST(Recover, DropsPixelsThatHaveLeftTheFrame) {
+    RawFrame frame;
+    frame.channels.resize(1);
+    MemoryFile file;
+    frame.write(file.path());
+    Contents bytes = file.bytes();
+    std::vector<std::string> tags = tagsOf(opened(bytes));
+    bytes[loadU32(&bytes[12]) - tags.back().size() + 13] ^= 1;  // 256 pixels to the right
+    tags.pop_back();
+    EXPECT_EQ(recovered(bytes).tags, tags);
 }
 
 TEST(RecoverInPlace, CutsTheEndAndRefusesAnythingElse) {

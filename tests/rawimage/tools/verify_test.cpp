@@ -59,7 +59,7 @@ TEST(Verify, GivesAVerdict) {
     } cases[] = {
         {"finished", sample.bytes, "good"},
         {"not compressed", makeSample({true, false}).bytes, "good"},
-        {"without frame and channels", closed(Bytes().fileHeader(0)), "good"},
+        {"without frame and channels", closed(Bytes().fileHeader(0)), "incomplete"},
         {"never closed", open, "unfinished"},
         {"nothing but a header", cut(32), "unfinished"},
         {"cut in the table", cut(sample.offsets.back() + 50), "unfinished"},
@@ -87,7 +87,7 @@ TEST(Verify, TellsWhereAndWhyAFileIsDamaged) {
     const int table = sample.tagCount() - 1;
     const int note = sample.find(TAG_NOTE), scene = sample.find(TAG_SCENE_INFO);
     const int stamp = sample.find(TAG_STAMP_TEXT), list = sample.find(TAG_CHANNEL_INFO);
-    constexpr std::uint32_t kNoTag = 0;  // is lost: the fault is a place
+    constexpr std::uint32_t kNoTag = 0;  // but the file header
     const struct {
         const char* cause;
         int tag, from;  // what is overwritten
@@ -106,9 +106,10 @@ TEST(Verify, TellsWhereAndWhyAFileIsDamaged) {
         {"bytes behind its end", note, 300, Bytes().u32(7), TAG_NOTE, sample.offset(note)},
         {"scene name without", scene, 49, Bytes().text("x"), TAG_SCENE_INFO, sample.offset(scene)},
         {"stamp text without", stamp, 43, Bytes().zeros(1), TAG_STAMP_TEXT, sample.offset(stamp)},
-        {"entry leads to no tag", table, 128, Bytes().u32(73), kNoTag, sample.offset(table) + 88, 2},
-        {"the table lacks this", table, 128, Bytes().u32(73), kNoTag, sample.offset(1), 2},
-        {"entry differs", table, 96, Bytes().u32(6), kNoTag, sample.offset(table) + 88},
+        {"entry leads to no tag", table, 128, Bytes().u32(73), TAG_REGIONS_INFO, sample.offset(table) + 88,
+         2},
+        {"the table lacks this", table, 128, Bytes().u32(73), TAG_REGIONS_INFO, sample.offset(1), 2},
+        {"entry differs", table, 96, Bytes().u32(6), TAG_REGIONS_INFO, sample.offset(table) + 88},
         {"table offset leads to", 0, 12 - 32, Bytes().u32(99), kNoTag, 12},
         {"flags deny", 0, 20 - 32, Bytes().u32(0), kNoTag, 20},
     };
@@ -121,7 +122,8 @@ TEST(Verify, TellsWhereAndWhyAFileIsDamaged) {
             if (fault.offset != c.offset) continue;
             EXPECT_THAT(fault.cause, HasSubstr(c.cause));
             EXPECT_EQ(fault.tagId, c.tagId) << c.cause;
-            EXPECT_EQ(fault.end, c.tagId != kNoTag ? sample.offset(c.tag + 1) : c.offset) << c.cause;
+            EXPECT_EQ(fault.end, c.offset == sample.offset(c.tag) ? sample.offset(c.tag + 1) : c.offset)
+                << c.cause;
             EXPECT_EQ(fault.box, c.tag == pixels ? (PixelBox{5, 0, 5, 3}) : PixelBox()) << c.cause;
             EXPECT_EQ(fault.channel, c.tag == pixels ? 5 : -1) << c.cause;
             EXPECT_EQ(fault.channelName, c.tag == pixels ? "ffff" : "") << c.cause;
