@@ -173,6 +173,7 @@ class RIFile : public RIFileBase {
                      std::size_t& zippedSize);
 
     int loadTable(std::uint64_t offset);
+    int readEntries(std::int64_t count);
     int dropTable(long offset);
     int dropTornTag(std::int64_t end);
     int cutAt(long offset);

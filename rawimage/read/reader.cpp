@@ -83,6 +83,27 @@ int RIFile::ReadInfoTags(int* channelMask) {
     return code;
 }
 
+// Lists entries from the position on, many at a time, up to `count` of them; those of a piece that cannot be
+// read as a whole are left to read one by one. Returns how many it listed.
+int RIFile::readEntries(std::int64_t count) {
+    constexpr int kAtOnce = 1024;
+    unsigned char bytes[kAtOnce * kInfoTagBytes];
+    int listed = 0;
+    while (listed < count) {
+        const int entries = static_cast<int>(std::min<std::int64_t>(kAtOnce, count - listed));
+        const std::int64_t start = stream->Tell();
+        int got = 0;
+        if (stream->Read(bytes, entries * kInfoTagBytes, got) != 0 || got != entries * kInfoTagBytes) {
+            (void)stream->Seek(static_cast<long>(start));
+            break;
+        }
+        for (int i = 0; i < entries; ++i)
+            infoTags.Append(decodeInfoTag(bytes + i * kInfoTagBytes));
+        listed += entries;
+    }
+    return listed;
+}
+
 // Does not touch the channel mask, which is a by-product of scanning only.
 int RIFile::loadTable(std::uint64_t offset) {
     if (offset > LONG_MAX) return EINVAL;
@@ -98,7 +119,9 @@ int RIFile::loadTable(std::uint64_t offset) {
         length >= 0 ? std::max<std::int64_t>(length - stream->Tell(), 0) / kInfoTagBytes + 1 : 0;
     const std::int64_t reserved = std::min<std::int64_t>(table.p1, held);
     if (reserved > infoTags.Capacity()) infoTags.Realloc(static_cast<int>(reserved));
-    for (int i = 0; i < table.p1; ++i) {
+    // Only of a file of our own is it known that it does not mind how it is read.
+    int i = ownStream != nullptr ? readEntries(std::min<std::int64_t>(table.p1, held - 1)) : 0;
+    for (; i < table.p1; ++i) {
         unsigned char bytes[kInfoTagBytes] = {};
         const int code = stream->Read(bytes, kInfoTagBytes, got);
         // The entry whose read failed is still listed, as far as it came: listings show where the table
