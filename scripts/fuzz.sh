@@ -17,7 +17,7 @@ seconds=$1
 shift
 targets=("$@")
 [ "${#targets[@]}" -gt 0 ] || targets=(parse table recover tools attributes)
-declare -A quick_runs=([parse]=15000 [table]=60000 [recover]=6000 [tools]=3000 [attributes]=150000)
+declare -A quick_runs=([parse]=36000 [table]=150000 [recover]=15000 [tools]=6000 [attributes]=300000)
 
 "$root/scripts/configure.sh" "$build" -DRAWIMAGE_SANITIZE=fuzzer-no-link,address,undefined \
     -DCMAKE_CXX_COMPILER=clang++-14 -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g -D_GLIBCXX_ASSERTIONS" \

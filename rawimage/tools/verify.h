@@ -72,7 +72,9 @@ struct VerifyOptions {
 // holds. Throws std::bad_alloc.
 //
 // What cannot be told: values that are stored without a checksum (uncompressed pixels, camera, blobs, letters
-// of names and notes); and of a file without a table, where a bucket belongs.
+// of names and notes); and of a file without a table, where a bucket belongs. Tags of no known id and, in a
+// compressed file, those of the direct writers (WTInt ... _WT3Float), at which readers stop, count as
+// damaged.
 VerifyReport verifyFile(const char* fileName, const VerifyOptions& options);
 
 // The same for an open stream that knows its length; it is left open at no particular position.
