@@ -138,6 +138,6 @@ ErrorCode ExrFileData::createFile() {
     if (header == nullptr) return ErrorCode("createFile", -1, "Header not created yet");
     return openFile("createFile", [this](ExrOutputStream& stream) {
         file = std::make_unique<Imf::MultiPartOutputFile>(stream, header.get(), headerCount, false,
-                                                          Imf::globalThreadCount());
+                                                          threadsToAskFor());
     });
 }

@@ -54,6 +54,7 @@ class ExrFileData : public ExrFileDataBase {
     Imath::Box2i windowBox() const;
     void trimDataWindow(const MUtils::MRRegionData& region);
     void requireOpenedLayout() const;
+    int threadsToAskFor() const;
     int chunkLines(int part, const MUtils::MRRegionData& region) const;
     int partAt(int position) const;
     void writePart(int part, MUtils::MRRegionData& region);

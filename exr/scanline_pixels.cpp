@@ -18,6 +18,8 @@ constexpr std::int64_t kChunkBytes = 33554432;
 constexpr std::int64_t kCacheBytes = 2 << 20;
 // So that a chunk keeps every thread busy.
 constexpr std::int64_t kBlocksPerThread = 4;
+// How many times the threads that there are the library may be told of.
+constexpr std::int64_t kMostThreads = 8;
 
 // Chunks of whole compression blocks, so that no block is split between two writes.
 int scanLinesPerBlock(Imf::Compression compression) {
@@ -87,6 +89,24 @@ int ExrFileData::chunkLines(int part, const MUtils::MRRegionData& region) const 
     const std::int64_t fitting = std::max<std::int64_t>(std::min(useful, kChunkBytes / (rowLength * 12)), 1);
     const std::int64_t lines = (fitting + block - 1) / block * block;
     return static_cast<int>(std::min<std::int64_t>(lines, dataWindow.height()));
+}
+
+// The library has two blocks under way for each thread that it is asked for; how many threads there are is
+// settled elsewhere. Packing a block of one scan line is so short a job that two are not enough: the threads
+// would spend their time on waking each other.
+int ExrFileData::threadsToAskFor() const {
+    const int threads = Imf::globalThreadCount();
+    if (scanLinesPerBlock(header[0].compression()) > 1) return threads;
+    std::int64_t rowBytes = 1;
+    for (int part = 0; part < headerCount; ++part) {
+        std::int64_t pixelBytes = 0;
+        const Imf::ChannelList& list = header[static_cast<std::size_t>(part)].channels();
+        for (auto c = list.begin(); c != list.end(); ++c)
+            pixelBytes += c.channel().type == Imf::HALF ? 2 : 4;
+        rowBytes = std::max(rowBytes, pixelBytes * dataWindow.width());
+    }
+    const std::int64_t useful = kCacheBytes / (2 * rowBytes);
+    return static_cast<int>(std::clamp(useful, std::int64_t{threads}, threads * kMostThreads));
 }
 
 // The main part is written first, wherever it stands.
