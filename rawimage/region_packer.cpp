@@ -4,6 +4,13 @@
 #include <chrono>
 #include <cstring>
 
+namespace {
+
+// Regions that a channel's cost is averaged over: a single one may have nothing in it.
+constexpr std::int64_t kCostMemory = 32;
+
+}  // namespace
+
 RegionPacker::RegionPacker(ThreadManager* manager, int threads) {
     setThreadManager(manager);
     startThreads(threads - 1, threads - 1);
@@ -29,7 +36,7 @@ void RegionPacker::start(const std::vector<Order>& orders, int level) {
         if (!packed.timed) packed.cost = orders[i].size;
         if (orders[i].data != nullptr) sequence_.push_back(i);
     }
-    // The dearest first, so that no thread is left with one at the end. Regions are much alike.
+    // The dearest first, so that no thread is left with one at the end.
     std::stable_sort(sequence_.begin(), sequence_.end(),
                      [this](std::size_t a, std::size_t b) { return packed_[a].cost > packed_[b].cost; });
     next_ = 0;
@@ -85,6 +92,7 @@ void RegionPacker::pack(Packed& packed, int level, Tools& tools) {
                                  tools.zipBuf, packed.size);
     if (packed.failure == nullptr && !packed.bytes.tryReserve(packed.size)) packed.failure = kNotPacked;
     if (packed.failure == nullptr) std::memcpy(packed.bytes.data(), tools.zipBuf.data(), packed.size);
-    packed.cost = std::chrono::nanoseconds(Clock::now() - begun).count();
+    const std::int64_t cost = std::chrono::nanoseconds(Clock::now() - begun).count();
+    packed.cost = packed.timed ? packed.cost + (cost - packed.cost) / kCostMemory : cost;
     packed.timed = true;
 }

@@ -42,7 +42,7 @@ class RegionPacker final : private JobQueue {
         std::size_t size = 0;
         const char* failure = nullptr;
         bool done = false;
-        // What the order of this place has cost, in nanoseconds; its bytes before the first one.
+        // What the orders of this place have cost of late, in nanoseconds; its bytes before the first one.
         std::int64_t cost = 0;
         bool timed = false;
     };
