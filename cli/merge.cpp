@@ -31,11 +31,19 @@ ExitCode exitCodeOf(MergeState state) {
         case MergeState::kCannotOpen:
         case MergeState::kNotThisFormat: return ExitCode::kUnreadable;
         case MergeState::kDamaged: return ExitCode::kDamaged;
-        case MergeState::kMismatch: return ExitCode::kMismatch;
+        case MergeState::kMismatch:
+        case MergeState::kOverlap:
+        case MergeState::kHoles: return ExitCode::kMismatch;
         case MergeState::kStopped: return ExitCode::kStopped;
         case MergeState::kWriteFailed: break;
     }
     return ExitCode::kFailure;
+}
+
+const char* hintFor(MergeState state) {
+    if (state == MergeState::kOverlap) return "; --overlap first or last lets one of them count";
+    if (state == MergeState::kHoles) return "; --allow-holes leaves them";
+    return "";
 }
 
 MergeReport merge(const MergeVerbOptions& options) {
@@ -58,14 +66,13 @@ ExitCode runMerge(const MergeVerbOptions& options) {
         report(file, "was never finished; what is whole in it counts");
     if (merged.state != MergeState::kGood) {
         const std::string cause = merged.error.empty() ? merged.cause : outputCause(merged.error);
-        throw Failure(exitCodeOf(merged.state), merged.file, cause);
+        throw Failure(exitCodeOf(merged.state), merged.file, cause + hintFor(merged.state));
     }
     const MUtils::PixelBox& area = merged.area;
     // A piece at the border that was forgotten leaves no hole.
     if (!(area == merged.frame))
-        report(options.output, "covers " + std::to_string(area.width) + 'x' + std::to_string(area.height) +
-                                   '+' + std::to_string(area.x) + '+' + std::to_string(area.y) +
-                                   " of a frame of " + std::to_string(merged.frame.width) + 'x' +
+        report(options.output, "covers " + MUtils::boxText(area) + " of a frame of " +
+                                   std::to_string(merged.frame.width) + 'x' +
                                    std::to_string(merged.frame.height));
     if (!merged.holes.boxes.empty()) report(options.output, "has holes, as allowed: rimg missing lists them");
     return ExitCode::kGood;

@@ -14,18 +14,13 @@ using MUtils::PixelBox;
 constexpr std::size_t kMostFaults = 10;
 constexpr std::size_t kMostBoxes = 10;
 
-std::string textOf(const PixelBox& box) {
-    return std::to_string(box.width) + 'x' + std::to_string(box.height) + '+' + std::to_string(box.x) + '+' +
-           std::to_string(box.y);
-}
-
 struct Fault {
     std::int64_t offset;
     std::string text;
 };
 
 std::string pixelsOf(const PixelBox& box, int channel, const std::string& name) {
-    return "pixels " + textOf(box) + " of channel " + std::to_string(channel) +
+    return "pixels " + boxText(box) + " of channel " + std::to_string(channel) +
            (name.empty() ? "" : " \"" + name + '"') + ": ";
 }
 
@@ -88,7 +83,7 @@ void tellFaults(const RawInput& input, const std::vector<Fault>& faults) {
 void tellMissing(const MUtils::MissingBoxes& missing, const std::string& output) {
     std::string text = "these pixels are missing in some channel, and are 0:";
     for (std::size_t i = 0; i < std::min(missing.boxes.size(), kMostBoxes); ++i)
-        text += ' ' + textOf(missing.boxes[i]);
+        text += ' ' + boxText(missing.boxes[i]);
     if (missing.boxes.size() > kMostBoxes || missing.truncated) text += " and more; rimg missing lists them";
     report(output, text);
 }

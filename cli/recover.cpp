@@ -65,6 +65,7 @@ ExitCode runRecover(const RecoverVerbOptions& options) {
         throw Failure(ExitCode::kUsage, options.file, "name an output with -o, or use --in-place");
     if (!options.inPlace && sameFile(options.file, options.output))
         throw Failure(ExitCode::kUsage, options.output, "input and output are the same file");
+    requireFolderFor(options.output);
     const RecoverReport found = recover(options);
     if (found.state == RecoverState::kGood) {
         printResult(found, options.inPlace);

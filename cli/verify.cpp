@@ -63,11 +63,11 @@ ExitCode runMissing(const CheckOptions& options) {
     const std::string& file = options.files.front();
     const VerifyReport found = MUtils::missingPixels(file.c_str());
     const ExitCode code = exitCodeOf(found.verdict);
-    if (code == ExitCode::kUnreadable) throw Failure(code, file, found.cause);
     const bool areaKnown = found.area.width > 0 && found.area.height > 0;
     if (options.json) printMissingJson(file, found);
     if (!options.json && areaKnown) printMissingText(file, found);
     flushOutput();
+    if (code == ExitCode::kUnreadable) throw Failure(code, file, found.cause);
     if (code == ExitCode::kDamaged) {
         report(file, found.cause, found.faults.front().offset);
         return code;

@@ -18,11 +18,6 @@ using Json = nlohmann::ordered_json;
 
 constexpr std::size_t kShown = 20;  // boxes of a list, channels of a line
 
-std::string boxText(const PixelBox& box) {
-    return std::to_string(box.width) + "x" + std::to_string(box.height) + "+" + std::to_string(box.x) + "+" +
-           std::to_string(box.y);
-}
-
 std::string channelText(int index, const std::string& name) {
     return std::to_string(index) + (name.empty() ? "" : " " + safeText(name));
 }

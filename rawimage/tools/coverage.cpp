@@ -125,6 +125,11 @@ void sweep(std::vector<PixelBox>& boxes, OnSlab onSlab) {
 
 }  // namespace
 
+std::string boxText(const PixelBox& box) {
+    return std::to_string(box.width) + 'x' + std::to_string(box.height) + '+' + std::to_string(box.x) + '+' +
+           std::to_string(box.y);
+}
+
 std::int64_t coveredPixels(std::vector<PixelBox> boxes, const PixelBox& frame) {
     if (frame.width < 1 || frame.height < 1) return 0;
     clip(boxes, frame);

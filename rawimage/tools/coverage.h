@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 // How much of a frame the buckets of a file cover, where they may overlap, lie outside, or claim to be of any
@@ -20,6 +21,9 @@ struct PixelBox {
         return a.x == b.x && a.y == b.y && a.width == b.width && a.height == b.height;
     }
 };
+
+// "64x32+128+0": size and corner.
+std::string boxText(const PixelBox& box);
 
 // Pixels of `frame` that lie in at least one of `boxes`. Takes O(n log n) time and, besides the boxes, at
 // most 44 bytes for each of them, 12 when they stand in a grid. Give up the boxes with std::move where they

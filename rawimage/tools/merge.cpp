@@ -25,11 +25,6 @@ struct Input {
     std::vector<INFOTAG> pixels;  // to copy
 };
 
-std::string text(const PixelBox& box) {
-    return std::to_string(box.width) + "x" + std::to_string(box.height) + " at (" + std::to_string(box.x) +
-           ", " + std::to_string(box.y) + ")";
-}
-
 std::string sizeText(const FrameFacts& facts) {
     const PixelBox frame = facts.frame();
     return facts.resolution ? std::to_string(frame.width) + "x" + std::to_string(frame.height) : "unknown";
@@ -212,12 +207,12 @@ bool Merge::refuseOverlap(std::int32_t channel) {
         const std::int64_t sum = before + coveredBy(own, channel);
         before = coveredBy(together, channel);
         if (before < sum) {
-            return fail(MergeState::kMismatch, input->name,
+            return fail(MergeState::kOverlap, input->name,
                         "overlaps the files before it in channel " + std::to_string(channel) + " by " +
                             std::to_string(sum - before) + " pixels");
         }
     }
-    return fail(MergeState::kMismatch, "", "files overlap in channel " + std::to_string(channel));
+    return fail(MergeState::kOverlap, "", "files overlap in channel " + std::to_string(channel));
 }
 
 // From the input that counts down.
@@ -252,11 +247,11 @@ bool Merge::checkHoles() {
     if (missing.channels.empty()) return fail(MergeState::kMismatch, "", "there are no channels");
     const auto& [channel, holes] = missing.channels.front();
     const std::string name = inputs_.front()->facts.channelName(channel);
-    return fail(MergeState::kMismatch, "",
+    return fail(MergeState::kHoles, "",
                 "channel " + std::to_string(channel) + (name.empty() ? "" : " \"" + name + "\"") +
                     " has holes: " + std::to_string(holes.boxes.size()) +
                     (holes.truncated ? " or more" : "") + ", the first " +
-                    (holes.boxes.empty() ? "" : text(holes.boxes.front())));
+                    (holes.boxes.empty() ? "" : boxText(holes.boxes.front())));
 }
 
 // The box around all; everything else stays as the tag has it.

@@ -14,10 +14,12 @@ namespace MUtils {
 
 enum class MergeState {
     kGood,
-    kCannotOpen,     // an input; nothing was written, as with the next three
+    kCannotOpen,     // an input; nothing was written, as with the next five
     kNotThisFormat,  // an input
     kDamaged,        // an input: recover it first
-    kMismatch,       // the inputs are not of one frame, overlap, or leave holes
+    kMismatch,       // the inputs are not of one frame
+    kOverlap,        // several have a pixel, and MergeOptions::overlap refuses that
+    kHoles,          // together they lack pixels, and MergeOptions::allowHoles is off
     kWriteFailed,    // the output then has no table, like an unfinished file
     kStopped         // by the caller's progress: likewise
 };
