@@ -37,6 +37,7 @@ ErrorCode RIFile::Create(const char* fileName, PStream* createStream) {
         lastError = makeOwnStream()->Create(fileName, 0);
     }
     writeMode = true;
+    mustListFirst_ = false;
     infoTags.Free();
     return openError("Create", fileName);
 }
@@ -50,6 +51,7 @@ ErrorCode RIFile::Append(const char* fileName, PStream* appendStream) {
     }
     lastError = stream->Open();
     writeMode = true;
+    mustListFirst_ = stream == ownStream && stream->Length() > 0;
     return openError("Append", fileName);
 }
 
@@ -60,7 +62,7 @@ ErrorCode RIFile::Close() {
     }
     ErrorCode result;
     if (stream->IsOpen()) {
-        if (writeMode) result = writeTable();
+        if (writeMode && !mustListFirst_) result = writeTable();
         if (stream->Close() != 0) {
             ErrorCode closing("Close", -1, "Error closing stream.");
             result.setCause(std::move(closing));
@@ -115,6 +117,7 @@ ErrorCode RIFile::WriteHeader(int /*bitsPerChannel*/) {
     header.flags = RIF_COMPRESSED;
     unsigned char bytes[kFileHeaderBytes];
     encodeHeader(header, bytes);
+    if (mustListFirst_) return ErrorCode("WriteHeader", -1, "Error writing header.");
     int written = 0;
     // The reverse of the other checks, deliberately: an error that reports nothing written passes, and Close
     // tells it.
@@ -150,6 +153,7 @@ ErrorCode RIFile::WriteTagHeader(int id, int payloadSize, int p1, int p2, int p3
 // A header without an entry in the table. A count of 40 is success, whatever Write returns, and so is a short
 // count without an error, deliberately.
 bool RIFile::writeBareHeader(const RIF_TAG& tag) {
+    if (mustListFirst_) return false;
     unsigned char bytes[kTagHeaderBytes];
     encodeTag(tag, bytes);
     int written = 0;

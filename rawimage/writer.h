@@ -15,7 +15,7 @@ struct PixelShape;
 
 // A raw image file, written or read.
 //
-// Writing: every call appends a tag (WTRegion one for each channel), compressed by zlib at level 9; Close
+// Writing: every call appends a tag (WTRegion one for each channel, its values compressed by zlib); Close
 // writes the table of tags and then its offset into the file header. A file that was never closed holds all
 // its finished tags and can be read, listed and appended to. Errors carry the operation's name and code -1
 // (failures to open: the stream's code).
@@ -36,7 +36,8 @@ class RIFile : public RIFileBase {
     // A caller's stream is used as it is: open it first.
     ErrorCode Create(const char* fileName, PStream* stream) override;
     // Continues an existing file, which is created when missing. Opens the stream, the caller's too. Call
-    // ReadInfoTags next: it loads the tags written so far and goes to where the next one belongs.
+    // ReadInfoTags next: it loads the tags written so far and goes to where the next one belongs. Until then
+    // nothing can be written to a file by name that is not empty, and Close only closes it.
     ErrorCode Append(const char* fileName, PStream* stream);
     // Writes the table, then where it is, and closes. Of a file opened by name the tags and the table are on
     // the disk before the offset is written, and that is on the disk when Close returns: a power cut leaves
@@ -114,7 +115,8 @@ class RIFile : public RIFileBase {
     int NumTags();
     // Null when there is no such entry. Valid until the list changes.
     INFOTAG* GetTag(int index);
-    // Payload bytes, -1 when there is no such entry.
+    // Payload bytes, at most INT_MAX; -1 when there is no such entry. An entry whose size is less than its
+    // header's gives what is left of it, a negative number.
     int GetTagDataSize(int index);
     // The first entry with that id at or after `start`; -1 when there is none.
     int FindNextTag(unsigned int id, int start);
@@ -182,6 +184,8 @@ class RIFile : public RIFileBase {
     int readZippedPixels(const RIF_TAG& tag, const PixelShape& shape);
     int readRawPixels(const RIF_TAG& tag, const PixelShape& shape);
 
+    // After Append, until ReadInfoTags: the position is that of the file header.
+    bool mustListFirst_ = false;
     bool syncOnClose_ = true;
     int compressionLevel_ = kCompressionLevel;
     int compressionThreads_ = 1;

@@ -67,11 +67,17 @@ ErrorCode RIFile::WTRegion(MRRegionData* region, int /*a*/, int b, int c) {
                             region->height, b, c, channels.size()});
     }
     RegionPacker* packer = startPacking(channels);
+    // However this ends, nobody reads the region any more.
+    struct Finisher {
+        RegionPacker* packer;
+        ~Finisher() {
+            if (packer != nullptr) packer->abandon();
+        }
+    } finisher{packer};
     for (const Channel& channel : channels) {
         ErrorCode error = writeChannel(channel, packer);
         lastError = error.getError();
         if (error.empty()) continue;
-        if (packer != nullptr) packer->abandon();
         // The table still goes to the file, so that what was written stays easy to find.
         (void)Close();
         return chained(std::move(error), "WTRegion", "Error writing channel buffer.");

@@ -13,11 +13,10 @@ namespace MUtils {
 //
 // Every operation that returns int answers 0 for no error and a positive code (errno) otherwise. One contract
 // holds for all streams of this module:
-//  - Read at the end of the data returns 0 with a short count, 0 bytes included; a non-zero code means a real
-//  error or a
-//    closed stream.
+//  - Read at the end of the data returns 0 with a short count, 0 bytes included; a non-zero code means a
+//    real error or a closed stream.
 //  - Write goes on until everything is written or an error comes; it never returns 0 with a short count by
-//  itself.
+//    itself.
 //  - Seek and Skip past the end succeed; a negative position fails and leaves the position as it was.
 //  - IsEOF is true when the position is at or past the length, or when the last read was short.
 //  - Open on an open stream returns 0 and rewinds; contents stay.

@@ -11,9 +11,9 @@
 // rawimage/read/callback.h for what is called where.
 //
 // A pixel tag that fails, is refused or stopped by its callback is dropped, and ParseFile's result does not
-// tell: a callback that must know counts what it gets. By contract that includes every payload that is larger
-// than its values (noise, ids, buckets of a pixel or two), which the sequential reader delivers. Tools that
-// must see every pixel do not use this reader.
+// tell: a callback that must know counts what it gets. That includes, on purpose, every payload that is
+// larger than its values (noise, ids, buckets of a pixel or two), which the sequential reader delivers. Tools
+// that must see every pixel do not use this reader.
 class RIFileMT : public RIFile {
   public:
     // `threads` below 1 means one for each processor. With exactly 1 everything is as in RIFile, the result

@@ -28,6 +28,7 @@ ErrorCode RIFile::Open(const char* fileName, PStream* openStream) {
         lastError = file->Open();
     }
     writeMode = false;
+    mustListFirst_ = false;
     infoTags.Free();
     return openError("Open", fileName);
 }
@@ -67,6 +68,7 @@ int RIFile::readTagHeader(RIF_TAG& tag, int& got) {
 int RIFile::ReadInfoTags(int* channelMask) {
     if (stream == nullptr) return -1;
     infoTags.SetEmpty();
+    mustListFirst_ = false;
     bool complete = false;
     if (const int code = readHeader(complete); code != 0) {
         stream->Close();

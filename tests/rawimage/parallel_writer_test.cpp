@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <random>
+#include <stdexcept>
 #include <vector>
 
 #include "rawimage/writer.h"
@@ -86,6 +87,25 @@ TEST_P(ParallelWriter, WritesTheSameFileAsOneThread) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Threads, ParallelWriter, testing::Values(0, 2, 3, 8));
+
+// A host's stream may throw. Nobody reads the region any more when that has left WTRegion.
+TEST(ParallelWriter, LeavesTheRegionAloneWhenTheStreamThrows) {
+    struct Throwing : PMemStream {
+        int Write(const void* data, int size, int& written) override {
+            if (Tell() >= kFileHeaderBytes) throw std::runtime_error("host");
+            return PMemStream::Write(data, size, written);
+        }
+    } stream;
+    stream.Open();
+    RIFile file;
+    file.setCompressionThreads(nullptr, 4);
+    EXPECT_TRUE(file.Create(nullptr, &stream).empty());
+    EXPECT_TRUE(file.WriteHeader(0).empty());
+    for (int i = 0; i < 4; ++i) {
+        const Frame frame(-1);
+        EXPECT_THROW((void)file.WTRegion(frame.regions[3].get(), 0, 1, 2), std::runtime_error);
+    }
+}
 
 TEST(CompressionLevel, ChangesOnlyTheSizeOfTheFile) {
     const Frame frame(-1);

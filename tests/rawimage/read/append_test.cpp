@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "tests/testing/memory_file.h"
 #include "tests/testing/sample_file.h"
 
 // Where reading and writing meet: notes that are replaced in place, files that are continued.
@@ -44,6 +45,20 @@ std::vector<unsigned char> continued(const std::vector<unsigned char>& bytes, st
     writeBucket(file, 7, {}, events);
     EXPECT_TRUE(file.Close().empty());
     return stream.bytes();
+}
+
+TEST(Append, WritesNothingBeforeTheListIsRead) {
+    const Sample sample = makeSample();
+    MemoryFile target;
+    target.fill(sample.bytes);
+    RIFile file;
+    ASSERT_TRUE(file.Append(target.path(), nullptr).empty());
+    EXPECT_FALSE(file.WriteHeader(0).empty());
+    EXPECT_FALSE(file.WTNote("lost").empty());
+    MUtils::Table<MUtils::RegionChannelCallback*, 100> none;
+    EXPECT_FALSE(file.WTChannelInfo(&none).empty());
+    EXPECT_TRUE(file.Close().empty());
+    EXPECT_EQ(difference(target.bytes(), sample.bytes), "");
 }
 
 TEST(Append, ContinuesAFile) {
