@@ -76,7 +76,11 @@ void CrossCheck::run() {
 }
 
 void CrossCheck::addFault(std::int64_t offset, std::string cause, const RIF_TAG& tag) {
-    if (room()) scan_.faults.push_back({offset, std::move(cause), tag});
+    if (room()) {
+        scan_.faults.push_back({offset, std::move(cause), tag});
+    } else {
+        ++scan_.furtherFaults;
+    }
 }
 
 bool CrossCheck::findTable() {
@@ -147,8 +151,12 @@ void CrossCheck::matchEntry(const INFOTAG& entry, std::int64_t entryOffset) {
         addFault(entryOffset, "a table entry leads to a listed tag", entry);
     listed_[index] = true;
     proven_[index] = proven_[index] || same;
-    if (!same && differences_.size() < TagScan::kMaxFaults)
+    if (same) return;
+    if (differences_.size() < TagScan::kMaxFaults) {
         differences_.push_back({index, entry, entryOffset});
+    } else {
+        ++scan_.furtherFaults;
+    }
 }
 
 void CrossCheck::settleDifferences() {
@@ -186,10 +194,10 @@ void CrossCheck::checkUnlisted() {
     for (std::size_t i = 0; i < scan_.tags.size(); ++i) {
         if (proven_[i]) confirmed.insert(scan_.tags[i].id);
     }
-    for (std::size_t i = 0; i + 1 < scan_.tags.size() && room(); ++i) {
+    for (std::size_t i = 0; i + 1 < scan_.tags.size(); ++i) {
         const INFOTAG& tag = scan_.tags[i];
         if (listed_[i] || dropped_[i] != nullptr || !mustBeListed(tag)) continue;
-        if (!isPixelTag(tag.id) && confirmed.count(tag.id) > 0 && !isStray(tag)) {
+        if (room() && !isPixelTag(tag.id) && confirmed.count(tag.id) > 0 && !isStray(tag)) {
             dropped_[i] = "header that the table does not have";
         } else {
             addFault(static_cast<std::int64_t>(tag.offset),

@@ -13,8 +13,8 @@ namespace MUtils {
 // the file say.
 class HeaderEvidence {
   public:
-    // What counts are the tags without a cause in `dropped`. All three must outlive the object and stay as
-    // they are.
+    // Tags with a cause in `dropped` count only for what is next to them. All three must outlive the object
+    // and stay as they are.
     HeaderEvidence(const std::vector<INFOTAG>& tags, const std::vector<const char*>& dropped,
                    const FrameFacts& facts)
         : tags_(tags), dropped_(dropped), facts_(facts) {}

@@ -14,9 +14,9 @@ namespace MUtils {
 namespace {
 
 // Everything but pixels: the first walk.
-class FrameFacts final : public AcceptingCallback {
+class FirstWalk final : public AcceptingCallback {
   public:
-    explicit FrameFacts(bool wantThumbnail) : wantThumbnail_(wantThumbnail) {}
+    explicit FirstWalk(bool wantThumbnail) : wantThumbnail_(wantThumbnail) {}
 
     int parseTag(RIF_TAG& tag) override {
         const bool wanted = tag.id == TAG_RESOLUTION || tag.id == TAG_CHANNEL_INFO ||
@@ -66,7 +66,7 @@ const ShownChannel* findChannel(const std::vector<ShownChannel>& channels, const
 }
 
 // The size of a rendering when none is asked for.
-void chooseSize(const FrameFacts& facts, Picture& picture) {
+void chooseSize(const FirstWalk& facts, Picture& picture) {
     if (facts.thumbnailWidth > 0) {
         picture.width = facts.thumbnailWidth;
         picture.height = facts.thumbnailHeight;
@@ -79,7 +79,7 @@ void chooseSize(const FrameFacts& facts, Picture& picture) {
 }
 
 // Copies the thumbnail to the middle of the picture when that is what a rendering would show.
-bool takeThumbnail(const FrameFacts& facts, bool keepAspect, Picture& picture) {
+bool takeThumbnail(const FirstWalk& facts, bool keepAspect, Picture& picture) {
     const int w = facts.thumbnailWidth;
     const int h = facts.thumbnailHeight;
     const bool same = w == picture.width && h == picture.height;
@@ -100,7 +100,7 @@ bool soundSize(int width, int height) {
 }
 
 // The walks after the first: the range of the values where the display needs one, then the drawing.
-void drawChannel(RIFile& file, const FrameFacts& facts, const ShownChannel& channel,
+void drawChannel(RIFile& file, const FirstWalk& facts, const ShownChannel& channel,
                  const PictureRequest& request, Picture& picture) {
     ChannelDisplay display(channel, request.exposure);
     if (display.needsRange()) {
@@ -128,7 +128,7 @@ Picture makePicture(const char* fileName, const PictureRequest& request) {
     RIFile file;
     if (!file.Open(fileName, nullptr).empty()) return ended(PictureState::kCannotOpen);
 
-    FrameFacts facts(request.useStored && request.channel.empty() && request.exposure == 0.0f);
+    FirstWalk facts(request.useStored && request.channel.empty() && request.exposure == 0.0f);
     picture.parseCode = file.ParseFile(facts);
     if (picture.parseCode == -2 || picture.parseCode == -3) return ended(PictureState::kNotThisFormat);
     for (const ShownChannel& channel : facts.channels)

@@ -62,8 +62,8 @@ RecoverReport recoverFile(const char* input, const char* output, const RecoverOp
 RecoverReport recoverInPlace(const char* fileName, const RecoverOptions& options);
 
 // Makes a file ready to be continued with RIFile::Append and ReadInfoTags: cuts a torn tail, or the table of
-// a finished file, so that the next tag follows the last whole one. Does not inflate pixels. Refuses what
-// recoverInPlace() refuses.
+// a finished file, so that the next tag follows the last whole one. Refuses what recoverInPlace() refuses,
+// save damage inside pixels, which it does not inflate: verify first where that matters.
 RecoverReport prepareResume(const char* fileName);
 
 }  // namespace MUtils

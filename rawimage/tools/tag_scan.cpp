@@ -12,6 +12,7 @@ namespace MUtils {
 namespace {
 
 constexpr int kFlagsPosition = 20;
+constexpr std::int64_t kSector = 512;  // what a disk writes at a time, at the least
 
 class Scanner {
   public:
@@ -30,6 +31,7 @@ class Scanner {
     void walk(std::int64_t from, std::int64_t end, bool thorough, std::vector<INFOTAG>& tags);
     void addGap(std::int64_t offset, std::int64_t end, const Place& place, bool torn);
     bool isTorn(std::int64_t offset, std::int64_t end, const Place& place);
+    bool isDamaged(const Place& place, std::int64_t offset);
     bool endsInZeros(std::int64_t offset, std::int64_t end);
     void checkPayloads();
     void replaceBadTags(const std::vector<PayloadPool::Bad>& bad);
@@ -160,13 +162,20 @@ void Scanner::addGap(std::int64_t offset, std::int64_t end, const Place& place, 
 // Whether a gap up to the end of the file is half a tag: half a header, half a payload, or the zeros that a
 // power cut leaves where a file had grown and its data had not come.
 bool Scanner::isTorn(std::int64_t offset, std::int64_t end, const Place& place) {
-    if (end - offset < kTagHeaderBytes || endsInZeros(offset, end)) return true;
+    if (end - offset < kTagHeaderBytes) return true;
+    if (endsInZeros(offset, end) && !isDamaged(place, offset)) return true;
     return place.whole && cutInPayload(place.tag, offset, end, scan_.compressed) &&
            !search_.endsEarly(place.tag, offset);
 }
 
+// Whether the header is neither what a writer writes nor what a power cut leaves of it: whole, nothing, or a
+// part up to the border of a sector.
+bool Scanner::isDamaged(const Place& place, std::int64_t offset) {
+    if (!place.whole || offset % kSector > kSector - kTagHeaderBytes) return false;
+    return place.tag.id != 0 && !cutInPayload(place.tag, offset, offset, scan_.compressed);
+}
+
 bool Scanner::endsInZeros(std::int64_t offset, std::int64_t end) {
-    constexpr std::int64_t kSector = 512;
     const std::int64_t tail = std::min(kSector, end - offset);
     ScratchBuffer bytes;
     return readPayloadAt(stream_, end - tail, tail, bytes) &&

@@ -32,7 +32,8 @@ struct TagScan {
     // The table of a finished file: it ends the file, and the header leads to it. 0 when there is none.
     std::uint64_t tableOffset = 0;
     // Contradictions that cost no tag, as nobody can tell which side is damaged, or only what is not a tag
-    // is: of the file header and of the table. At most kMaxFaults, in no order.
+    // is: of the file header and of the table. At most kMaxFaults, in no order; `furtherFaults` counts the
+    // rest.
     struct Fault {
         std::int64_t offset;
         std::string cause;
@@ -40,6 +41,7 @@ struct TagScan {
     };
     static constexpr std::size_t kMaxFaults = 1000;
     std::vector<Fault> faults;
+    std::int64_t furtherFaults = 0;
     bool stopped = false;  // by the caller's progress
 };
 

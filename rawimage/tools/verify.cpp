@@ -40,8 +40,22 @@ void listFaults(TagScan& scan, const FrameFacts& facts, VerifyReport& report) {
             ++report.furtherFaults;
         }
     }
+    report.furtherFaults += scan.furtherFaults;
     std::stable_sort(report.faults.begin(), report.faults.end(),
                      [](const VerifyFault& a, const VerifyFault& b) { return a.offset < b.offset; });
+}
+
+// The header leads to a table, and the file goes on behind it.
+void listTail(const TagScan& scan, VerifyReport& report) {
+    const auto table = std::find_if(scan.tags.begin(), scan.tags.end(), [&scan](const INFOTAG& tag) {
+        return tag.id == TAG_INFO_TAGS && tag.offset == scan.header.infoTagsOffset;
+    });
+    if (table == scan.tags.end()) return;
+    VerifyFault fault;
+    fault.offset = static_cast<std::int64_t>(table->offset) + table->size;
+    fault.end = scan.fileBytes;
+    fault.cause = "something follows the tag table";
+    if (fault.offset < fault.end) report.faults.push_back(fault);
 }
 
 void listMissing(const TagScan& scan, const FrameFacts& facts, VerifyReport& report) {
@@ -114,6 +128,7 @@ VerifyReport verifyStream(PStream& stream, const VerifyOptions& options) {
     report.tags = static_cast<std::int64_t>(scan.tags.size());
     const FrameFacts facts = readFrameFacts(stream, scan.tags);
     listFaults(scan, facts, report);
+    if (report.faults.empty()) listTail(scan, report);
     report.area = facts.area();
     listMissing(scan, facts, report);
     decide(scan, facts, report);
