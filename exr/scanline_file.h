@@ -63,8 +63,8 @@ class ExrFileData : public ExrFileDataBase {
 
     bool multiPart;
     int autoDataWindow = 0;
-    PixelBox dataWindow;  // what is written
-    int chunkStartY = 0;  // the row that the staging buffers begin with
+    PixelWindow dataWindow;  // what is written
+    int chunkStartY = 0;     // the row that the staging buffers begin with
     RICameraInfo cameraInfo = {};
     MUtils::CharString extraAttributes;
     int headerCount = 0;  // parts

@@ -59,7 +59,7 @@ void ExrFileData::trimDataWindow(const MUtils::MRRegionData& region) {
         std::find_if(region.channels.begin(), region.channels.end(),
                      [](const MUtils::RegionChannel& channel) { return channel.alias == RCA_ALPHA; });
     if (alpha == region.channels.end() || !holdsValues(alpha->data, width, height, 12)) return;
-    const PixelBox box = findVisibleBox(*alpha->data, width, height);
+    const PixelWindow box = findVisibleBox(*alpha->data, width, height);
     if (box.height() > 0) dataWindow = box;
 }
 

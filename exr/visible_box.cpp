@@ -47,13 +47,13 @@ int pastLastVisible(const MBVTable& alpha, int begin, int end) {
 
 }  // namespace
 
-PixelBox findVisibleBox(const MBVTable& alpha, int width, int height) {
+PixelWindow findVisibleBox(const MBVTable& alpha, int width, int height) {
     const int pixels = width * height;
     const int first = firstVisible(alpha, 0, pixels);
     if (first == pixels) return {};
     const int pastLast = pastLastVisible(alpha, first, pixels);
 
-    PixelBox box = {width, first / width, 0, (pastLast - 1) / width + 1};
+    PixelWindow box = {width, first / width, 0, (pastLast - 1) / width + 1};
     // In each row only what is left and right of the columns found so far.
     for (int y = box.y0; y < box.y1; ++y) {
         const int row = y * width;

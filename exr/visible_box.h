@@ -3,7 +3,7 @@
 #include "support/mbvtable.h"
 
 // A box of pixels; x1 and y1 are just past its last column and row.
-struct PixelBox {
+struct PixelWindow {
     int x0 = 0;
     int y0 = 0;
     int x1 = 0;
@@ -17,4 +17,4 @@ struct PixelBox {
 // three floats of `alpha` is larger than 1e-12 or smaller than -1e-12. An empty box when there is none.
 // `alpha` holds at least width x height values of three floats, in row order. Reads only what lies outside
 // the box and its border.
-PixelBox findVisibleBox(const MBVTable& alpha, int width, int height);
+PixelWindow findVisibleBox(const MBVTable& alpha, int width, int height);

@@ -86,8 +86,8 @@ struct Inflater::State {
         libdeflate_alloc_decompressor(), libdeflate_free_decompressor};
 #endif
 
-    // True when the faster decoder has done the whole stream. What it refuses zlib judges, so that codes and
-    // bytes do not depend on the build.
+    // True when the faster decoder has done the whole stream. What it refuses zlib judges. What it accepts
+    // and zlib would not is a stream made for that, with codes that no encoder writes and a right checksum.
     bool decodeFast([[maybe_unused]] unsigned char* out, [[maybe_unused]] std::size_t& outSize,
                     [[maybe_unused]] const unsigned char* data, [[maybe_unused]] std::size_t size) {
 #if defined(RAWIMAGE_LIBDEFLATE)
