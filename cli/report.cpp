@@ -35,7 +35,9 @@ std::string systemMessage(int code) {
 
 std::string outputCause(const ErrorCode& error) {
     const int code = error.getError();
-    if (code <= 0 || error.operation() != std::string("Create")) return error.describe();
+    if (code <= 0 ||
+        (error.operation() != std::string("Create") && error.operation() != std::string("Append")))
+        return error.describe();
     const bool locked = code == EWOULDBLOCK;
     return "cannot be written: " + (locked ? "another writer has the file open" : systemMessage(code));
 }

@@ -6,6 +6,7 @@
 #include "rawimage/tools/channel_check.h"
 #include "rawimage/tools/header_evidence.h"
 #include "rawimage/tools/payload_pool.h"
+#include "rawimage/tools/tag_check.h"
 #include "support/bytes.h"
 
 namespace MUtils {
@@ -50,7 +51,7 @@ class CrossCheck {
     void matchEntry(const INFOTAG& entry, std::int64_t entryOffset);
     void settleDifferences();
     void checkUnlisted();
-    bool isStray(const RIF_TAG& tag) const;
+    bool isMisplaced(const RIF_TAG& tag) const;
     bool inGap(std::uint64_t offset) const;
     bool room() const { return scan_.faults.size() < TagScan::kMaxFaults; }
     void addFault(std::int64_t offset, std::string cause, const RIF_TAG& tag = {});
@@ -63,7 +64,7 @@ class CrossCheck {
     std::vector<bool> listed_;
     std::vector<const char*> dropped_;
     std::vector<Difference> differences_;
-    std::vector<RIF_TAG> strays_;  // entries that lead to no tag
+    bool tableDoubted_ = false;  // entries lead to no tag, or twice to one
 };
 
 void CrossCheck::run() {
@@ -142,13 +143,15 @@ void CrossCheck::matchEntry(const INFOTAG& entry, std::int64_t entryOffset) {
     if (at == end || at->offset != entry.offset) {
         if (inGap(entry.offset)) return;
         addFault(entryOffset, "a table entry leads to no tag", entry);
-        if (room()) strays_.push_back(entry);
+        tableDoubted_ = true;
         return;
     }
     const auto index = static_cast<std::size_t>(at - scan_.tags.begin());
     const bool same = sameHeader(*at, entry);
-    if (listed_[index] && (same || proven_[index]))
+    if (listed_[index] && (same || proven_[index])) {
         addFault(entryOffset, "a table entry leads to a listed tag", entry);
+        tableDoubted_ = true;
+    }
     listed_[index] = true;
     proven_[index] = proven_[index] || same;
     if (same) return;
@@ -171,7 +174,9 @@ void CrossCheck::settleDifferences() {
     for (const Difference& difference : differences_) {
         const INFOTAG& tag = scan_.tags[difference.tag];
         if (dropped_[difference.tag] != nullptr) continue;
-        if (!proven_[difference.tag] && evidence.entryIsRight(difference.tag, difference.entry)) {
+        const bool possible = headerFault(difference.entry, static_cast<std::int64_t>(tag.offset),
+                                          scan_.fileBytes, scan_.compressed) == nullptr;
+        if (possible && !proven_[difference.tag] && evidence.entryIsRight(difference.tag, difference.entry)) {
             dropped_[difference.tag] = "header that differs from its table entry and from the other tags";
             continue;
         }
@@ -182,13 +187,14 @@ void CrossCheck::settleDifferences() {
     }
 }
 
-bool CrossCheck::isStray(const RIF_TAG& tag) const {
-    return std::any_of(strays_.begin(), strays_.end(),
-                       [&tag](const RIF_TAG& stray) { return sameHeader(tag, stray); });
+// Whether the table has it in the place of another one.
+bool CrossCheck::isMisplaced(const RIF_TAG& tag) const {
+    return std::any_of(differences_.begin(), differences_.end(),
+                       [&tag](const Difference& difference) { return sameHeader(tag, difference.entry); });
 }
 
-// A tag that the table should have and does not, nor in a place where it is not: when the table confirms
-// another of its kind, it is of one of the kinds that tables lack, mislabelled.
+// A tag that the table should have and does not: when the table is sound and confirms another of its kind, it
+// is of one of the kinds that tables lack, mislabelled.
 void CrossCheck::checkUnlisted() {
     std::set<std::uint32_t> confirmed;
     for (std::size_t i = 0; i < scan_.tags.size(); ++i) {
@@ -197,7 +203,7 @@ void CrossCheck::checkUnlisted() {
     for (std::size_t i = 0; i + 1 < scan_.tags.size(); ++i) {
         const INFOTAG& tag = scan_.tags[i];
         if (listed_[i] || dropped_[i] != nullptr || !mustBeListed(tag)) continue;
-        if (room() && !isPixelTag(tag.id) && confirmed.count(tag.id) > 0 && !isStray(tag)) {
+        if (!tableDoubted_ && !isPixelTag(tag.id) && confirmed.count(tag.id) > 0 && !isMisplaced(tag)) {
             dropped_[i] = "header that the table does not have";
         } else {
             addFault(static_cast<std::int64_t>(tag.offset),

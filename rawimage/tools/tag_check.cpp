@@ -142,7 +142,7 @@ const char* PayloadCheck::pixelFault(const RIF_TAG& tag, const unsigned char* pa
     if (came > expected) return "pixels inflate to more than their region";
     if (code != 0) return "pixels do not inflate";
     if (came != expected) return "pixels inflate to less than their region";
-    return used == size ? nullptr : "bytes behind the end of the pixels";
+    return used == size ? nullptr : kBytesBehindPixels;
 }
 
 const char* PayloadCheck::fault(const RIF_TAG& tag, const unsigned char* payload, std::size_t size,

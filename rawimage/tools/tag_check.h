@@ -53,6 +53,9 @@ class PayloadCheck {
     // Texts are short; a tag that claims a longer one is not read for it.
     static constexpr std::int64_t kLongestText = 1 << 20;
 
+    // What fault() says of compressed pixels that are sound, where more bytes follow in the payload.
+    static constexpr const char* kBytesBehindPixels = "bytes behind the end of the pixels";
+
     // True when fault() looks at this tag's payload at all.
     static bool looksAt(const RIF_TAG& tag, bool compressed);
 

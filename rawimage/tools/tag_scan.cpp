@@ -12,6 +12,8 @@ namespace MUtils {
 namespace {
 
 constexpr int kFlagsPosition = 20;
+// How far into a file that does not look like one of this format its tags are looked for.
+constexpr std::int64_t kForeignBytes = 16 << 20;
 constexpr std::int64_t kSector = 512;  // what a disk writes at a time, at the least
 
 class Scanner {
@@ -25,7 +27,8 @@ class Scanner {
   private:
     using Place = TagSearch::Place;
 
-    bool findFirst();
+    bool findFirst(std::int64_t end);
+    std::int64_t searchEither(std::int64_t from, std::int64_t end, bool& compressed);
     void checkFlags(std::int64_t first);
     bool fits(const RIF_TAG& tag, std::int64_t offset, bool compressed);
     void walk(std::int64_t from, std::int64_t end, bool thorough, std::vector<INFOTAG>& tags);
@@ -54,22 +57,29 @@ bool Scanner::begin() {
     if (first.whole && search_.stands(first.tag, kFileHeaderBytes, scan_.fileBytes)) return true;
     const bool wiped = std::all_of(bytes.data(), bytes.data() + kFileHeaderBytes,
                                    [](unsigned char byte) { return byte == 0; });
-    return wiped && findFirst();
+    return findFirst(wiped ? scan_.fileBytes : std::min(scan_.fileBytes, kForeignBytes));
 }
 
 // Where the first sectors are gone, what the flags said is gone with them: the earlier tag tells.
-bool Scanner::findFirst() {
-    std::int64_t first = scan_.fileBytes;
-    bool flag = true;
-    for (const bool compressed : {true, false}) {
-        scan_.compressed = compressed;
-        const std::int64_t found = search_.search(kFileHeaderBytes, first);
-        if (found < first) flag = compressed;
-        first = found;
+bool Scanner::findFirst(std::int64_t end) {
+    const std::int64_t first = searchEither(kFileHeaderBytes, end, scan_.compressed);
+    if (first < end) checkFlags(first);
+    return first < end;
+}
+
+// The first tag that stands if pixels are compressed, or else if they are not; which, in `compressed`.
+std::int64_t Scanner::searchEither(std::int64_t from, std::int64_t end, bool& compressed) {
+    const bool stated = scan_.compressed;
+    bool flag = stated;
+    for (const bool assumed : {true, false}) {
+        scan_.compressed = assumed;
+        const std::int64_t found = search_.search(from, end);
+        if (found < end) flag = assumed;
+        end = found;
     }
-    scan_.compressed = flag;
-    if (first < scan_.fileBytes) checkFlags(first);
-    return first < scan_.fileBytes;
+    scan_.compressed = stated;
+    compressed = flag;
+    return end;
 }
 
 bool Scanner::fits(const RIF_TAG& tag, std::int64_t offset, bool compressed) {
@@ -83,14 +93,15 @@ bool Scanner::fits(const RIF_TAG& tag, std::int64_t offset, bool compressed) {
 void Scanner::checkFlags(std::int64_t first) {
     constexpr int kTagsAsked = 16;
     constexpr int kTagsPassed = 1000;
+    constexpr int kTimesAstray = 4;
     const bool stated = scan_.compressed;
     int asked = 0;
     int denied = 0;
+    int astray = 0;
     std::int64_t offset = first;
-    bool astray = false;
-    for (int i = 0; i < kTagsPassed && asked < kTagsAsked && !astray && offset < scan_.fileBytes; ++i) {
+    for (int i = 0; i < kTagsPassed && asked < kTagsAsked && offset < scan_.fileBytes; ++i) {
         const Place place = search_.look(offset, scan_.fileBytes);
-        astray = !search_.leadsOn(place, offset);
+        bool leadsOn = search_.leadsOn(place, offset);
         if (place.whole && isPixelTag(place.tag.id)) {
             ++asked;
             // Most tags settle it by their size alone.
@@ -100,13 +111,14 @@ void Scanner::checkFlags(std::int64_t first) {
             scan_.compressed = stated;
             // A stream that inflates as it should settles it, too, whatever the size says.
             if (right || (stated && mayDeny && search_.endsEarly(place.tag, offset))) return;
-            astray = astray && !mayDeny;
+            leadsOn = leadsOn || mayDeny;
         }
-        offset += place.tag.size;
+        if (!leadsOn && ++astray > kTimesAstray) break;
+        bool either = stated;
+        offset = leadsOn ? offset + place.tag.size : searchEither(offset + 1, scan_.fileBytes, either);
     }
     // One tag alone that denies the flag may be the one that is damaged: its size leads astray.
-    if (astray && denied < 2) return;
-    if (denied == 0) return;
+    if (denied == 0 || (astray > 0 && denied < 2)) return;
     scan_.compressed = !stated;
     scan_.faults.push_back({kFlagsPosition, "the flags deny how pixels are stored", {}});
 }
@@ -120,8 +132,8 @@ void Scanner::run() {
     if (!scan_.stopped) crossCheck(stream_, scan_);
 }
 
-// Headers only, unless it is `thorough`; but where two headers in a row cannot both be right the payload
-// between them decides.
+// Headers only, unless it is `thorough`; but where no sound header and not the end of the file follows, the
+// payload decides.
 void Scanner::walk(std::int64_t from, std::int64_t end, bool thorough, std::vector<INFOTAG>& tags) {
     constexpr std::size_t kTagsBetweenCalls = 4096;
     Place place = search_.look(from, end);
@@ -130,8 +142,10 @@ void Scanner::walk(std::int64_t from, std::int64_t end, bool thorough, std::vect
         if (place.fault == nullptr) {
             const std::int64_t next = offset + place.tag.size;
             const Place there = search_.look(next, end);
-            if (thorough || !search_.leadsOn(there, next))
-                place.fault = search_.payloadFault(place.tag, offset);
+            const bool goesOn = there.fault == nullptr || next == scan_.fileBytes;
+            if (thorough || !goesOn) place.fault = search_.payloadFault(place.tag, offset);
+            if (place.fault == nullptr && next < scan_.fileBytes)
+                place.fault = search_.tableFault(place.tag, offset);
             if (place.fault == nullptr) {
                 INFOTAG entry;
                 static_cast<RIF_TAG&>(entry) = place.tag;
@@ -193,7 +207,8 @@ void Scanner::checkPayloads() {
 }
 
 // A tag whose payload is not what its header says becomes a gap, unless there are sound tags under it: then
-// its header was damaged so that it seemed to reach over them.
+// its header was damaged so that it seemed to reach over them. Bytes behind the end of the pixels that are no
+// tags are the writer's business.
 void Scanner::replaceBadTags(const std::vector<PayloadPool::Bad>& bad) {
     std::vector<INFOTAG> kept;
     std::size_t next = 0;
@@ -207,6 +222,10 @@ void Scanner::replaceBadTags(const std::vector<PayloadPool::Bad>& bad) {
         const std::int64_t end = offset + tag.size;
         const Place place{tag, true, bad[next++].cause};
         const std::int64_t inner = search_.nextAfter(offset, place, end);
+        if (inner == end && place.fault == PayloadCheck::kBytesBehindPixels) {
+            kept.push_back(tag);
+            continue;
+        }
         addGap(offset, inner, place, false);
         if (inner < end) walk(inner, end, true, kept);
     }

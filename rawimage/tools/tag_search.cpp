@@ -15,11 +15,17 @@ constexpr std::int64_t kFirstChunk = 1 << 12;
 constexpr std::int64_t kLargestChunk = 1 << 16;
 constexpr std::int64_t kBudgetPerByte = 64;
 constexpr std::int64_t kLeastBudget = 1 << 25;
+constexpr std::int64_t kEntriesAtOnce = 1024;
+
+// Payloads that may hold anything, whole files with tags of their own, too.
+bool isOpaque(std::uint32_t tagId) {
+    return tagId == TAG_STAMP || tagId == TAG_OVERLAY_TEXTS || tagId == TAG_SETTINGS;
+}
 
 }  // namespace
 
 void TableExtents::load(PStream& stream, const TagScan& scan) {
-    constexpr std::int64_t kEntriesAtOnce = 1024;
+    extents_.clear();
     const std::uint64_t stored = scan.header.infoTagsOffset;
     const std::int64_t lastPlace = scan.fileBytes - kTagHeaderBytes;
     if (lastPlace < kFileHeaderBytes || stored < kFileHeaderBytes ||
@@ -79,8 +85,8 @@ bool TagSearch::going(std::int64_t offset) {
 }
 
 const TableExtents& TagSearch::table() {
-    if (!tableLoaded_) table_.load(stream_, scan_);
-    tableLoaded_ = true;
+    if (tableFlag_ != scan_.compressed) table_.load(stream_, scan_);
+    tableFlag_ = scan_.compressed;
     return table_;
 }
 
@@ -122,6 +128,25 @@ const char* TagSearch::payloadFault(const RIF_TAG& tag, std::int64_t offset) {
         check_.fault(tag, payload_.data(), static_cast<std::size_t>(tag.payloadBytes()), scan_.compressed);
     budget_ -= check_.inflated() - before;
     return fault;
+}
+
+const char* TagSearch::tableFault(const RIF_TAG& tag, std::int64_t offset) {
+    if (tag.id != TAG_INFO_TAGS) return nullptr;
+    std::int64_t foreign = 0;
+    for (std::int64_t first = 0; first < tag.p1; first += kEntriesAtOnce) {
+        const std::int64_t count = std::min(kEntriesAtOnce, tag.p1 - first);
+        const std::int64_t start = offset + kTagHeaderBytes + first * kInfoTagBytes;
+        budget_ -= count * kInfoTagBytes;
+        if (budget_ < 0) return "too much damage to look through";
+        if (!readPayloadAt(stream_, start, count * kInfoTagBytes, payload_)) return "payload cannot be read";
+        for (std::int64_t i = 0; i < count; ++i) {
+            const INFOTAG entry = decodeInfoTag(payload_.data() + i * kInfoTagBytes);
+            const bool before =
+                entry.offset >= kFileHeaderBytes && entry.offset < static_cast<std::uint64_t>(offset);
+            foreign += before && entry.id >= kFirstTagId && entry.id <= kLastTagId ? 0 : 1;
+        }
+    }
+    return 2 * foreign > tag.p1 ? "table of entries that lead nowhere" : nullptr;
 }
 
 // By what the payload holds, whatever the size says; -1 when it cannot be told.
@@ -187,7 +212,9 @@ std::int64_t TagSearch::nextAfter(std::int64_t offset, const Place& place, std::
     const std::int64_t start = offset + kTagHeaderBytes;
     const std::int64_t byParameters = payloadByParameters(tag, scan_.compressed);
     const bool cut = cutInPayload(tag, offset, end, scan_.compressed);
-    if (cut && byParameters >= 0 && end == scan_.fileBytes) return end;
+    // Nobody hides tags in a note or a record, so a tag under one that seems cut was written behind it.
+    if (cut && byParameters >= 0 && end == scan_.fileBytes)
+        return isOpaque(tag.id) ? end : search(start, end, true);
     const std::int64_t listed = table().endOf(offset);
     if (listed >= start && mayResume(listed, end, false)) return listed;
     const std::int64_t bySize = offset + tag.size;
@@ -220,7 +247,7 @@ int TagSearch::readChunk(std::int64_t offset, std::int64_t size) {
     return got;
 }
 
-std::int64_t TagSearch::search(std::int64_t from, std::int64_t end) {
+std::int64_t TagSearch::search(std::int64_t from, std::int64_t end, bool provenOnly) {
     std::int64_t step = kFirstChunk;
     for (std::int64_t start = from; end - start >= kTagHeaderBytes && budget_ > 0 && going(start);) {
         const std::int64_t wanted = std::min(step + kTagHeaderBytes - 1, end - start);
@@ -233,6 +260,7 @@ std::int64_t TagSearch::search(std::int64_t from, std::int64_t end) {
             const std::uint32_t id = loadU32(chunk_.data() + at);
             if (id < kFirstTagId || id > kLastTagId) continue;
             const RIF_TAG tag = decodeTag(chunk_.data() + at);
+            if (provenOnly && !provesItself(tag, scan_.compressed)) continue;
             if (stands(tag, start + at, end)) return start + at;
         }
         start += step;

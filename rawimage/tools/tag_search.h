@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "rawimage/tools/tag_check.h"
@@ -14,7 +15,8 @@ namespace MUtils {
 // payload holds for tags.
 class TableExtents {
   public:
-    // Reads the table that the header's offset leads to, if there is one. Throws std::bad_alloc.
+    // Reads the table that the header's offset leads to, if there is one, in place of an earlier one. Throws
+    // std::bad_alloc.
     void load(PStream& stream, const TagScan& scan);
 
     // True when `offset` lies inside a tag, behind its first byte.
@@ -52,6 +54,9 @@ class TagSearch {
     bool leadsOn(const Place& place, std::int64_t offset) const;
     // Null when the payload is sound. The header has been checked, so its size lies within the file.
     const char* payloadFault(const RIF_TAG& tag, std::int64_t offset);
+    // Null unless the tag is a table and most of its entries cannot be those of tags before it: then what
+    // stands there is the beginning of some other place's.
+    const char* tableFault(const RIF_TAG& tag, std::int64_t offset);
     // True when the payload of a tag that goes past the end of the file is all there nevertheless.
     bool endsEarly(const RIF_TAG& tag, std::int64_t offset);
     // True when nothing may come before it and everything about the tag there is right.
@@ -62,8 +67,9 @@ class TagSearch {
     // come first; else every byte is tried.
     std::int64_t nextAfter(std::int64_t offset, const Place& place, std::int64_t end);
 
-    // The first place from `from` on where a tag stands that ends by `end`; `end` when there is none.
-    std::int64_t search(std::int64_t from, std::int64_t end);
+    // The first place from `from` on where a tag stands that ends by `end`; `end` when there is none. Only
+    // tags with a checksum, where that is asked for.
+    std::int64_t search(std::int64_t from, std::int64_t end, bool provenOnly = false);
 
     // True when the caller's progress has said so.
     bool stopped() const { return stopped_; }
@@ -84,7 +90,7 @@ class TagSearch {
     ScratchBuffer payload_;
     ScratchBuffer chunk_;
     TableExtents table_;
-    bool tableLoaded_ = false;
+    std::optional<bool> tableFlag_;  // what was believed of the pixels when the table was loaded
     bool stopped_ = false;
     // Payload bytes that may still be read and inflated here, so that hostile files come to an end. Damage
     // costs a few payloads for each place.

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <zlib.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -43,6 +45,22 @@ inline std::vector<std::string> tagsOf(const Contents& bytes) {
         at += size;
     }
     return tags;
+}
+
+inline std::string zipped(const std::string& bytes, int level) {
+    uLongf size = compressBound(bytes.size());
+    std::string stream(size, '\0');
+    compress2(reinterpret_cast<Bytef*>(stream.data()), &size, reinterpret_cast<const Bytef*>(bytes.data()),
+              bytes.size(), level);
+    stream.resize(size);
+    return stream;
+}
+
+// A bucket of integers.
+inline void addPixels(Bytes& file, int channel, const MUtils::PixelBox& box, const std::string& payload) {
+    file.tag(TAG_CHAN_INT, static_cast<std::uint32_t>(payload.size()),
+             {RCT_INT, box.x, box.y, box.width, box.height, 0, 0, channel});
+    file.text(payload);
 }
 
 // Overwrites bytes of a tag; `from` counts from its header.

@@ -82,7 +82,9 @@ TEST(Recover, KeepsWhatIsSoundAsItStands) {
         {"nothing", 0, 0, {}, {}},
         {"the file header", 0, -32, Bytes().u64(~0u).u64(~0u).u64(~0u).u64(~0u), {}},
         {"the first sector", 0, -32, Bytes().zeros(72), {0}},
+        {"the first sector, not by zeros", 0, -32, Bytes().text(std::string(72, '\xaa')), {0}},
         {"the flags", 0, -12, Bytes().u32(0), {}},
+        {"the flags and the first header", 0, -12, Bytes().zeros(52), {0}},
         {"a whole header", pixels, 0, zeros, {pixels}},
         {"a header and payload", pixels, 0, Bytes().zeros(60), {pixels}},
         {"one, and the header of the next", pixels, 50, Bytes().zeros(275), {pixels, pixels + 1}},
@@ -112,6 +114,49 @@ TEST(Recover, KeepsWhatIsSoundAsItStands) {
             }
             EXPECT_EQ(lostBytes(result.report), lost);
         }
+    }
+}
+
+// Damage that points elsewhere: at most the tag in which it is may go.
+TEST(Recover, KeepsWhatNoDamageHasTouched) {
+    Bytes open = Bytes().fileHeader(0).tag(TAG_RESOLUTION, 0, {16, 24});
+    const std::string pixels = zipped(std::string(16 * 8 * 4, 'x'), 9);
+    addPixels(open, 0, {0, 0, 16, 8}, pixels);
+    for (const char* note : {"one", "two"})
+        open.tag(TAG_NOTE, 1024).text(note).zeros(1024 - 3);
+    addPixels(open, 0, {0, 8, 16, 8}, pixels);
+    addPixels(open, 0, {0, 16, 16, 8}, pixels);
+    const Bytes finished = closed(open);
+    const std::vector<std::string> written = tagsOf(open);
+    const std::size_t pixelTag = 40 + pixels.size(), table = open.size();
+    const std::size_t bucket = 72, note = bucket + pixelTag, last = table - pixelTag;
+
+    struct Case {
+        const char* what;
+        Contents bytes;
+        std::vector<std::size_t> lost;
+    };
+    std::vector<Case> cases;
+    const auto damaged = [&cases](const char* what, const Bytes& file,
+                                  std::vector<std::size_t> lost) -> Contents& {
+        return cases.emplace_back(Case{what, file, std::move(lost)}).bytes;
+    };
+    damaged("a size into the last tag", open, {4})[last - pixelTag + 4] += 41;
+    Contents& shorter = damaged("a note that lacks bytes, at the end", open, {3});
+    shorter.erase(shorter.begin() + static_cast<std::ptrdiff_t>(note) + 1500,
+                  shorter.begin() + static_cast<std::ptrdiff_t>(note) + 2000);
+    Contents& unlisted = damaged("the table's entry of one note", finished, {});
+    std::fill_n(unlisted.begin() + static_cast<std::ptrdiff_t>(table) + 40 + 2 * 48, 48, 0);
+    damaged("the id in the entry of one note", finished, {})[table + 40 + 2 * 48] ^= 1;
+    Contents& misplaced = damaged("the table's beginning over a bucket", finished, {1});
+    std::copy_n(finished.begin() + static_cast<std::ptrdiff_t>(table), pixelTag,
+                misplaced.begin() + static_cast<std::ptrdiff_t>(bucket));
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        std::vector<std::string> kept = written;
+        for (const std::size_t lost : c.lost)
+            kept.erase(kept.begin() + static_cast<std::ptrdiff_t>(lost));
+        EXPECT_EQ(recovered(c.bytes).tags, kept);
     }
 }
 

@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <zlib.h>
 
 #include <map>
 #include <random>
@@ -22,21 +21,6 @@ std::string noise(std::size_t size) {
     std::string bytes(size, '\0');
     std::generate(bytes.begin(), bytes.end(), [&random] { return static_cast<char>(random()); });
     return bytes;
-}
-
-std::string zipped(const std::string& bytes, int level) {
-    uLongf size = compressBound(bytes.size());
-    std::string stream(size, '\0');
-    compress2(reinterpret_cast<Bytef*>(stream.data()), &size, reinterpret_cast<const Bytef*>(bytes.data()),
-              bytes.size(), level);
-    stream.resize(size);
-    return stream;
-}
-
-void addPixels(Bytes& file, int channel, const PixelBox& box, const std::string& payload) {
-    file.tag(TAG_CHAN_INT, static_cast<std::uint32_t>(payload.size()),
-             {RCT_INT, box.x, box.y, box.width, box.height, 0, 0, channel});
-    file.text(payload);
 }
 
 }  // namespace
@@ -156,7 +140,7 @@ TEST(Verify, HoldsPixelsAgainstTheirChecksumOnly) {
         {wrongSum, "do not inflate"},
         {zipped(values.substr(1), 9), "less than their region"},
         {zipped(values + "x", 9), "more than their region"},
-        {zipped(values, 9) + "x", "behind the end of the pixels"},
+        {zipped(values, 9) + "x", ""},  // readers take them
     };
     EXPECT_GT(cases[0].payload.size(), values.size()) << "incompressible";
     for (const auto& c : cases) {
