@@ -31,6 +31,8 @@ class Scanner {
     std::int64_t searchEither(std::int64_t from, std::int64_t end, bool& compressed);
     void checkFlags(std::int64_t first);
     bool fits(const RIF_TAG& tag, std::int64_t offset, bool compressed);
+    bool isSound(Place& place, std::int64_t offset, std::int64_t end, bool thorough, Place& there,
+                 std::int64_t& resume);
     void walk(std::int64_t from, std::int64_t end, bool thorough, std::vector<INFOTAG>& tags);
     void addGap(std::int64_t offset, std::int64_t end, const Place& place, bool torn);
     bool isTorn(std::int64_t offset, std::int64_t end, const Place& place);
@@ -132,31 +134,42 @@ void Scanner::run() {
     if (!scan_.stopped) crossCheck(stream_, scan_);
 }
 
-// Headers only, unless it is `thorough`; but where no sound header and not the end of the file follows, the
-// payload decides.
+// Whether the tag at `offset` is one, by its header and by that which follows, `there`; but where no sound
+// header and not the end of the file follows, or it is to be `thorough`, its payload decides. Else its fault
+// is set, and `resume` is where the next tag is, if that has come out.
+bool Scanner::isSound(Place& place, std::int64_t offset, std::int64_t end, bool thorough, Place& there,
+                      std::int64_t& resume) {
+    const std::int64_t next = offset + place.tag.size;
+    there = search_.look(next, end);
+    const bool goesOn = there.fault == nullptr || next == scan_.fileBytes;
+    if (thorough || !goesOn) place.fault = search_.payloadFault(place.tag, offset);
+    if (place.fault == nullptr && next < scan_.fileBytes) place.fault = search_.tableFault(place.tag, offset);
+    if (place.fault != nullptr || goesOn || PayloadCheck::looksAt(place.tag, scan_.compressed))
+        return place.fault == nullptr;
+    const std::int64_t across = search_.tagAcross(offset, next, end);
+    if (across == next) return true;
+    place.fault = "payload that lacks bytes";
+    resume = across;
+    return false;
+}
+
 void Scanner::walk(std::int64_t from, std::int64_t end, bool thorough, std::vector<INFOTAG>& tags) {
     constexpr std::size_t kTagsBetweenCalls = 4096;
     Place place = search_.look(from, end);
     for (std::int64_t offset = from; offset < end && !search_.stopped();) {
         if (tags.size() % kTagsBetweenCalls == 0 && !search_.going(0)) break;
-        if (place.fault == nullptr) {
-            const std::int64_t next = offset + place.tag.size;
-            const Place there = search_.look(next, end);
-            const bool goesOn = there.fault == nullptr || next == scan_.fileBytes;
-            if (thorough || !goesOn) place.fault = search_.payloadFault(place.tag, offset);
-            if (place.fault == nullptr && next < scan_.fileBytes)
-                place.fault = search_.tableFault(place.tag, offset);
-            if (place.fault == nullptr) {
-                INFOTAG entry;
-                static_cast<RIF_TAG&>(entry) = place.tag;
-                entry.offset = static_cast<std::uint64_t>(offset);
-                tags.push_back(entry);
-                place = there;
-                offset = next;
-                continue;
-            }
+        Place there;
+        std::int64_t resume = -1;
+        if (place.fault == nullptr && isSound(place, offset, end, thorough, there, resume)) {
+            INFOTAG entry;
+            static_cast<RIF_TAG&>(entry) = place.tag;
+            entry.offset = static_cast<std::uint64_t>(offset);
+            tags.push_back(entry);
+            place = there;
+            offset += entry.size;
+            continue;
         }
-        const std::int64_t next = search_.nextAfter(offset, place, end);
+        const std::int64_t next = resume >= 0 ? resume : search_.nextAfter(offset, place, end);
         addGap(offset, next, place, next == scan_.fileBytes && isTorn(offset, next, place));
         offset = next;
         place = search_.look(offset, end);

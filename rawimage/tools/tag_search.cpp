@@ -248,11 +248,21 @@ int TagSearch::readChunk(std::int64_t offset, std::int64_t size) {
 }
 
 std::int64_t TagSearch::search(std::int64_t from, std::int64_t end, bool provenOnly) {
+    return search(from, end, end, provenOnly ? Wanted::kProven : Wanted::kAny);
+}
+
+std::int64_t TagSearch::tagAcross(std::int64_t offset, std::int64_t next, std::int64_t end) {
+    return search(offset + 1, next, end, Wanted::kBeyond);
+}
+
+// Tries the places before `to` for tags that end by `end`; gives `to` when there is none.
+std::int64_t TagSearch::search(std::int64_t from, std::int64_t to, std::int64_t end, Wanted wanted) {
     std::int64_t step = kFirstChunk;
-    for (std::int64_t start = from; end - start >= kTagHeaderBytes && budget_ > 0 && going(start);) {
-        const std::int64_t wanted = std::min(step + kTagHeaderBytes - 1, end - start);
-        const int got = readChunk(start, wanted);
-        if (got < wanted && step > kFirstChunk) {  // behind a part of the disk that is gone the file goes on
+    const std::int64_t last = std::min(to, end - kTagHeaderBytes + 1);
+    for (std::int64_t start = from; start < last && budget_ > 0 && going(start);) {
+        const std::int64_t size = std::min(step, last - start) + kTagHeaderBytes - 1;
+        const int got = readChunk(start, size);
+        if (got < size && step > kFirstChunk) {  // behind a part of the disk that is gone the file goes on
             step = kFirstChunk;
             continue;
         }
@@ -260,13 +270,14 @@ std::int64_t TagSearch::search(std::int64_t from, std::int64_t end, bool provenO
             const std::uint32_t id = loadU32(chunk_.data() + at);
             if (id < kFirstTagId || id > kLastTagId) continue;
             const RIF_TAG tag = decodeTag(chunk_.data() + at);
-            if (provenOnly && !provesItself(tag, scan_.compressed)) continue;
+            if (wanted == Wanted::kProven && !provesItself(tag, scan_.compressed)) continue;
+            if (wanted == Wanted::kBeyond && start + at + tag.size <= to) continue;
             if (stands(tag, start + at, end)) return start + at;
         }
         start += step;
         step = std::min(step * 2, kLargestChunk);
     }
-    return end;
+    return to;
 }
 
 }  // namespace MUtils

@@ -71,11 +71,19 @@ class TagSearch {
     // tags with a checksum, where that is asked for.
     std::int64_t search(std::int64_t from, std::int64_t end, bool provenOnly = false);
 
+    // Where a tag stands, ending by `end`, that begins under the tag at `offset` and reaches beyond `next`,
+    // where that one ends; `next` when there is none. If there is one, bytes of the tag above it are missing.
+    std::int64_t tagAcross(std::int64_t offset, std::int64_t next, std::int64_t end);
+
     // True when the caller's progress has said so.
     bool stopped() const { return stopped_; }
     bool going(std::int64_t offset);
 
   private:
+    // Which tags a search takes.
+    enum class Wanted { kAny, kProven, kBeyond };
+
+    std::int64_t search(std::int64_t from, std::int64_t to, std::int64_t end, Wanted wanted);
     std::int64_t naturalEnd(const RIF_TAG& tag, std::int64_t offset, std::int64_t end);
     bool mayResume(std::int64_t offset, std::int64_t end, bool weakly);
     bool isTableEntry(std::int64_t offset);

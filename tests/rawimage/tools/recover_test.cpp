@@ -162,6 +162,13 @@ TEST(Recover, KeepsWhatNoDamageHasTouched) {
 
 // Bytes that went missing on the way, or came in between, cost the tag in which that happened.
 TEST(Recover, FindsTheWayWhereOffsetsHaveMoved) {
+    // Without a checksum only the tag that is cut off tells that bytes are missing.
+    const Sample bare = makeSample({false, false});
+    const int camera = bare.find(TAG_CAMERA_INFO);
+    Contents lacking = bare.bytes;
+    lacking.erase(lacking.begin() + bare.offset(camera) + 60);
+    EXPECT_EQ(recovered(lacking).tags, tagsWithout(bare, {camera}));
+
     const Sample sample = makeSample();
     const int pixels = sample.find(TAG_CHAN_FLOAT2);
     for (const Bytes& file : {sample.bytes, opened(sample.bytes)}) {
