@@ -117,6 +117,8 @@ bool unusedParametersClear(const RIF_TAG& tag) {
                        [](std::int32_t value) { return value == 0; });
 }
 
+const char PayloadCheck::kBytesBehindPixels[] = "bytes behind the end of the pixels";
+
 bool PayloadCheck::looksAt(const RIF_TAG& tag, bool compressed) {
     switch (tag.id) {
         case TAG_CHANNEL_INFO: return isChannelList(tag);

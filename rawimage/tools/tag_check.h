@@ -54,7 +54,7 @@ class PayloadCheck {
     static constexpr std::int64_t kLongestText = 1 << 20;
 
     // What fault() says of compressed pixels that are sound, where more bytes follow in the payload.
-    static constexpr const char* kBytesBehindPixels = "bytes behind the end of the pixels";
+    static const char kBytesBehindPixels[];
 
     // True when fault() looks at this tag's payload at all.
     static bool looksAt(const RIF_TAG& tag, bool compressed);
