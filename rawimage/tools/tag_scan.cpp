@@ -146,7 +146,7 @@ bool Scanner::isSound(Place& place, std::int64_t offset, std::int64_t end, bool 
     if (place.fault == nullptr && next < scan_.fileBytes) place.fault = search_.tableFault(place.tag, offset);
     if (place.fault != nullptr || goesOn || PayloadCheck::looksAt(place.tag, scan_.compressed))
         return place.fault == nullptr;
-    const std::int64_t across = search_.tagAcross(offset, next, end);
+    const std::int64_t across = search_.tagsAcross(place.tag, offset, end);
     if (across == next) return true;
     place.fault = "payload that lacks bytes";
     resume = across;

@@ -251,8 +251,19 @@ std::int64_t TagSearch::search(std::int64_t from, std::int64_t end, bool provenO
     return search(from, end, end, provenOnly ? Wanted::kProven : Wanted::kAny);
 }
 
-std::int64_t TagSearch::tagAcross(std::int64_t offset, std::int64_t next, std::int64_t end) {
-    return search(offset + 1, next, end, Wanted::kBeyond);
+std::int64_t TagSearch::tagsAcross(const RIF_TAG& above, std::int64_t offset, std::int64_t end) {
+    const std::int64_t next = offset + above.size;
+    const std::int64_t last = search(offset + 1, next, end, Wanted::kBeyond);
+    if (last == next || isOpaque(above.id)) return last;
+    for (std::int64_t from = offset + 1; from < last;) {
+        const std::int64_t first = search(from, last);
+        from = first;
+        for (Place place = look(from, last); place.fault == nullptr; place = look(from, last))
+            from += place.tag.size;
+        if (from == last) return first;
+        ++from;
+    }
+    return last;
 }
 
 // Tries the places before `to` for tags that end by `end`; gives `to` when there is none.

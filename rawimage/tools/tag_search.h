@@ -71,9 +71,10 @@ class TagSearch {
     // tags with a checksum, where that is asked for.
     std::int64_t search(std::int64_t from, std::int64_t end, bool provenOnly = false);
 
-    // Where a tag stands, ending by `end`, that begins under the tag at `offset` and reaches beyond `next`,
-    // where that one ends; `next` when there is none. If there is one, bytes of the tag above it are missing.
-    std::int64_t tagAcross(std::int64_t offset, std::int64_t next, std::int64_t end);
+    // Where tags begin under `above`, the tag at `offset`, the last of which ends by `end` and reaches beyond
+    // the end of `above`, which is what comes back when there are none. If there are, bytes of it are
+    // missing.
+    std::int64_t tagsAcross(const RIF_TAG& above, std::int64_t offset, std::int64_t end);
 
     // True when the caller's progress has said so.
     bool stopped() const { return stopped_; }

@@ -2,9 +2,11 @@
 
 #include <zlib.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -45,6 +47,13 @@ inline std::vector<std::string> tagsOf(const Contents& bytes) {
         at += size;
     }
     return tags;
+}
+
+inline std::string noise(std::size_t size) {
+    std::mt19937 random(1);
+    std::string bytes(size, '\0');
+    std::generate(bytes.begin(), bytes.end(), [&random] { return static_cast<char>(random()); });
+    return bytes;
 }
 
 inline std::string zipped(const std::string& bytes, int level) {

@@ -168,6 +168,14 @@ TEST(Recover, FindsTheWayWhereOffsetsHaveMoved) {
     Contents lacking = bare.bytes;
     lacking.erase(lacking.begin() + bare.offset(camera) + 60);
     EXPECT_EQ(recovered(lacking).tags, tagsWithout(bare, {camera}));
+    // Small tags behind a large one vanish under it as a whole.
+    Bytes open = Bytes().fileHeader(0).tag(TAG_PREVIEW, 3000, {100, 10}).zeros(3000);
+    open.tag(TAG_RESOLUTION, 0, {16, 8}).tag(TAG_REGIONS_INFO, 0, {16, 8, 0});
+    addPixels(open, 0, {0, 0, 16, 8}, zipped(noise(16 * 8 * 4), 9));
+    std::vector<std::string> written = tagsOf(open);
+    open.erase(open.begin() + 512, open.begin() + 1024);
+    written.erase(written.begin());
+    EXPECT_EQ(recovered(open).tags, written);
 
     const Sample sample = makeSample();
     const int pixels = sample.find(TAG_CHAN_FLOAT2);

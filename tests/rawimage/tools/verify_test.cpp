@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <map>
-#include <random>
 
 #include "tests/testing/check.h"
 
@@ -13,17 +12,6 @@
 using namespace testing_tools;
 using namespace MUtils;
 using testing::HasSubstr;
-
-namespace {
-
-std::string noise(std::size_t size) {
-    std::mt19937 random(1);
-    std::string bytes(size, '\0');
-    std::generate(bytes.begin(), bytes.end(), [&random] { return static_cast<char>(random()); });
-    return bytes;
-}
-
-}  // namespace
 
 TEST(Verify, GivesAVerdict) {
     const Sample sample = makeSample();
