@@ -144,7 +144,7 @@ bool Scanner::isSound(Place& place, std::int64_t offset, std::int64_t end, bool 
     const bool goesOn = there.fault == nullptr || next == scan_.fileBytes;
     if (thorough || !goesOn) place.fault = search_.payloadFault(place.tag, offset);
     if (place.fault == nullptr && next < scan_.fileBytes) place.fault = search_.tableFault(place.tag, offset);
-    if (place.fault != nullptr || goesOn || PayloadCheck::looksAt(place.tag, scan_.compressed))
+    if (place.fault != nullptr || goesOn || provesItself(place.tag, scan_.compressed))
         return place.fault == nullptr;
     const std::int64_t across = search_.tagsAcross(place.tag, offset, end);
     if (across == next) return true;

@@ -17,9 +17,11 @@ constexpr std::int64_t kBudgetPerByte = 64;
 constexpr std::int64_t kLeastBudget = 1 << 25;
 constexpr std::int64_t kEntriesAtOnce = 1024;
 
-// Payloads that may hold anything, whole files with tags of their own, too.
+// Payloads that may hold anything, whole files with tags of their own, too; and a table, which looks like
+// tags.
 bool isOpaque(std::uint32_t tagId) {
-    return tagId == TAG_STAMP || tagId == TAG_OVERLAY_TEXTS || tagId == TAG_SETTINGS;
+    return tagId == TAG_STAMP || tagId == TAG_OVERLAY_TEXTS || tagId == TAG_SETTINGS ||
+           tagId == TAG_INFO_TAGS;
 }
 
 }  // namespace
@@ -47,7 +49,7 @@ void TableExtents::load(PStream& stream, const TagScan& scan) {
                 continue;
             const auto at = static_cast<std::int64_t>(entry.offset);
             if (headerFault(entry, at, scan.fileBytes, scan.compressed) == nullptr)
-                extents_.push_back({at, at + entry.size});
+                extents_.push_back({at, at + entry.size, isOpaque(entry.id)});
         }
     }
     std::sort(extents_.begin(), extents_.end(),
@@ -63,8 +65,9 @@ std::vector<TableExtents::Extent>::const_iterator TableExtents::lastUpTo(std::in
     return after == extents_.begin() ? extents_.end() : after - 1;
 }
 
-bool TableExtents::covers(std::int64_t offset) const {
+bool TableExtents::covers(std::int64_t offset, bool holdsTags) const {
     const auto extent = lastUpTo(offset);
+    if (extent != extents_.end() && holdsTags && !extent->opaque) return false;
     return extent != extents_.end() && extent->offset < offset && offset < extent->end;
 }
 
@@ -170,10 +173,12 @@ bool TagSearch::endsEarly(const RIF_TAG& tag, std::int64_t offset) {
 }
 
 bool TagSearch::stands(const RIF_TAG& tag, std::int64_t offset, std::int64_t end) {
+    // A checksum says more than a table, but a blob may be a file with checksums of its own.
+    const bool proves = provesItself(tag, scan_.compressed);
     if (headerFault(tag, offset, end, scan_.compressed) != nullptr || !unusedParametersClear(tag) ||
-        table().covers(offset) || payloadFault(tag, offset) != nullptr)
+        table().covers(offset, proves) || payloadFault(tag, offset) != nullptr)
         return false;
-    if (provesItself(tag, scan_.compressed) || table().endOf(offset) == offset + tag.size) return true;
+    if (proves || table().endOf(offset) == offset + tag.size) return true;
     const std::int64_t next = offset + tag.size;
     return leadsOn(look(next, scan_.fileBytes), next) && !isTableEntry(offset);
 }
@@ -214,7 +219,7 @@ std::int64_t TagSearch::nextAfter(std::int64_t offset, const Place& place, std::
     const bool cut = cutInPayload(tag, offset, end, scan_.compressed);
     // Nobody hides tags in a note or a record, so a tag under one that seems cut was written behind it.
     if (cut && byParameters >= 0 && end == scan_.fileBytes)
-        return isOpaque(tag.id) ? end : search(start, end, true);
+        return isOpaque(tag.id) ? end : search(start, end);
     const std::int64_t listed = table().endOf(offset);
     if (listed >= start && mayResume(listed, end, false)) return listed;
     const std::int64_t bySize = offset + tag.size;
@@ -231,7 +236,11 @@ std::int64_t TagSearch::nextAfter(std::int64_t offset, const Place& place, std::
     };
     std::sort(std::begin(ways), std::end(ways));
     for (const auto& [way, weakly] : ways) {
-        if (way >= start && mayResume(way, end, weakly)) return way;
+        if (way < start || !mayResume(way, end, weakly)) continue;
+        if (way == end || look(way, end).fault == nullptr) return way;
+        RIF_TAG above = tag;
+        above.size = static_cast<std::uint32_t>(way - offset);
+        return tagsAcross(above, offset, end);
     }
     // A size that nothing confirms may have been damaged so that it reaches over sound tags.
     const bool sizeLeadsOn = bySize >= start && mayResume(bySize, end, true);
@@ -247,13 +256,13 @@ int TagSearch::readChunk(std::int64_t offset, std::int64_t size) {
     return got;
 }
 
-std::int64_t TagSearch::search(std::int64_t from, std::int64_t end, bool provenOnly) {
-    return search(from, end, end, provenOnly ? Wanted::kProven : Wanted::kAny);
+std::int64_t TagSearch::search(std::int64_t from, std::int64_t end) {
+    return search(from, end, end, false);
 }
 
 std::int64_t TagSearch::tagsAcross(const RIF_TAG& above, std::int64_t offset, std::int64_t end) {
     const std::int64_t next = offset + above.size;
-    const std::int64_t last = search(offset + 1, next, end, Wanted::kBeyond);
+    const std::int64_t last = search(offset + 1, next, end, true);
     if (last == next || isOpaque(above.id)) return last;
     for (std::int64_t from = offset + 1; from < last;) {
         const std::int64_t first = search(from, last);
@@ -266,8 +275,9 @@ std::int64_t TagSearch::tagsAcross(const RIF_TAG& above, std::int64_t offset, st
     return last;
 }
 
-// Tries the places before `to` for tags that end by `end`; gives `to` when there is none.
-std::int64_t TagSearch::search(std::int64_t from, std::int64_t to, std::int64_t end, Wanted wanted) {
+// Tries the places before `to` for tags that end by `end`, and `beyond` it where that is asked for; gives
+// `to` when there is none.
+std::int64_t TagSearch::search(std::int64_t from, std::int64_t to, std::int64_t end, bool beyond) {
     std::int64_t step = kFirstChunk;
     const std::int64_t last = std::min(to, end - kTagHeaderBytes + 1);
     for (std::int64_t start = from; start < last && budget_ > 0 && going(start);) {
@@ -281,8 +291,7 @@ std::int64_t TagSearch::search(std::int64_t from, std::int64_t to, std::int64_t 
             const std::uint32_t id = loadU32(chunk_.data() + at);
             if (id < kFirstTagId || id > kLastTagId) continue;
             const RIF_TAG tag = decodeTag(chunk_.data() + at);
-            if (wanted == Wanted::kProven && !provesItself(tag, scan_.compressed)) continue;
-            if (wanted == Wanted::kBeyond && start + at + tag.size <= to) continue;
+            if (beyond && start + at + tag.size <= to) continue;
             if (stands(tag, start + at, end)) return start + at;
         }
         start += step;

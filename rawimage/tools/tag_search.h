@@ -19,8 +19,9 @@ class TableExtents {
     // std::bad_alloc.
     void load(PStream& stream, const TagScan& scan);
 
-    // True when `offset` lies inside a tag, behind its first byte.
-    bool covers(std::int64_t offset) const;
+    // True when `offset` lies inside a tag, behind its first byte; one that may hold tags, where `holdsTags`
+    // asks for that.
+    bool covers(std::int64_t offset, bool holdsTags) const;
     // Where the tag that begins at `offset` ends; -1 when none is listed there.
     std::int64_t endOf(std::int64_t offset) const;
 
@@ -28,6 +29,7 @@ class TableExtents {
     struct Extent {
         std::int64_t offset;
         std::int64_t end;
+        bool opaque;
     };
 
     std::vector<Extent>::const_iterator lastUpTo(std::int64_t offset) const;
@@ -67,9 +69,8 @@ class TagSearch {
     // come first; else every byte is tried.
     std::int64_t nextAfter(std::int64_t offset, const Place& place, std::int64_t end);
 
-    // The first place from `from` on where a tag stands that ends by `end`; `end` when there is none. Only
-    // tags with a checksum, where that is asked for.
-    std::int64_t search(std::int64_t from, std::int64_t end, bool provenOnly = false);
+    // The first place from `from` on where a tag stands that ends by `end`; `end` when there is none.
+    std::int64_t search(std::int64_t from, std::int64_t end);
 
     // Where tags begin under `above`, the tag at `offset`, the last of which ends by `end` and reaches beyond
     // the end of `above`, which is what comes back when there are none. If there are, bytes of it are
@@ -81,10 +82,7 @@ class TagSearch {
     bool going(std::int64_t offset);
 
   private:
-    // Which tags a search takes.
-    enum class Wanted { kAny, kProven, kBeyond };
-
-    std::int64_t search(std::int64_t from, std::int64_t to, std::int64_t end, Wanted wanted);
+    std::int64_t search(std::int64_t from, std::int64_t to, std::int64_t end, bool beyond);
     std::int64_t naturalEnd(const RIF_TAG& tag, std::int64_t offset, std::int64_t end);
     bool mayResume(std::int64_t offset, std::int64_t end, bool weakly);
     bool isTableEntry(std::int64_t offset);
