@@ -238,6 +238,7 @@ std::int64_t TagSearch::nextAfter(std::int64_t offset, const Place& place, std::
     for (const auto& [way, weakly] : ways) {
         if (way < start || !mayResume(way, end, weakly)) continue;
         if (way == end || look(way, end).fault == nullptr) return way;
+        // It leads to what is cut itself: tags that stand across that place count for more.
         RIF_TAG above = tag;
         above.size = static_cast<std::uint32_t>(way - offset);
         return tagsAcross(above, offset, end);
