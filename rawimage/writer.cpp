@@ -73,6 +73,11 @@ ErrorCode RIFile::Close() {
     return result;
 }
 
+int RIFile::fileError() const {
+    const auto* file = dynamic_cast<const PFileStream*>(ownStream);
+    return file != nullptr ? file->writeError() : 0;
+}
+
 // The tags written so far, as the last tag; then, where the file header keeps it, where that tag begins.
 ErrorCode RIFile::writeTable() {
     const std::int64_t position = stream->Tell();

@@ -47,6 +47,11 @@ class RIFile : public RIFileBase {
     // Off: Close does not wait for the disk. For files that are cheap to make again.
     void setSyncOnClose(bool on) { syncOnClose_ = on; }
 
+    // Why the system refused to write to the file that was opened by name, for whoever has to mend it: an
+    // errno code, 0 when it did not or the stream is the caller's. Holds after Close, until another file is
+    // opened.
+    int fileError() const;
+
     ErrorCode WriteHeader(int bitsPerChannel) override;
     // One tag header. `payloadSize` bytes of payload are for the caller to write next.
     ErrorCode WriteTagHeader(int id, int payloadSize, int p1 = 0, int p2 = 0, int p3 = 0, int p4 = 0,

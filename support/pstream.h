@@ -97,6 +97,9 @@ class PFileStream : public PStream {
     int Create(const char* name, unsigned flags);
 
     const char* name() const { return name_.c_str(); }
+    // The first error of a write since the file was opened, which every later one answers too; 0 when none
+    // failed. Closing does not change it.
+    int writeError() const { return writeError_; }
 
     int Open() override;
     int Close() override;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
+#include <system_error>
 #include <utility>
 
 #include "examples/render_frame/settings.h"
@@ -192,6 +193,12 @@ ErrorCode FrameWriter::finish(WholeFrame* frame) {
     return file_->Close();
 }
 
+std::string FrameWriter::explain(const ErrorCode& error) const {
+    const auto* raw = dynamic_cast<const RIFile*>(file_.get());
+    const int code = raw != nullptr ? raw->fileError() : 0;
+    return (code != 0 ? std::generic_category().message(code) + ": " : "") + error.describe();
+}
+
 FrameOutputs::FrameOutputs(const FrameInfo& info, const std::vector<OutputSpec>& specs) {
     for (const OutputSpec& spec : specs) {
         writers_.push_back(std::make_unique<FrameWriter>(info, spec));
@@ -203,7 +210,7 @@ FrameOutputs::FrameOutputs(const FrameInfo& info, const std::vector<OutputSpec>&
 template <class Step>
 std::string FrameOutputs::forEach(Step step) {
     for (const auto& writer : writers_) {
-        if (const ErrorCode error = step(*writer)) return writer->spec().path + ": " + error.describe();
+        if (const ErrorCode error = step(*writer)) return writer->spec().path + ": " + writer->explain(error);
     }
     return "";
 }

@@ -63,6 +63,8 @@ class FrameWriter {
     ErrorCode fillWithBlack(const std::vector<Bucket>& buckets);
     // Finishes the file. The frame is null for files that do not want it.
     ErrorCode finish(WholeFrame* frame);
+    // What went wrong, with the system's reason where the error does not have it.
+    std::string explain(const ErrorCode& error) const;
 
   private:
     void setCompression();

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <system_error>
+#include <utility>
 
 namespace MUtils {
 
@@ -17,12 +18,15 @@ bool goesIntoTable(std::uint32_t id) {
 }
 
 // A code of 0 is a short count without an error.
+ErrorCode writeFailure(int code) {
+    return ErrorCode(kOperation, code != 0 ? code : -1, "Error writing: %s",
+                     std::generic_category().message(code).c_str());
+}
+
 ErrorCode writeAll(PStream& stream, const void* bytes, int size) {
     int written = 0;
     const int code = stream.Write(bytes, size, written);
-    if (code == 0 && written == size) return {};
-    return ErrorCode(kOperation, code != 0 ? code : -1, "Error writing: %s",
-                     std::generic_category().message(code).c_str());
+    return code == 0 && written == size ? ErrorCode() : writeFailure(code);
 }
 
 }  // namespace
@@ -145,6 +149,14 @@ ErrorCode TagCopier::resume(const std::vector<INFOTAG>& tags, bool compressed) {
     if (code == 0) code = stream->Truncate();
     if (code == 0) return {};
     return ErrorCode("resume", code, "Error cutting the file at %lld.", static_cast<long long>(end));
+}
+
+ErrorCode TagCopier::Close() {
+    ErrorCode error = RIFile::Close();
+    if (error.empty() || fileError() == 0) return error;
+    ErrorCode told = writeFailure(fileError());
+    told.setCause(std::move(error));
+    return told;
 }
 
 ErrorCode TagCopier::leaveOpenEnded() {

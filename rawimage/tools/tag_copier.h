@@ -37,6 +37,8 @@ class TagCopier : public RIFile {
     // Continues the opened file behind the sound tags that a scan found in it, cutting what follows them.
     ErrorCode resume(const std::vector<INFOTAG>& tags, bool compressed);
 
+    // Writes the table and closes; a full disk is told as such.
+    ErrorCode Close() override;
     // Closes the file without a table, as a render leaves it that dies.
     ErrorCode leaveOpenEnded();
 

@@ -206,6 +206,13 @@ TEST_F(RenderFrame, RefusesWhatItCannotGoOnWith) {
     EXPECT_THAT(locked.err, HasSubstr("another writer"));
 }
 
+TEST_F(RenderFrame, TellsWhyAFileCannotBeWritten) {
+    const ProgramResult result = render(kSmall, {"--output", "/dev/full"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.err, HasSubstr("/dev/full: No space left on device: "));
+    EXPECT_EQ(result.errorLines(), 1);
+}
+
 TEST_F(RenderFrame, CompressesOnAnyNumberOfThreadsAtTheLevelAskedFor) {
     renderSmall();
     for (const char* threads : {"1", "2", "5"}) {
