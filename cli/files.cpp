@@ -17,7 +17,7 @@ void requireFolderFor(const std::string& output) {
     const std::filesystem::path folder = std::filesystem::path(output).parent_path();
     std::error_code ignored;
     if (folder.empty() || std::filesystem::is_directory(folder, ignored)) return;
-    throw Failure(ExitCode::kFailure, output, "cannot be written: " + systemMessage(ENOENT));
+    throw Failure(ExitCode::kFailure, output, outputCause(ENOENT));
 }
 
 }  // namespace rimg

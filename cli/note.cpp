@@ -81,8 +81,7 @@ void checkReplaceable(const NoteOptions& options, const std::string& text,
     PFileStream writable;
     const int code =
         writable.Open(options.file.c_str(), PFileStream::kReadWrite, 1, PFileStream::kOpenExisting);
-    if (code != 0)
-        throw Failure(ExitCode::kFailure, options.file, outputCause(ErrorCode("Append", code, "")));
+    if (code != 0) throw Failure(ExitCode::kFailure, options.file, outputCause(code));
     writable.Close();
     if (summary.note.has_value() || summary.verdict == FileVerdict::kGood) return;
     // A new note goes behind the last tag, and with it goes a table that makes the file a finished one.

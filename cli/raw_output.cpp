@@ -15,7 +15,7 @@ int RawOutput::Stream::Write(const void* data, int size, int& bytesWritten) {
 
 RawOutput::RawOutput(const std::string& path) : path_(path) {
     if (const int code = stream_.Create(path.c_str(), 0); code != 0) {
-        throw Failure(ExitCode::kFailure, path_, outputCause(ErrorCode("Create", code, "")));
+        throw Failure(ExitCode::kFailure, path_, outputCause(code));
     }
     open_ = true;
     check(file_.Create(path.c_str(), &stream_));

@@ -33,13 +33,14 @@ std::string systemMessage(int code) {
     return std::generic_category().message(code);
 }
 
-std::string outputCause(const ErrorCode& error) {
-    const int code = error.getError();
-    if (code <= 0 ||
-        (error.operation() != std::string("Create") && error.operation() != std::string("Append")))
-        return error.describe();
+std::string outputCause(int code) {
     const bool locked = code == EWOULDBLOCK;
     return "cannot be written: " + (locked ? "another writer has the file open" : systemMessage(code));
+}
+
+std::string outputCause(const ErrorCode& error) {
+    const bool opening = error.getError() > 0 && error.operation() == std::string("Create");
+    return opening ? outputCause(error.getError()) : error.describe();
 }
 
 }  // namespace rimg

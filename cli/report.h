@@ -41,7 +41,9 @@ void flushOutput();
 // The system's words for an errno code.
 std::string systemMessage(int code);
 
-// Why an output could not be written: the system's words alone when it could not even be opened.
+// Why an output could not be written: the system's words alone when it could not even be opened, which is
+// what an errno code stands for.
 std::string outputCause(const ErrorCode& error);
+std::string outputCause(int code);
 
 }  // namespace rimg

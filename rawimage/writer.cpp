@@ -115,6 +115,7 @@ int RIFile::sync() {
 
 ErrorCode RIFile::WriteHeader(int /*bitsPerChannel*/) {
     if (stream == nullptr) return ErrorCode("WriteHeader", -1, "No file stream");
+    if (mustListFirst_) return ErrorCode("WriteHeader", -1, "Error writing header.");
     header = RIF_HEADER();
     header.magic = RIF_MAGIC;
     header.formatFirst = RIF_FORMAT_FIRST;
@@ -122,7 +123,6 @@ ErrorCode RIFile::WriteHeader(int /*bitsPerChannel*/) {
     header.flags = RIF_COMPRESSED;
     unsigned char bytes[kFileHeaderBytes];
     encodeHeader(header, bytes);
-    if (mustListFirst_) return ErrorCode("WriteHeader", -1, "Error writing header.");
     int written = 0;
     // The reverse of the other checks, deliberately: an error that reports nothing written passes, and Close
     // tells it.

@@ -122,7 +122,7 @@ int RIFile::loadTable(std::uint64_t offset) {
     const std::int64_t reserved = std::min<std::int64_t>(table.p1, held);
     if (reserved > infoTags.Capacity()) infoTags.Realloc(static_cast<int>(reserved));
     // Only of a file of our own is it known that it does not mind how it is read.
-    int i = ownStream != nullptr ? readEntries(std::min<std::int64_t>(table.p1, held - 1)) : 0;
+    int i = stream == ownStream ? readEntries(std::min<std::int64_t>(table.p1, held - 1)) : 0;
     for (; i < table.p1; ++i) {
         unsigned char bytes[kInfoTagBytes] = {};
         const int code = stream->Read(bytes, kInfoTagBytes, got);

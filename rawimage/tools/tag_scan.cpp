@@ -1,6 +1,7 @@
 #include "rawimage/tools/tag_scan.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "rawimage/tools/cross_check.h"
 #include "rawimage/tools/payload_pool.h"
@@ -28,7 +29,7 @@ class Scanner {
     using Place = TagSearch::Place;
 
     bool findFirst(std::int64_t end);
-    std::int64_t searchEither(std::int64_t from, std::int64_t end, bool& compressed);
+    std::pair<std::int64_t, bool> searchEither(std::int64_t from, std::int64_t end);
     void checkFlags(std::int64_t first);
     bool fits(const RIF_TAG& tag, std::int64_t offset, bool compressed);
     bool isSound(Place& place, std::int64_t offset, std::int64_t end, bool thorough, Place& there,
@@ -52,36 +53,36 @@ bool Scanner::begin() {
     if (!readPayloadAt(stream_, 0, kFileHeaderBytes, bytes)) return false;
     scan_.header = decodeHeader(bytes.data());
     scan_.compressed = (scan_.header.flags & RIF_COMPRESSED) != 0;
-    checkFlags(kFileHeaderBytes);
-    if (scan_.header.magic == RIF_MAGIC) return true;
+    if (scan_.header.magic == RIF_MAGIC) {
+        checkFlags(kFileHeaderBytes);
+        return true;
+    }
     scan_.faults.push_back({0, "the file does not begin with the format's magic", {}});
-    const Place first = search_.look(kFileHeaderBytes, scan_.fileBytes);
-    if (first.whole && search_.stands(first.tag, kFileHeaderBytes, scan_.fileBytes)) return true;
     const bool wiped = std::all_of(bytes.data(), bytes.data() + kFileHeaderBytes,
                                    [](unsigned char byte) { return byte == 0; });
     return findFirst(wiped ? scan_.fileBytes : std::min(scan_.fileBytes, kForeignBytes));
 }
 
-// Where the first sectors are gone, what the flags said is gone with them: the earlier tag tells.
+// Where the file header is gone, what the flags said may be gone with it: the earlier tag tells.
 bool Scanner::findFirst(std::int64_t end) {
-    const std::int64_t first = searchEither(kFileHeaderBytes, end, scan_.compressed);
+    const auto [first, compressed] = searchEither(kFileHeaderBytes, end);
+    scan_.compressed = compressed;
     if (first < end) checkFlags(first);
     return first < end;
 }
 
-// The first tag that stands if pixels are compressed, or else if they are not; which, in `compressed`.
-std::int64_t Scanner::searchEither(std::int64_t from, std::int64_t end, bool& compressed) {
+// The first tag before `end` that stands, whether pixels are compressed or not, and which of the two; what is
+// believed of them where that makes no difference.
+std::pair<std::int64_t, bool> Scanner::searchEither(std::int64_t from, std::int64_t end) {
     const bool stated = scan_.compressed;
-    bool flag = stated;
-    for (const bool assumed : {true, false}) {
+    std::pair<std::int64_t, bool> first{end, stated};
+    for (const bool assumed : {stated, !stated}) {
         scan_.compressed = assumed;
-        const std::int64_t found = search_.search(from, end);
-        if (found < end) flag = assumed;
-        end = found;
+        const std::int64_t found = search_.search(from, first.first, scan_.fileBytes);
+        if (found < first.first) first = {found, assumed};
     }
     scan_.compressed = stated;
-    compressed = flag;
-    return end;
+    return first;
 }
 
 bool Scanner::fits(const RIF_TAG& tag, std::int64_t offset, bool compressed) {
@@ -116,8 +117,7 @@ void Scanner::checkFlags(std::int64_t first) {
             leadsOn = leadsOn || mayDeny;
         }
         if (!leadsOn && ++astray > kTimesAstray) break;
-        bool either = stated;
-        offset = leadsOn ? offset + place.tag.size : searchEither(offset + 1, scan_.fileBytes, either);
+        offset = leadsOn ? offset + place.tag.size : searchEither(offset + 1, scan_.fileBytes).first;
     }
     // One tag alone that denies the flag may be the one that is damaged: its size leads astray.
     if (denied == 0 || (astray > 0 && denied < 2)) return;

@@ -257,10 +257,6 @@ int TagSearch::readChunk(std::int64_t offset, std::int64_t size) {
     return got;
 }
 
-std::int64_t TagSearch::search(std::int64_t from, std::int64_t end) {
-    return search(from, end, end, false);
-}
-
 std::int64_t TagSearch::tagsAcross(const RIF_TAG& above, std::int64_t offset, std::int64_t end) {
     const std::int64_t next = offset + above.size;
     const std::int64_t last = search(offset + 1, next, end, true);
@@ -276,8 +272,6 @@ std::int64_t TagSearch::tagsAcross(const RIF_TAG& above, std::int64_t offset, st
     return last;
 }
 
-// Tries the places before `to` for tags that end by `end`, and `beyond` it where that is asked for; gives
-// `to` when there is none.
 std::int64_t TagSearch::search(std::int64_t from, std::int64_t to, std::int64_t end, bool beyond) {
     std::int64_t step = kFirstChunk;
     const std::int64_t last = std::min(to, end - kTagHeaderBytes + 1);

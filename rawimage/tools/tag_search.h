@@ -70,7 +70,10 @@ class TagSearch {
     std::int64_t nextAfter(std::int64_t offset, const Place& place, std::int64_t end);
 
     // The first place from `from` on where a tag stands that ends by `end`; `end` when there is none.
-    std::int64_t search(std::int64_t from, std::int64_t end);
+    std::int64_t search(std::int64_t from, std::int64_t end) { return search(from, end, end); }
+    // Tries the places before `to` for tags that end by `end`, and beyond `to` where that is asked for; gives
+    // `to` when there is none.
+    std::int64_t search(std::int64_t from, std::int64_t to, std::int64_t end, bool beyond = false);
 
     // Where tags begin under `above`, the tag at `offset`, the last of which ends by `end` and reaches beyond
     // the end of `above`, which is what comes back when there are none. If there are, bytes of it are
@@ -82,7 +85,6 @@ class TagSearch {
     bool going(std::int64_t offset);
 
   private:
-    std::int64_t search(std::int64_t from, std::int64_t to, std::int64_t end, bool beyond);
     std::int64_t naturalEnd(const RIF_TAG& tag, std::int64_t offset, std::int64_t end);
     bool mayResume(std::int64_t offset, std::int64_t end, bool weakly);
     bool isTableEntry(std::int64_t offset);
