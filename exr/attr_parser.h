@@ -2,7 +2,7 @@
 
 #include <ImfForward.h>
 
-#include "support/error_code.h"
+#include "../support/error_code.h"
 
 // Free-form metadata as one text, "name=value; name=value", and the typed OpenEXR attributes that it stands
 // for.

@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "rawimage/output_file.h"
+#include "../rawimage/output_file.h"
 
 class ExrFileDataBase;
 

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "rawimage/records.h"
+#include "records.h"
 
 // The facts of the raw image file: a 32-byte file header, then tags of a 40-byte header and a payload each,
 // at the end of a finished file the table of its tags. docs/raw_format.md tells the whole story. Encoders and

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "rawimage/records.h"
-#include "support/error_code.h"
-#include "support/pstream.h"
-#include "support/table.h"
+#include "../support/error_code.h"
+#include "../support/pstream.h"
+#include "../support/table.h"
+#include "records.h"
 
 class RIFileCallback;
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "support/mbvtable.h"
-#include "support/rgb24.h"
-#include "support/table.h"
+#include "../support/mbvtable.h"
+#include "../support/rgb24.h"
+#include "../support/table.h"
 
 // The storage class of a render channel's values. Types 2 and 5 share size and tag; the EXR writers name the
 // components of a colour R, G, B and those of a vector X, Y, Z.

@@ -4,11 +4,11 @@
 #include <memory>
 #include <vector>
 
-#include "rawimage/format.h"
-#include "rawimage/output_file.h"
-#include "support/deflate.h"
-#include "support/job_queue.h"
-#include "support/scratch_buffer.h"
+#include "../support/deflate.h"
+#include "../support/job_queue.h"
+#include "../support/scratch_buffer.h"
+#include "format.h"
+#include "output_file.h"
 
 class RegionPacker;
 struct PixelShape;

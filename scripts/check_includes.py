@@ -7,6 +7,7 @@ PUBLIC_HEADERS names a file with one public header a line, relative to ROOT. Pri
 exits with 1 if there is one.
 """
 
+import posixpath
 import re
 import sys
 from pathlib import Path
@@ -78,9 +79,15 @@ def allowed(target, rules, public, own_top):
     return False
 
 
+# Public headers include each other by relative paths: a host may have files of the same names in its include path.
+def resolve(path, target, public):
+    return posixpath.normpath(posixpath.join(folder_of(path), target)) if path in public else target
+
+
 def check_own(path, target, known, public):
     if target not in known:
-        return f'"{target}" is no file of this project (paths start at the root; foreign headers go in <>)'
+        start = "this header's own folder" if path in public else "the root"
+        return f'"{target}" is no file of this project (paths start at {start}; foreign headers go in <>)'
     own_top = path.split("/")[0] if path.split("/")[0] in PROGRAMS else None
     if not allowed(target, rules_for(path), public, own_top):
         return f'"{target}" is out of reach for {folder_of(path)}/'
@@ -143,6 +150,8 @@ def main():
             if not match:
                 continue
             quote, target = match.groups()
+            if quote == '"':
+                target = resolve(path, target, public)
             check = check_own if quote == '"' else check_foreign
             breach = check(path, target, known, public)
             if breach:

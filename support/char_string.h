@@ -1,6 +1,6 @@
 #pragma once
 
-#include "support/table.h"
+#include "table.h"
 
 namespace MUtils {
 

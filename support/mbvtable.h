@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "support/pstream.h"
+#include "pstream.h"
 
 namespace MUtils {
 

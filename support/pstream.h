@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <string>
 
-#include "support/scratch_buffer.h"
+#include "scratch_buffer.h"
 
 namespace MUtils {
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "support/mbvtable.h"
-#include "support/rgb24.h"
+#include "mbvtable.h"
+#include "rgb24.h"
 
 namespace MUtils {
 

@@ -33,7 +33,7 @@ PKG_CONFIG_PATH=$(dirname "$pc")
 export PKG_CONFIG_PATH
 # The flags are words of their own.
 # shellcheck disable=SC2046
-"$cxx" -std=c++17 $(pkg-config --cflags rawimage) "$consumer/main.cpp" -o "$work/consumer" \
+"$cxx" -std=c++17 -I"$consumer/host" $(pkg-config --cflags rawimage) "$consumer/main.cpp" -o "$work/consumer" \
     $(pkg-config --libs rawimage)
 LD_LIBRARY_PATH=$(pkg-config --variable=libdir rawimage) "$work/consumer" "$work/pkgconfig.rimg"
 check_file "$work/pkgconfig.rimg"

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "rawimage/format.h"
-#include "rawimage/records.h"
-#include "support/pstream.h"
+#include "../../support/pstream.h"
+#include "../format.h"
+#include "../records.h"
 
 // The sink that the readers deliver a file to. The reader walks the tags; for each it first asks parseTag,
 // then decodes the payload and calls the one operation of the tag's kind. Only the four pure operations must

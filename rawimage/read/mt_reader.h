@@ -4,8 +4,8 @@
 #include <memory>
 #include <vector>
 
-#include "rawimage/writer.h"
-#include "support/job_queue.h"
+#include "../../support/job_queue.h"
+#include "../writer.h"
 
 // A raw image file whose ParseFile decodes pixel tags on worker threads. One thread reads the whole file; see
 // rawimage/read/callback.h for what is called where.

@@ -2,11 +2,11 @@
 
 #include <cstdint>
 
-#include "rawimage/format.h"
-#include "support/deflate.h"
-#include "support/mbvtable.h"
-#include "support/pstream.h"
-#include "support/scratch_buffer.h"
+#include "../../support/deflate.h"
+#include "../../support/mbvtable.h"
+#include "../../support/pstream.h"
+#include "../../support/scratch_buffer.h"
+#include "../format.h"
 
 class RIFileCallback;
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "rawimage/tools/missing_boxes.h"
-#include "support/error_code.h"
+#include "../../support/error_code.h"
+#include "missing_boxes.h"
 
 // One file out of several that hold pieces of the same frame, by copying: nothing is compressed again.
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "rawimage/tools/coverage.h"
+#include "coverage.h"
 
 namespace MUtils {
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "rawimage/tools/accepting_callback.h"
-#include "rawimage/tools/info.h"
+#include "accepting_callback.h"
+#include "info.h"
 
 // The note of an existing raw image file.
 

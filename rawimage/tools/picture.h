@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "support/rgb24.h"
+#include "../../support/rgb24.h"
 
 // A picture of any channel of a raw image file, for people to look at. Where makeRawImagePreview serves the
 // renderer's own browser with the colour channel, this shows every kind of channel, takes unfinished and

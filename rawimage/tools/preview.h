@@ -1,8 +1,8 @@
 #pragma once
 
-#include "rawimage/tools/accepting_callback.h"
-#include "rawimage/tools/info.h"
-#include "support/rd_preview.h"
+#include "../../support/rd_preview.h"
+#include "accepting_callback.h"
+#include "info.h"
 
 // Fills the W x H pixels of `out` with a preview of the file: the stored thumbnail when there is one, else a
 // rendering of the colour channel. The thumbnail is copied to the top left corner, cropped and never scaled;

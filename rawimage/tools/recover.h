@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "support/error_code.h"
+#include "../../support/error_code.h"
 
 // Saves what is sound of a damaged or unfinished raw image file.
 

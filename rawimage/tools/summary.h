@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "rawimage/format.h"
+#include "../format.h"
 
 // What a raw image file holds, told from one walk over its headers and small records. Pixels are not read, so
 // a file of any size is summarised quickly, and what they decompress to is taken from their headers.

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "rawimage/tools/missing_boxes.h"
-#include "support/pstream.h"
+#include "../../support/pstream.h"
+#include "missing_boxes.h"
 
 // Whether a raw image file is what was written, and whether it is all there.
 

@@ -1,3 +1,15 @@
+#include "exr/attr_parser.h"
+#include "exr/exr_file.h"
+#include "exr/host.h"
+#include "rawimage/read/mt_reader.h"
+#include "rawimage/tools/merge.h"
+#include "rawimage/tools/note.h"
+#include "rawimage/tools/picture.h"
+#include "rawimage/tools/preview.h"
+#include "rawimage/tools/recover.h"
+#include "rawimage/tools/settings.h"
+#include "rawimage/tools/summary.h"
+#include "rawimage/tools/verify.h"
 #include "rawimage/writer.h"
 
 int main(int argc, char** argv) {

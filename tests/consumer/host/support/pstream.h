@@ -1,0 +1,1 @@
+#error "a header of the host took the place of one of the library"
