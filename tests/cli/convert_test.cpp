@@ -74,6 +74,10 @@ struct PixelCase {
     bool cut = false;                    // pixels outside the frame
 };
 
+void PrintTo(const PixelCase& pixelCase, std::ostream* out) {
+    *out << pixelCase.name;
+}
+
 ExrSample oneImage(const Imath::Box2i& display, const Imath::Box2i& window, int tile = 0) {
     const char* const channels =
         "A:h B:h G:f R:h Z:f c.A:f c.B:h c.G:h c.R:f id:u m.X:f m.Y:h n.X:f n.Y:f n.Z:f v:h x.R:f x.G:f "
@@ -130,7 +134,7 @@ TEST_P(ConvertPixels, AreTheSameBitForBit) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Layouts, ConvertPixels, testing::ValuesIn(kPixelCases),
-                         [](const auto& instance) { return std::string(instance.param.name); });
+                         testing::PrintToStringParamName());
 
 TEST(Convert, AttributesGoBackIntoTags) {
     const TempFolder folder;

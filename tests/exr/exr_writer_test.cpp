@@ -83,9 +83,17 @@ TEST(ExrChannels, NamesPartsAndTypes) {
 
 class ExrCompression : public testing::TestWithParam<std::tuple<int, int, int>> {};
 
+std::string nameOf(const testing::TestParamInfo<ExrCompression::ParamType>& of) {
+    const auto [kind, setting, bits] = of.param;
+    const char* const kinds[] = {"Scanline", "Tiled", "MultiPart"};
+    return std::string(kinds[kind]) + "_Setting" + (setting < 0 ? "Negative" : std::to_string(setting)) +
+           "_" + std::to_string(bits) + "Bits";
+}
+
 INSTANTIATE_TEST_SUITE_P(All, ExrCompression,
                          testing::Combine(testing::Values(0, 1, 2), testing::Range(-1, 12),
-                                          testing::Values(16, 17)));
+                                          testing::Values(16, 17)),
+                         nameOf);
 
 TEST_P(ExrCompression, KeepsEveryPixel) {
     const auto [kind, setting, bits] = GetParam();

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <ostream>
 #include <vector>
 
 #if defined(__SSE__)
@@ -41,11 +42,22 @@ std::uint32_t expectedSlot(std::uint32_t bits) {
     return (bits & 0xffff0000u) | (std::fabs(value) > 0 ? half(value).bits() : 0u);
 }
 
-class HalfConversion : public testing::TestWithParam<Convert> {
+struct Path {
+    const char* name;
+    Convert convert;
+};
+
+void PrintTo(const Path& path, std::ostream* out) {
+    *out << path.name;
+}
+
+class HalfConversion : public testing::TestWithParam<Path> {
   protected:
     void SetUp() override {
-        if (GetParam() == convertFloatsToHalfF16C && !hasHalfInstructions()) GTEST_SKIP() << "no F16C here";
+        if (convert_ == convertFloatsToHalfF16C && !hasHalfInstructions()) GTEST_SKIP() << "no F16C here";
     }
+
+    const Convert convert_ = GetParam().convert;
 };
 
 TEST_P(HalfConversion, NamedValues) {
@@ -62,7 +74,7 @@ TEST_P(HalfConversion, NamedValues) {
     for (const auto& row : rows)
         // The slot's upper half stays. Once alone and once in a full vector.
         for (const std::size_t count : {1u, 8u}) {
-            const Slots slots = converted(GetParam(), Slots(count, bitsOf(row.value)));
+            const Slots slots = converted(convert_, Slots(count, bitsOf(row.value)));
             EXPECT_EQ(slots, Slots(count, (bitsOf(row.value) & 0xffff0000u) | row.half)) << row.value;
         }
 }
@@ -73,7 +85,7 @@ TEST_P(HalfConversion, EveryUpperHalfIsRoundedToNearest) {
         for (const std::uint32_t lower :
              {0x0000u, 0x0001u, 0x0fffu, 0x1000u, 0x1001u, 0x3000u, 0x8000u, 0xf000u, 0xffffu})
             bits.push_back(upper << 16 | lower);
-    const Slots slots = converted(GetParam(), bits);
+    const Slots slots = converted(convert_, bits);
     for (std::size_t i = 0; i < bits.size(); ++i)
         ASSERT_EQ(slots[i], expectedSlot(bits[i])) << std::hex << bits[i];
 }
@@ -81,7 +93,7 @@ TEST_P(HalfConversion, EveryUpperHalfIsRoundedToNearest) {
 TEST_P(HalfConversion, TouchesTheGivenSlotsOnly) {
     for (const int count : {-1, 0, 1, 7, 8, 9, 15, 16, 17, 31}) {
         std::vector<float> data(40, 3.0f);
-        GetParam()(data.data() + 1, count);  // not aligned to a vector
+        convert_(data.data() + 1, count);  // not aligned to a vector
         Slots expected(40, bitsOf(3.0f)), actual(40);
         for (int i = 0; i < count; ++i)
             expected[static_cast<std::size_t>(i) + 1] = 0x40404200;
@@ -92,8 +104,10 @@ TEST_P(HalfConversion, TouchesTheGivenSlotsOnly) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Paths, HalfConversion,
-                         testing::Values(convertFloatsToHalf, convertFloatsToHalfPlain,
-                                         convertFloatsToHalfF16C));
+                         testing::Values(Path{"Chosen", convertFloatsToHalf},
+                                         Path{"Plain", convertFloatsToHalfPlain},
+                                         Path{"F16C", convertFloatsToHalfF16C}),
+                         testing::PrintToStringParamName());
 
 #if defined(__SSE__)
 // Render threads often flush subnormals, and some change the rounding.

@@ -112,8 +112,14 @@ Script scriptOf(int number) {
     return number == 0 ? createScript() : appendScript("", number % 2 == 1, number < 3);
 }
 
-// To a new file; to a finished and an unfinished one, compressed (1, 2) and raw (3, 4).
-INSTANTIATE_TEST_SUITE_P(Scripts, PowerCut, testing::Range(0, 5));
+// To a new file; to a finished and an unfinished one.
+std::string nameOf(const testing::TestParamInfo<int>& of) {
+    const char* const names[] = {"NewFile", "FinishedCompressed", "UnfinishedCompressed", "FinishedRaw",
+                                 "UnfinishedRaw"};
+    return names[of.param];
+}
+
+INSTANTIATE_TEST_SUITE_P(Scripts, PowerCut, testing::Range(0, 5), nameOf);
 
 }  // namespace
 

@@ -6,6 +6,7 @@
 
 #include <climits>
 #include <memory>
+#include <ostream>
 #include <random>
 
 #include "tests/testing/bytes.h"
@@ -42,6 +43,10 @@ void write(PStream& stream, const std::string& text) {
 
 enum class Kind { kFile, kMemory, kBuffer };
 
+void PrintTo(Kind kind, std::ostream* out) {
+    *out << (kind == Kind::kFile ? "File" : kind == Kind::kMemory ? "Memory" : "Buffer");
+}
+
 // A stream of each kind, open, at 0, with ten digits in it.
 class Contract : public testing::TestWithParam<Kind> {
   public:
@@ -63,7 +68,8 @@ class Contract : public testing::TestWithParam<Kind> {
     std::unique_ptr<PStream> stream;
 };
 
-INSTANTIATE_TEST_SUITE_P(Streams, Contract, testing::Values(Kind::kFile, Kind::kMemory, Kind::kBuffer));
+INSTANTIATE_TEST_SUITE_P(Streams, Contract, testing::Values(Kind::kFile, Kind::kMemory, Kind::kBuffer),
+                         testing::PrintToStringParamName());
 
 }  // namespace
 

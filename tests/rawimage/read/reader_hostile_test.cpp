@@ -99,7 +99,14 @@ class Hostile : public testing::TestWithParam<std::tuple<bool, bool, bool>> {
     bool lengthHidden_ = false;
 };
 
-INSTANTIATE_TEST_SUITE_P(All, Hostile, testing::Combine(testing::Bool(), testing::Bool(), testing::Bool()));
+std::string nameOf(const testing::TestParamInfo<Hostile::ParamType>& of) {
+    const auto [closed, compressed, lengthHidden] = of.param;
+    return std::string(closed ? "Closed" : "Unclosed") + (compressed ? "Compressed" : "Raw") +
+           (lengthHidden ? "OfUnknownLength" : "");
+}
+
+INSTANTIATE_TEST_SUITE_P(All, Hostile, testing::Combine(testing::Bool(), testing::Bool(), testing::Bool()),
+                         nameOf);
 
 TEST_P(Hostile, EveryHeaderField) {
     constexpr std::int32_t kValues[] = {0,       1,  39,      40,     41,
