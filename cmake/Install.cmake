@@ -40,6 +40,7 @@ configure_package_config_file(cmake/rawimageConfig.cmake.in "${PROJECT_BINARY_DI
 write_basic_package_version_file("${PROJECT_BINARY_DIR}/rawimageConfigVersion.cmake"
     COMPATIBILITY SameMajorVersion)
 install(FILES "${PROJECT_BINARY_DIR}/rawimageConfig.cmake" "${PROJECT_BINARY_DIR}/rawimageConfigVersion.cmake"
+    cmake/RawimageImath.cmake
     DESTINATION "${RAWIMAGE_CMAKEDIR}")
 
 # The .pc file finds its prefix from where it lies, so an installed tree can be moved.
