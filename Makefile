@@ -1,49 +1,66 @@
-# make demo and make test do everything on a fresh Debian 12 machine, packages included.
+# make demo and make test do everything on a fresh Debian 12 machine, packages included: each target installs what it
+# needs itself, and no more.
 JOBS ?= $(shell nproc)
+PREFIX ?= /usr/local
 
-.PHONY: help demo test bench sanitize fuzz format check-format setup clean
+.PHONY: help demo install test bench sanitize fuzz format check-format setup clean
 
 help:
 	@echo "make demo          render a frame, write it, show what is in it (DEMO_EXR=file.exr: that frame too)"
+	@echo "make install       install library, headers and rimg (PREFIX=$(PREFIX), DESTDIR=)"
 	@echo "make test          build and run every test"
 	@echo "make bench         measure against the plain library calls; tables go to build/bench/"
 	@echo "make sanitize      run the tests under the sanitizers"
 	@echo "make fuzz          run the fuzz targets, FUZZ_SECONDS=7200 each"
 	@echo "make format        lay the code out; make check-format only looks"
+	@echo "make setup         install the packages of all of these"
 	@echo "make clean         remove build/ and out/"
 
 setup:
-	@scripts/setup.sh
+	@scripts/setup.sh all
 
-demo: setup
-	scripts/configure.sh build/release -DCMAKE_BUILD_TYPE=Release -DRAWIMAGE_BUILD_TESTS=OFF
+release = scripts/configure.sh build/release -DCMAKE_BUILD_TYPE=Release -DRAWIMAGE_BUILD_TESTS=OFF
+
+demo:
+	@scripts/setup.sh demo
+	$(release) -DRAWIMAGE_BUILD_BENCHMARKS=OFF
 	cmake --build build/release -j $(JOBS) --target render_frame rimg
 	scripts/demo.sh build/release out
 
+install:
+	@scripts/setup.sh demo
+	$(release) -DRAWIMAGE_BUILD_BENCHMARKS=OFF
+	cmake --build build/release -j $(JOBS) --target rawimage rimg
+	@DESTDIR="$(DESTDIR)" scripts/install.sh build/release "$(PREFIX)"
+
 # The flags keep the asserts, which a release leaves out.
-test: setup
+test:
+	@scripts/setup.sh test
 	scripts/configure.sh build/test -DCMAKE_BUILD_TYPE=RelWithDebInfo \
 	    -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O2 -g" -DRAWIMAGE_BUILD_TESTS=ON -DRAWIMAGE_WERROR=ON
 	cmake --build build/test -j $(JOBS)
 	ctest --test-dir build/test --output-on-failure --no-tests=error -j 2
 
-bench: setup
-	scripts/configure.sh build/release -DCMAKE_BUILD_TYPE=Release -DRAWIMAGE_BUILD_TESTS=OFF
+bench:
+	@scripts/setup.sh bench
+	$(release) -DRAWIMAGE_BUILD_BENCHMARKS=ON
 	cmake --build build/release -j $(JOBS) --target render_frame rimg bench_rawimage bench_growth
 	scripts/bench.sh build/release build/bench-data build/bench
 
-sanitize: setup
+sanitize:
 	JOBS=$(JOBS) scripts/sanitize.sh address
 	JOBS=$(JOBS) scripts/sanitize.sh thread
 
 FUZZ_SECONDS ?= 7200
-fuzz: setup
+fuzz:
 	JOBS=$(JOBS) scripts/fuzz.sh $(FUZZ_SECONDS)
 
-format: setup
+format:
+	@scripts/setup.sh format
 	scripts/format.sh
 
-check-format: setup
+check-format:
+	@scripts/setup.sh format
 	scripts/format.sh --check
 
 clean:

@@ -7,6 +7,8 @@ set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 jobs=${JOBS:-$(nproc)}
 
+"$root/scripts/setup.sh" inflate
+
 # answers BUILD_DIR LIBDEFLATE: the build with zlib is that of the tests.
 answers() {
     local build=$root/build/$1

@@ -7,7 +7,7 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 formatter=${CLANG_FORMAT:-clang-format-14}
 
 if ! command -v "$formatter" >/dev/null; then
-    echo "format: $formatter is not installed; scripts/setup.sh installs it" >&2
+    echo "format: $formatter is not installed; scripts/setup.sh format installs it" >&2
     exit 77
 fi
 version=$("$formatter" --version)

@@ -9,6 +9,7 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 jobs=${JOBS:-$(nproc)}
 
 configure() {
+    "$root/scripts/setup.sh" sanitize
     "$root/scripts/configure.sh" "$1" -DRAWIMAGE_SANITIZE="$2" -DCMAKE_CXX_COMPILER=clang++-14 \
         -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g -D_GLIBCXX_ASSERTIONS" \
         -DRAWIMAGE_BUILD_TESTS=ON -DRAWIMAGE_BUILD_CLI=ON -DRAWIMAGE_BUILD_EXAMPLES=ON \

@@ -1,19 +1,57 @@
 #!/bin/bash
-# Installs what the build, the tests and the checks need on Debian 12. Says nothing when all is there. Without root
-# or a sudo that asks no password it prints the command to run and fails.
+# Installs what a job of this project needs on Debian 12. Says nothing when all is there. Without root or a sudo that
+# asks no password it prints the command to run and fails. RAWIMAGE_NO_SETUP=1 in the environment makes it do nothing,
+# for machines where the libraries came some other way.
+# Usage: setup.sh [--list] JOB...       --list prints the packages, installed or not
+#   demo      the library, rimg and the examples; install and bench begin with the same
+#   test      the tests
+#   bench     the measurements
+#   sanitize  the tests under the sanitizers
+#   fuzz      the fuzz targets
+#   inflate   the comparison of the two inflaters
+#   format    the layout of the code
+#   all       all of these
 set -euo pipefail
 
-packages=(
-    build-essential cmake ninja-build pkg-config python3
-    zlib1g-dev libopenexr-dev libimath-dev openexr
-    libcli11-dev nlohmann-json3-dev libpng-dev
-    libdeflate-dev
-    libgtest-dev libgmock-dev libbenchmark-dev
-    clang-14 libclang-rt-14-dev clang-format-14
+build=(g++ make cmake zlib1g-dev libopenexr-dev libimath-dev)
+programs=(libcli11-dev nlohmann-json3-dev libpng-dev)
+clang=(clang-14 libclang-rt-14-dev)
+declare -A needs=(
+    [demo]="${build[*]} ${programs[*]}"
+    [bench]="${build[*]} ${programs[*]} libbenchmark-dev python3"
+    [fuzz]="${build[*]} libgtest-dev ${clang[*]}"
+    [format]="clang-format-14"
 )
+# The tests check the layout, too, and build the benchmarks.
+needs[test]="${needs[bench]} libgtest-dev libgmock-dev ninja-build pkg-config ${needs[format]}"
+needs[sanitize]="${needs[test]} ${clang[*]}"
+needs[inflate]="${needs[test]} libdeflate-dev"
+
+list=
+if [ "${1-}" = --list ]; then
+    list=yes
+    shift
+fi
+needs[all]="${needs[*]}"
+wanted=()
+for job in "$@"; do
+    wanted+=("${needs[$job]-unknown}")
+done
+if [ "${#wanted[@]}" -eq 0 ] || [[ " ${wanted[*]} " == *" unknown "* ]]; then
+    echo "usage: setup.sh [--list] JOB..., a JOB is one of: demo test bench sanitize fuzz inflate format all" >&2
+    exit 2
+fi
+mapfile -t packages < <(tr ' ' '\n' <<<"${wanted[*]}" | sort -u)
+
+if [ -n "$list" ]; then
+    printf '%s\n' "${packages[@]}"
+    exit 0
+fi
+[ -z "${RAWIMAGE_NO_SETUP:-}" ] || exit 0
 
 if ! command -v dpkg-query >/dev/null; then
-    echo "setup: this is not a Debian system; install what these packages hold: ${packages[*]}" >&2
+    echo "setup: this is not a Debian system; install what these packages hold, then set RAWIMAGE_NO_SETUP=1:" >&2
+    echo "    ${packages[*]}" >&2
     exit 1
 fi
 
@@ -29,8 +67,9 @@ done
 as_root=()
 if [ "$(id -u)" -ne 0 ]; then
     if ! sudo -n true 2>/dev/null; then
-        echo "setup: missing packages; install them with" >&2
+        echo "setup: missing packages; an administrator installs them with" >&2
         echo "    sudo apt-get update && sudo apt-get install -y --no-install-recommends ${missing[*]}" >&2
+        echo "setup: where the libraries came some other way, set RAWIMAGE_NO_SETUP=1" >&2
         exit 1
     fi
     as_root=(sudo -n)

@@ -18,9 +18,15 @@ check_file() {
     [ "$size" -ge 160 ] || { echo "$1 holds $size bytes, expected at least 160" >&2; exit 1; }
 }
 
-"$cmake" --install "$build" --prefix "$work/first" >/dev/null
+scripts=$(cd "$(dirname "$0")/.." && pwd)/scripts
+
+# A staged copy for a package, and one in a prefix of the user's own, given from where he is.
+DESTDIR=$work/stage "$scripts/install.sh" "$build" /usr/local
+build=$(cd "$build" && pwd)
+(cd "$work" && "$scripts/install.sh" "$build" home/first)
+diff -r "$work/stage/usr/local" "$work/home/first"
 prefix=$work/moved
-mv "$work/first" "$prefix"
+mv "$work/home/first" "$prefix"
 
 "$cmake" -S "$consumer" -B "$work/build" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_COMPILER="$cxx" >"$work/log" 2>&1 ||
     { cat "$work/log" >&2; exit 1; }
