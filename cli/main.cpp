@@ -7,6 +7,7 @@
 #include "cli/interrupt.h"
 #include "cli/report.h"
 #include "cli/verbs.h"
+#include "rawimage/version.h"
 
 namespace rimg {
 
@@ -14,7 +15,7 @@ namespace {
 
 ExitCode runVerb(int argc, char** argv) {
     CLI::App app("Works on raw images, the files that a renderer writes bucket by bucket.", "rimg");
-    app.set_version_flag("--version", "rimg " RIMG_VERSION);
+    app.set_version_flag("--version", "rimg " RAWIMAGE_VERSION);
     app.require_subcommand(1);
     app.failure_message([](const CLI::App*, const CLI::Error& error) {
         return std::string("rimg: ") + error.what() + " (--help tells more)\n";

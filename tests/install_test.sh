@@ -33,7 +33,7 @@ mv "$work/home/first" "$prefix"
 # Other people's faults that do not concern a user of the library are not reported to him.
 if grep -iE 'faulty|PyImath|warning' "$work/log" >&2; then exit 1; fi
 "$cmake" --build "$work/build"
-"$work/build/consumer" "$work/cmake.rimg"
+"$work/build/consumer" "$work/cmake.rimg" "$(cat "$work/build/version")"
 check_file "$work/cmake.rimg"
 echo "find_package: ok"
 
@@ -44,11 +44,13 @@ export PKG_CONFIG_PATH
 # shellcheck disable=SC2046
 "$cxx" -std=c++17 -I"$consumer/host" $(pkg-config --cflags rawimage) "$consumer/main.cpp" -o "$work/consumer" \
     $(pkg-config --libs rawimage)
-LD_LIBRARY_PATH=$(pkg-config --variable=libdir rawimage) "$work/consumer" "$work/pkgconfig.rimg"
+LD_LIBRARY_PATH=$(pkg-config --variable=libdir rawimage) "$work/consumer" "$work/pkgconfig.rimg" \
+    "$(pkg-config --modversion rawimage)"
 check_file "$work/pkgconfig.rimg"
 echo "pkg-config: ok"
 
 if [ -e "$build/cli/rimg" ]; then
     "$prefix/bin/rimg" --help >/dev/null
+    [ "$("$prefix/bin/rimg" --version)" = "rimg $(pkg-config --modversion rawimage)" ]
     echo "rimg: ok"
 fi

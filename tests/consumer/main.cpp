@@ -1,3 +1,6 @@
+#include <cstdio>
+#include <cstring>
+
 #include "exr/attr_parser.h"
 #include "exr/exr_file.h"
 #include "exr/host.h"
@@ -10,10 +13,19 @@
 #include "rawimage/tools/settings.h"
 #include "rawimage/tools/summary.h"
 #include "rawimage/tools/verify.h"
+#include "rawimage/version.h"
 #include "rawimage/writer.h"
 
+// Writes a file without pixels and compares the installed version with that of the headers and of the
+// library.
 int main(int argc, char** argv) {
-    if (argc != 2) return 2;
+    if (argc != 3) return 2;
+    const char* const versions[] = {RAWIMAGE_VERSION, MUtils::rawimageVersion()};
+    for (const char* version : versions) {
+        if (std::strcmp(version, argv[2]) == 0) continue;
+        std::fprintf(stderr, "version %s is installed as %s\n", version, argv[2]);
+        return 1;
+    }
     RIFile file;
     return file.Create(argv[1], nullptr).empty() && file.WriteHeader(0).empty() &&
                    file.WTResolution(4, 4, 1.0f).empty() && file.Close().empty()

@@ -1,0 +1,9 @@
+#include "rawimage/version.h"
+
+namespace MUtils {
+
+const char* rawimageVersion() {
+    return RAWIMAGE_VERSION;
+}
+
+}  // namespace MUtils
