@@ -8,14 +8,14 @@ build=$1
 data=$2
 out=$3
 root=$(cd "$(dirname "$0")/.." && pwd)
-real=${RAWIMAGE_REAL_FRAME:-$root/../shared/data/frame20.exr}
+real=${RAWIMAGE_REAL_FRAME:-}
 
 mkdir -p "$data" "$out"
 if [ ! -e "$data/demo.rimg" ]; then
     "$build/examples/render_frame" --size 1920x1080 --output "$data/demo.part.rimg"
     mv "$data/demo.part.rimg" "$data/demo.rimg"
 fi
-if [ ! -e "$data/real.rimg" ] && [ -e "$real" ]; then
+if [ ! -e "$data/real.rimg" ] && [ -n "$real" ]; then
     "$build/cli/rimg" convert "$real" "$data/real.part.rimg"
     mv "$data/real.part.rimg" "$data/real.rimg"
 fi
