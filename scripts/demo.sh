@@ -33,3 +33,4 @@ done
 echo
 echo "Files:"
 (cd "$out" && printf '    %s\n' "${files[@]/#$out/$PWD}")
+echo "rimg is $rimg"

@@ -33,6 +33,13 @@ all clang-format-14 -
 EOF
 if "$root/scripts/setup.sh" --list unknown >/dev/null 2>&1; then fail "an unknown job has a list"; fi
 
+# What a user builds is configured without them and installs no more than the demo needs.
+for target in demo install; do
+    steps=$(make -n -C "$root" "$target")
+    echo "$steps" | grep -q 'RAWIMAGE_BUILD_TESTS=OFF -DRAWIMAGE_BUILD_BENCHMARKS=OFF' || fail "make $target builds tests"
+    [ "$(echo "$steps" | grep 'setup\.sh')" = "scripts/setup.sh demo" ] || fail "make $target installs too much"
+done
+
 # configure [CMAKE_ARGUMENT...]: what it prints goes to $work/log.
 configure() {
     rm -rf "$work/build"
