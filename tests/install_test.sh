@@ -49,6 +49,17 @@ LD_LIBRARY_PATH=$(pkg-config --variable=libdir rawimage) "$work/consumer" "$work
 check_file "$work/pkgconfig.rimg"
 echo "pkg-config: ok"
 
+# Every installed header compiles where each of them has a namesake of the host's first in the include path.
+include=$(dirname "$(find "$prefix/include" -path '*/rawimage/writer.h')")/..
+for header in $(cd "$include" && find . -name '*.h'); do
+    mkdir -p "$work/host/$(dirname "$header")"
+    echo '#error "a header of the host took the place of one of the library"' >"$work/host/$header"
+    echo "#include \"$include/$header\"" >>"$work/all.cpp"
+done
+# shellcheck disable=SC2046
+"$cxx" -std=c++17 -fsyntax-only -I"$work/host" $(pkg-config --cflags rawimage) "$work/all.cpp"
+echo "$(wc -l <"$work/all.cpp") headers: ok"
+
 if [ -e "$build/cli/rimg" ]; then
     "$prefix/bin/rimg" --help >/dev/null
     [ "$("$prefix/bin/rimg" --version)" = "rimg $(pkg-config --modversion rawimage)" ]
