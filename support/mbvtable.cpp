@@ -13,8 +13,13 @@ constexpr int kPointerGrowStep = 100;
 
 // The request as a table can hold it: 0 values when a size is out of range.
 int soundCount(int count, int itemSize) {
-    const bool sound = count > 0 && itemSize > 0 && std::int64_t{count} * itemSize <= INT_MAX;
-    return sound ? count : 0;
+    return count > 0 && itemSize > 0 ? count : 0;
+}
+
+// A block of at most `wanted` bytes is no larger than all the values.
+int limitedBlock(int wanted, int count, int itemSize) {
+    const std::int64_t all = count > 0 ? std::int64_t{count} * itemSize : 0;
+    return static_cast<int>(std::min<std::int64_t>(wanted, all));
 }
 
 }  // namespace
@@ -39,7 +44,7 @@ void MBVTable::setGeometry(int newItemSize, int newBlockBytes) {
 
 void MBVTable::initNotResizable(int newCount, int newItemSize, int newBlockBytes) {
     const int values = soundCount(newCount, newItemSize);
-    const int limited = std::min(newBlockBytes, values * std::max(newItemSize, 0));
+    const int limited = limitedBlock(newBlockBytes, values, newItemSize);
     const bool near = std::int64_t{limited} <= std::int64_t{blockBytes} * 4 &&
                       std::int64_t{blockBytes} <= std::int64_t{limited} * 4;
     if (numBlocks > 0 && itemSize == newItemSize && near) {
@@ -53,7 +58,7 @@ void MBVTable::initNotResizable(int newCount, int newItemSize, int newBlockBytes
 
 void MBVTable::initReusing(int newCount, int newItemSize, int newBlockBytes) {
     const int values = soundCount(newCount, newItemSize);
-    const int limited = std::min(newBlockBytes, values * std::max(newItemSize, 0));
+    const int limited = limitedBlock(newBlockBytes, values, newItemSize);
     numBlocks = count = capacity = 0;
     setGeometry(newItemSize, limited);
     if (storedBlockBytes_ < blockBytes) freeBlocks();
@@ -69,8 +74,6 @@ void MBVTable::setCount(int n) {
 }
 
 void MBVTable::allocateFor(int n) {
-    const std::int64_t neededBlocks = (std::int64_t{n} - 1) / itemsPerBlock + 1;
-    if (neededBlocks * itemsPerBlock > INT_MAX) return;
     while ((n - 1) / itemsPerBlock >= numBlocks) {
         if (numBlocks == storedBlocks_) {
             growBlockArray();
@@ -80,7 +83,8 @@ void MBVTable::allocateFor(int n) {
             ++storedBlocks_;
         }
         ++numBlocks;
-        capacity = itemsPerBlock * numBlocks;
+        // The last block of the largest tables has room for values that no index reaches.
+        capacity = static_cast<int>(std::min<std::int64_t>(std::int64_t{itemsPerBlock} * numBlocks, INT_MAX));
     }
     count = n;
 }
@@ -90,18 +94,19 @@ void MBVTable::allocateFor(int n) {
 void MBVTable::growBlockArray() {
     const int m = storedBlocks_ + 1;
     if (m <= blockArrayCapacity) return;
-    int larger = m;
+    std::int64_t larger = m;
     if (blockGrowStep >= 1) {
-        larger = m + blockGrowStep - m % blockGrowStep;
+        larger += blockGrowStep - m % blockGrowStep;
     } else if (blockArrayCapacity >= 1) {
         for (larger = blockArrayCapacity; larger < m;)
             larger *= 2;
     }
+    larger = std::min<std::int64_t>(larger, INT_MAX);
     auto** moved = new unsigned char*[static_cast<std::size_t>(larger)];
     std::copy(blocks, blocks + storedBlocks_, moved);
     delete[] blocks;
     blocks = moved;
-    blockArrayCapacity = larger;
+    blockArrayCapacity = static_cast<int>(larger);
 }
 
 void MBVTable::freeBlocks() {

@@ -14,8 +14,9 @@ namespace MUtils {
 // Its serialised form is the values from first to last, itemSize bytes each, with nothing before, between or
 // after them.
 //
-// Sizes that are negative, or whose product leaves 31 bits, count as an empty table. Several threads may read
-// one table at a time; changing it needs it alone.
+// It holds up to 2^31 - 1 values of any size; negative sizes count as an empty table. Blocks are not cleared,
+// so those that nothing is written to cost no memory. Making room throws std::bad_alloc. Several threads may
+// read one table at a time; changing it needs it alone.
 class MBVTable {
   public:
     int numBlocks = 0;           // blocks in use
@@ -23,7 +24,7 @@ class MBVTable {
     int blockArrayCapacity = 0;  // slots in the block pointer array
     unsigned char** blocks = nullptr;
     int count = 0;     // values in use
-    int capacity = 0;  // value slots: itemsPerBlock * numBlocks
+    int capacity = 0;  // value slots: itemsPerBlock * numBlocks, at most 2^31 - 1
     int itemsPerBlock = 0;
     int blockBytes = 0;
     int itemSize = 0;
