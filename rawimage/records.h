@@ -36,7 +36,8 @@ struct Matrix {
 
     Matrix() = default;
     // 1 makes the identity, 0 the zero matrix; any other value leaves the matrix uninitialised, deliberately.
-    explicit Matrix(int kind);
+    // Converts from int, deliberately: a matrix is made from 1 or 0 where one is asked for.
+    Matrix(int kind);
 };
 
 // An axis system and its origin.

@@ -94,7 +94,7 @@ TEST(Records, CameraTransformSwapsTwoAxesAndOneSign) {
     camera.setCameraTransform(t);
     const float stored[16] = {1, 2, 3, 0, 5, 6, 7, 0, 9, 10, 11, 0, 13, 14, 15, 1};
     EXPECT_EQ(std::memcmp(camera.transform, stored, sizeof stored), 0);
-    const MUtils::Matrix one(1), zero(0);
+    const MUtils::Matrix one = 1, zero = 0;
     for (int i = 0; i < 9; ++i) {
         EXPECT_EQ(one.axis[i / 3][i % 3], i % 4 == 0 ? 1.0f : 0.0f);
         EXPECT_EQ(zero.axis[i / 3][i % 3], 0.0f);
