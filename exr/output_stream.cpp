@@ -32,12 +32,12 @@ ErrorCode ExrOutputStream::open(const char* name) {
     name_ = name != nullptr ? name : "";
     writtenTo_ = false;
     position_ = bufferStart_ = buffered_ = 0;
-    failure_ = file_.Open(name, PFileStream::kReadWrite, 1, PFileStream::kCreateNew);
+    failure_ = file_.Open(name, PFileStream::kWrite, 1, PFileStream::kCreateNew);
     created_ = failure_ == 0;
-    if (failure_ == EEXIST) failure_ = file_.Open(name, PFileStream::kReadWrite, 1, PFileStream::kOpenAlways);
+    if (failure_ == EEXIST) failure_ = file_.Open(name, PFileStream::kWrite, 1, PFileStream::kOpenAlways);
     if (failure_ != 0)
         return ErrorCode("open", failure_, "Cannot open \"%s\": %s", name_.c_str(),
-                         describe(failure_).c_str());
+                         MUtils::openErrorText(failure_).c_str());
     regular_ = file_.Length() >= 0;
     return {};
 }

@@ -23,12 +23,13 @@ constexpr int kMaxReadAhead = 64 * 1024;
 constexpr unsigned kShareWrite = 2;
 
 bool writes(unsigned access) {
-    return (access & 0x40000000u) != 0;
+    return (access & PFileStream::kWrite) != 0;
 }
 
 // Emptying comes later, when the file is known to be this stream's alone.
 int openFlags(unsigned access, unsigned disposition) {
-    const int flags = O_CLOEXEC | O_NONBLOCK | (writes(access) ? O_RDWR : O_RDONLY);
+    const bool writeOnly = (access & PFileStream::kReadWrite) == PFileStream::kWrite;
+    const int flags = O_CLOEXEC | O_NONBLOCK | (writeOnly ? O_WRONLY : writes(access) ? O_RDWR : O_RDONLY);
     switch (disposition) {
         case PFileStream::kCreateNew: return flags | O_CREAT | O_EXCL;
         case PFileStream::kCreateAlways: return flags | O_CREAT;

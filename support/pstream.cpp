@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <system_error>
 #include <vector>
 
 namespace MUtils {
@@ -31,6 +32,10 @@ int PStream::StreamCopy(PStream& source, PStream& target, int chunkSize) {
         }
         if (readCode != 0 || got <= 0) return readCode;
     }
+}
+
+std::string openErrorText(int code) {
+    return code == EWOULDBLOCK ? "Another writer has the file open" : std::generic_category().message(code);
 }
 
 }  // namespace MUtils

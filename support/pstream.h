@@ -73,6 +73,7 @@ class PFileStream : public PStream {
   public:
     // The numbering of `access` and `disposition`.
     static constexpr unsigned kRead = 0x80000000u;
+    static constexpr unsigned kWrite = 0x40000000u;  // for files that may not be read
     static constexpr unsigned kReadWrite = 0xC0000000u;
     enum Disposition : unsigned {
         kCreateNew = 1,
@@ -207,6 +208,10 @@ class PBufStream : public PStream {
     bool open_ = false;
     bool shortRead_ = false;
 };
+
+// What a code that Open or Create of a file gave means, in the system's words ("No such file or directory");
+// that of the lock, EWOULDBLOCK, is "Another writer has the file open".
+std::string openErrorText(int code);
 
 }  // namespace MUtils
 

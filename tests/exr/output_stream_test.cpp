@@ -1,7 +1,11 @@
 #include "exr/output_stream.h"
 
 #include <Iex.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -117,6 +121,36 @@ TEST(ExrOutputStream, FinishedFilesStay) {
     EXPECT_EQ(readFile(folder / "empty"), "");
     EXPECT_TRUE(std::filesystem::exists(folder / "empty"));
     EXPECT_EQ(readFile(folder / "dropped"), "abc");
+}
+
+// In a process that is not root's, who may read everything.
+TEST(ExrOutputStream, WritesToAFileThatMayNotBeRead) {
+    constexpr uid_t kNobody = 65534;
+    constexpr int kNotPossibleHere = 2;
+    const TempFolder folder;
+    const std::string path = folder / "file";
+    writeFile(path, "old and longer");
+    ASSERT_EQ(::chmod(path.c_str(), 0200), 0);
+    const bool root = ::geteuid() == 0;
+    if (root) {
+        ASSERT_TRUE(::chmod((folder / "").c_str(), 0711) == 0 && ::chown(path.c_str(), kNobody, 0) == 0);
+    }
+    const pid_t child = ::fork();
+    if (child == 0) {
+        const bool other = !root || ::seteuid(kNobody) == 0;
+        if (!other || ::open(path.c_str(), O_WRONLY) < 0 || ::open(path.c_str(), O_RDONLY) >= 0)
+            ::_exit(kNotPossibleHere);
+        ExrOutputStream stream;
+        if (!stream.open(path.c_str()).empty()) ::_exit(1);
+        stream.write("new", 3);
+        ::_exit(stream.finish().empty() ? 0 : 1);
+    }
+    int status = -1;
+    ::waitpid(child, &status, 0);
+    if (WIFEXITED(status) && WEXITSTATUS(status) == kNotPossibleHere) GTEST_SKIP() << "no other user here";
+    EXPECT_EQ(status, 0);
+    ASSERT_EQ(::chmod(path.c_str(), 0600), 0);
+    EXPECT_EQ(readFile(path), "new");
 }
 
 TEST(ExrOutputStream, OpenErrors) {
