@@ -27,9 +27,6 @@ struct ExrChannelRule {
 
     int valueBytes() const { return components * 4; }
     bool isInteger() const { return type == RCT_INT; }
-    // One EXR channel for a three-component alpha: scan-line files hold the mean, tiled files the first
-    // component.
-    bool isAverage() const { return channels == 1 && components == 3; }
     // Half or float as the file has it, UINT for integers.
     Imf::PixelType pixelType(Imf::PixelType floatType) const { return isInteger() ? Imf::UINT : floatType; }
 };

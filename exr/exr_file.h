@@ -58,8 +58,10 @@ class ExrFile : public RIFileBase {
     // told once, and until Close every later region gives an error too. A failure while pixels are written is
     // "Error writing tile to .exr file" or "Error writing .exr file", with what OpenEXR says as its cause.
     //
-    // A channel that is flagged 2, has type 0 or a type above 6, or whose buffer is missing, too small or of
-    // another value size, is left out; what the file expects of it reads 0.
+    // A channel that is flagged 2, has type 0 or a type above 6, or has no buffer, is left out; what the file
+    // expects of it reads 0. One of another type than announced, or whose buffer has values of another size
+    // or fewer than width x height, is an error; nothing of the region is written then, and it may be given
+    // again.
     //
     // Tiled, half: the region's own float values are turned into halves where they stand. The region is
     // spent. Tiled: the library holds a tile back until all tiles before it (row by row from the top left)

@@ -34,8 +34,9 @@ class ExrFileData : public ExrFileDataBase {
     void setAutoDataWindow(int on) override;
     // Kept for the headers; null and "" leave the text that there is.
     ErrorCode setExtraAttributes(const char* text) override;
-    // A region of another size than the frame is passed over, deliberately. Throws what OpenEXR throws while
-    // pixels are written, and when the open file was made for another frame than this one.
+    // A region of another size than the frame is passed over, deliberately. One whose channels are not what
+    // was announced is an error before anything is opened. Throws what OpenEXR throws while pixels are
+    // written, and when the open file was made for another frame than this one.
     ErrorCode writeRegion(MUtils::MRRegionData* region) override;
 
     // The part for the channel `name`, which becomes its name within the part. In a multi-part file that is
@@ -52,6 +53,7 @@ class ExrFileData : public ExrFileDataBase {
     void placeChannel(ExrChanInfo& info);
     int addPart(const char* name);
     Imath::Box2i windowBox() const;
+    ErrorCode checkChannelsOf(const MUtils::MRRegionData& region) const;
     void trimDataWindow(const MUtils::MRRegionData& region);
     void requireOpenedLayout() const;
     int threadsToAskFor() const;

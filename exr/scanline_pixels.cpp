@@ -40,6 +40,7 @@ void averageValues(float* values, int count) {
 
 ErrorCode ExrFileData::writeRegion(MUtils::MRRegionData* region) {
     if (region->width != width || region->height != height) return {};
+    if (ErrorCode error = checkChannelsOf(*region); !error.empty()) return error;
     dataWindow = {0, 0, width, height};
     if (autoDataWindow != 0) trimDataWindow(*region);
     if (ErrorCode error = createHeaders(); !error.empty()) return error;
@@ -50,6 +51,19 @@ ErrorCode ExrFileData::writeRegion(MUtils::MRRegionData* region) {
     requireOpenedLayout();
     for (int i = 0; i < headerCount; ++i)
         writePart(partAt(i), *region);
+    return {};
+}
+
+// A channel that would be black although the region has it is an error, and nothing is written.
+ErrorCode ExrFileData::checkChannelsOf(const MUtils::MRRegionData& region) const {
+    for (const ExrChanInfo& info : channels) {
+        const bool announced = findExrChannelRule(info.type, RCA_NONE, false) != nullptr;
+        if (!announced || info.index >= region.channels.Count()) continue;
+        const MUtils::RegionChannel& channel = region.channels[info.index];
+        if (!isGiven(channel)) continue;
+        if (ErrorCode error = checkValues(channel, info.index, info.type, width, height); !error.empty())
+            return error;
+    }
     return {};
 }
 
@@ -151,15 +165,15 @@ void ExrFileData::setupFrameBuffer(int part, Imf::FrameBuffer& frameBuffer, MUti
     }
 }
 
-// Null for a channel that the region has no values of, at the type that was announced.
+// Null for a channel that the region has no values of.
 const MBVTable* ExrFileData::dataOf(const ExrChanInfo& info, const MUtils::MRRegionData& region) const {
     if (info.index >= region.channels.Count()) return nullptr;
     const MUtils::RegionChannel& channel = region.channels[info.index];
-    return channel.type == info.type ? soundData(channel, width, height) : nullptr;
+    return isGiven(channel) ? channel.data : nullptr;
 }
 
 // Brings the data window's part of `rows` rows from image row `y` on into the channel's staging buffer. Row
-// by row, while a row is in the cache.
+// by row, while a row is in the cache. Colour or vector: three floats with the alpha alias become their mean.
 void ExrFileData::stageRows(int channel, const MBVTable& data, int y, int rows) {
     const ExrChanInfo& info = channels[channel];
     const ExrChannelRule& rule = *findExrChannelRule(info.type, info.alias, severalDepthChannels != 0);
@@ -169,7 +183,9 @@ void ExrFileData::stageRows(int channel, const MBVTable& data, int y, int rows) 
         data.storeToBuffer(staged, row * width + dataWindow.x0, rowLength);
         if (rule.isInteger()) continue;
         auto* floats = reinterpret_cast<float*>(staged);
-        if (rule.isAverage()) averageValues(floats, rowLength);
-        convertToHalf(floats, rowLength * rule.components);
+        if (rule.components == 3 && info.alias == RCA_ALPHA) averageValues(floats, rowLength);
+        // In pieces: the numbers of a long row together are more than an int counts.
+        for (int component = 0; component < rule.components; ++component)
+            convertToHalf(floats + std::int64_t{component} * rowLength, rowLength);
     }
 }

@@ -38,8 +38,27 @@ bool holdsValues(const MBVTable* data, int width, int height, int valueBytes) {
            data->itemSize == valueBytes;
 }
 
-MBVTable* soundData(const MUtils::RegionChannel& channel, int width, int height) {
-    const ExrChannelRule* rule = findExrChannelRule(channel.type, RCA_NONE, false);
-    if (rule == nullptr || (channel.flags & MUtils::kChannelSkippedInExr) != 0) return nullptr;
-    return holdsValues(channel.data, width, height, rule->valueBytes()) ? channel.data : nullptr;
+bool isGiven(const MUtils::RegionChannel& channel) {
+    return channel.data != nullptr && (channel.flags & MUtils::kChannelSkippedInExr) == 0 &&
+           findExrChannelRule(channel.type, RCA_NONE, false) != nullptr;
+}
+
+ErrorCode checkValues(const MUtils::RegionChannel& channel, int index, int announcedType, int width,
+                      int height) {
+    constexpr const char* kName = "writeRegion";
+    const int bytes = findExrChannelRule(announcedType, RCA_NONE, false)->valueBytes();
+    const std::int64_t count = std::int64_t{width} * height;
+    if (channel.type != announcedType) {
+        return ErrorCode(kName, -1, "Region channel %i (%.64s) is of type %i, announced was %i", index,
+                         channel.name, channel.type, announcedType);
+    }
+    if (channel.data->itemSize != bytes) {
+        return ErrorCode(kName, -1, "Region channel %i (%.64s) has values of %i bytes, its type has %i",
+                         index, channel.name, channel.data->itemSize, bytes);
+    }
+    if (channel.data->count < count) {
+        return ErrorCode(kName, -1, "Region channel %i (%.64s) has %i values, its region %lli", index,
+                         channel.name, channel.data->count, static_cast<long long>(count));
+    }
+    return {};
 }

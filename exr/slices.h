@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "exr/channel_map.h"
+#include "support/error_code.h"
 
 // One channel's values in memory: rows of `rowLength` values, the first of which is the pixel (x0, y0).
 struct ValueGrid {
@@ -26,6 +27,11 @@ void moveSlices(Imf::FrameBuffer& frameBuffer, std::int64_t rows);
 // True when `data` is there and holds width x height values of `valueBytes`.
 bool holdsValues(const MBVTable* data, int width, int height, int valueBytes);
 
-// The channel's buffer when it holds width x height values of its type, else null: such a channel, and one
-// that EXR files skip, gets no slice, and its EXR channels read 0.
-MBVTable* soundData(const MUtils::RegionChannel& channel, int width, int height);
+// False for a channel that EXR files take nothing from: it is flagged, has no buffer, or is of a type without
+// EXR channels. What the file expects of it reads 0.
+bool isGiven(const MUtils::RegionChannel& channel);
+
+// The error of writeRegion() when channel `index` of a region does not hold width x height values of the type
+// that was announced; empty when it does.
+ErrorCode checkValues(const MUtils::RegionChannel& channel, int index, int announcedType, int width,
+                      int height);

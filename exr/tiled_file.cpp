@@ -25,12 +25,14 @@ ErrorCode ExrTiledFileData::setChannels(MUtils::Table<MUtils::RegionChannelCallb
     severalDepthChannels = hasSeveralDepthChannels(*channels) ? 1 : 0;
     stagingBuffers.freeData();
     stagingBuffers.setCount(channels->Count());
+    announced_.clear();
     for (MUtils::RegionChannelCallback* channel : *channels) {
         if (!isWrittenToExr(channel)) continue;
         const auto* rule =
             findExrChannelRule(channel->getType(), channel->getAlias(), severalDepthChannels != 0);
         if (rule == nullptr) continue;
         const MUtils::CharString name = channel->getName();
+        announced_.push_back({name, rule->type});
         insertExrChannels(built[0].channels(), *rule,
                           exrChannelNames(*rule, name.c_str(), EmptyBase::kDotAndLabel), pixelType);
     }
@@ -70,12 +72,18 @@ ErrorCode ExrTiledFileData::writeRegion(MUtils::MRRegionData* region) {
     const Imath::Box2i tile = file->dataWindowForTile(tx, ty, 0);
     const int x1 = tile.max.x + 1;
     const int y1 = tile.max.y + 1;
-    const bool sameBox = tile.min.x == r.x0 && tile.min.y == r.y0 && x1 == r.x1 && y1 == r.y1;
-    if (!sameBox || r.width != x1 - tile.min.x || r.height != y1 - tile.min.y) {
+    if (tile.min.x != r.x0 || tile.min.y != r.y0 || x1 != r.x1 || y1 != r.y1) {
         return ErrorCode("writeRegion", -1,
                          "Region data ((%i, %i)-(%i, %i)) and tile size ((%i, %i)-(%i, %i)) do not match",
                          r.x0, r.y0, r.x1, r.y1, tile.min.x, tile.min.y, x1, y1);
     }
+    // Rows may be longer than the box, as those of a larger buffer are.
+    if (r.width < x1 - r.x0 || r.height < y1 - r.y0) {
+        return ErrorCode("writeRegion", -1,
+                         "Region data of %i x %i pixels is too small for its box of %i x %i", r.width,
+                         r.height, x1 - r.x0, y1 - r.y0);
+    }
+    if (ErrorCode error = checkChannelsOf(r); !error.empty()) return error;
     // The library refuses a tile that it has, but then hangs at the next one.
     const std::size_t index = static_cast<std::size_t>(ty) * static_cast<std::size_t>(file->numXTiles()) +
                               static_cast<std::size_t>(tx);
@@ -88,30 +96,61 @@ ErrorCode ExrTiledFileData::writeRegion(MUtils::MRRegionData* region) {
     return {};
 }
 
+// A channel that would be black although the region has it is an error, and the region is not touched.
+// Channels that the file does not have pass by.
+ErrorCode ExrTiledFileData::checkChannelsOf(const MUtils::MRRegionData& region) const {
+    for (int i = 0; i < region.channels.Count(); ++i) {
+        const MUtils::RegionChannel& channel = region.channels[i];
+        const int type = isGiven(channel) ? announcedType(channel) : RCT_NONE;
+        if (type == RCT_NONE) continue;
+        if (ErrorCode error = checkValues(channel, i, type, region.width, region.height); !error.empty())
+            return error;
+    }
+    return {};
+}
+
+// By name, as the region's names make the EXR channels. The channel's own type when one of several channels
+// of that name has it; RCT_NONE for a channel that was not announced.
+int ExrTiledFileData::announcedType(const MUtils::RegionChannel& channel) const {
+    const std::string name(channel.name, strnlen(channel.name, sizeof channel.name));
+    int type = RCT_NONE;
+    for (const Announced& announced : announced_) {
+        if (name != announced.name.c_str()) continue;
+        type = announced.type;
+        if (type == channel.type) break;
+    }
+    return type;
+}
+
 void ExrTiledFileData::setupFrameBuffer(Imf::FrameBuffer& frameBuffer, MUtils::MRRegionData& region) {
     std::vector<const MBVTable*> halved;
     for (int i = 0; i < region.channels.Count(); ++i) {
         const MUtils::RegionChannel& channel = region.channels[i];
-        MBVTable* data = soundData(channel, region.width, region.height);
-        if (data == nullptr) continue;
-        const int count = region.width * region.height;
+        if (!isGiven(channel)) continue;
         const ExrChannelRule& rule =
             *findExrChannelRule(channel.type, channel.alias, severalDepthChannels != 0);
+        MBVTable* data = channel.data;
+        if (!holdsValues(data, region.width, region.height, rule.valueBytes())) continue;
+        const int count = region.width * region.height;
         // Two channels may share their values, which must be halved once.
         if (!rule.isInteger() && std::find(halved.begin(), halved.end(), data) == halved.end()) {
             halveValues(*data, rule, count);
             halved.push_back(data);
         }
         const std::string name(channel.name, strnlen(channel.name, sizeof channel.name));
-        const ValueGrid grid = {contiguousValues(*data, i, count), region.x0, region.y0, region.width};
+        // Of the last row what lies in the box.
+        const std::int64_t used =
+            std::int64_t{region.width} * (region.y1 - region.y0 - 1) + region.x1 - region.x0;
+        const int needed = static_cast<int>(std::clamp<std::int64_t>(used, 0, count));
+        const ValueGrid grid = {contiguousValues(*data, i, needed), region.x0, region.y0, region.width};
         insertSlices(frameBuffer, rule, exrChannelNames(rule, name.c_str(), EmptyBase::kDotAndLabel),
                      pixelType, grid);
     }
 }
 
 void ExrTiledFileData::halveValues(MBVTable& data, const ExrChannelRule& rule, int count) {
-    for (int first = 0; first < count; first += data.itemsPerBlock) {
-        const int values = std::min(count - first, data.itemsPerBlock);
+    for (int first = 0, values = 0; first < count; first += values) {
+        values = std::min(count - first, data.itemsPerBlock);
         convertToHalf(reinterpret_cast<float*>(data.item(first)), values * rule.components);
     }
 }

@@ -23,7 +23,8 @@ class ExrTiledFileData : public ExrFileDataBase {
     // Builds the header: the render region is the data window. An empty channel name throws, and leaves no
     // header.
     ErrorCode setChannels(MUtils::Table<MUtils::RegionChannelCallback*, 100>* channels) override;
-    // Throws what OpenEXR throws, also for a region outside the grid of tiles and for a tile that is already
+    // The region's box is one tile; its rows and their number may be larger than the box. Throws what OpenEXR
+    // throws, also for a region outside the grid of tiles and for a tile that is already
     // written.
     ErrorCode writeRegion(MUtils::MRRegionData* region) override;
 
@@ -33,9 +34,17 @@ class ExrTiledFileData : public ExrFileDataBase {
 
   private:
     Imath::Box2i takeDataWindow();
+    ErrorCode checkChannelsOf(const MUtils::MRRegionData& region) const;
+    int announcedType(const MUtils::RegionChannel& channel) const;
     void halveValues(MBVTable& data, const ExrChannelRule& rule, int count);
     const unsigned char* contiguousValues(const MBVTable& data, int channel, int count);
 
+    // A channel of the file.
+    struct Announced {
+        MUtils::CharString name;
+        int type = 0;
+    };
+    std::vector<Announced> announced_;
     std::unique_ptr<Imf::TiledOutputFile> file;
     std::vector<bool> written_;  // tiles of the open file, row by row
 };

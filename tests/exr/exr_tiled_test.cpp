@@ -54,34 +54,58 @@ TEST(ExrTiles, HalfFilesSpendTheRegionAndShareValues) {
     }
 }
 
+// The box is what counts; what the buffer has beside and below it is passed over.
+TEST(ExrTiles, TakeTheirBoxFromLongerRows) {
+    const Chans chans = {{2, "color", 126}, {4, "id"}, {3, "motion"}};
+    for (const int blockBytes : {1 << 20, 84}) {
+        for (const int bits : {16, 32}) {
+            const TempFile file;
+            Writer writer(1, file.path, 40, 30, chans, bits);
+            const int corners[][2] = {{0, 0}, {16, 0}, {32, 0}, {0, 16}, {16, 16}, {32, 16}};
+            for (const auto& [x, y] : corners) {
+                const int right = std::min(x + 16, 40), bottom = std::min(y + 16, 30);
+                Region region(chans, x, y, right + (x == 16 ? 0 : 7), bottom + (y == 0 ? 3 : 0), blockBytes);
+                region.x1 = right, region.y1 = bottom;
+                ASSERT_EQ(text(writer.WTRegion(&region, 0, 0, 0)), "") << x << ", " << y;
+            }
+            ASSERT_EQ(text(writer.Close()), "");
+            const Part part = readExr(file.path).at(0);
+            EXPECT_EQ(errorOf(part, "B", 0, 2) + errorOf(part, "motion.Y", 2, 1), 0.0);
+            EXPECT_EQ(errorOf(part, "id", 1, 0), 0.0);
+        }
+    }
+}
+
 TEST(ExrTiles, MustMatchTheirBuckets) {
     const TempFile file;
     Writer writer(1, file.path, 40, 30, {{1, "v"}});
     const char* const kOpenExr = "WTRegion -1 Error writing tile to .exr file";
     const struct {
-        int x0, y0, x1, y1, width;
+        int x0, y0, x1, y1, width, height;
         const char* error;
     } cases[] = {
-        {0, 0, 8, 8, 8,
+        {0, 0, 8, 8, 8, 8,
          "writeRegion -1 Region data ((0, 0)-(8, 8)) and tile size ((0, 0)-(16, 16)) do not match"},
-        {17, 16, 32, 30, 15,
+        {17, 16, 32, 30, 15, 14,
          "writeRegion -1 Region data ((17, 16)-(32, 30)) and tile size ((16, 16)-(32, 30)) do not match"},
-        {32, 16, 48, 32, 16,
+        {32, 16, 48, 32, 16, 16,
          "writeRegion -1 Region data ((32, 16)-(48, 32)) and tile size ((32, 16)-(40, 30)) do not match"},
-        {0, 0, 16, 16, 8,
-         "writeRegion -1 Region data ((0, 0)-(16, 16)) and tile size ((0, 0)-(16, 16)) do not match"},
+        {0, 0, 16, 16, 8, 16,
+         "writeRegion -1 Region data of 8 x 16 pixels is too small for its box of 16 x 16"},
+        {16, 16, 32, 30, 99, 13,
+         "writeRegion -1 Region data of 99 x 13 pixels is too small for its box of 16 x 14"},
         // Divided towards zero, a start left of the image is in the first tile.
-        {-15, 0, 1, 16, 16,
+        {-15, 0, 1, 16, 16, 16,
          "writeRegion -1 Region data ((-15, 0)-(1, 16)) and tile size ((0, 0)-(16, 16)) do not match"},
-        {-16, 0, 0, 16, 16, kOpenExr},
-        {48, 0, 64, 16, 16, kOpenExr},
-        {std::numeric_limits<int>::min(), 0, 16, 16, 16, kOpenExr},
-        {16, 16, 32, 30, 16, ""},
-        {16, 16, 32, 30, 16, kOpenExr},
-        {0, 0, 16, 16, 16, ""},
+        {-16, 0, 0, 16, 16, 16, kOpenExr},
+        {48, 0, 64, 16, 16, 16, kOpenExr},
+        {std::numeric_limits<int>::min(), 0, 16, 16, 16, 16, kOpenExr},
+        {16, 16, 32, 30, 16, 14, ""},
+        {16, 16, 32, 30, 16, 14, kOpenExr},
+        {0, 0, 16, 16, 16, 16, ""},
     };
     for (const auto& c : cases) {
-        Region region(writer.chans, 0, 0, c.width, c.y1 - c.y0);
+        Region region(writer.chans, 0, 0, c.width, c.height);
         region.x0 = c.x0, region.y0 = c.y0, region.x1 = c.x1, region.y1 = c.y1;
         EXPECT_EQ(text(writer.WTRegion(&region, 0, 0, 0)), c.error);
     }
@@ -133,9 +157,7 @@ TEST(ExrTiles, FailuresHaveTheirCodesAndMessages) {
     EXPECT_EQ(text(writer.announce()), "");
     EXPECT_EQ(text(writer.WTExtraAttributes("a=1; =2")),
               "WriteEXRExtraAttributes -1 attribute name expected at position 5");
-    // Another type than the file's under the same name.
-    EXPECT_EQ(text(writer.write(Region({{4, "v"}}, 0, 0, 16, 16))),
-              "WTRegion -1 Error writing tile to .exr file");
+    // Other halves than the file's.
     (void)writer.WriteHeader(16);
     EXPECT_EQ(region().substr(0, 43), "WTRegion -1 Error writing tile to .exr file");
     // What failed does not stand in the way; channels that the file does not know are passed over.

@@ -7,6 +7,7 @@
 #include <sys/resource.h>
 #include <sys/wait.h>
 
+#include <cerrno>
 #include <csignal>
 #include <filesystem>
 #include <limits>
@@ -14,6 +15,7 @@
 
 #include "exr/visible_box.h"
 #include "rawimage/tools/accepting_callback.h"
+#include "rawimage/writer.h"
 #include "tests/exr/exr_fixture.h"
 
 using namespace testing_tools;
@@ -141,28 +143,22 @@ TEST_P(ExrCompression, KeepsEveryPixel) {
     }
 }
 
-TEST(ExrPixels, MissingAndUnfitValuesReadZero) {
-    const Chans chans = {{-1, nullptr},
-                         {1, "off", 0, 2},
-                         {1, "missing", 0, 0, Values::kMissing},
-                         {2, "short", 0, 0, Values::kTooFew},
-                         {3, "sized", 0, 0, Values::kWrongSize},
-                         {4, "retyped"},
-                         {1, "skipped"},
-                         {1, "good"},
-                         {1, "beyond"}};
+TEST(ExrPixels, WhatARegionDoesNotGiveReadsZero) {
+    const Chans chans = {{-1, nullptr}, {1, "off", 0, 2}, {1, "missing", 0, 0, Values::kMissing},
+                         {2, "none"},   {4, "high"},      {1, "skipped"},
+                         {1, "good"},   {1, "beyond"}};
     for (const int kind : {0, 1, 2}) {
         const TempFile file;
         Writer writer(kind, file.path, 16, 16, chans);
         Region region(chans, 0, 0, 16, 16);
-        // A tile's slices follow the region's types, and OpenEXR refuses one that the file knows as another.
-        region.channels[5].type = kind == 1 ? RCT_NONE : RCT_FLOAT;
-        region.channels[6].flags = MUtils::kChannelSkippedInExr;
-        region.channels.setCount(8);
+        region.channels[3].type = RCT_NONE;
+        region.channels[4].type = static_cast<RegionChannelType>(7);
+        region.channels[5].flags = MUtils::kChannelSkippedInExr;
+        region.channels.setCount(7);
         ASSERT_EQ(texts({writer.WTRegion(&region, 0, 0, 0), writer.Close()}), "") << kind;
         for (const Part& part : readExr(file.path)) {
             for (const auto& [name, plane] : part.floats) {
-                EXPECT_EQ(plane[part.at(5, 7)], name == "good" ? sample(7, 0, 5, 7) : 0.0f)
+                EXPECT_EQ(plane[part.at(5, 7)], name == "good" ? sample(6, 0, 5, 7) : 0.0f)
                     << kind << " " << name;
             }
             for (const auto& [name, plane] : part.ints)
@@ -171,16 +167,55 @@ TEST(ExrPixels, MissingAndUnfitValuesReadZero) {
     }
 }
 
-// The middle component goes first, and the sum is multiplied: (c1 + c0 + c2) * 0.33333334.
+// Not black with success; and the region can be given again as it should be.
+TEST(ExrPixels, AreRefusedWhenTheyAreNotTheAnnouncedOnes) {
+    const struct {
+        Chan given, announced;
+        const char* error;
+    } cases[] = {
+        {{2, "c", 0, 0, Values::kTooFew}, {2, "c"}, "has 255 values, its region 256"},
+        {{3, "c", 0, 0, Values::kWrongSize}, {3, "c"}, "has values of 7 bytes, its type has 8"},
+        {{1, "c"}, {4, "c"}, "is of type 1, announced was 4"},
+        {{5, "c", 126}, {2, "c", 126}, "is of type 5, announced was 2"},
+        {{2, "c"}, {6, "c"}, "is of type 2, announced was 6"},
+    };
+    for (const auto& c : cases) {
+        for (const int kind : {0, 1, 2}) {
+            const TempFile file;
+            Writer writer(kind, file.path, 16, 16, {{1, "v"}, c.announced}, 16);
+            EXPECT_EQ(text(writer.write(Region({{1, "v"}, c.given}, 0, 0, 16, 16))),
+                      "writeRegion -1 Region channel 1 (c) " + std::string(c.error));
+            EXPECT_EQ(file.exists(), kind == 1) << "only tiled files are opened before the region is seen";
+            ASSERT_EQ(texts({writer.write(Region(writer.chans, 0, 0, 16, 16)), writer.Close()}), "");
+            EXPECT_EQ(errorOf(readExr(file.path).at(0), "v", 0, 0), 0.0);
+        }
+    }
+}
+
+// The middle component goes first, and the sum is multiplied: (c1 + c0 + c2) * 0.33333334. The alias decides;
+// a vector has the mean in all three of its channels.
 TEST(ExrPixels, AlphaIsTheMeanToTheLastBit) {
-    const Chans chans = {{2, "alpha", 125}};
-    const TempFile file;
-    Writer writer(0, file.path, 2, 1, chans);
-    Region region(chans, 0, 0, 2, 1);
-    const float values[] = {1e8f, -1e8f, 5.0f};
-    std::memcpy(region.at(0, 1, 0), values, sizeof values);
-    ASSERT_EQ(texts({writer.WTRegion(&region, 0, 0, 0), writer.Close()}), "");
-    EXPECT_EQ(readExr(file.path).at(0).floats.at("A")[1], 1.66666675f);
+    const struct {
+        int type, alias;
+        std::map<std::string, float> expected;
+    } cases[] = {
+        {2, 125, {{"A", 1.66666675f}}},
+        {5, 125, {{"alpha.X", 1.66666675f}, {"alpha.Y", 1.66666675f}, {"alpha.Z", 1.66666675f}}},
+        {5, 124, {{"alpha.X", 1e8f}, {"alpha.Y", -1e8f}, {"alpha.Z", 5.0f}}},
+    };
+    for (const auto& c : cases) {
+        const Chans chans = {{c.type, "alpha", c.alias}};
+        const TempFile file;
+        Writer writer(0, file.path, 2, 1, chans);
+        Region region(chans, 0, 0, 2, 1);
+        const float values[] = {1e8f, -1e8f, 5.0f};
+        std::memcpy(region.at(0, 1, 0), values, sizeof values);
+        ASSERT_EQ(texts({writer.WTRegion(&region, 0, 0, 0), writer.Close()}), "");
+        const Part part = readExr(file.path).at(0);
+        for (const auto& [name, value] : c.expected)
+            EXPECT_EQ(part.floats.at(name)[1], value) << name;
+        EXPECT_EQ(part.floats.size(), c.expected.size());
+    }
 }
 
 TEST(ExrDataWindow, FollowsTheVisiblePixels) {
@@ -350,6 +385,30 @@ TEST(ExrFailures, HaveTheirCodesAndMessages) {
                          writer.Close()}),
                   "");
         EXPECT_FALSE(file.exists());
+    }
+}
+
+// One text for whatever writes to it, and the system's words for all other causes.
+TEST(ExrFailures, AFailedOpenHasItsReason) {
+    const TempFile file;
+    RIFile raw, second;
+    ASSERT_EQ(texts({raw.Create(file.path.c_str(), nullptr)}), "");
+    const ErrorCode locked = second.Create(file.path.c_str(), nullptr);
+    EXPECT_STREQ(locked.message(1), "Another writer has the file open");
+    const struct {
+        std::string name, reason;
+        int code;
+    } cases[] = {{"/nowhere/x.exr", "No such file or directory", ENOENT},
+                 {testing::TempDir(), "Is a directory", EISDIR},
+                 {file.path, locked.message(1), EWOULDBLOCK}};
+    for (const auto& c : cases) {
+        for (const int kind : {0, 1}) {
+            Writer writer(kind, c.name, 4, 3, kOne);
+            const ErrorCode error = writer.write(Region(kOne, 0, 0, 4, 3));
+            const std::string all = error.describe();
+            EXPECT_NE(all.find("Cannot open \"" + c.name + "\": " + c.reason), std::string::npos) << all;
+            EXPECT_EQ(error.getError(kind == 1 ? 2 : 1), c.code) << all;
+        }
     }
 }
 
