@@ -93,7 +93,7 @@ void memoryRows(Session& session, const Folder& folder) {
         const double raw = double{kBox} * kBox * findPixelKind(tag.id)->valueSize;
         largestTag = std::max(largestTag, raw + static_cast<double>(tag.payloadBytes()));
     }
-    const double slots = JobQueue::kSlotFactor * (kThreads + 1);
+    const double slots = kThreads + 1;
     session.bytes("peak memory, read, 2 threads", "slots x largest tag, raw + packed", slots * largestTag,
                   1.2 * slots * largestTag + 8 * kMiB, [] { return runChild("read"); });
     std::remove(path.c_str());

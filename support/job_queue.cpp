@@ -56,7 +56,7 @@ JobQueue::~JobQueue() {
 void JobQueue::startThreads(int threads, int slots) {
     releaseThreads();
     const int wanted = std::clamp(threads, 1, kMaxThreads);
-    numSlots_ = std::clamp(slots, 1, kMaxThreads + 1) * kSlotFactor;
+    numSlots_ = std::clamp(slots, 1, kMaxSlots);
     jobs_.reserve(static_cast<std::size_t>(numSlots_));
     freeSlots_.clear();
     for (int slot = numSlots_; slot-- > 0;)
@@ -76,16 +76,17 @@ void JobQueue::startThreads(int threads, int slots) {
     numThreads_ = std::max(static_cast<int>(started), 1);
 }
 
-bool JobQueue::refillDue() const {
-    return pending_ == 0 || 2 * freeSlots_.size() >= static_cast<std::size_t>(numSlots_);
-}
-
 int JobQueue::acquireJobIndex() {
     std::unique_lock<std::mutex> lock(mutex_);
-    if (freeSlots_.empty()) slotsFree_.wait(lock, [this] { return !freeSlots_.empty() && refillDue(); });
+    slotFree_.wait(lock, [this] { return !freeSlots_.empty(); });
     const int slot = freeSlots_.back();
     freeSlots_.pop_back();
     return slot;
+}
+
+int JobQueue::pendingJobs() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return pending_;
 }
 
 void JobQueue::enqueueJob(JobsHandle* handle, int jobIndex, void* data) {
@@ -148,16 +149,14 @@ void JobQueue::runJob(int threadIndex, const Job& job) {
         // A throwing job has failed like one that returns an error; its slot must come free all the same.
     }
     bool waitOver = false;
-    bool refill = false;
     {
         const std::lock_guard<std::mutex> lock(mutex_);
         const int leftOfGroup = job.handle != nullptr ? --job.handle->pending : 1;
         waitOver = --pending_ == 0 || leftOfGroup == 0;
         freeSlots_.push_back(job.index);
-        refill = refillDue();
     }
     if (waitOver) jobsDone_.notify_one();
-    if (refill) slotsFree_.notify_one();
+    slotFree_.notify_one();
 }
 
 }  // namespace MUtils

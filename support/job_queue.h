@@ -53,7 +53,7 @@ struct JobsHandle {
 class JobQueue : public ThreadProc {
   public:
     static constexpr int kMaxThreads = 1024;
-    static constexpr int kSlotFactor = 4;
+    static constexpr int kMaxSlots = 8192;
 
     JobQueue() = default;
     // Derived classes call releaseThreads() in their own destructor, while their jobProc still exists.
@@ -64,18 +64,19 @@ class JobQueue : public ThreadProc {
     // Whose threads the queue uses; null for threads of its own. Not while threads are running.
     void setThreadManager(ThreadManager* manager) { manager_ = manager; }
 
-    // Starts `threads` workers, 1 to kMaxThreads, for at least `slots` jobs at a time, 1 to kMaxThreads + 1;
-    // requests are clamped. There are kSlotFactor times as many slots, see acquireJobIndex(). When the system
-    // gives fewer threads those do; when it gives none, enqueueJob runs the job itself, as it does after
-    // releaseThreads().
+    // Starts `threads` workers, 1 to kMaxThreads, for `slots` jobs at a time, 1 to kMaxSlots; requests are
+    // clamped. When the system gives fewer threads those do; when it gives none, enqueueJob runs the job
+    // itself, as it does after releaseThreads().
     void startThreads(int threads, int slots);
     int numThreads() const { return numThreads_; }
     int numSlots() const { return numSlots_; }
 
-    // Takes a free slot, 0 to numSlots() - 1. When none is free it waits until half of them are, or until no
-    // job is left that could free one: to wake the owner for each short job costs as much as the job. Needs
-    // startThreads() first; an owner that holds every slot itself waits for ever.
+    // Takes a free slot, 0 to numSlots() - 1; waits until there is one. To wake the owner for each short job
+    // costs as much as the job: make a job of several. Needs startThreads() first; an owner that holds every
+    // slot itself waits for ever.
     int acquireJobIndex();
+    // Jobs that are enqueued and not finished. Fewer than numThreads() of them leave a worker idle.
+    int pendingJobs();
     // Has jobProc(worker, jobIndex, data) run on some worker, then frees the slot. Jobs start in the order
     // they come in.
     void enqueueJob(JobsHandle* handle, int jobIndex, void* data);
@@ -104,7 +105,6 @@ class JobQueue : public ThreadProc {
     };
 
     void runJob(int threadIndex, const Job& job);
-    bool refillDue() const;
 
     ThreadManager* manager_ = nullptr;
     std::unique_ptr<ThreadManager> ownManager_;
@@ -114,7 +114,7 @@ class JobQueue : public ThreadProc {
 
     std::mutex mutex_;  // guards what follows
     std::condition_variable jobReady_;
-    std::condition_variable slotsFree_;
+    std::condition_variable slotFree_;
     std::condition_variable jobsDone_;
     std::vector<Job> jobs_;  // in the order they came; room for one in each slot
     std::vector<int> freeSlots_;

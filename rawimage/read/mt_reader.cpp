@@ -13,7 +13,7 @@ RIFileMT::RIFileJobManager::~RIFileJobManager() {
 // tag costs that tag only.
 int RIFileMT::RIFileJobManager::jobProc(int threadIndex, int jobIndex, void* data) {
     auto* reader = static_cast<RIFileMT*>(data);
-    return reader->error_ != 0 ? 0 : reader->ParsePixelsTagMT(threadIndex, jobIndex);
+    return reader->error_ != 0 ? 0 : reader->parseBatch(threadIndex, jobIndex);
 }
 
 RIFileMT::RIFileMT(ThreadManager* manager, int threads)
@@ -27,7 +27,7 @@ RIFileMT::~RIFileMT() {
     jobManager_.reset();
 }
 
-// One set of buffers for each worker, one record for each slot; those of an earlier parse are kept while the
+// One set of buffers for each worker, one batch for each slot; those of an earlier parse are kept while the
 // counts are the same.
 void RIFileMT::matchQueue() {
     const auto workers = static_cast<std::size_t>(jobManager_->numThreads());
@@ -37,11 +37,13 @@ void RIFileMT::matchQueue() {
             threadBuffers_.push_back(std::make_unique<ThreadBuffers>());
     }
     const auto slots = static_cast<std::size_t>(jobManager_->numSlots());
-    if (slots != jobRecords_.size()) {
+    if (slots != batches_.size()) {
         jobRecords_.clear();
-        for (std::size_t i = 0; i < slots; ++i)
+        for (std::size_t i = 0; i < slots * kBatchTags; ++i)
             jobRecords_.push_back(std::make_unique<JobRecord>());
+        batches_ = std::vector<Batch>(slots);
     }
+    filling_ = -1;
 }
 
 int RIFileMT::ParseFile(RIFileCallback& callback) {
@@ -65,6 +67,12 @@ int RIFileMT::ParseFile(RIFileCallback& callback) {
 }
 
 int RIFileMT::walk(RIFileCallback& callback) {
+    // Whatever ends the walk, an exception too: what was read before it is delivered.
+    struct HandOver {
+        RIFileMT* reader;
+        ~HandOver() { reader->handOver(); }
+    };
+    const HandOver last{this};
     std::int64_t offset = kFileHeaderBytes;
     bool pending = false;
     int status = 0;
@@ -81,6 +89,7 @@ int RIFileMT::walk(RIFileCallback& callback) {
             if (status != 0) break;
             continue;
         }
+        handOver();
         if (pending) jobManager_->waitJobs(nullptr);
         pending = false;
         if (error_ != 0) return error_;
@@ -89,23 +98,77 @@ int RIFileMT::walk(RIFileCallback& callback) {
         status = walkable ? stream->Seek(static_cast<long>(offset)) : -5;
         if (status != 0) break;
     }
+    handOver();
     if (pending) jobManager_->waitJobs(nullptr);
     return status != 0 ? status : error_.load();
 }
 
-// Reads the payload and hands the tag to a worker. The result is the stream's; a payload that is cut short
-// without an error drops the tag and is no error.
+// Reads the payload for a worker, and hands it over when the batch is full or a worker has nothing to do. The
+// result is the stream's; a payload that is cut short without an error drops the tag and is no error.
 int RIFileMT::enqueuePixels(const RIF_TAG& tag) {
-    const int jobIndex = jobManager_->acquireJobIndex();
-    JobRecord& job = *jobRecords_[static_cast<std::size_t>(jobIndex)];
+    const auto size = static_cast<std::size_t>(tag.payloadBytes());
+    Batch& batch = batchFor(size);
     int status = 0;
-    if (readPayload(*stream, tag.payloadBytes(), job.payload, status)) {
+    if (readInto(batch, tag.payloadBytes(), status)) {
+        JobRecord& job = *jobRecords_[static_cast<std::size_t>(filling_ * kBatchTags + batch.tags)];
         job.tag = tag;
-        jobManager_->enqueueJob(nullptr, jobIndex, this);
-    } else {
-        jobManager_->cancelJob(jobIndex);
+        job.payload.set(batch.bytes.data() + batch.used);
+        batch.used += size;
+        ++batch.tags;
+        const bool full = batch.used >= kBatchBytes || batch.tags == kBatchTags;
+        if (full || jobManager_->pendingJobs() < jobManager_->numThreads()) handOver();
     }
     return status != 0 ? status : error_.load();
+}
+
+// The batch that is being filled when it has room, else an empty one.
+RIFileMT::Batch& RIFileMT::batchFor(std::size_t payloadBytes) {
+    if (filling_ >= 0 && batches_[static_cast<std::size_t>(filling_)].used + payloadBytes > kBatchBytes)
+        handOver();
+    if (filling_ < 0) {
+        filling_ = jobManager_->acquireJobIndex();
+        Batch& empty = batches_[static_cast<std::size_t>(filling_)];
+        empty.used = 0;
+        empty.tags = 0;
+    }
+    return batches_[static_cast<std::size_t>(filling_)];
+}
+
+// Behind what the batch holds; a larger payload than a batch has it alone.
+bool RIFileMT::readInto(Batch& batch, std::int64_t size, int& status) {
+    if (batch.used == 0 || size == 0) {
+        batch.bytes.reserve(kBatchBytes);
+        return readPayload(*stream, size, batch.bytes, status);
+    }
+    int got = 0;
+    status = stream->Read(batch.bytes.data() + batch.used, static_cast<int>(size), got);
+    return status == 0 && got == size;
+}
+
+void RIFileMT::handOver() {
+    if (filling_ < 0) return;
+    const int slot = filling_;
+    filling_ = -1;
+    if (batches_[static_cast<std::size_t>(slot)].tags > 0) {
+        jobManager_->enqueueJob(nullptr, slot, this);
+    } else {
+        jobManager_->cancelJob(slot);
+    }
+}
+
+// An exception costs the tag that it came from. The queue takes the first code, and drops it.
+int RIFileMT::parseBatch(int threadIndex, int slot) {
+    const int first = slot * kBatchTags;
+    int result = 0;
+    for (int i = 0; i < batches_[static_cast<std::size_t>(slot)].tags; ++i) {
+        try {
+            const int code = ParsePixelsTagMT(threadIndex, first + i);
+            if (result == 0) result = code;
+        } catch (...) {
+            // Dropped, as one that fails.
+        }
+    }
+    return result;
 }
 
 int RIFileMT::ParsePixelsTagMT(int threadIndex, int jobIndex) {

@@ -14,6 +14,9 @@
 // tell: a callback that must know counts what it gets. That includes, on purpose, every payload that is
 // larger than its values (noise, ids, buckets of a pixel or two), which the sequential reader delivers. Tools
 // that must see every pixel do not use this reader.
+//
+// The payloads on their way take at most threads + 1 times the largest one, or kBatchBytes where that is
+// more.
 class RIFileMT : public RIFile {
   public:
     // `threads` below 1 means one for each processor. With exactly 1 everything is as in RIFile, the result
@@ -28,32 +31,58 @@ class RIFileMT : public RIFile {
     // joined.
     int ParseFile(RIFileCallback& callback) override;
 
-    // What the workers run during ParseFile: decodes the pixel tag in slot `jobIndex` with the buffers of
+    // What the workers run during ParseFile: decodes the pixel tag of record `jobIndex` with the buffers of
     // worker `threadIndex` and delivers it. 0; -101 stopped; -102 not inflatable; -103 wrong length; -104
     // uncompressed and not as long as the values; -105 refused.
     int ParsePixelsTagMT(int threadIndex, int jobIndex);
 
-  private:
+    // The reader's queue: a job is a batch of tags.
     class RIFileJobManager final : public JobQueue {
       public:
         ~RIFileJobManager();
+        // `data` is the reader.
         int jobProc(int threadIndex, int jobIndex, void* data) override;
     };
+
+    // Small tags go to a worker together, as many as these bytes of payload or this number hold.
+    static constexpr std::size_t kBatchBytes = 1 << 16;
+    static constexpr int kBatchTags = 64;
+
+  private:
     // What a worker needs to decode a tag.
     struct ThreadBuffers {
         MUtils::ScratchBuffer inflated;
         MUtils::Inflater inflater;
         MBVTable pixels{1, kMaxBlockBytes};
     };
+    // Bytes of a batch.
+    class Payload {
+      public:
+        const unsigned char* data() const { return bytes_; }
+        void set(const unsigned char* bytes) { bytes_ = bytes; }
+
+      private:
+        const unsigned char* bytes_ = nullptr;
+    };
     // A tag on its way to a worker.
     struct JobRecord {
         RIF_TAG tag;
-        MUtils::ScratchBuffer payload;
+        Payload payload;
+    };
+    // What a slot of the queue holds. Its records are kBatchTags from kBatchTags times the slot on.
+    struct Batch {
+        MUtils::ScratchBuffer bytes;
+        std::size_t used = 0;
+        int tags = 0;
     };
 
     void matchQueue();
     int walk(RIFileCallback& callback);
     int enqueuePixels(const RIF_TAG& tag);
+    Batch& batchFor(std::size_t payloadBytes);
+    bool readInto(Batch& batch, std::int64_t size, int& status);
+    void handOver();
+    int parseBatch(int threadIndex, int slot);
     int decodeJob(ThreadBuffers& buffers, const JobRecord& job, std::size_t payloadBytes,
                   const PixelShape& shape);
 
@@ -61,6 +90,8 @@ class RIFileMT : public RIFile {
     int threads_;
     std::vector<std::unique_ptr<ThreadBuffers>> threadBuffers_;
     std::vector<std::unique_ptr<JobRecord>> jobRecords_;
+    std::vector<Batch> batches_;  // by slot
+    int filling_ = -1;            // the batch that is not handed over yet
     RIFileCallback* callback_ = nullptr;
     std::atomic<int> error_{0};
 };

@@ -11,6 +11,7 @@ namespace {
 
 constexpr std::size_t kTagsBetweenCalls = 64;  // of the progress
 constexpr std::size_t kTagsForAThread = 8;     // fewer are done before another thread has begun
+constexpr int kSlotsForAThread = 4;            // so that the reading thread is seldom waited for
 // What is handed over at a time: to wake a worker for each payload of a few bytes costs more than its check.
 constexpr std::size_t kSlotBytes = 1 << 15;
 constexpr std::size_t kSlotTags = 64;
@@ -34,7 +35,7 @@ void PayloadPool::begin(std::size_t tags) {
     const auto useful = static_cast<int>(std::min<std::size_t>(1 + tags / kTagsForAThread, kMaxThreads));
     const int threads = std::min(threads_, useful);
     threaded_ = threads > 1;
-    if (threaded_) startThreads(threads, threads + 1);
+    if (threaded_) startThreads(threads, kSlotsForAThread * (threads + 1));
     checks_ = std::vector<PayloadCheck>(threaded_ ? static_cast<std::size_t>(numThreads()) : 1);
     slots_ = std::vector<Slot>(threaded_ ? static_cast<std::size_t>(numSlots()) : 1);
     filling_ = -1;

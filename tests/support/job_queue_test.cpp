@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <set>
 #include <stdexcept>
@@ -31,11 +32,13 @@ void passWhen(const std::atomic<bool>& open) {
 
 TEST(JobQueue, ClampsWhatItIsAskedFor) {
     TestQueue queue([](int, int, void*) {});
-    const int cases[][4] = {{1, 2, 1, 2}, {0, 0, 1, 1}, {-9, -9, 1, 1}, {3, 4, 3, 4}, {2, 1, 2, 1}};
-    for (const auto& [threads, slots, workers, least] : cases) {
+    constexpr int kMost = JobQueue::kMaxSlots;
+    const int cases[][4] = {{1, 2, 1, 2}, {0, 0, 1, 1}, {-9, -9, 1, 1},
+                            {3, 4, 3, 4}, {2, 1, 2, 1}, {1, kMost + 1, 1, kMost}};
+    for (const auto& [threads, slots, workers, given] : cases) {
         queue.startThreads(threads, slots);
         EXPECT_EQ(queue.numThreads(), workers);
-        EXPECT_EQ(queue.numSlots(), least * JobQueue::kSlotFactor);
+        EXPECT_EQ(queue.numSlots(), given);
     }
 }
 
@@ -113,8 +116,42 @@ TEST(JobQueue, ThrottlesTheOwner) {
     queue.waitJobs(nullptr);
     for (int i = 1; i < queue.numSlots(); ++i)
         queue.acquireJobIndex();
-    queue.enqueueJob(nullptr, 4, nullptr);
-    EXPECT_EQ(queue.acquireJobIndex(), 4);
+    queue.enqueueJob(nullptr, 1, nullptr);
+    EXPECT_EQ(queue.acquireJobIndex(), 1);
+}
+
+TEST(JobQueue, OneFreeSlotIsEnough) {
+    std::atomic<int> tickets{0}, acquired{0};
+    TestQueue queue([&](int, int, void*) {
+        for (int left = tickets; left == 0 || !tickets.compare_exchange_strong(left, left - 1);) {
+            std::this_thread::yield();
+            left = tickets;
+        }
+    });
+    queue.startThreads(2, 8);
+    const int slots = queue.numSlots();
+    std::thread owner([&] {
+        for (int i = 0; i < 2 * slots; ++i) {
+            queue.add(nullptr);
+            ++acquired;
+        }
+    });
+    const auto waitFor = [&](int count) {
+        for (int tries = 0; tries < 2000 && acquired < count; ++tries)
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        return acquired.load();
+    };
+    EXPECT_EQ(waitFor(slots), slots);
+    EXPECT_EQ(queue.pendingJobs(), slots);
+    // One job done each time, all others are still there.
+    for (int done = 1; done <= slots && acquired == slots + done - 1; ++done) {
+        ++tickets;
+        EXPECT_EQ(waitFor(slots + done), slots + done);
+    }
+    tickets = 2 * slots;
+    owner.join();
+    queue.waitJobs(nullptr);
+    EXPECT_EQ(queue.pendingJobs(), 0);
 }
 
 TEST(JobQueue, ServesTwoOwnersFromOneManager) {

@@ -4,14 +4,20 @@
 
 #include <chrono>
 #include <filesystem>
+#include <mutex>
 #include <stdexcept>
 #include <thread>
+#include <type_traits>
 
+#include "rawimage/tools/accepting_callback.h"
 #include "tests/testing/sample_file.h"
 
 using namespace testing_tools;
 
 namespace {
+
+// Named by programs outside.
+static_assert(std::is_base_of_v<JobQueue, RIFileMT::RIFileJobManager>);
 
 // A Reading on several threads.
 struct Parallel {
@@ -294,6 +300,65 @@ TEST_P(MTReader, DeliversWhatCameBeforeAFailedRead) {
     Parallel parallel(sample.bytes, GetParam());
     parallel.stream.failAt(Call::kSeek, 2);
     EXPECT_EQ(parallel.parse(), sequential() ? -5 : FaultStream::kError);
+}
+
+// Tags of `bytes` each, uncompressed.
+Bytes plainTags(int tags, int bytes) {
+    Bytes file;
+    file.fileHeader(0);
+    file[20] = 0;
+    for (int i = 0; i < tags; ++i)
+        file.tag(TAG_CHAN_FLOAT, static_cast<std::uint32_t>(bytes), {1, 0, 0, bytes / 4, 1, 0, 0, i})
+            .zeros(static_cast<std::size_t>(bytes));
+    return file;
+}
+
+// Counts what was read and not delivered, and gives the reader time to run ahead.
+struct AheadStream : FaultStream {
+    using FaultStream::FaultStream;
+    int Read(void* data, int size, int& got) override {
+        const int code = FaultStream::Read(data, size, got);
+        read += got;
+        return code;
+    }
+    std::atomic<std::int64_t> read{0};
+};
+
+struct AheadCallback final : AcceptingCallback {
+    explicit AheadCallback(const AheadStream& from) : stream(from) {}
+    bool setImageData(const MBVTable& table, int count, int, int, int, int, int, int, int) override {
+        std::this_thread::sleep_for(std::chrono::milliseconds(3));
+        const std::lock_guard<std::mutex> lock(mutex);
+        most = std::max(most, stream.read - delivered);
+        delivered += std::int64_t{count} * table.itemSize + kTagHeaderBytes;
+        return true;
+    }
+    const AheadStream& stream;
+    std::mutex mutex;  // guards what follows
+    std::int64_t delivered = kFileHeaderBytes;
+    std::int64_t most = 0;
+};
+
+// What is read and not delivered is bounded in bytes; small tags are read further ahead than large ones.
+TEST(MTReaderMemory, HoldsAPayloadForEachThreadAndOneMore) {
+    const struct {
+        int threads, tags, bytes;
+        std::int64_t payloads;  // the most that are held at a time
+    } cases[] = {{2, 60, 300'000, 3},
+                 {4, 80, 200'000, 5},
+                 {2, 500, 4000, 3 * std::int64_t{RIFileMT::kBatchBytes} / 4000}};
+    for (const auto& c : cases) {
+        AheadStream stream(plainTags(c.tags, c.bytes));
+        stream.Open();
+        RIFileMT file(nullptr, c.threads);
+        ASSERT_TRUE(file.Open(nullptr, &stream).empty());
+        AheadCallback callback(stream);
+        ASSERT_EQ(file.ParseFile(callback), 0);
+        EXPECT_EQ(callback.delivered, stream.size());
+        // And the header of the next one.
+        EXPECT_LE(callback.most, c.payloads * (c.bytes + kTagHeaderBytes) + kTagHeaderBytes) << c.bytes;
+        EXPECT_GT(callback.most, c.bytes) << "the reader waits for each tag";
+    }
 }
 
 // The results of the jobs, which no one sees.
