@@ -116,35 +116,72 @@ struct Inflater::State {
 Inflater::Inflater() : state_(std::make_unique<State>()) {}
 Inflater::~Inflater() = default;
 
+namespace {
+
+class BufferFlow final : public InflateFlow {
+  public:
+    BufferFlow(const unsigned char* data, std::size_t size, unsigned char* out, std::size_t room)
+        : data_(data), size_(size), out_(out), room_(room) {}
+
+    Input nextInput() override {
+        const Input input{data_, nextPiece(size_)};
+        data_ += input.size;
+        return input;
+    }
+    Room nextRoom() override {
+        const Room room{out_, nextPiece(room_)};
+        out_ += room.size;
+        return room;
+    }
+
+  private:
+    const unsigned char* data_;
+    std::size_t size_;
+    unsigned char* out_;
+    std::size_t room_;
+};
+
+}  // namespace
+
 int Inflater::uncompress(unsigned char* out, std::size_t& outSize, const unsigned char* data,
                          std::size_t size) {
     if (state_->decodeFast(out, outSize, data, size)) return Z_OK;
+    BufferFlow flow(data, size, out, outSize);
+    return uncompress(flow, outSize);
+}
+
+int Inflater::uncompress(InflateFlow& flow, std::size_t& outSize) {
     // With no room at all one spare byte tells a stream of no bytes from one that is too long.
     unsigned char spare[1];
-    const bool noRoom = outSize == 0;
-    std::size_t outLeft = noRoom ? sizeof spare : outSize;
     outSize = 0;
     z_stream& stream = state_->stream;
-    stream.next_in = inputBytes(data);
+    stream.next_in = nullptr;
     stream.avail_in = 0;
     if (const int code = state_->begin(); code != Z_OK) return code;
-    stream.next_out = noRoom ? spare : out;
-    stream.avail_out = 0;
+    InflateFlow::Room room = flow.nextRoom();
+    const bool noRoom = room.size == 0;
+    stream.next_out = noRoom ? spare : room.data;
+    stream.avail_out = static_cast<uInt>(noRoom ? sizeof spare : room.size);
     int code;
     do {
-        if (stream.avail_out == 0) stream.avail_out = nextPiece(outLeft);
-        if (stream.avail_in == 0) stream.avail_in = nextPiece(size);
+        if (stream.avail_out == 0 && !noRoom) {
+            room = flow.nextRoom();
+            if (room.size > 0) stream.next_out = room.data;
+            stream.avail_out = static_cast<uInt>(room.size);
+        }
+        if (stream.avail_in == 0) {
+            const InflateFlow::Input input = flow.nextInput();
+            stream.next_in = inputBytes(input.data);
+            stream.avail_in = static_cast<uInt>(input.size);
+        }
         code = inflate(&stream, Z_NO_FLUSH);
     } while (code == Z_OK);
-    if (!noRoom) {
-        outSize = stream.total_out;
-    } else if (stream.total_out > 0 && code == Z_BUF_ERROR) {
-        outLeft = 1;
-    }
+    if (!noRoom) outSize = stream.total_out;
     if (code == Z_STREAM_END) return Z_OK;
     if (code == Z_NEED_DICT) return Z_DATA_ERROR;
     // Room left over means that the input ended too early.
-    if (code == Z_BUF_ERROR && outLeft + stream.avail_out > 0) return Z_DATA_ERROR;
+    const bool tooLongForNothing = noRoom && stream.total_out > 0;
+    if (code == Z_BUF_ERROR && (stream.avail_out > 0 || tooLongForNothing)) return Z_DATA_ERROR;
     return code;
 }
 

@@ -27,6 +27,25 @@ class Deflater {
     std::unique_ptr<State> state_;
 };
 
+// Where the bytes of a zlib stream come from and where those that it stands for go, piece by piece.
+class InflateFlow {
+  public:
+    struct Input {
+        const unsigned char* data = nullptr;
+        std::size_t size = 0;  // 0 at the end; less than 4 GiB
+    };
+    struct Room {
+        unsigned char* data = nullptr;
+        std::size_t size = 0;  // 0 when there is no more; less than 4 GiB
+    };
+    // The one before has been used up. Both may be asked again at the end.
+    virtual Input nextInput() = 0;
+    virtual Room nextRoom() = 0;
+
+  protected:
+    ~InflateFlow() = default;
+};
+
 // Decompresses with the bytes and the result codes of zlib's uncompress.
 class Inflater {
   public:
@@ -39,6 +58,9 @@ class Inflater {
     // `outSize` holds the room in `out` and receives the number of bytes that came out. Fails when the stream
     // is damaged, cut short or longer than the room.
     int uncompress(unsigned char* out, std::size_t& outSize, const unsigned char* data, std::size_t size);
+
+    // The same for a stream and a room in pieces. `outSize` receives the number of bytes that came out.
+    int uncompress(InflateFlow& flow, std::size_t& outSize);
 
     // Decompresses the stream without keeping what comes out. `outSize` holds how many bytes are expected and
     // receives how many came; the stream is given up, with zlib's Z_BUF_ERROR, once they are more. `size`

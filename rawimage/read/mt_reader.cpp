@@ -201,8 +201,7 @@ int RIFileMT::decodeJob(ThreadBuffers& buffers, const JobRecord& job, std::size_
     // The input is taken to be as long as the values are, deliberately: a payload that is larger fails.
     const std::size_t input =
         shape.sound() ? std::min(payloadBytes, static_cast<std::size_t>(shape.bytes)) : 0;
-    switch (
-        inflatePixels(shape, job.payload.data(), input, buffers.inflater, buffers.inflated, buffers.pixels)) {
+    switch (inflatePixels(shape, job.payload.data(), input, buffers.inflater, buffers.pixels)) {
         case PixelFault::kNotInflatable: return -102;
         case PixelFault::kWrongLength: return -103;
         case PixelFault::kNone: break;

@@ -51,7 +51,6 @@ class RIFileMT : public RIFile {
   private:
     // What a worker needs to decode a tag.
     struct ThreadBuffers {
-        MUtils::ScratchBuffer inflated;
         MUtils::Inflater inflater;
         MBVTable pixels{1, kMaxBlockBytes};
     };

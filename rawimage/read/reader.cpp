@@ -274,9 +274,9 @@ int RIFile::parsePixels(const RIF_TAG& tag, RIFileCallback& callback) {
 }
 
 int RIFile::readZippedPixels(const RIF_TAG& tag, const PixelShape& shape) {
-    if (!readPayload(*stream, tag.payloadBytes(), zipBuf)) return -13;
-    const auto size = static_cast<std::size_t>(tag.payloadBytes());
-    switch (inflatePixels(shape, zipBuf.data(), size, inflater_, rawBuf, pixels_)) {
+    PixelFault fault = PixelFault::kNone;
+    if (!readInflated(*stream, tag.payloadBytes(), shape, zipBuf, inflater_, pixels_, fault)) return -13;
+    switch (fault) {
         case PixelFault::kNotInflatable: return -14;
         case PixelFault::kWrongLength: return -15;
         case PixelFault::kNone: break;

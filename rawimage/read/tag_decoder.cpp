@@ -8,7 +8,6 @@
 #include "rawimage/read/callback.h"
 #include "support/bytes.h"
 
-using MUtils::Inflater;
 using MUtils::ScratchBuffer;
 
 int RIFileCallback::parseTag(RIF_TAG&) {
@@ -66,24 +65,6 @@ PixelShape pixelShape(const RIF_TAG& tag) {
     shape.bytes = valueBytes(count, kind->valueSize);
     if (shape.sound()) shape.count = static_cast<int>(count);
     return shape;
-}
-
-PixelFault inflatePixels(const PixelShape& shape, const unsigned char* payload, std::size_t size,
-                         Inflater& inflater, ScratchBuffer& scratch, MBVTable& pixels) {
-    const auto expected = static_cast<std::size_t>(shape.bytes);
-    if (!shape.sound()) return PixelFault::kNotInflatable;
-    std::size_t inflated = expected;
-    if (expected > MUtils::inflateLimit(size)) {
-        std::size_t used = size;
-        const int code = inflater.measure(inflated, payload, used);
-        return code != 0 ? PixelFault::kNotInflatable : PixelFault::kWrongLength;
-    }
-    pixels.initReusing(shape.count, shape.valueSize, kMaxBlockBytes);
-    unsigned char* target = pixels.numBlocks == 1 ? pixels.blocks[0] : scratch.reserve(expected);
-    if (inflater.uncompress(target, inflated, payload, size) != 0) return PixelFault::kNotInflatable;
-    if (inflated != expected) return PixelFault::kWrongLength;
-    if (pixels.numBlocks != 1) pixels.loadFromBuffer(target, shape.count);
-    return PixelFault::kNone;
 }
 
 bool mayHold(PStream& stream, std::int64_t size) {

@@ -25,11 +25,17 @@ PixelShape pixelShape(const RIF_TAG& tag);
 
 enum class PixelFault { kNone, kNotInflatable, kWrongLength };
 
-// Inflates the `size` bytes of `payload` and hands the values to `pixels`, which is set up for them: straight
-// into its block when there is one, else through `scratch`. A claim that the payload cannot possibly fill
-// allocates nothing.
+// Inflates the `size` bytes of `payload` straight into the blocks of `pixels`, which is set up for the
+// values. A claim that the payload cannot possibly fill allocates nothing.
 PixelFault inflatePixels(const PixelShape& shape, const unsigned char* payload, std::size_t size,
-                         MUtils::Inflater& inflater, MUtils::ScratchBuffer& scratch, MBVTable& pixels);
+                         MUtils::Inflater& inflater, MBVTable& pixels);
+
+// Reads a payload and inflates it as inflatePixels() does. Payloads of values in several blocks are not held
+// whole, so that the values are all that is in memory. False when the stream fails or ends first, whatever
+// the bytes before that were; `payload` is the working memory.
+bool readInflated(PStream& stream, std::int64_t payloadBytes, const PixelShape& shape,
+                  MUtils::ScratchBuffer& payload, MUtils::Inflater& inflater, MBVTable& pixels,
+                  PixelFault& fault);
 
 // True when `stream` may hold `size` more bytes: false when it knows that it does not, or `size` is negative.
 bool mayHold(PStream& stream, std::int64_t size);

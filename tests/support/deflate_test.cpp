@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <zlib.h>
 
+#include <algorithm>
 #include <random>
 #include <vector>
 
@@ -45,6 +46,30 @@ TEST(Deflater, WritesTheBytesOfCompress2) {
     }
 }
 
+// A stream and a room in pieces of a few bytes.
+struct Pieces final : MUtils::InflateFlow {
+    Pieces(const Buffer& in, Buffer& to, std::size_t length, std::size_t piece)
+        : stream(in), out(to), room(length), step(piece) {}
+
+    Input nextInput() override {
+        const std::size_t size = std::min(step, stream.size() - used);
+        used += size;
+        return {stream.data() + used - size, size};
+    }
+    Room nextRoom() override {
+        const std::size_t size = std::min(step, room - offered);
+        offered += size;
+        return {out.data() + offered - size, size};
+    }
+
+    const Buffer& stream;
+    Buffer& out;
+    std::size_t room;
+    std::size_t step;
+    std::size_t used = 0;
+    std::size_t offered = 0;
+};
+
 // Whatever stands behind it, the inflater answers with the codes and the bytes of plain zlib.
 void expectAsZlib(Inflater& inflater, const Buffer& stream, std::size_t room) {
     Buffer plain(room + 1), ours(room + 1);
@@ -55,6 +80,16 @@ void expectAsZlib(Inflater& inflater, const Buffer& stream, std::size_t room) {
     if (code == Z_OK) {
         ASSERT_EQ(oursSize, plainSize);
         ASSERT_TRUE(plain == ours);
+    }
+    for (const std::size_t piece : {1, 7, 100000}) {
+        Buffer joined(room + 1);
+        Pieces pieces(stream, joined, room, piece);
+        std::size_t size = 0;
+        ASSERT_EQ(inflater.uncompress(pieces, size), code) << piece;
+        if (code != Z_OK) continue;
+        ASSERT_EQ(size, plainSize);
+        ASSERT_TRUE(
+            std::equal(plain.begin(), plain.begin() + static_cast<std::ptrdiff_t>(size), joined.begin()));
     }
     std::size_t measured = room;
     std::size_t used = stream.size();
