@@ -19,6 +19,7 @@ struct PreviewOptions {
     std::string output;
     std::string size;
     std::string background = "000000";
+    std::string view;
     bool stretch = false;
     bool noStored = false;
     MUtils::PictureRequest request;
@@ -29,6 +30,28 @@ RGB24 parseColour(const std::string& text) {
     const unsigned long value = std::stoul(text, nullptr, 16);
     return {static_cast<unsigned char>(value >> 16), static_cast<unsigned char>(value >> 8 & 0xff),
             static_cast<unsigned char>(value & 0xff)};
+}
+
+struct NamedView {
+    const char* name;
+    MUtils::ChannelView view;
+};
+constexpr NamedView kViews[] = {{"id", MUtils::ChannelView::kId},
+                                {"colour", MUtils::ChannelView::kColour},
+                                {"vector", MUtils::ChannelView::kVector},
+                                {"depth", MUtils::ChannelView::kDepth}};
+
+MUtils::ChannelView parseView(const std::string& text) {
+    for (const NamedView& view : kViews) {
+        if (text == view.name) return view.view;
+    }
+    return MUtils::ChannelView::kGuess;
+}
+
+std::string checkView(const std::string& text) {
+    return parseView(text) != MUtils::ChannelView::kGuess
+               ? ""
+               : "a channel is shown as id, colour, vector or depth: " + text;
 }
 
 std::string checkColour(const std::string& text) {
@@ -79,6 +102,7 @@ ExitCode runPreview(PreviewOptions& options) {
         options.request.height = size.height;
     }
     options.request.background = parseColour(options.background);
+    options.request.view = parseView(options.view);
     options.request.keepAspect = !options.stretch;
     options.request.useStored = !options.noStored;
     const MUtils::Picture picture = MUtils::makePicture(options.file.c_str(), options.request);
@@ -109,9 +133,15 @@ void addPreviewVerb(CLI::App& app, ExitCode& result) {
         ->check(checkSize);
     verb->add_flag("--stretch", options->stretch, "Fill the picture instead of keeping the frame's aspect");
     verb->add_option("--channel", options->request.channel,
-                     "The channel to show, by name: colours, depth, vectors, integers, anything. Default: "
+                     "The channel to show, by name: colours, depth, vectors, ids, anything. Default: "
                      "the main colour");
-    verb->add_option("--exposure", options->request.exposure, "Brightens colours by this many stops")
+    verb->add_option("--as", options->view,
+                     "Shows the channel as id (a colour for each), colour, vector or depth. Default: guessed "
+                     "by type, name and values")
+        ->check(checkView)
+        ->type_name("id|colour|vector|depth");
+    verb->add_option("--exposure", options->request.exposure,
+                     "Brightens colours and luminance by this many stops")
         ->check(CLI::Range(-100.0, 100.0));
     verb->add_option("--background", options->background, "What shows where there are no pixels, RRGGBB")
         ->check(checkColour)

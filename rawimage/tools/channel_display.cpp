@@ -1,16 +1,17 @@
 #include "rawimage/tools/channel_display.h"
 
 #include <algorithm>
+#include <cctype>
+#include <climits>
 #include <cmath>
-#include <cstring>
 
 #include "support/bytes.h"
+#include "support/preview_drawing.h"
 
 namespace MUtils {
 
 namespace {
 
-constexpr std::size_t kMaxSamples = 1 << 16;
 constexpr float kNothingThere = 1e20f;  // renderers mark an empty background with a depth beyond this
 
 // How near a depth is: its inverse, which spreads what is close and lets an endless ground fade out. 0 where
@@ -35,15 +36,105 @@ void colourOfId(std::uint32_t id, float rgb[3]) {
     }
 }
 
+std::string lowerCase(std::string text) {
+    for (char& c : text)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return text;
+}
+
+bool isLuminance(const std::string& channelName) {
+    const std::string name = lowerCase(channelName);
+    return name == "y" || name.find("luminance") != std::string::npos ||
+           name.substr(name.rfind('.') + 1) == "luma";
+}
+
+bool isColourAlias(RegionChannelAlias alias) {
+    return alias == RCA_IMAGE || alias == RCA_COLOR;
+}
+
+bool holdsCryptoIds(const ShownChannel& channel) {
+    return lowerCase(channel.name).find("crypto") != std::string::npos;
+}
+
+// Floats whose bits are a hash are seldom between the inverse of this and this, in which colours are.
+constexpr float kLarge = 16777216.0f;
+
+bool isCoverage(float value) {
+    return value >= 0.0f && value <= 1.0f;
+}
+
 }  // namespace
 
-ChannelDisplay::ChannelDisplay(const ShownChannel& channel, float exposure) : gain_(std::exp2(exposure)) {
+ChannelDisplay::Kind ChannelDisplay::guess(const ShownChannel& channel) {
     switch (channel.type) {
-        case RCT_FLOAT: kind_ = channel.alias == RCA_DEPTH ? Kind::kDepth : Kind::kRange; break;
-        case RCT_FLOAT2: kind_ = Kind::kVector2; break;
-        case RCT_VECTOR: kind_ = Kind::kVector3; break;
-        case RCT_INT: kind_ = Kind::kId; break;
-        default: kind_ = channel.alias == RCA_ALPHA ? Kind::kGrey : Kind::kColour; break;
+        case RCT_FLOAT:
+            if (channel.alias == RCA_DEPTH) return Kind::kDepth;
+            return isColourAlias(channel.alias) || isLuminance(channel.name) ? Kind::kColour : Kind::kRange;
+        case RCT_FLOAT2: return holdsCryptoIds(channel) ? Kind::kId : Kind::kVector2;
+        case RCT_VECTOR: return Kind::kVector;
+        case RCT_INT: return Kind::kId;
+        default: break;
+    }
+    if (channel.alias == RCA_ALPHA) return Kind::kGrey;
+    const bool ids = channel.type == RCT_FLOAT4 && !isColourAlias(channel.alias) && holdsCryptoIds(channel);
+    return ids ? Kind::kId : Kind::kColour;
+}
+
+ChannelDisplay::Kind ChannelDisplay::kindOf(const ShownChannel& channel, ChannelView view) {
+    switch (view) {
+        case ChannelView::kId: return Kind::kId;
+        case ChannelView::kColour: return Kind::kColour;
+        case ChannelView::kVector: return channel.type == RCT_FLOAT2 ? Kind::kVector2 : Kind::kVector;
+        case ChannelView::kDepth: return Kind::kDepth;
+        case ChannelView::kGuess: break;
+    }
+    return guess(channel);
+}
+
+ChannelDisplay::ChannelDisplay(const ShownChannel& channel, ChannelView view, float exposure)
+    : integer_(channel.type == RCT_INT),
+      kind_(kindOf(channel, view)),
+      namedCrypto_(holdsCryptoIds(channel)),
+      gain_(std::exp2(exposure)) {
+    const RIF_PIXEL_KIND* type = findChannelKind(channel.type);
+    if (type != nullptr) components_ = type->valueSize / 4;
+    const bool mayBeIds =
+        view == ChannelView::kGuess && kind_ == Kind::kColour && !isColourAlias(channel.alias);
+    needsIdTest_ = (kind_ == Kind::kId && components_ % 2 == 0) || (mayBeIds && components_ == 4);
+}
+
+float ChannelDisplay::component(const unsigned char* value, int index) const {
+    if (integer_) return static_cast<float>(loadI32(value));
+    return loadF32(value + 4 * index);
+}
+
+void ChannelDisplay::addValues(const MBVTable& data, int count) {
+    if (needsRange()) addToRange(data, count);
+    if (needsIdTest_) addToIdTest(data, count);
+}
+
+void ChannelDisplay::finishValues() {
+    if (needsRange()) finishRange();
+    if (!needsIdTest_) return;
+    // Filters with negative lobes give a few coverages that are none. Small numbers alone are a dark picture.
+    const bool mayBePairs = idTest_.outside <= idTest_.values / 100;
+    const bool idLike = idTest_.large > 0 && idTest_.wild > idTest_.values / 2;
+    pairs_ = mayBePairs && (idLike || namedCrypto_);
+    if (mayBePairs && idLike) kind_ = Kind::kId;
+}
+
+void ChannelDisplay::addToIdTest(const MBVTable& data, int count) {
+    for (int i = 0; i < count && idTest_.values < kMaxSamples; ++i) {
+        const unsigned char* value = data.item(i);
+        const float first = loadF32(value);
+        if (first == 0.0f) continue;
+        ++idTest_.values;
+        const float size = std::fabs(first);
+        if (!(size <= kLarge)) ++idTest_.large;
+        if (!(size <= kLarge && size >= 1 / kLarge)) ++idTest_.wild;
+        const bool paired =
+            isCoverage(loadF32(value + 4)) && (components_ < 4 || isCoverage(loadF32(value + 12)));
+        if (!paired) ++idTest_.outside;
     }
 }
 
@@ -54,12 +145,12 @@ void ChannelDisplay::addToRange(const MBVTable& data, int count) {
     for (int i = 0; i < count; ++i, ++seen_) {
         if (seen_ % stride_ != 0) continue;
         for (int c = 0; c < floats; ++c) {
-            const float stored = loadF32(data.item(i) + 4 * c);
+            const float stored = component(data.item(i), c);
             const float value = kind_ == Kind::kDepth ? nearness(stored) : stored;
             const bool counts = kind_ == Kind::kDepth ? value > 0.0f : std::fabs(value) < kNothingThere;
             if (counts) samples_.push_back(value);
         }
-        if (samples_.size() < kMaxSamples) continue;
+        if (samples_.size() < static_cast<std::size_t>(kMaxSamples)) continue;
         for (std::size_t s = 0; 2 * s < samples_.size(); ++s)
             samples_[s] = samples_[2 * s];
         samples_.resize((samples_.size() + 1) / 2);
@@ -90,37 +181,54 @@ void ChannelDisplay::shown(const unsigned char* value, float rgb[3]) const {
     switch (kind_) {
         case Kind::kColour:
             for (int i = 0; i < 3; ++i)
-                rgb[i] = loadF32(value + 4 * i);
+                rgb[i] = components_ == 1  ? component(value, 0)
+                         : i < components_ ? component(value, i)
+                                           : 0.0f;
             return;
-        case Kind::kGrey: rgb[0] = rgb[1] = rgb[2] = loadF32(value); return;
-        case Kind::kRange: rgb[0] = rgb[1] = rgb[2] = spread(loadF32(value)); return;
+        case Kind::kGrey: rgb[0] = rgb[1] = rgb[2] = component(value, 0); return;
+        case Kind::kRange: rgb[0] = rgb[1] = rgb[2] = spread(component(value, 0)); return;
         case Kind::kDepth: {
             // Even the farthest thing is brighter than nothing.
-            const float near = nearness(loadF32(value));
+            const float near = nearness(component(value, 0));
             rgb[0] = rgb[1] = rgb[2] = near > 0.0f ? 0.1f + 0.9f * spread(near) : 0.0f;
             return;
         }
         case Kind::kVector2:
-            rgb[0] = spread(loadF32(value));
-            rgb[1] = spread(loadF32(value + 4));
+            rgb[0] = spread(component(value, 0));
+            rgb[1] = spread(component(value, 1));
             rgb[2] = 0.5f;
             return;
-        case Kind::kVector3:
+        case Kind::kVector:
             for (int i = 0; i < 3; ++i)
-                rgb[i] = 0.5f + 0.5f * loadF32(value + 4 * i);
+                rgb[i] = 0.5f + 0.5f * component(value, components_ == 1 ? 0 : i);
             return;
-        case Kind::kId: colourOfId(loadU32(value), rgb); return;
+        case Kind::kId: shownId(value, rgb); return;
     }
 }
 
-void ChannelDisplay::convert(const MBVTable& data, int count, MBVTable& colours) const {
-    constexpr int kColourBytes = 12;
-    colours.initReusing(count, kColourBytes, 0x2000000);
-    for (int i = 0; i < std::min(count, colours.count); ++i) {
-        float rgb[3];
-        shown(data.item(i), rgb);
-        std::memcpy(colours.item(i), rgb, sizeof rgb);
+// The second of two pairs fills the edges, where the first covers less than the pixel. Values that are no
+// pairs are ids as a whole.
+void ChannelDisplay::shownId(const unsigned char* value, float rgb[3]) const {
+    if (!pairs_) {
+        std::uint32_t id = loadU32(value);
+        for (int c = 1; c < components_; ++c)
+            id = id * 0x01000193u ^ loadU32(value + 4 * c);
+        colourOfId(id, rgb);
+        return;
     }
+    rgb[0] = rgb[1] = rgb[2] = 0.0f;
+    for (int pair = 0; pair < components_ / 2; ++pair) {
+        float colour[3];
+        colourOfId(loadU32(value + 8 * pair), colour);
+        const float coverage = std::clamp(loadF32(value + 8 * pair + 4), 0.0f, 1.0f);
+        for (int i = 0; i < 3; ++i)
+            rgb[i] += coverage * colour[i];
+    }
+}
+
+void ChannelDisplay::colours(const MBVTable& data, std::int64_t first, int count, float* rgb) const {
+    for (int i = 0; i < count; ++i, rgb += 3)
+        shown(data.item(static_cast<int>(first + i)), rgb);
 }
 
 void ChannelDisplay::correct(float rgb[3]) {
@@ -129,8 +237,20 @@ void ChannelDisplay::correct(float rgb[3]) {
         rgb[i] = srgbFromLinear(rgb[i] * gain_);
 }
 
-bool ChannelRangeCallback::setImageData(const MBVTable& data, int count, int, int, int, int, int, int, int) {
-    display_.addToRange(data, count);
+int OneChannelCallback::parseTag(RIF_TAG& tag) {
+    const RIF_PIXEL_KIND* listed = findChannelKind(channel_.type);
+    const RIF_PIXEL_KIND* stored = findPixelKind(tag.id);
+    const bool same = listed != nullptr && stored != nullptr && listed->valueSize == stored->valueSize;
+    return same && tag.p8 == channel_.index ? 1 : 2;
+}
+
+int ChannelValuesCallback::parseTag(RIF_TAG& tag) {
+    constexpr int kStop = 0;
+    return display_.hasSeenEnough() ? kStop : OneChannelCallback::parseTag(tag);
+}
+
+bool ChannelValuesCallback::setImageData(const MBVTable& data, int count, int, int, int, int, int, int, int) {
+    display_.addValues(data, count);
     return true;
 }
 
@@ -138,22 +258,33 @@ ChannelDrawCallback::ChannelDrawCallback(const ShownChannel& channel, ChannelDis
                                          int outWidth, int outHeight, bool keepAspect)
     : OneChannelCallback(channel),
       display_(display),
-      drawer_(out, outWidth, outHeight, keepAspect, &display) {
-    drawer_.setChannel(channel.index, channel.type, RCA_COLOR, channel.name.c_str());
-}
+      canvas_(out, outWidth, outHeight, keepAspect, nullptr),
+      out_(out),
+      outWidth_(outWidth),
+      outHeight_(outHeight) {}
 
 bool ChannelDrawCallback::setResolution(int w, int h, float aspect) {
-    return drawer_.setResolution(w, h, aspect);
+    return canvas_.setResolution(w, h, aspect);
 }
 
-// What the tag's own id says of the value size may differ from the list's type; such a tag is not this
-// channel's.
-bool ChannelDrawCallback::setImageData(const MBVTable& data, int count, int channel, int x, int y, int width,
-                                       int height, int w28, int w32) {
-    const RIF_PIXEL_KIND* kind = findChannelKind(channel_.type);
-    if (kind == nullptr || (count > 0 && data.itemSize != kind->valueSize)) return true;
-    display_.convert(data, count, colours_);
-    return drawer_.setImageData(colours_, count, channel, x, y, width, height, w28, w32);
+bool ChannelDrawCallback::setImageData(const MBVTable& data, int count, int /*channel*/, int x, int y,
+                                       int width, int height, int /*w28*/, int /*w32*/) {
+    struct Values final : PixelSource {
+        Values(const ChannelDisplay& shownBy, const MBVTable& values) : display(shownBy), table(values) {}
+        void colours(std::int64_t first, int n, float* rgb) const override {
+            display.colours(table, first, n, rgb);
+        }
+        const ChannelDisplay& display;
+        const MBVTable& table;
+    };
+    const auto moved = [](int position, int offset) {
+        return static_cast<int>(std::clamp<std::int64_t>(std::int64_t{position} + offset, INT_MIN, INT_MAX));
+    };
+    if (std::int64_t{width} * height > std::min(count, data.count)) return true;
+    drawBucket(Values(display_, data),
+               {moved(x, canvas_.horizontalOffset()), moved(y, canvas_.verticalOffset()), width, height},
+               {canvas_.canvasWidth(), canvas_.canvasHeight(), out_, outWidth_, outHeight_}, &display_);
+    return true;
 }
 
 }  // namespace MUtils

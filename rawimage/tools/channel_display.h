@@ -1,9 +1,11 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
 #include "rawimage/tools/accepting_callback.h"
+#include "rawimage/tools/picture.h"
 #include "rawimage/tools/preview.h"
 #include "support/rd_preview.h"
 
@@ -21,30 +23,55 @@ struct ShownChannel {
 };
 
 // Turns a channel's values into three floats each. Colours stay scene-linear and are corrected after scaling;
-// everything else is a display value at once.
+// everything else is a display value at once. What is guessed and by what rule stands with ChannelView.
 class ChannelDisplay final : public ColCor {
   public:
-    ChannelDisplay(const ShownChannel& channel, float exposure);
+    ChannelDisplay(const ShownChannel& channel, ChannelView view, float exposure);
 
-    // True when the values must be seen once, with addToRange(), before they can be shown.
-    bool needsRange() const {
-        return kind_ == Kind::kRange || kind_ == Kind::kDepth || kind_ == Kind::kVector2;
-    }
-    void addToRange(const MBVTable& data, int count);
-    void finishRange();
+    // True when values must be seen once, with addValues(), before they can be shown.
+    bool needsValues() const { return needsRange() || needsIdTest_; }
+    void addValues(const MBVTable& data, int count);
+    // True when further values change nothing.
+    bool hasSeenEnough() const { return !needsRange() && idTest_.values >= kMaxSamples; }
+    void finishValues();
 
-    // Sets `colours` up with the colours of the first `count` values of `data`.
-    void convert(const MBVTable& data, int count, MBVTable& colours) const;
+    // Sets `rgb` to the colours of the values first .. first + count - 1 of `data`.
+    void colours(const MBVTable& data, std::int64_t first, int count, float* rgb) const;
 
     void correct(float rgb[3]) override;
 
   private:
-    enum class Kind { kColour, kGrey, kRange, kDepth, kVector2, kVector3, kId };
+    enum class Kind { kColour, kGrey, kRange, kDepth, kVector2, kVector, kId };
 
+    // What is known of the values as pairs of id and coverage.
+    struct IdTest {
+        std::int64_t values = 0;   // whose first component is not 0
+        std::int64_t wild = 0;     // of those: it has the size of no number that a renderer computes,
+        std::int64_t large = 0;    // or of too large a one
+        std::int64_t outside = 0;  // of those: a coverage that is not between 0 and 1
+    };
+    static constexpr std::int64_t kMaxSamples = 1 << 16;
+
+    static Kind guess(const ShownChannel& channel);
+    static Kind kindOf(const ShownChannel& channel, ChannelView view);
+    bool needsRange() const {
+        return kind_ == Kind::kRange || kind_ == Kind::kDepth || kind_ == Kind::kVector2;
+    }
+    float component(const unsigned char* value, int index) const;
+    void addToRange(const MBVTable& data, int count);
+    void addToIdTest(const MBVTable& data, int count);
+    void finishRange();
     void shown(const unsigned char* value, float rgb[3]) const;
+    void shownId(const unsigned char* value, float rgb[3]) const;
 
+    int components_ = 1;
+    bool integer_ = false;
     Kind kind_;
+    bool namedCrypto_;
+    bool needsIdTest_ = false;
+    bool pairs_ = false;  // of id and coverage
     float gain_;
+    IdTest idTest_;
     std::vector<float> samples_;  // of the values, evenly taken
     int stride_ = 1;
     long long seen_ = 0;
@@ -52,10 +79,11 @@ class ChannelDisplay final : public ColCor {
     float high_ = 1.0f;
 };
 
-// Decodes the tags of one channel only.
+// Decodes the tags of one channel only. What a tag's own id says of the value size may differ from the list's
+// type; such a tag is not this channel's.
 class OneChannelCallback : public AcceptingCallback {
   public:
-    int parseTag(RIF_TAG& tag) override { return isPixelTag(tag.id) && tag.p8 == channel_.index ? 1 : 2; }
+    int parseTag(RIF_TAG& tag) override;
 
   protected:
     explicit OneChannelCallback(const ShownChannel& channel) : channel_(channel) {}
@@ -64,10 +92,11 @@ class OneChannelCallback : public AcceptingCallback {
     const ShownChannel& channel_;
 };
 
-class ChannelRangeCallback final : public OneChannelCallback {
+class ChannelValuesCallback final : public OneChannelCallback {
   public:
-    ChannelRangeCallback(const ShownChannel& channel, ChannelDisplay& display)
+    ChannelValuesCallback(const ShownChannel& channel, ChannelDisplay& display)
         : OneChannelCallback(channel), display_(display) {}
+    int parseTag(RIF_TAG& tag) override;
     bool setImageData(const MBVTable& data, int count, int channel, int x, int y, int width, int height,
                       int w28, int w32) override;
 
@@ -85,8 +114,10 @@ class ChannelDrawCallback final : public OneChannelCallback {
 
   private:
     ChannelDisplay& display_;
-    MakePreviewCallback drawer_;
-    MBVTable colours_{12, 0x2000000};
+    MakePreviewCallback canvas_;  // places the frame in the picture
+    RGB24* out_;
+    int outWidth_;
+    int outHeight_;
 };
 
 }  // namespace MUtils

@@ -13,15 +13,23 @@ namespace MUtils {
 
 namespace {
 
+bool soundSize(int width, int height) {
+    return width > 0 && height > 0 && width <= kMaxPictureSize && height <= kMaxPictureSize;
+}
+
 // Everything but pixels: the first walk.
 class FirstWalk final : public AcceptingCallback {
   public:
-    explicit FirstWalk(bool wantThumbnail) : wantThumbnail_(wantThumbnail) {}
+    explicit FirstWalk(const PictureRequest& request) : request_(request) {}
 
     int parseTag(RIF_TAG& tag) override {
-        const bool wanted = tag.id == TAG_RESOLUTION || tag.id == TAG_CHANNEL_INFO ||
-                            (tag.id == TAG_PREVIEW && wantThumbnail_);
-        return wanted ? 1 : 2;
+        if (tag.id == TAG_PREVIEW) {
+            // Of several the last one counts, also when it is not wanted.
+            thumbnail = {};
+            thumbnailWidth = thumbnailHeight = 0;
+            return wantsThumbnail(tag.p1, tag.p2) ? 1 : 2;
+        }
+        return tag.id == TAG_RESOLUTION || tag.id == TAG_CHANNEL_INFO ? 1 : 2;
     }
     bool setResolution(int w, int h, float /*aspect*/) override {
         width = w;
@@ -37,7 +45,6 @@ class FirstWalk final : public AcceptingCallback {
         return true;
     }
     bool setPreview(MBVTable& pixels, int count, int w, int h) override {
-        if (w <= 0 || h <= 0) return true;
         thumbnail.resize(static_cast<std::size_t>(count));
         pixels.storeToBuffer(thumbnail.data(), 0, count);
         thumbnailWidth = w;
@@ -53,7 +60,18 @@ class FirstWalk final : public AcceptingCallback {
     int thumbnailHeight = 0;
 
   private:
-    bool wantThumbnail_;
+    bool wantsThumbnail(int w, int h) const {
+        const bool asked =
+            !request_.channel.empty() || request_.view != ChannelView::kGuess || request_.exposure != 0.0f;
+        if (!request_.useStored || asked || !soundSize(w, h)) return false;
+        if (request_.width == 0) return true;
+        const bool same = w == request_.width && h == request_.height;
+        const bool fits = request_.keepAspect && w <= request_.width && h <= request_.height &&
+                          (w == request_.width || h == request_.height);
+        return same || fits;
+    }
+
+    const PictureRequest& request_;
 };
 
 const ShownChannel* findChannel(const std::vector<ShownChannel>& channels, const std::string& name) {
@@ -78,35 +96,27 @@ void chooseSize(const FirstWalk& facts, Picture& picture) {
     picture.height = std::max(1, static_cast<int>(std::lround(facts.height * scale)));
 }
 
-// Copies the thumbnail to the middle of the picture when that is what a rendering would show.
-bool takeThumbnail(const FirstWalk& facts, bool keepAspect, Picture& picture) {
+// Copies the thumbnail to the middle of the picture.
+void takeThumbnail(const FirstWalk& facts, Picture& picture) {
     const int w = facts.thumbnailWidth;
     const int h = facts.thumbnailHeight;
-    const bool same = w == picture.width && h == picture.height;
-    const bool fits = keepAspect && w <= picture.width && h <= picture.height &&
-                      (w == picture.width || h == picture.height);
-    if (w <= 0 || !(same || fits)) return false;
     const int left = (picture.width - w) / 2;
     const int top = (picture.height - h) / 2;
     for (int y = 0; y < h; ++y) {
         const auto row = facts.thumbnail.begin() + std::int64_t{y} * w;
         std::copy(row, row + w, picture.pixels.begin() + std::int64_t{top + y} * picture.width + left);
     }
-    return picture.stored = true;
+    picture.stored = true;
 }
 
-bool soundSize(int width, int height) {
-    return width > 0 && height > 0 && width <= kMaxPictureSize && height <= kMaxPictureSize;
-}
-
-// The walks after the first: the range of the values where the display needs one, then the drawing.
+// The walks after the first: the values where the display must know them, then the drawing.
 void drawChannel(RIFile& file, const FirstWalk& facts, const ShownChannel& channel,
                  const PictureRequest& request, Picture& picture) {
-    ChannelDisplay display(channel, request.exposure);
-    if (display.needsRange()) {
-        ChannelRangeCallback range(channel, display);
-        file.ParseFile(range);
-        display.finishRange();
+    ChannelDisplay display(channel, request.view, request.exposure);
+    if (display.needsValues()) {
+        ChannelValuesCallback values(channel, display);
+        file.ParseFile(values);
+        display.finishValues();
     }
     ChannelDrawCallback draw(channel, display, picture.pixels.data(), picture.width, picture.height,
                              request.keepAspect);
@@ -128,7 +138,7 @@ Picture makePicture(const char* fileName, const PictureRequest& request) {
     RIFile file;
     if (!file.Open(fileName, nullptr).empty()) return ended(PictureState::kCannotOpen);
 
-    FirstWalk facts(request.useStored && request.channel.empty() && request.exposure == 0.0f);
+    FirstWalk facts(request);
     picture.parseCode = file.ParseFile(facts);
     if (picture.parseCode == -2 || picture.parseCode == -3) return ended(PictureState::kNotThisFormat);
     for (const ShownChannel& channel : facts.channels)
@@ -142,15 +152,16 @@ Picture makePicture(const char* fileName, const PictureRequest& request) {
         chooseSize(facts, picture);
         if (!soundSize(picture.width, picture.height)) return ended(PictureState::kNoFrame);
     }
+    const ShownChannel* channel = findChannel(facts.channels, request.channel);
+    const bool stored = facts.thumbnailWidth > 0;
+    if (!stored && (facts.width <= 0 || facts.height <= 0)) return ended(PictureState::kNoFrame);
+    if (!stored && channel == nullptr) return ended(PictureState::kNoChannel);
     picture.pixels.assign(static_cast<std::size_t>(picture.width) * static_cast<std::size_t>(picture.height),
                           request.background);
-    if (takeThumbnail(facts, request.keepAspect, picture)) return picture;
-
-    const ShownChannel* channel = findChannel(facts.channels, request.channel);
-    const bool drawable = facts.width > 0 && facts.height > 0;
-    if (channel == nullptr || !drawable) picture.pixels.clear();
-    if (!drawable) return ended(PictureState::kNoFrame);
-    if (channel == nullptr) return ended(PictureState::kNoChannel);
+    if (stored) {
+        takeThumbnail(facts, picture);
+        return picture;
+    }
     drawChannel(file, facts, *channel, request, picture);
     return picture;
 }

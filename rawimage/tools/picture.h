@@ -11,6 +11,24 @@
 
 namespace MUtils {
 
+// How a channel's values are shown. The guess goes by type, alias and name, and for four floats by the
+// values:
+// - Ids are integers, and two or four floats with "crypto" in the name. So are four floats without a colour's
+//   alias whose second and fourth lie between 0 and 1 while the first is no number that is rendered: most of
+//   those that are not 0 are beyond 2^24 or below 2^-24, and some are beyond.
+// - A float of alias 117 is a depth. One of alias 1 or 126, or whose name is Y, holds "luminance" or ends in
+//   ".luma", in any case, is a luminance, shown as a colour. Any other is spread over grey by its range.
+// - Vectors and two floats are vectors. Everything else is a colour.
+enum class ChannelView {
+    kGuess,
+    // A colour for each value. Two or four floats that are ids by the rule above are pairs of id and
+    // coverage, mixed by the coverage.
+    kId,
+    kColour,  // scene-linear; one component is grey
+    kVector,  // -1 to 1 becomes dark to bright; two floats around the middle by their range
+    kDepth    // the first component, near is bright
+};
+
 struct PictureRequest {
     // Pixels of the picture; 0 for both takes the stored thumbnail's size, or else the frame's, scaled down
     // to at most kDefaultPictureSize in either direction. Anything else must be positive.
@@ -20,10 +38,11 @@ struct PictureRequest {
     // The channel to show; "" for the colour channel, the last one of alias 1 or 126, or else the first
     // channel of all.
     std::string channel;
-    float exposure = 0.0f;  // stops, for colours
+    ChannelView view = ChannelView::kGuess;
+    float exposure = 0.0f;  // stops, for colours and luminance
     RGB24 background{0, 0, 0};
-    // Take the stored thumbnail when no channel and no exposure is asked for and it is what a rendering would
-    // be: of the size asked for, or with keepAspect as large as fits.
+    // Take the stored thumbnail when no channel, view or exposure is asked for and it is what a rendering
+    // would be: of the size asked for, or with keepAspect as large as fits.
     bool useStored = true;
 };
 constexpr int kDefaultPictureSize = 1024;
@@ -52,8 +71,9 @@ struct Picture {
 
 // Colours are scene-linear and go through the exposure and the sRGB curve. An alpha channel and floats
 // between 0 and 1 are shown as grey, other floats spread over grey by their range (near is bright for depth),
-// vectors from -1..1 to colour, two floats to red and green around the middle, integers each to a colour of
-// their own, 0 to black. Only the shown channel is decompressed. Throws std::bad_alloc.
+// vectors from -1..1 to colour, two floats to red and green around the middle, ids each in a colour of its
+// own, 0 in black. Only the shown channel is decompressed, one tag at a time: beside the picture the values
+// of the largest of its tags are in memory. Throws std::bad_alloc.
 Picture makePicture(const char* fileName, const PictureRequest& request);
 
 }  // namespace MUtils

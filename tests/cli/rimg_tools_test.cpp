@@ -1,12 +1,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <png.h>
 
 #include <cmath>
 #include <random>
 #include <set>
 
 #include "tests/testing/raw_frame.h"
+#include "tests/testing/read_png.h"
 #include "tests/testing/run_program.h"
 #include "tests/testing/sample_file.h"
 
@@ -14,27 +14,6 @@ namespace {
 
 using namespace testing_tools;
 using testing::HasSubstr;
-
-struct Png {
-    int width = 0;
-    int height = 0;
-    std::vector<RGB24> pixels;
-
-    RGB24 at(int x, int y) const { return pixels[static_cast<std::size_t>(y * width + x)]; }
-};
-
-Png readPng(const std::string& path) {
-    png_image image{};
-    image.version = PNG_IMAGE_VERSION;
-    Png png;
-    if (png_image_begin_read_from_file(&image, path.c_str()) == 0) return png;
-    image.format = PNG_FORMAT_RGB;
-    png.width = static_cast<int>(image.width);
-    png.height = static_cast<int>(image.height);
-    png.pixels.resize(static_cast<std::size_t>(png.width * png.height));
-    png_image_finish_read(&image, nullptr, png.pixels.data(), 0, nullptr);
-    return png;
-}
 
 // A frame of 16 x 8 pixels in 4 x 4 buckets whose channels are all noise: compressed payloads are larger than
 // their values, and readers that drop those would show nothing.
