@@ -71,6 +71,25 @@ class RimgPreview : public testing::Test {
     const std::string output_ = folder_ / "p.png";
 };
 
+TEST_F(RimgPreview, RefusesOutputsThatNameAnotherFormat) {
+    write(RCT_COLOR, RCA_COLOR, "color", [](int, int) { return std::vector<float>{1, 0, 0}; });
+    const struct {
+        const char* name;
+        int status;
+    } cases[] = {
+        {"a.jpg", 2},  {"a.JPEG", 2}, {"a.b.Exr", 2},  {"a.tif", 2},  {"a.TIFF", 2},
+        {"a.rimg", 2}, {"a.bmp", 2},  {"a.gif", 2},    {"a.webp", 2}, {"a", 0},
+        {"a.png", 0},  {"a.PNG", 0},  {"frame.10", 0}, {".jpg", 0},   {"jpg", 0},
+    };
+    for (const auto& c : cases) {
+        const std::string output = folder_ / c.name;
+        const ProgramResult result = runProgram(RIMG_PROGRAM, {"preview", file_, "-o", output});
+        EXPECT_EQ(result.status, c.status) << c.name << result.err;
+        EXPECT_EQ(readPng(output).width, c.status == 0 ? kWidth : 0) << c.name;
+        EXPECT_EQ(result.err.find("PNG") != std::string::npos, c.status == 2) << c.name;
+    }
+}
+
 // Ids and their coverage: a background, two objects side by side and a border where they share pixels.
 constexpr std::uint32_t kFirst = 0x91D2E3F4;
 constexpr std::uint32_t kSecond = 0x7A123456;
