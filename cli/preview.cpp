@@ -77,6 +77,21 @@ std::string checkEnding(const std::string& output) {
     return other ? "a preview is a PNG picture, and " + ending + " is another format: " + output : "";
 }
 
+constexpr const char* kResolution = "resolution";
+constexpr const char* kChannels = "channel list";
+
+// Of a file in which there is nothing to draw. A render that has only begun is not damaged.
+[[noreturn]] void refuseEmpty(const PreviewOptions& options, const std::string& what) {
+    const MUtils::FileSummary summary = MUtils::summariseFile(options.file.c_str(), false);
+    if (summary.verdict == MUtils::FileVerdict::kDamaged)
+        throw Failure(ExitCode::kDamaged, options.file, summary.cause, summary.faultOffset);
+    const bool missing = what == kChannels || !summary.resolution;
+    if (summary.verdict == MUtils::FileVerdict::kUnfinished && missing)
+        throw Failure(ExitCode::kIncomplete, options.file,
+                      "the render has only begun, there is no " + what + " yet: nothing was drawn");
+    throw Failure(ExitCode::kDamaged, options.file, "has no " + what + " that can be drawn");
+}
+
 void refuse(const PreviewOptions& options, const MUtils::Picture& picture) {
     using MUtils::PictureState;
     switch (picture.state) {
@@ -85,11 +100,9 @@ void refuse(const PreviewOptions& options, const MUtils::Picture& picture) {
             throw Failure(
                 ExitCode::kUsage, "",
                 "a picture is 1 to " + std::to_string(MUtils::kMaxPictureSize) + " pixels in each direction");
-        case PictureState::kNoFrame:
-            throw Failure(ExitCode::kDamaged, options.file, "has no resolution that can be drawn");
+        case PictureState::kNoFrame: refuseEmpty(options, kResolution);
         case PictureState::kNoChannel: {
-            if (picture.channels.empty())
-                throw Failure(ExitCode::kDamaged, options.file, "has no channel list");
+            if (picture.channels.empty()) refuseEmpty(options, kChannels);
             std::string names;
             for (const std::string& name : picture.channels)
                 names += (names.empty() ? "" : ", ") + name;

@@ -90,6 +90,52 @@ TEST_F(RimgPreview, RefusesOutputsThatNameAnotherFormat) {
     }
 }
 
+// A render that has only begun is not damaged.
+TEST_F(RimgPreview, OfARenderWithNothingToDrawIsUnfinished) {
+    const Bytes list = channelList(RCT_COLOR, RCA_COLOR, "color");
+    const auto cut = [](Bytes bytes, std::size_t size) {
+        bytes.resize(bytes.size() - size);
+        return bytes;
+    };
+    const auto with = [](const Bytes& start, const Bytes& more) {
+        Bytes bytes = start;
+        return bytes.raw(more.data(), more.size());
+    };
+    const Bytes header = Bytes().fileHeader(0);
+    const Bytes resolution = Bytes().tag(TAG_RESOLUTION, 0, {16, 8});
+    const Bytes buckets = Bytes().tag(TAG_REGIONS_INFO, 0, {8, 8});
+    Bytes finished = Bytes().fileHeader(72).tag(TAG_RESOLUTION, 0, {16, 8}).tag(TAG_INFO_TAGS, 48, {1});
+    finished.tag(TAG_RESOLUTION, 0, {16, 8}).u64(32);
+    const struct {
+        const char* name;
+        Bytes bytes;
+        int status;
+        const char* message;
+    } cases[] = {
+        {"header only", header, 3, "no resolution yet"},
+        {"torn resolution", cut(with(header, resolution), 7), 3, "no resolution yet"},
+        {"channels before the resolution", with(header, list), 3, "no resolution yet"},
+        {"resolution only", with(header, resolution), 3, "no channel list yet"},
+        {"buckets too", with(with(header, resolution), buckets), 3, "no channel list yet"},
+        {"torn list", cut(with(with(header, resolution), list), 9), 3, "no channel list yet"},
+        {"sizes of no picture", Bytes().fileHeader(0).tag(TAG_RESOLUTION, 0, {0, -5}), 4, "resolution"},
+        {"finished without a list", finished, 4, "channel list"},
+        {"damaged", Bytes().fileHeader(0).i32s({TAG_CHANNEL_INFO, 3}).zeros(60), 4, ""},
+        {"torn header", cut(header, 1), 5, ""},
+    };
+    for (const auto& c : cases) {
+        writeFile(file_, {c.bytes.begin(), c.bytes.end()});
+        writeFile(output_, "older");
+        for (const auto& options : {std::vector<std::string>{}, {"--size", "8x8"}, {"--channel", "color"}}) {
+            const ProgramResult result = run(options);
+            EXPECT_EQ(result.status, c.status) << c.name << ": " << result.err;
+            EXPECT_THAT(result.err, HasSubstr(c.message)) << c.name;
+            EXPECT_EQ(result.errorLines(), 1) << result.err;
+        }
+        EXPECT_EQ(readFile(output_), "older") << c.name;
+    }
+}
+
 // Ids and their coverage: a background, two objects side by side and a border where they share pixels.
 constexpr std::uint32_t kFirst = 0x91D2E3F4;
 constexpr std::uint32_t kSecond = 0x7A123456;
