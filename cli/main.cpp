@@ -1,11 +1,11 @@
 #include <CLI/CLI.hpp>
 #include <exception>
 #include <new>
-#include <string>
 
 #include "cli/exit_codes.h"
 #include "cli/interrupt.h"
 #include "cli/report.h"
+#include "cli/usage_error.h"
 #include "cli/verbs.h"
 #include "rawimage/version.h"
 
@@ -17,9 +17,6 @@ ExitCode runVerb(int argc, char** argv) {
     CLI::App app("Works on raw images, the files that a renderer writes bucket by bucket.", "rimg");
     app.set_version_flag("--version", "rimg " RAWIMAGE_VERSION);
     app.require_subcommand(1);
-    app.failure_message([](const CLI::App*, const CLI::Error& error) {
-        return std::string("rimg: ") + error.what() + " (--help tells more)\n";
-    });
     ExitCode result = ExitCode::kGood;
     addConvertVerb(app, result);
     addInfoVerb(app, result);
@@ -30,10 +27,14 @@ ExitCode runVerb(int argc, char** argv) {
     addMissingVerb(app, result);
     addRecoverVerb(app, result);
     addMergeVerb(app, result);
+    refuseSlips(app);
     try {
         app.parse(argc, argv);
+    } catch (const CLI::Success& request) {  // for help or the version
+        app.exit(request);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? ExitCode::kGood : ExitCode::kUsage;
+        report("", usageMessage(app, error));
+        return ExitCode::kUsage;
     }
     return result;
 }

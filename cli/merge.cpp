@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "cli/files.h"
+#include "cli/option_checks.h"
 #include "cli/report.h"
 #include "cli/tool_progress.h"
 #include "cli/verbs.h"
@@ -88,7 +89,8 @@ void addMergeVerb(CLI::App& app, ExitCode& result) {
     verb->add_option("-o,--output", options->output, "The raw image to write")->required();
     verb->add_option("--overlap", options->overlap,
                      "Which file counts where several have a pixel. Default: an error")
-        ->check(CLI::IsMember({"first", "last"}));
+        ->type_name("NAME")
+        ->check(oneOf({"first", "last"}));
     verb->add_flag("--allow-holes", options->allowHoles, "Merge even if pixels are missing afterwards");
     verb->footer(
         "Does not look into pixels: verify the pieces first. Exit code: 0 merged, 1 cannot be written, 4 a "

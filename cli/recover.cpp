@@ -6,6 +6,7 @@
 #include <string>
 
 #include "cli/files.h"
+#include "cli/option_checks.h"
 #include "cli/report.h"
 #include "cli/tool_progress.h"
 #include "cli/verbs.h"
@@ -61,8 +62,8 @@ void printResult(const RecoverReport& found, bool inPlace) {
 }
 
 ExitCode runRecover(const RecoverVerbOptions& options) {
-    if (options.inPlace == !options.output.empty())
-        throw Failure(ExitCode::kUsage, options.file, "name an output with -o, or use --in-place");
+    if (!options.inPlace && options.output.empty())
+        throw Failure(ExitCode::kUsage, "recover", "name a new file with -o, or use --in-place");
     if (!options.inPlace && sameFile(options.file, options.output))
         throw Failure(ExitCode::kUsage, options.output, "input and output are the same file");
     requireFolderFor(options.output);
@@ -84,12 +85,15 @@ void addRecoverVerb(CLI::App& app, ExitCode& result) {
     auto options = std::make_shared<RecoverVerbOptions>();
     CLI::App* verb = app.add_subcommand("recover", "Save what is sound of a damaged or unfinished raw image");
     verb->add_option("FILE", options->file, "The raw image")->required();
-    verb->add_option("-o,--output", options->output, "The new file, which gets every sound tag as it stands");
+    CLI::Option* output = verb->add_option("-o,--output", options->output,
+                                           "The new file, which gets every sound tag as it stands");
     verb->add_flag("--in-place", options->inPlace,
-                   "Only cut a torn end off the file and add the table; refused when that is not enough");
+                   "Only cut a torn end off the file and add the table; refused when that is not enough")
+        ->excludes(output);
     verb->add_option("-j,--threads", options->threads,
-                     "Threads that decompress. Default: one for each processor")
-        ->check(CLI::Range(1, 1024));
+                     "Threads that decompress, 1 to 1024. Default: one for each processor")
+        ->type_name("N")
+        ->check(wholeNumber(1, kMostThreads));
     verb->footer(
         "Tells each byte range that is lost. Exit code: 0 saved, even if something was lost, 1 cannot be "
         "written, 4 cannot be mended in place, 5 nothing to recover, or another writer is at it.");

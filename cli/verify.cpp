@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/option_checks.h"
 #include "cli/report.h"
 #include "cli/tool_progress.h"
 #include "cli/verbs.h"
@@ -90,8 +91,9 @@ void addVerifyVerb(CLI::App& app, ExitCode& result) {
                    "Headers, table, lists and texts only; no pixels are decompressed");
     verb->add_flag("--json", options->json, "One JSON object for each file, on a line of its own");
     verb->add_option("-j,--threads", options->threads,
-                     "Threads that decompress. Default: one for each processor")
-        ->check(CLI::Range(1, 1024));
+                     "Threads that decompress, 1 to 1024. Default: one for each processor")
+        ->type_name("N")
+        ->check(wholeNumber(1, kMostThreads));
     verb->footer(
         "Exit code: 0 good, 3 unfinished or incomplete, 4 damaged, 5 not readable or of another format.");
     verb->callback([options, &result] { result = runVerify(*options); });
@@ -100,7 +102,7 @@ void addVerifyVerb(CLI::App& app, ExitCode& result) {
 void addMissingVerb(CLI::App& app, ExitCode& result) {
     auto options = std::make_shared<CheckOptions>();
     CLI::App* verb = app.add_subcommand("missing", "List the boxes of a raw image that are still to render");
-    verb->add_option("FILE", options->files, "The raw image")->required()->expected(1);
+    verb->add_option("FILE", options->files.emplace_back(), "The raw image")->required();
     verb->add_flag("--json", options->json, "As a JSON object");
     verb->footer("Exit code: 0 nothing is missing, 3 boxes are, 4 the file is damaged, 5 not readable.");
     verb->callback([options, &result] { result = runMissing(*options); });

@@ -1,0 +1,102 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/testing/raw_frame.h"
+#include "tests/testing/run_program.h"
+
+// Command lines that are wrong: each is answered with one line that names the slip and what would be right.
+
+namespace {
+
+using namespace testing_tools;
+using testing::HasSubstr;
+using testing::Not;
+
+class RimgUsage : public testing::Test {
+  protected:
+    RimgUsage() {
+        RawFrame frame;
+        frame.write(folder_ / "a.rimg");
+        frame.write(folder_ / "b.rimg");
+    }
+    ProgramResult run(const std::string& command) {
+        return runProgram("/bin/bash", {"-c", "cd '" + folder_ / "' && exec '" RIMG_PROGRAM "' " + command});
+    }
+    // Whatever is in the folder, with what is in it.
+    std::map<std::string, std::string> content() const {
+        std::map<std::string, std::string> files;
+        for (const auto& entry : std::filesystem::directory_iterator(folder_ / ""))
+            files[entry.path()] = readFile(entry.path());
+        return files;
+    }
+
+    TempFolder folder_;
+};
+
+TEST_F(RimgUsage, NamesTheSlipAndWhatWouldBeRight) {
+    const char* verbs = "convert, info, preview, note, settings, verify, missing, recover or merge";
+    const struct {
+        const char* command;
+        std::vector<const char*> says;
+    } cases[] = {
+        {"", {"rimg: name a verb: ", verbs, "(see rimg --help)"}},
+        {"foo", {"rimg: no verb \"foo\". The verbs are ", verbs}},
+        {"foo a.rimg", {"no verb \"foo\""}},
+        {"verfy a.rimg", {"no verb \"verfy\", did you mean verify?", verbs}},
+        {"--json", {"rimg: no option --json before a verb", verbs}},
+        {"--json info a.rimg", {"--json comes before the verb, options follow it: rimg info --json"}},
+        {"info", {"rimg: info: needs FILE: ", "(see rimg info --help)"}},
+        {"info --jsn", {"info: no option --jsn, did you mean --json? (see"}},
+        {"info -x a.rimg", {"info: no option -x (see"}},
+        {"info --json=3 a.rimg", {"info: --json takes no value"}},
+        {"info ''", {"info: FILE: an empty name is no file"}},
+        {"info a.rimg verify b.rimg", {"info: FILE: \"verify\" is a second verb, give one at a time"}},
+        {"missing a.rimg verify", {"missing: \"verify\" is a second verb"}},
+        {"missing a.rimg b.rimg", {"missing: takes one FILE, \"b.rimg\" is one too many"}},
+        {"missing", {"missing: needs FILE: "}},
+        {"verify", {"verify: needs FILE: "}},
+        {"verify -j x a.rimg", {"verify: --threads: a whole number from 1 to 1024, not \"x\""}},
+        {"verify -j 0 a.rimg", {"--threads: a whole number from 1 to 1024, not \"0\""}},
+        {"verify --threads=4.5 a.rimg", {"not \"4.5\""}},
+        {"verify -j 99999999999999 a.rimg", {"not \"99999999999999\""}},
+        {"verify a.rimg -j", {"verify: --threads needs a value, as in --threads=N"}},
+        {"verify -j 1 -j 2 a.rimg", {"verify: --threads is given 2 times"}},
+        {"note a.rimg --set x --set-from y", {"note: --set and --set-from exclude each other, give one"}},
+        {"note a.rimg --set", {"note: --set needs a value, as in --set=TEXT"}},
+        {"note a.rimg --set '' --set x", {"note: --set is given 2 times"}},
+        {"note", {"note: needs FILE: "}},
+        {"note a.rimg b.rimg", {"note: takes one FILE, \"b.rimg\" is one too many"}},
+        {"settings", {"settings: needs FILE: "}},
+        {"settings a.rimg -o ''", {"settings: --output: an empty name is no file"}},
+        {"recover a.rimg", {"rimg: recover: name a new file with -o, or use --in-place"}},
+        {"recover a.rimg -o new --in-place",
+         {"recover: --output and --in-place exclude each other, give one"}},
+        {"recover --in-place", {"recover: needs FILE: "}},
+        {"recover -o new", {"recover: needs FILE: "}},
+        {"recover a.rimg -o a.rimg", {"a.rimg: input and output are the same file"}},
+        {"merge a.rimg", {"merge: needs -o,--output: "}},
+        {"merge -o new", {"merge: needs FILE: "}},
+        {"merge a.rimg b.rimg -o new --overlap both", {"merge: --overlap: one of first, last, not \"both\""}},
+        {"convert", {"convert: needs IN: "}},
+        {"convert a.rimg", {"convert: needs OUT: "}},
+        {"convert a.rimg new new2", {"convert: takes one IN and one OUT, \"new2\" is one too many"}},
+        {"convert a.rimg new.exr --kind foo", {"convert: --kind: ", "foo", "scanline"}},
+        {"convert a.rimg ''", {"convert: OUT: an empty name is no file"}},
+        {"preview a.rimg", {"preview: needs -o,--output: "}},
+        {"preview a.rimg -o new.png --size 3", {"preview: --size: ", "WIDTHxHEIGHT", "3"}},
+        {"preview a.rimg -o new.png --exposure abc", {"preview: --exposure: ", "abc"}},
+        {"preview a.rimg -o new.png -o new2.png", {"preview: --output is given 2 times"}},
+    };
+    const auto before = content();
+    for (const auto& c : cases) {
+        const ProgramResult result = run(c.command);
+        EXPECT_EQ(result.status, 2) << c.command;
+        EXPECT_EQ(result.out, "") << c.command;
+        EXPECT_EQ(result.errorLines(), 1) << c.command;
+        for (const char* part : c.says)
+            EXPECT_THAT(result.err, HasSubstr(part)) << c.command;
+        EXPECT_TRUE(content() == before) << c.command;
+    }
+}
+
+}  // namespace
