@@ -61,13 +61,11 @@ ExitCode runInfo(const InfoOptions& options) {
 }  // namespace
 
 void addInfoVerb(CLI::App& app, ExitCode& result) {
-    CLI::App* verb = app.add_subcommand("info", "Show what raw images hold");
+    CLI::App* verb = app.add_subcommand("info", "Show what raw images hold: frame, camera, texts, channels");
     auto options = std::make_shared<InfoOptions>();
     verb->add_option("FILE", options->files, "Raw images")->required();
-    verb->add_flag("--json", options->json, "One JSON object for each file, on a line of its own");
-    verb->add_flag("--tags", options->tags, "List every tag too");
-    verb->footer(
-        "Exit code: 0 finished and sound, 3 unfinished, 4 damaged, 5 not readable or of another format.");
+    verb->add_flag("--json", options->json, "Print a JSON object for each file, on a line of its own");
+    verb->add_flag("--tags", options->tags, "List every tag, too: offset, id, size in bytes, parameters");
     verb->callback([options, &result] { result = runInfo(*options); });
 }
 

@@ -6,6 +6,7 @@
 #include "cli/interrupt.h"
 #include "cli/report.h"
 #include "cli/usage_error.h"
+#include "cli/verb_help.h"
 #include "cli/verbs.h"
 #include "rawimage/version.h"
 
@@ -15,7 +16,8 @@ namespace {
 
 ExitCode runVerb(int argc, char** argv) {
     CLI::App app("Works on raw images, the files that a renderer writes bucket by bucket.", "rimg");
-    app.set_version_flag("--version", "rimg " RAWIMAGE_VERSION);
+    setHelpLayout(app);
+    app.set_version_flag("--version", "rimg " RAWIMAGE_VERSION, "Show the version");
     app.require_subcommand(1);
     ExitCode result = ExitCode::kGood;
     addConvertVerb(app, result);
@@ -28,6 +30,7 @@ ExitCode runVerb(int argc, char** argv) {
     addRecoverVerb(app, result);
     addMergeVerb(app, result);
     refuseSlips(app);
+    addHelpEnds(app);
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& request) {  // for help or the version

@@ -84,17 +84,19 @@ ExitCode runMerge(const MergeVerbOptions& options) {
 void addMergeVerb(CLI::App& app, ExitCode& result) {
     auto options = std::make_shared<MergeVerbOptions>();
     CLI::App* verb = app.add_subcommand(
-        "merge", "Make one raw image out of pieces of the same frame, without compressing again");
-    verb->add_option("FILE", options->inputs, "The pieces")->required();
-    verb->add_option("-o,--output", options->output, "The raw image to write")->required();
+        "merge",
+        "Make one raw image out of pieces of the same frame, by copying. Does not look into pixels: verify "
+        "the pieces, or the result");
+    verb->add_option("FILE", options->inputs, "The pieces: raw images that agree in size and channels")
+        ->required();
+    verb->add_option("-o,--output", options->output, "The raw image to write")->type_name("OUT")->required();
     verb->add_option("--overlap", options->overlap,
-                     "Which file counts where several have a pixel. Default: an error")
+                     "Where several pieces have a pixel, the \"first\" or the \"last\" of them counts. "
+                     "Default: none does, it is an error")
         ->type_name("NAME")
         ->check(oneOf({"first", "last"}));
-    verb->add_flag("--allow-holes", options->allowHoles, "Merge even if pixels are missing afterwards");
-    verb->footer(
-        "Does not look into pixels: verify the pieces first. Exit code: 0 merged, 1 cannot be written, 4 a "
-        "piece is damaged, 5 not readable, 6 the pieces do not fit, overlap or leave holes.");
+    verb->add_flag("--allow-holes", options->allowHoles,
+                   "Merge even if pixels are missing afterwards. Default: an error");
     verb->callback([options, &result] { result = runMerge(*options); });
 }
 

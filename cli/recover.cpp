@@ -83,20 +83,20 @@ ExitCode runRecover(const RecoverVerbOptions& options) {
 
 void addRecoverVerb(CLI::App& app, ExitCode& result) {
     auto options = std::make_shared<RecoverVerbOptions>();
-    CLI::App* verb = app.add_subcommand("recover", "Save what is sound of a damaged or unfinished raw image");
+    CLI::App* verb = app.add_subcommand(
+        "recover", "Save what is sound of a damaged or unfinished raw image, and tell what is lost");
     verb->add_option("FILE", options->file, "The raw image")->required();
     CLI::Option* output = verb->add_option("-o,--output", options->output,
-                                           "The new file, which gets every sound tag as it stands");
-    verb->add_flag("--in-place", options->inPlace,
-                   "Only cut a torn end off the file and add the table; refused when that is not enough")
+                                           "The new file, which gets every sound tag as it stands")
+                              ->type_name("OUT");
+    verb->add_flag(
+            "--in-place", options->inPlace,
+            "Instead of -o: cut a torn end off FILE and add the table; refused when that is not enough")
         ->excludes(output);
     verb->add_option("-j,--threads", options->threads,
                      "Threads that decompress, 1 to 1024. Default: one for each processor")
         ->type_name("N")
         ->check(wholeNumber(1, kMostThreads));
-    verb->footer(
-        "Tells each byte range that is lost. Exit code: 0 saved, even if something was lost, 1 cannot be "
-        "written, 4 cannot be mended in place, 5 nothing to recover, or another writer is at it.");
     verb->callback([options, &result] { result = runRecover(*options); });
 }
 

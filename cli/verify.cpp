@@ -85,17 +85,14 @@ ExitCode runMissing(const CheckOptions& options) {
 
 void addVerifyVerb(CLI::App& app, ExitCode& result) {
     auto options = std::make_shared<CheckOptions>();
-    CLI::App* verb = app.add_subcommand("verify", "Tell whether raw images are what was written, and whole");
+    CLI::App* verb = app.add_subcommand("verify", "Tell whether raw images are whole, and what was written");
     verb->add_option("FILE", options->files, "Raw images")->required();
-    verb->add_flag("--quick", options->quick,
-                   "Headers, table, lists and texts only; no pixels are decompressed");
-    verb->add_flag("--json", options->json, "One JSON object for each file, on a line of its own");
+    verb->add_flag("--quick", options->quick, "Check headers, table, lists and texts only, no pixels");
+    verb->add_flag("--json", options->json, "Print a JSON object for each file, on a line of its own");
     verb->add_option("-j,--threads", options->threads,
                      "Threads that decompress, 1 to 1024. Default: one for each processor")
         ->type_name("N")
         ->check(wholeNumber(1, kMostThreads));
-    verb->footer(
-        "Exit code: 0 good, 3 unfinished or incomplete, 4 damaged, 5 not readable or of another format.");
     verb->callback([options, &result] { result = runVerify(*options); });
 }
 
@@ -103,8 +100,7 @@ void addMissingVerb(CLI::App& app, ExitCode& result) {
     auto options = std::make_shared<CheckOptions>();
     CLI::App* verb = app.add_subcommand("missing", "List the boxes of a raw image that are still to render");
     verb->add_option("FILE", options->files.emplace_back(), "The raw image")->required();
-    verb->add_flag("--json", options->json, "As a JSON object");
-    verb->footer("Exit code: 0 nothing is missing, 3 boxes are, 4 the file is damaged, 5 not readable.");
+    verb->add_flag("--json", options->json, "Print a JSON object");
     verb->callback([options, &result] { result = runMissing(*options); });
 }
 

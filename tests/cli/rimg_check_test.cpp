@@ -56,7 +56,17 @@ class RimgCheck : public testing::Test {
         return runProgram("/bin/bash", {"-c", before + "exec '" RIMG_PROGRAM "' " + command});
     }
 
+    // True when the help of the command's verb lists the exit code.
+    bool helpHasCode(const std::string& command, int code) {
+        std::string& help = help_[command.substr(0, command.find(' '))];
+        if (help.empty()) help = run(command.substr(0, command.find(' ')) + " --help").out;
+        char row[16];
+        std::snprintf(row, sizeof row, "\n  %2d  ", code);
+        return help.find(row, help.find("Exit codes:")) != std::string::npos;
+    }
+
     TempFolder folder_;
+    std::map<std::string, std::string> help_;
     std::map<std::string, std::string> inputs_;  // that must stay as they are
 };
 
@@ -120,6 +130,7 @@ TEST_F(RimgCheck, AnswersWithItsExitCodes) {
     for (const auto& c : cases) {
         const ProgramResult result = run(c.command);
         EXPECT_EQ(result.status, c.status) << c.command << '\n' << result.err;
+        EXPECT_TRUE(helpHasCode(c.command, result.status)) << c.command << ": " << result.status;
         EXPECT_THAT(result.out, HasSubstr(c.out)) << c.command;
         EXPECT_THAT(result.err, HasSubstr(c.err)) << c.command;
         EXPECT_LE(result.errorLines(), 1) << c.command << '\n' << result.err;

@@ -1,0 +1,117 @@
+#include "cli/help_layout.h"
+
+#include <sstream>
+
+namespace rimg {
+
+namespace {
+
+constexpr std::size_t kColumns = 80;
+constexpr std::size_t kTextColumn = 26;
+
+// Appends `text` word by word to a line that has come to `column`; further lines begin there too.
+void appendWrapped(std::string& to, const std::string& text, std::size_t column) {
+    std::size_t at = column;
+    std::istringstream words(text);
+    for (std::string word; words >> word;) {
+        if (at > column && at + 1 + word.size() > kColumns) {
+            to += '\n' + std::string(column, ' ');
+            at = column;
+        } else if (at > column) {
+            to += ' ';
+            ++at;
+        }
+        to += word;
+        at += word.size();
+    }
+    to += '\n';
+}
+
+// `left`, and `text` in a column of its own.
+std::string rowOf(const std::string& left, const std::string& text) {
+    std::string row = "  " + left;
+    const bool fits = row.size() + 2 <= kTextColumn;
+    row += fits ? std::string(kTextColumn - row.size(), ' ') : '\n' + std::string(kTextColumn, ' ');
+    appendWrapped(row, text, kTextColumn);
+    return row;
+}
+
+// What stands for the value: CLI11 puts its checks behind it, "INT:INT in [1 - 9]".
+std::string valueName(const CLI::Option& option) {
+    const std::string type = option.get_type_name();
+    return type.substr(0, type.find(':'));
+}
+
+// The check alone: "1 - 9", "16, 32".
+std::string allowedValues(const CLI::Option& option) {
+    const std::string type = option.get_type_name();
+    const std::size_t first = type.find_first_of("[{");
+    const std::size_t last = type.find_last_of("]}");
+    if (type.find(':') == std::string::npos || first == std::string::npos || last == std::string::npos)
+        return "";
+    std::string values = type.substr(first + 1, last - first - 1);
+    for (std::size_t at = 0; (at = values.find(',', at)) != std::string::npos; at += 2)
+        values.insert(at + 1, " ");
+    return values;
+}
+
+bool isFlag(const CLI::Option& option) {
+    return option.get_expected_max() == 0;
+}
+
+// "-o, --output PATH"
+std::string optionForm(const CLI::Option& option) {
+    std::string form;
+    for (const std::string& name : option.get_snames())
+        form += (form.empty() ? "-" : ", -") + name;
+    for (const std::string& name : option.get_lnames())
+        form += (form.empty() ? "--" : ", --") + name;
+    return isFlag(option) ? form : form + ' ' + valueName(option);
+}
+
+}  // namespace
+
+HelpLayout::HelpLayout() {
+    label("Positionals", "Arguments");
+}
+
+std::string HelpLayout::make_help(const CLI::App* app, std::string name, CLI::AppFormatMode mode) const {
+    std::string help = CLI::Formatter::make_help(app, std::move(name), mode);
+    for (std::size_t at = 0; (at = help.find("\n\n\n", at)) != std::string::npos;)
+        help.erase(at, 1);
+    return help;
+}
+
+std::string HelpLayout::make_description(const CLI::App* app) const {
+    std::string text;
+    appendWrapped(text, app->get_description(), 0);
+    return text;
+}
+
+std::string HelpLayout::make_usage(const CLI::App* app, std::string name) const {
+    std::string usage = "\nUsage: " + name;
+    if (app->get_parent() == nullptr) return usage + " VERB [OPTIONS] FILE...\n";
+    for (const CLI::Option* option : app->get_options()) {
+        if (option->get_positional()) usage += ' ' + make_option_usage(option);
+    }
+    for (const CLI::Option* option : app->get_options()) {
+        if (!option->get_positional() && option->get_required())
+            usage += ' ' + option->get_name() + ' ' + valueName(*option);
+    }
+    return usage + " [OPTIONS]\n";
+}
+
+std::string HelpLayout::make_option(const CLI::Option* option, bool positional) const {
+    std::string text = option->get_description();
+    if (positional) return rowOf(make_option_usage(option), text);
+    if (const std::string values = allowedValues(*option); !values.empty()) text += " (" + values + ')';
+    if (!option->get_default_str().empty()) text += ". Default: " + option->get_default_str();
+    if (option->get_required()) text += " (required)";
+    return rowOf(optionForm(*option), text);
+}
+
+std::string HelpLayout::make_subcommand(const CLI::App* verb) const {
+    return rowOf(verb->get_name(), verb->get_description());
+}
+
+}  // namespace rimg

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <string>
+
+namespace rimg {
+
+// Help that fits a terminal of 80 columns: wrapped descriptions, defaults and allowed values in words behind
+// them, and what a verb cannot do without in its usage line.
+class HelpLayout : public CLI::Formatter {
+  public:
+    HelpLayout();
+
+    std::string make_help(const CLI::App* app, std::string name, CLI::AppFormatMode mode) const override;
+    std::string make_description(const CLI::App* app) const override;
+    std::string make_usage(const CLI::App* app, std::string name) const override;
+    std::string make_option(const CLI::Option* option, bool positional) const override;
+    std::string make_subcommand(const CLI::App* verb) const override;
+};
+
+}  // namespace rimg

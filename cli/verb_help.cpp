@@ -1,0 +1,155 @@
+#include "cli/verb_help.h"
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <vector>
+
+#include "cli/exit_codes.h"
+#include "cli/help_layout.h"
+
+namespace rimg {
+
+namespace {
+
+struct CodeRow {
+    ExitCode code;
+    const char* meaning;
+};
+
+struct HelpEnd {
+    const char* verb;
+    std::vector<const char*> examples;
+    std::vector<CodeRow> codes;
+};
+
+constexpr CodeRow kFailed{ExitCode::kFailure, "another failure, such as a standard output that is full"};
+constexpr CodeRow kWrongUsage{ExitCode::kUsage, "usage: the command line is wrong, nothing was done"};
+constexpr CodeRow kNotReadable{ExitCode::kUnreadable, "not readable, or of another format"};
+constexpr CodeRow kBySignal{ExitCode::kStopped, "stopped by a signal"};
+
+// Of the program, which comes first, and of each verb.
+const std::vector<HelpEnd>& helpEnds() {
+    static const std::vector<HelpEnd> ends{
+        {"",
+         {"rimg VERB --help", "rimg info frame.rimg", "rimg preview frame.rimg -o frame.png"},
+         {{ExitCode::kGood, "good"},
+          {ExitCode::kFailure, "another failure"},
+          kWrongUsage,
+          {ExitCode::kIncomplete, "incomplete but recoverable"},
+          {ExitCode::kDamaged, "damaged: part of a file is lost"},
+          {ExitCode::kUnreadable, "cannot be opened, or is not of this format"},
+          {ExitCode::kMismatch, "the inputs do not fit together"},
+          kBySignal}},
+        {"convert",
+         {"rimg convert frame.exr frame.rimg", "rimg convert frame.rimg frame.exr --bits 16 --kind tiled"},
+         {{ExitCode::kGood, "converted"},
+          {ExitCode::kFailure, "OUT cannot be written"},
+          kWrongUsage,
+          {ExitCode::kIncomplete, "the input was never finished, or lacks pixels"},
+          {ExitCode::kDamaged, "pixels are damaged"},
+          kNotReadable,
+          kBySignal}},
+        {"info",
+         {"rimg info frame.rimg", "rimg info --json --tags shot/*.rimg"},
+         {{ExitCode::kGood, "finished and sound"},
+          kFailed,
+          kWrongUsage,
+          {ExitCode::kIncomplete, "unfinished: never closed, cut, or appended to and not closed"},
+          {ExitCode::kDamaged, "damaged"},
+          kNotReadable,
+          kBySignal}},
+        {"preview",
+         {"rimg preview frame.rimg -o frame.png",
+          "rimg preview frame.rimg -o depth.png --channel depth --size 640x360"},
+         {{ExitCode::kGood, "the picture shows the whole file"},
+          {ExitCode::kFailure, "no such channel, or the picture cannot be written"},
+          kWrongUsage,
+          {ExitCode::kIncomplete, "unfinished; the picture shows what is there"},
+          {ExitCode::kDamaged, "damaged; the picture shows what could be read"},
+          kNotReadable,
+          kBySignal}},
+        {"note",
+         {"rimg note frame.rimg", "rimg note frame.rimg --set \"approved, take 3\""},
+         {{ExitCode::kGood, "printed or replaced"},
+          {ExitCode::kFailure, "the note cannot be written"},
+          kWrongUsage,
+          {ExitCode::kIncomplete, "an unfinished file without a note takes none"},
+          {ExitCode::kDamaged, "damaged; without a note it takes none"},
+          kNotReadable}},
+        {"settings",
+         {"rimg settings frame.rimg -o frame.settings", "rimg settings frame.rimg > frame.settings"},
+         {{ExitCode::kGood, "written"},
+          {ExitCode::kFailure, "the file has no settings, or they cannot be written"},
+          kWrongUsage,
+          {ExitCode::kDamaged, "the settings are damaged"},
+          kNotReadable,
+          kBySignal}},
+        {"verify",
+         {"rimg verify frame.rimg", "rimg verify --quick --json shot/*.rimg"},
+         {{ExitCode::kGood, "good"},
+          kFailed,
+          kWrongUsage,
+          {ExitCode::kIncomplete, "unfinished or incomplete"},
+          {ExitCode::kDamaged, "damaged"},
+          kNotReadable,
+          kBySignal}},
+        {"missing",
+         {"rimg missing frame.rimg", "rimg missing --json frame.rimg"},
+         {{ExitCode::kGood, "nothing is missing"},
+          kFailed,
+          kWrongUsage,
+          {ExitCode::kIncomplete, "boxes are missing, or the file ends before its frame"},
+          {ExitCode::kDamaged, "damaged"},
+          kNotReadable}},
+        {"recover",
+         {"rimg recover broken.rimg -o saved.rimg", "rimg recover --in-place unfinished.rimg"},
+         {{ExitCode::kGood, "saved, also when something was lost"},
+          {ExitCode::kFailure, "the output cannot be written"},
+          kWrongUsage,
+          {ExitCode::kDamaged, "damage that --in-place does not mend: the file is as it was"},
+          {ExitCode::kUnreadable, "nothing to recover, or another writer has the file open"},
+          kBySignal}},
+        {"merge",
+         {"rimg merge left.rimg right.rimg -o frame.rimg",
+          "rimg merge --overlap last --allow-holes piece*.rimg -o frame.rimg"},
+         {{ExitCode::kGood, "merged"},
+          {ExitCode::kFailure, "the output cannot be written"},
+          kWrongUsage,
+          {ExitCode::kDamaged, "a piece is damaged: recover it first"},
+          {ExitCode::kUnreadable, "a piece is not readable, or of another format"},
+          {ExitCode::kMismatch, "the pieces are not of one frame, overlap, or leave holes"},
+          kBySignal}}};
+    return ends;
+}
+
+std::string textOf(const HelpEnd& end) {
+    std::string text = "Examples:\n";
+    for (const char* example : end.examples)
+        text += std::string("  ") + example + '\n';
+    text += "\nExit codes:";
+    for (const CodeRow& row : end.codes) {
+        char code[16];
+        std::snprintf(code, sizeof code, "\n  %2d  ", static_cast<int>(row.code));
+        text += code;
+        text += row.meaning;
+    }
+    return text;
+}
+
+}  // namespace
+
+void setHelpLayout(CLI::App& app) {
+    app.formatter(std::make_shared<HelpLayout>());
+    app.set_help_flag("-h,--help", "Show this help");
+}
+
+void addHelpEnds(CLI::App& app) {
+    for (const HelpEnd& end : helpEnds()) {
+        const bool program = *end.verb == '\0';
+        CLI::App& owner = program ? app : *app.get_subcommand(end.verb);
+        if (!program) owner.group("Verbs");
+        owner.footer(textOf(end));
+    }
+}
+
+}  // namespace rimg
