@@ -240,10 +240,8 @@ bool Merge::checkHoles() {
         cover.addPixels(input->pixels);
     ChannelCover::Missing missing = cover.missing(area_);
     if (missing.inAny.boxes.empty() && !missing.inAny.truncated) return true;
-    if (options_.allowHoles) {
-        report_.holes = std::move(missing.inAny);
-        return true;
-    }
+    report_.holes = std::move(missing.inAny);
+    if (options_.allowHoles) return true;
     if (missing.channels.empty()) return fail(MergeState::kMismatch, "", "there are no channels");
     const auto& [channel, holes] = missing.channels.front();
     const std::string name = inputs_.front()->facts.channelName(channel);

@@ -47,7 +47,7 @@ struct MergeReport {
     std::vector<std::string> unfinished;
     PixelBox frame;
     PixelBox area;  // what the pieces are to cover: the box around their render regions, else the frame
-    // What some channel lacks of the merged area; empty unless holes are allowed.
+    // What some channel lacks of the merged area, whether that is allowed or not.
     MissingBoxes holes;
 };
 

@@ -122,6 +122,7 @@ TEST(Merge, NamesWhatDoesNotFit) {
         EXPECT_EQ(report.state, c.state) << c.cause;
         EXPECT_THAT(report.cause, HasSubstr(c.cause));
         EXPECT_EQ(report.file, c.state == MergeState::kHoles ? "" : merging.names[1]) << c.cause;
+        EXPECT_EQ(report.holes.boxes.empty(), c.state != MergeState::kHoles) << c.cause;
         EXPECT_TRUE(merging.output.bytes().empty()) << "nothing is written";
     }
 }
