@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "cli/files.h"
+#include "cli/merge_output.h"
 #include "cli/option_checks.h"
 #include "cli/report.h"
 #include "cli/tool_progress.h"
@@ -24,6 +25,7 @@ struct MergeVerbOptions {
     std::string output;
     std::string overlap;
     bool allowHoles = false;
+    bool json = false;
 };
 
 ExitCode exitCodeOf(MergeState state) {
@@ -57,12 +59,13 @@ MergeReport merge(const MergeVerbOptions& options) {
     return MUtils::mergeFiles(options.inputs, options.output, merging);
 }
 
-ExitCode runMerge(const MergeVerbOptions& options) {
+// Throws Failure when there is no merged file in the end.
+void mergeInto(MergeReport& merged, const MergeVerbOptions& options) {
     for (const std::string& input : options.inputs) {
         if (sameFile(input, options.output))
             throw Failure(ExitCode::kUsage, options.output, "input and output are the same file");
     }
-    const MergeReport merged = merge(options);
+    merged = merge(options);
     for (const std::string& file : merged.unfinished)
         report(file, "was never finished; what is whole in it counts");
     if (merged.state != MergeState::kGood) {
@@ -76,6 +79,20 @@ ExitCode runMerge(const MergeVerbOptions& options) {
                                    std::to_string(merged.frame.width) + 'x' +
                                    std::to_string(merged.frame.height));
     if (!merged.holes.boxes.empty()) report(options.output, "has holes, as allowed: rimg missing lists them");
+}
+
+ExitCode runMerge(const MergeVerbOptions& options) {
+    MergeReport merged;
+    try {
+        mergeInto(merged, options);
+    } catch (const Failure& failure) {
+        const bool begun = failure.code() != ExitCode::kUsage;
+        if (options.json && begun) printMergeJson(options.inputs, options.output, merged, &failure);
+        flushOutput();
+        throw;
+    }
+    if (options.json) printMergeJson(options.inputs, options.output, merged, nullptr);
+    flushOutput();
     return ExitCode::kGood;
 }
 
@@ -97,6 +114,7 @@ void addMergeVerb(CLI::App& app, ExitCode& result) {
         ->check(oneOf({"first", "last"}));
     verb->add_flag("--allow-holes", options->allowHoles,
                    "Merge even if pixels are missing afterwards. Default: an error");
+    verb->add_flag("--json", options->json, "Print a JSON object, also when it fails");
     verb->callback([options, &result] { result = runMerge(*options); });
 }
 

@@ -1,12 +1,12 @@
 #include "rawimage/tools/recover.h"
 
 #include <CLI/CLI.hpp>
-#include <cstdio>
 #include <memory>
 #include <string>
 
 #include "cli/files.h"
 #include "cli/option_checks.h"
+#include "cli/recover_output.h"
 #include "cli/report.h"
 #include "cli/tool_progress.h"
 #include "cli/verbs.h"
@@ -22,6 +22,7 @@ struct RecoverVerbOptions {
     std::string file;
     std::string output;
     bool inPlace = false;
+    bool json = false;
     int threads = 0;
 };
 
@@ -46,37 +47,39 @@ RecoverReport recover(const RecoverVerbOptions& options) {
     return MUtils::recoverFile(options.file.c_str(), options.output.c_str(), recovering);
 }
 
-void printResult(const RecoverReport& found, bool inPlace) {
-    for (const MUtils::LostRange& lost : found.lost) {
-        std::printf("lost: bytes %lld..%lld: %s\n", static_cast<long long>(lost.offset),
-                    static_cast<long long>(lost.end), lost.cause.c_str());
-    }
-    for (const MUtils::RecoverDoubt& doubt : found.doubts) {
-        std::printf("in doubt: offset %lld: %s\n", static_cast<long long>(doubt.offset), doubt.cause.c_str());
-    }
-    const char* what = inPlace ? "finished" : "kept";
-    std::printf("%s: %lld tags, %lld of them pixels, %lld bytes\n", found.changed ? what : "nothing to do",
-                static_cast<long long>(found.tagsKept), static_cast<long long>(found.tagsOfPixels),
-                static_cast<long long>(found.bytesKept));
-    flushOutput();
-}
-
-ExitCode runRecover(const RecoverVerbOptions& options) {
+// Throws Failure when there is no recovered file in the end.
+void recoverInto(RecoverReport& found, const RecoverVerbOptions& options) {
     if (!options.inPlace && options.output.empty())
         throw Failure(ExitCode::kUsage, "recover", "name a new file with -o, or use --in-place");
     if (!options.inPlace && sameFile(options.file, options.output))
         throw Failure(ExitCode::kUsage, options.output, "input and output are the same file");
     requireFolderFor(options.output);
-    const RecoverReport found = recover(options);
-    if (found.state == RecoverState::kGood) {
-        printResult(found, options.inPlace);
-        return ExitCode::kGood;
-    }
+    found = recover(options);
+    if (found.state == RecoverState::kGood) return;
     const bool ofOutput = found.state == RecoverState::kWriteFailed && !options.inPlace;
     const std::string hint =
         found.state == RecoverState::kNotInPlace ? "cannot be mended in place, use -o: " : "";
     const std::string cause = found.error.empty() ? found.cause : outputCause(found.error);
     throw Failure(exitCodeOf(found.state), ofOutput ? options.output : options.file, hint + cause);
+}
+
+ExitCode runRecover(const RecoverVerbOptions& options) {
+    RecoverReport found;
+    try {
+        recoverInto(found, options);
+    } catch (const Failure& failure) {
+        const bool begun = failure.code() != ExitCode::kUsage;
+        if (options.json && begun) printRecoverJson(options.file, options.output, found, &failure);
+        flushOutput();
+        throw;
+    }
+    if (options.json) {
+        printRecoverJson(options.file, options.output, found, nullptr);
+    } else {
+        printRecoverText(found, options.inPlace);
+    }
+    flushOutput();
+    return ExitCode::kGood;
 }
 
 }  // namespace
@@ -93,6 +96,7 @@ void addRecoverVerb(CLI::App& app, ExitCode& result) {
             "--in-place", options->inPlace,
             "Instead of -o: cut a torn end off FILE and add the table; refused when that is not enough")
         ->excludes(output);
+    verb->add_flag("--json", options->json, "Print a JSON object, also when it fails");
     verb->add_option("-j,--threads", options->threads,
                      "Threads that decompress, 1 to 1024. Default: one for each processor")
         ->type_name("N")

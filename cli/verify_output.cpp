@@ -3,9 +3,9 @@
 #include <array>
 #include <cstdio>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <vector>
 
+#include "cli/json_output.h"
 #include "cli/safe_text.h"
 #include "rawimage/format.h"
 
@@ -14,7 +14,6 @@ namespace rimg {
 namespace {
 
 using namespace MUtils;
-using Json = nlohmann::ordered_json;
 
 constexpr std::size_t kShown = 20;  // boxes of a list, channels of a line
 
@@ -75,18 +74,7 @@ void printFault(const VerifyFault& fault) {
     std::printf(": %s\n", fault.cause.c_str());
 }
 
-Json jsonOf(const PixelBox& box) {
-    return {{"x", box.x}, {"y", box.y}, {"width", box.width}, {"height", box.height}};
-}
-
-Json jsonOf(const MissingBoxes& missing) {
-    Json boxes = Json::array();
-    for (const PixelBox& box : missing.boxes)
-        boxes.push_back(jsonOf(box));
-    return {{"boxes", boxes}, {"truncated", missing.truncated}};
-}
-
-Json jsonOf(const VerifyFault& fault) {
+Json faultJson(const VerifyFault& fault) {
     Json json{{"offset", fault.offset}, {"end", fault.end}, {"tag", nullptr}, {"cause", fault.cause}};
     if (fault.tagId != 0) json["tag"] = tagName(fault.tagId);
     if (!isPixelTag(fault.tagId)) return json;
@@ -109,10 +97,6 @@ Json missingJson(const VerifyReport& report) {
     return {{"area", jsonOf(report.area)}, {"missing", jsonOf(report.missingInAny)}, {"channels", channels}};
 }
 
-void printLine(const Json& json) {
-    std::printf("%s\n", json.dump(-1, ' ', true, Json::error_handler_t::replace).c_str());
-}
-
 }  // namespace
 
 void printVerifyText(const std::string& file, const VerifyReport& report) {
@@ -132,10 +116,10 @@ void printVerifyJson(const std::string& file, const VerifyReport& report) {
     json["tags"] = report.tags;
     json["faults"] = Json::array();
     for (const VerifyFault& fault : report.faults)
-        json["faults"].push_back(jsonOf(fault));
+        json["faults"].push_back(faultJson(fault));
     json["furtherFaults"] = report.furtherFaults;
     json.update(missingJson(report));
-    printLine(json);
+    printJson(json);
 }
 
 void printMissingText(const std::string& file, const VerifyReport& report) {
@@ -150,7 +134,7 @@ void printMissingText(const std::string& file, const VerifyReport& report) {
 void printMissingJson(const std::string& file, const VerifyReport& report) {
     Json json = verdictJson(file, report);
     json.update(missingJson(report));
-    printLine(json);
+    printJson(json);
 }
 
 }  // namespace rimg

@@ -1,0 +1,29 @@
+#include "cli/json_output.h"
+
+#include <cstdio>
+
+namespace rimg {
+
+Json jsonOf(const MUtils::PixelBox& box) {
+    return {{"x", box.x}, {"y", box.y}, {"width", box.width}, {"height", box.height}};
+}
+
+Json jsonOf(const MUtils::MissingBoxes& missing) {
+    Json boxes = Json::array();
+    for (const MUtils::PixelBox& box : missing.boxes)
+        boxes.push_back(jsonOf(box));
+    return {{"boxes", boxes}, {"truncated", missing.truncated}};
+}
+
+Json faultOf(const Failure* failure) {
+    if (failure == nullptr) return nullptr;
+    const Json file = failure->file().empty() ? Json() : Json(failure->file());
+    return {{"file", file}, {"cause", failure->what()}};
+}
+
+void printJson(const Json& json) {
+    constexpr bool kAscii = true;
+    std::printf("%s\n", json.dump(-1, ' ', kAscii, Json::error_handler_t::replace).c_str());
+}
+
+}  // namespace rimg

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+
+#include "cli/report.h"
+#include "rawimage/tools/recover.h"
+
+namespace rimg {
+
+// The forms in which `rimg recover` shows what it did, on standard output.
+
+void printRecoverText(const MUtils::RecoverReport& found, bool inPlace);
+
+// One JSON object on a line of its own. `output` is empty for a recovery in place, `failure` why there is no
+// recovered file, null when there is one.
+void printRecoverJson(const std::string& input, const std::string& output, const MUtils::RecoverReport& found,
+                      const Failure* failure);
+
+}  // namespace rimg
