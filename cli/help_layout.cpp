@@ -36,13 +36,7 @@ std::string rowOf(const std::string& left, const std::string& text) {
     return row;
 }
 
-// What stands for the value: CLI11 puts its checks behind it, "INT:INT in [1 - 9]".
-std::string valueName(const CLI::Option& option) {
-    const std::string type = option.get_type_name();
-    return type.substr(0, type.find(':'));
-}
-
-// The check alone: "1 - 9", "16, 32".
+// The check that CLI11 puts behind the type, "INT:INT in [1 - 9]", as "1 to 9"; "16, 32".
 std::string allowedValues(const CLI::Option& option) {
     const std::string type = option.get_type_name();
     const std::size_t first = type.find_first_of("[{");
@@ -52,6 +46,7 @@ std::string allowedValues(const CLI::Option& option) {
     std::string values = type.substr(first + 1, last - first - 1);
     for (std::size_t at = 0; (at = values.find(',', at)) != std::string::npos; at += 2)
         values.insert(at + 1, " ");
+    if (const std::size_t at = values.find(" - "); at != std::string::npos) values.replace(at, 3, " to ");
     return values;
 }
 
@@ -70,6 +65,14 @@ std::string optionForm(const CLI::Option& option) {
 }
 
 }  // namespace
+
+std::string valueName(const CLI::Option& option) {
+    const std::string full = option.get_type_name();
+    const std::string type = full.substr(0, full.find(':'));
+    if (type == "INT") return "N";
+    if (type == "FLOAT") return "NUMBER";
+    return type == "TEXT" && option.get_name() == "--output" ? "OUT" : type;
+}
 
 HelpLayout::HelpLayout() {
     label("Positionals", "Arguments");

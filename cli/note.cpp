@@ -110,6 +110,7 @@ void addNoteVerb(CLI::App& app, ExitCode& result) {
     auto* set = verb->add_option("--set", options->text, "The new note, at most 1023 characters");
     auto* setFrom = verb->add_option("--set-from", options->source, "A text file that holds the new note");
     set->excludes(setFrom);
+    setFrom->type_name("PATH");
     verb->callback([options, set, setFrom, &result] {
         options->set = set->count() > 0;
         options->setFrom = setFrom->count() > 0;

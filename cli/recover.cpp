@@ -89,9 +89,11 @@ void addRecoverVerb(CLI::App& app, ExitCode& result) {
     CLI::App* verb = app.add_subcommand(
         "recover", "Save what is sound of a damaged or unfinished raw image, and tell what is lost");
     verb->add_option("FILE", options->file, "The raw image")->required();
-    CLI::Option* output = verb->add_option("-o,--output", options->output,
-                                           "The new file, which gets every sound tag as it stands")
-                              ->type_name("OUT");
+    CLI::Option* output =
+        verb->add_option(
+                "-o,--output", options->output,
+                "The new file, which gets every sound tag as it stands; this or --in-place is needed")
+            ->type_name("OUT");
     verb->add_flag(
             "--in-place", options->inPlace,
             "Instead of -o: cut a torn end off FILE and add the table; refused when that is not enough")

@@ -6,6 +6,8 @@
 #include <numeric>
 #include <vector>
 
+#include "cli/help_layout.h"
+
 namespace rimg {
 
 namespace {
@@ -101,12 +103,6 @@ std::string nameOf(const CLI::Option& option) {
     return option.get_positional() ? option.get_name() : option.get_name(false, true);
 }
 
-// "--output PATH"
-std::string valueForm(const CLI::Option& option, const char* separator) {
-    const std::string type = option.get_type_name();
-    return option.get_name() + separator + type.substr(0, type.find(':'));
-}
-
 std::string missingOption(const CLI::App& verb) {
     for (const CLI::Option* option : verb.get_options()) {
         if (option->get_required() && option->count() == 0)
@@ -130,7 +126,7 @@ std::string wrongCount(const CLI::Option& option) {
     if (option.get_expected_max() == 0) return option.get_name() + " takes no value";
     if (option.count() > 1)
         return option.get_name() + " is given " + std::to_string(option.count()) + " times";
-    return option.get_name() + " needs a value, as in " + valueForm(option, "=");
+    return option.get_name() + " needs a value, as in " + option.get_name() + "=" + valueName(option);
 }
 
 // Of an error that is not about arguments that no option takes. Empty when it is of a kind that verbs without

@@ -84,7 +84,7 @@ TEST(RimgHelp, FitsATerminal) {
         for (const std::string& line : helpLines(verb)) {
             EXPECT_LE(line.size(), 80u) << verb << ": " << line;
             for (const char* internal :
-                 {"INT:", "FLOAT:", "TEXT:", "NAME:", "REQUIRED", "Excludes", "SUBCOMMAND"})
+                 {" INT", " FLOAT", "TEXT:", "NAME:", "REQUIRED", "Excludes", "SUBCOMMAND"})
                 EXPECT_THAT(line, Not(HasSubstr(internal))) << verb;
         }
     }

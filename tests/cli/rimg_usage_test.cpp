@@ -63,6 +63,8 @@ TEST_F(RimgUsage, NamesTheSlipAndWhatWouldBeRight) {
         {"verify -j 1 -j 2 a.rimg", {"verify: --threads is given 2 times"}},
         {"note a.rimg --set x --set-from y", {"note: --set and --set-from exclude each other, give one"}},
         {"note a.rimg --set", {"note: --set needs a value, as in --set=TEXT"}},
+        {"note a.rimg --set-from", {"note: --set-from needs a value, as in --set-from=PATH"}},
+        {"preview a.rimg -o", {"preview: --output needs a value, as in --output=OUT"}},
         {"note a.rimg --set '' --set x", {"note: --set is given 2 times"}},
         {"note", {"note: needs FILE: "}},
         {"note a.rimg b.rimg", {"note: takes one FILE, \"b.rimg\" is one too many"}},
