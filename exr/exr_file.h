@@ -63,9 +63,10 @@ class ExrFile : public RIFileBase {
     // or fewer than width x height, is an error; nothing of the region is written then, and it may be given
     // again.
     //
-    // Tiled, half: the region's own float values are turned into halves where they stand. The region is
-    // spent. Tiled: the library holds a tile back until all tiles before it (row by row from the top left)
-    // are written; if one is never written, Close drops those behind it.
+    // Tiled: the box is one tile; width is the length of a row, and like height may be larger than the box.
+    // With half floats the region's own values are turned into halves where they stand: the region is spent.
+    // The library holds a tile back until all tiles before it (row by row from the top left) are written; if
+    // one is never written, Close drops those behind it.
     ErrorCode WTRegion(MUtils::MRRegionData* region, int a, int b, int c) override;
 
     // Does nothing.

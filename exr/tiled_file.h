@@ -23,9 +23,8 @@ class ExrTiledFileData : public ExrFileDataBase {
     // Builds the header: the render region is the data window. An empty channel name throws, and leaves no
     // header.
     ErrorCode setChannels(MUtils::Table<MUtils::RegionChannelCallback*, 100>* channels) override;
-    // The region's box is one tile; its rows and their number may be larger than the box. Throws what OpenEXR
-    // throws, also for a region outside the grid of tiles and for a tile that is already
-    // written.
+    // The region's box is one tile; it may lie in longer and more rows. Throws what OpenEXR throws, also for
+    // a region outside the grid of tiles and for a tile that is already written.
     ErrorCode writeRegion(MUtils::MRRegionData* region) override;
 
     // Describes the region's channels, and with pixel type HALF turns their float values into halves where
