@@ -38,6 +38,7 @@ void RIFileMT::matchQueue() {
     }
     const auto slots = static_cast<std::size_t>(jobManager_->numSlots());
     if (slots != batches_.size()) {
+        batches_.clear();
         jobRecords_.clear();
         for (std::size_t i = 0; i < slots * kBatchTags; ++i)
             jobRecords_.push_back(std::make_unique<JobRecord>());
