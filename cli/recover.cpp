@@ -87,7 +87,7 @@ ExitCode runRecover(const RecoverVerbOptions& options) {
 void addRecoverVerb(CLI::App& app, ExitCode& result) {
     auto options = std::make_shared<RecoverVerbOptions>();
     CLI::App* verb = app.add_subcommand(
-        "recover", "Save what is sound of a damaged or unfinished raw image, and tell what is lost");
+        "recover", "Save what is sound of a damaged or unfinished raw image, and report what is lost");
     verb->add_option("FILE", options->file, "The raw image")->required();
     CLI::Option* output =
         verb->add_option(

@@ -85,7 +85,7 @@ ExitCode runMissing(const CheckOptions& options) {
 
 void addVerifyVerb(CLI::App& app, ExitCode& result) {
     auto options = std::make_shared<CheckOptions>();
-    CLI::App* verb = app.add_subcommand("verify", "Tell whether raw images are sound and whole");
+    CLI::App* verb = app.add_subcommand("verify", "Check whether raw images are sound and whole");
     verb->add_option("FILE", options->files, "Raw images")->required();
     verb->add_flag("--quick", options->quick, "Check headers, table, lists and texts only, no pixels");
     verb->add_flag("--json", options->json, "Print a JSON object for each file, on a line of its own");

@@ -172,8 +172,8 @@ TEST_F(RimgJson, HasTheKeysThatTheManualExplainsAndNoOthers) {
     }
 }
 
-// The object says how it ended; all else is as without --json.
-TEST_F(RimgJson, TellsOfFailuresToo) {
+// The object has the state; all else is as without --json.
+TEST_F(RimgJson, ReportsFailuresToo) {
     const struct {
         const char* command;
         const char* state;
