@@ -28,8 +28,9 @@ ErrorCode ExrTiledFileData::setChannels(MUtils::Table<MUtils::RegionChannelCallb
     announced_.clear();
     for (MUtils::RegionChannelCallback* channel : *channels) {
         if (!isWrittenToExr(channel)) continue;
-        const auto* rule =
-            findExrChannelRule(channel->getType(), channel->getAlias(), severalDepthChannels != 0);
+        const RegionChannelType type = channel->getType();
+        const RegionChannelAlias alias = channel->getAlias();
+        const auto* rule = findExrChannelRule(type, alias, severalDepthChannels != 0);
         if (rule == nullptr) continue;
         const MUtils::CharString name = channel->getName();
         announced_.push_back({name, rule->type});

@@ -221,8 +221,11 @@ ErrorCode RIFile::WTChannelInfo(MUtils::Table<MUtils::RegionChannelCallback*, 10
     for (int i = 0; i < count; ++i) {
         RIF_CHANNEL channel = makeChannel(i, RCT_NONE, RCA_NONE, 0, nullptr);
         if (RegionChannelCallback* source = (*channels)[i]; source != nullptr) {
-            channel =
-                makeChannel(i, source->getType(), source->getAlias(), source->getFlags(), source->getName());
+            // Asked one by one: a description may count on the order.
+            const RegionChannelType type = source->getType();
+            const RegionChannelAlias alias = source->getAlias();
+            const int flags = source->getFlags();
+            channel = makeChannel(i, type, alias, flags, source->getName());
         }
         if (!writeChannelRecord(channel)) return ErrorCode(kName, -1, "Error writing channel %i", i);
     }

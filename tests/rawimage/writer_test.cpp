@@ -78,6 +78,21 @@ TEST(Writer, ChannelsOfEveryTypeUncompressed) {
     EXPECT_EQ(difference(s.stream.bytes(), expected), "");
 }
 
+TEST(Writer, AsksDescriptionsInTheOrderOfTheRecord) {
+    struct Asked : Described {
+        std::string log;
+        RegionChannelType getType() override { return log += "type ", Described::getType(); }
+        RegionChannelAlias getAlias() override { return log += "alias ", Described::getAlias(); }
+        int getFlags() override { return log += "flags ", Described::getFlags(); }
+        const char* getName() override { return log += "name ", Described::getName(); }
+    } asked;
+    MUtils::Table<MUtils::RegionChannelCallback*, 100> channels;
+    channels.Add(&asked);
+    Session s;
+    EXPECT_EQ(said({s.file.WTChannelInfo(&channels)}), "");
+    EXPECT_EQ(asked.log, "type alias flags name ");
+}
+
 // The fill is held against the text: a long note is written whole and answered with an error.
 TEST(Writer, NotesByLength) {
     for (std::size_t length : {0u, 511u, 512u, 1023u, 1024u, 5000u}) {
