@@ -5,9 +5,9 @@
 #include <system_error>
 #include <utility>
 
+#include "rawimage/payload_range.h"
 #include "rawimage/tools/accepting_callback.h"
 #include "rawimage/tools/channel_stats.h"
-#include "rawimage/tools/payload_range.h"
 #include "rawimage/writer.h"
 #include "support/bytes.h"
 

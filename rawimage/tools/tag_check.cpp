@@ -4,7 +4,7 @@
 #include <cstring>
 #include <new>
 
-#include "rawimage/tools/payload_range.h"
+#include "rawimage/payload_range.h"
 
 namespace MUtils {
 

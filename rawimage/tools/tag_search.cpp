@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "rawimage/payload_range.h"
 #include "rawimage/tools/payload_pool.h"
-#include "rawimage/tools/payload_range.h"
 #include "support/bytes.h"
 
 namespace MUtils {

@@ -1,4 +1,4 @@
-#include "rawimage/tools/payload_range.h"
+#include "rawimage/payload_range.h"
 
 #include <algorithm>
 
