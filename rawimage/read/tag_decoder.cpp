@@ -113,22 +113,23 @@ int decodeResolution(const RIF_TAG& tag, RIFileCallback& callback) {
     return callback.setResolution(tag.p1, tag.p2, aspect) ? 0 : -12;
 }
 
-// Records that are cut short are passed over silently; one of no bytes at all means that no later one can be
-// whole. A record size other than ours is some other writer's list: no calls, no error.
+// Records that are cut short are passed over silently; a read that fails, or gives no byte, is the last one.
+// A record size other than ours is some other writer's list: no calls, no error.
 int decodeChannels(PStream& stream, const RIF_TAG& tag, RIFileCallback& callback) {
     if (tag.p2 != kChannelRecordBytes) return 0;
     if (!callback.setNumChannels(tag.p1)) return -10;
     for (int i = 0; i < tag.p1; ++i) {
         unsigned char bytes[kChannelRecordBytes] = {};
         int got = 0;
-        stream.Read(bytes, kChannelRecordBytes, got);
-        if (got <= 0) return 0;
-        if (got != kChannelRecordBytes) continue;
-        const RIF_CHANNEL channel = decodeChannel(bytes);
-        if (!callback.setChannel(channel.index, static_cast<RegionChannelType>(channel.type),
-                                 static_cast<RegionChannelAlias>(channel.alias), channel.name)) {
-            return -11;
+        const int code = stream.Read(bytes, kChannelRecordBytes, got);
+        if (got == kChannelRecordBytes) {
+            const RIF_CHANNEL channel = decodeChannel(bytes);
+            if (!callback.setChannel(channel.index, static_cast<RegionChannelType>(channel.type),
+                                     static_cast<RegionChannelAlias>(channel.alias), channel.name)) {
+                return -11;
+            }
         }
+        if (code != 0 || got <= 0) break;
     }
     return 0;
 }
@@ -230,11 +231,11 @@ int readNote(PStream& stream, const RIF_TAG& tag, RIFileCallback& callback) {
 // Always 1024 bytes, whatever size is stored: every note tag carries as many. Write results do not count.
 int overwriteNote(PStream& stream, const char* text) {
     if (text == nullptr) return 0;
-    const int n = static_cast<int>(strnlen(text, kNoteBytes - 2)) + 1;
-    const unsigned char zeros[kNoteBytes] = {};
+    // In one call, so that a writer that is killed leaves the old note or the new one.
+    unsigned char payload[kNoteBytes] = {};
+    std::memcpy(payload, text, strnlen(text, kNoteBytes - 1));
     int written = 0;
-    stream.Write(text, n, written);
-    stream.Write(zeros, kNoteBytes - n, written);
+    stream.Write(payload, kNoteBytes, written);
     return 0;
 }
 

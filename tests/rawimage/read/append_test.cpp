@@ -26,6 +26,9 @@ TEST(Note, IsReplacedInPlace) {
             std::copy_n(stored.begin(), 1024, expected.begin() + payload);
         }
         EXPECT_EQ(difference(reading.stream.bytes(), expected), "") << length;
+        const std::string log = reading.stream.log();
+        EXPECT_EQ(log.find("write"), length >= 0 ? log.rfind("write 1024") : std::string::npos)
+            << "in one call: a kill leaves the old note or the new one";
     }
     // Without a look at the stored size: meant, every note tag carries 1024 bytes.
     Reading small(Bytes().fileHeader(0).tag(TAG_NOTE, 10).zeros(10).tag(TAG_RESOLUTION, 0, {1, 1}));
