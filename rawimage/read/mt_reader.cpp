@@ -193,8 +193,7 @@ int RIFileMT::ParsePixelsTagMT(int threadIndex, int jobIndex) {
 int RIFileMT::decodeJob(ThreadBuffers& buffers, const JobRecord& job, std::size_t payloadBytes,
                         const PixelShape& shape) {
     if ((header.flags & RIF_COMPRESSED) == 0) {
-        const bool other = shape.bytes != 0 && payloadBytes != static_cast<std::size_t>(shape.bytes);
-        if (!shape.sound() || other) return -104;
+        if (!shape.sound() || payloadBytes < static_cast<std::size_t>(shape.bytes)) return -104;
         buffers.pixels.initReusing(shape.count, shape.valueSize, kMaxBlockBytes);
         buffers.pixels.loadFromBuffer(job.payload.data(), shape.count);
         return 0;

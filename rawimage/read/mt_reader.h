@@ -33,7 +33,7 @@ class RIFileMT : public RIFile {
 
     // What the workers run during ParseFile: decodes the pixel tag of record `jobIndex` with the buffers of
     // worker `threadIndex` and delivers it. 0; -101 stopped; -102 not inflatable; -103 wrong length; -104
-    // uncompressed and not as long as the values; -105 refused.
+    // uncompressed and shorter than the values; -105 refused.
     int ParsePixelsTagMT(int threadIndex, int jobIndex);
 
     // The reader's queue: a job is a batch of tags.

@@ -226,8 +226,7 @@ int RIFile::FindNextChanTag(int after) {
 int RIFile::ReadTag(int index, void* buffer) {
     const INFOTAG* entry = GetTag(index);
     if (entry == nullptr) return -1;
-    const bool placed = entry->offset >= kFileHeaderBytes && entry->offset <= LONG_MAX - kTagHeaderBytes;
-    if (!placed || stream == nullptr) return -2;
+    if (stream == nullptr || entry->offset > LONG_MAX - kTagHeaderBytes) return -2;
     if (stream->Seek(static_cast<long>(entry->offset) + kTagHeaderBytes) != 0) return -2;
     const std::int64_t size = entry->payloadBytes();
     if (size < 0 || size > INT_MAX) return -3;
@@ -285,10 +284,10 @@ int RIFile::readZippedPixels(const RIF_TAG& tag, const PixelShape& shape) {
 }
 
 int RIFile::readRawPixels(const RIF_TAG& tag, const PixelShape& shape) {
-    // A shorter payload would give the next tag's bytes as pixels, and one of any other length is not these
-    // values.
-    const bool other = shape.bytes != 0 && tag.size >= kTagHeaderBytes && tag.payloadBytes() != shape.bytes;
-    if (other || !mayHold(*stream, shape.bytes)) return -16;
+    // A shorter payload would give the next tag's bytes as pixels. What a longer one has behind the values is
+    // walked over.
+    const bool shorter = tag.size >= kTagHeaderBytes && tag.payloadBytes() < shape.bytes;
+    if (shorter || !mayHold(*stream, shape.bytes)) return -16;
     if (stream->Length() < 0) {
         if (!readPayload(*stream, shape.bytes, rawBuf)) return -16;
         pixels_.initReusing(shape.count, shape.valueSize, kMaxBlockBytes);

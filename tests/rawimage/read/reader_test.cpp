@@ -113,7 +113,7 @@ TEST(Reader, AnswersEachKindOfDamage) {
         bool passed;          // the tag goes by in silence
     } const cases[] = {
         {"not a zlib stream", TAG_CHAN_FLOAT, 40, 0, -14, 0, false},
-        {"more values than claimed", TAG_CHAN_FLOAT, 20, 4, -14, -16, false},
+        {"more values than claimed", TAG_CHAN_FLOAT, 20, 4, -14, 0, false},
         {"fewer values than claimed", TAG_CHAN_FLOAT, 20, 6, -15, -16, false},
         {"far fewer than claimed", TAG_CHAN_FLOAT4, 20, 20000000, -15, -16, false},
         {"beyond 31 bits", TAG_CHAN_FLOAT2, 20, INT_MAX, -14, -16, false},
@@ -253,14 +253,15 @@ TEST(Reader, LooksTagsUp) {
         std::uint32_t size;
         std::uint64_t offset;
         int code;
-    } const spoiled[] = {
-        {39, 32, -3}, {UINT_MAX, 32, -3}, {41, 9999, -3}, {41, LONG_MAX, -2}, {41, ~0ull, -2}};
+    } const spoiled[] = {{39, 32, -3},       {UINT_MAX, 32, -3}, {41, 9999, -3}, {41, LONG_MAX - 39, -2},
+                         {41, LONG_MAX, -2}, {41, ~0ull, -2},    {41, 0, 0}};
+    unsigned char byte[1];
     for (const auto& [size, offset, code] : spoiled) {
-        unsigned char byte[1];
         file.GetTag(0)->size = size;
         file.GetTag(0)->offset = offset;
         EXPECT_EQ(file.ReadTag(0, byte), code) << size << " at " << offset;
     }
+    EXPECT_EQ(byte[0], sample.bytes[40]) << "the entry's word counts, also inside the file header";
     file.GetTag(0)->size = UINT_MAX;
     EXPECT_EQ(file.GetTagDataSize(0), INT_MAX);
 }
@@ -302,6 +303,68 @@ TEST(Reader, GoesOnWithAnEditedTag) {
     }
     EXPECT_EQ(reading.parse(), 0);
     EXPECT_EQ(reading.seen.events, expected);
+}
+
+// Uncompressed pixels: what lies behind the values is walked over, but values that lack bytes are refused.
+TEST(Reader, TakesTheFirstValuesOfALongerPayload) {
+    const Bytes values = Bytes().i32s({1, 2, 3, 4, 5, 6});
+    const auto file = [&values](std::uint32_t size, int width, int height) {
+        Bytes bytes = Bytes().fileHeader(0).tag(TAG_CHAN_INT, size, {RCT_INT, 7, 8, width, height, 0, 0, 3});
+        bytes.raw(values.data(), size).tag(TAG_RESOLUTION, 0, {10, 3, 0x3F800000});
+        bytes[20] = 0;
+        return bytes;
+    };
+    const struct {
+        std::uint32_t size;
+        int width, height, editedHeight;
+        int delivered, code;
+    } cases[] = {{24, 3, 2, 2, 6, 0}, {24, 3, 2, 1, 3, 0}, {23, 3, 2, 1, 3, 0},  {24, 2, 2, 2, 4, 0},
+                 {13, 3, 1, 1, 3, 0}, {24, 3, 0, 0, 0, 0}, {11, 3, 1, 1, 0, -16}};
+    for (const auto& c : cases) {
+        for (const bool lengthKnown : {true, false}) {
+            Reading reading(file(c.size, c.width, c.height));
+            if (!lengthKnown) reading.stream.hideLength();
+            reading.seen.edit = [&c](RIF_TAG& tag) {
+                if (isPixelTag(tag.id)) tag.p5 = c.editedHeight;
+            };
+            EXPECT_EQ(reading.parse(), c.code);
+            std::vector<Event> expected;
+            if (c.code == 0) {
+                const auto bytes = static_cast<std::size_t>(c.delivered) * 4;
+                expected = {{"setImageData",
+                             {c.delivered, 3, 7, 8, c.width, c.editedHeight, 0, 0},
+                             std::string(values.begin(), values.begin() + static_cast<long>(bytes))},
+                            {"setResolution", {10, 3, 0x3F800000}, {}}};
+            }
+            EXPECT_EQ(reading.seen.events, expected) << &c - cases;
+        }
+    }
+}
+
+// A record that is cut is passed over, and the next one asked for; a failed read or one of nothing is the
+// last.
+TEST(Reader, ReadsChannelRecordsUntilAReadFails) {
+    const Sample sample = makeSample();
+    const struct {
+        Fault fault;
+        std::ptrdiff_t channels;
+    } cases[] = {{Fault::kErrorNothing, 1}, {Fault::kErrorShort, 1}, {Fault::kErrorFull, 2}};
+    for (const auto& c : cases) {
+        Reading reading(sample.bytes);
+        RIF_TAG tag = sample.tag(sample.find(TAG_CHANNEL_INFO));
+        reading.stream.Seek(static_cast<long>(sample.offset(sample.find(TAG_CHANNEL_INFO))) + 40);
+        reading.stream.clearLog();
+        reading.stream.failAt(Call::kRead, 2, c.fault);
+        EXPECT_EQ(reading.file.ParseTag(tag, &reading.seen), 0);
+        EXPECT_EQ(reading.seen.count("setChannel"), c.channels);
+        EXPECT_EQ(reading.stream.log(), "read 80, read 80") << static_cast<int>(c.fault);
+    }
+    Reading torn(Bytes().fileHeader(0).tag(TAG_CHANNEL_INFO, 160, {2, 80}).zeros(79));
+    torn.stream.failAt(Call::kRead, 3, Fault::kSilentShort);  // 40 bytes, then the other 39
+    EXPECT_EQ(torn.parse(), 0);
+    EXPECT_EQ(torn.seen.count("setChannel"), 0);
+    EXPECT_EQ(torn.stream.log().substr(torn.stream.log().find("read 80")),
+              "read 80, read 80, seek 232, read 40");
 }
 
 TEST(Text, EndsWithItsPayload) {

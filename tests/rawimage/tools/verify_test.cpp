@@ -23,6 +23,8 @@ TEST(Verify, GivesAVerdict) {
     const auto edited = [&sample](int tag, int from, const Bytes& bytes) {
         return with(sample.bytes, sample, tag, from, bytes);
     };
+    Bytes longer = Bytes().fileHeader(0).tag(TAG_CHAN_INT, 8, {RCT_INT, 0, 0, 1, 1}).zeros(8);
+    longer[20] = 0;  // not compressed
     const struct {
         const char* what;
         Contents bytes;
@@ -43,6 +45,7 @@ TEST(Verify, GivesAVerdict) {
         {"a tag behind the table", Bytes(sample.bytes).raw(&open[32], 40), "damaged"},
         {"bytes behind the table", Bytes(sample.bytes).zeros(7), "damaged"},
         {"pixels that do not inflate", edited(pixels, 60, Bytes().zeros(9)), "damaged", "good"},
+        {"more values than their bucket has", closed(longer), "damaged"},
         {"list out of order", edited(2, 40, Bytes().u32(1)), "damaged"},
         {"half a file header", cut(31), "not this format"},
         {"other magic", edited(0, -32, Bytes().text("r")), "not this format"},
