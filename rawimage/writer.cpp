@@ -51,7 +51,7 @@ ErrorCode RIFile::Append(const char* fileName, PStream* appendStream) {
     }
     lastError = stream->Open();
     writeMode = true;
-    mustListFirst_ = stream == ownStream && stream->Length() > 0;
+    mustListFirst_ = true;
     return openError("Append", fileName);
 }
 

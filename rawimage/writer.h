@@ -36,8 +36,9 @@ class RIFile : public RIFileBase {
     // A caller's stream is used as it is: open it first.
     ErrorCode Create(const char* fileName, PStream* stream) override;
     // Continues an existing file, which is created when missing. Opens the stream, the caller's too. Call
-    // ReadInfoTags next: it loads the tags written so far and goes to where the next one belongs. Until then
-    // nothing can be written to a file by name that is not empty, and Close only closes it.
+    // ReadInfoTags next: it loads the tags written so far and goes to where the next one belongs. Until it
+    // has returned 0, or SetStream has put another stream in place, every writing operation fails and Close
+    // only closes.
     ErrorCode Append(const char* fileName, PStream* stream);
     // Writes the table, then where it is, and closes. Of a file opened by name the tags and the table are on
     // the disk before the offset is written, and that is on the disk when Close returns: a power cut leaves
@@ -111,11 +112,11 @@ class RIFile : public RIFileBase {
     int SetStream(PStream* replacement);
 
     // Loads the list of tags: the table of a finished file, else by a scan, which also ORs the p1 words of
-    // the pixel tags into `channelMask` (may be null). After Append the stream then stands where the next tag
-    // belongs. Codes: 0; -1 no stream; -2 not such a file; -3 scan stopped early; -4 a payload could not be
-    // skipped; -5 the offset leads to no table; else the stream's code. When it fails
-    // after Append, Close only closes, and nothing else may be written: the position is nowhere in
-    // particular.
+    // the pixel tags into `channelMask` (may be null). After Append (or Create) it cuts off the table, whose
+    // place the next tag takes, or of an unfinished file the last tag where that is certainly one that its
+    // writer did not finish; in every other case the next tag goes to the end. Codes: 0; -1 no stream; -2 not
+    // such a file; -3 scan stopped early; -4 a payload could not be skipped; -5 the offset leads to no table,
+    // or, after Append, to one behind which the file goes on; else the stream's code.
     int ReadInfoTags(int* channelMask);
     int NumTags();
     // Null when there is no such entry. Valid until the list changes.
@@ -181,15 +182,15 @@ class RIFile : public RIFileBase {
 
     int loadTable(std::uint64_t offset);
     int readEntries(std::int64_t count);
-    int dropTable(long offset);
-    int dropTornTag(std::int64_t end);
-    int cutAt(long offset);
+    int dropTable(const RIF_TAG& table, long offset);
+    int goToEnd(std::int64_t walked);
+    int cutAt(long offset, bool& cut);
     int scanTags(int* channelMask);
     int parsePixels(const RIF_TAG& tag, RIFileCallback& callback);
     int readZippedPixels(const RIF_TAG& tag, const PixelShape& shape);
     int readRawPixels(const RIF_TAG& tag, const PixelShape& shape);
 
-    // After Append, until ReadInfoTags: the position is that of the file header.
+    // After Append, until ReadInfoTags succeeds: the position is anywhere.
     bool mustListFirst_ = false;
     bool syncOnClose_ = true;
     int compressionLevel_ = kCompressionLevel;

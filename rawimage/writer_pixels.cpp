@@ -82,7 +82,8 @@ ErrorCode RIFile::WTRegion(MRRegionData* region, int /*a*/, int b, int c) {
         (void)Close();
         return chained(std::move(error), "WTRegion", "Error writing channel buffer.");
     }
-    return {};
+    // A region without values writes nothing, but it comes too early all the same.
+    return mustListFirst_ ? ErrorCode("WTRegion", -1, "Error writing channel buffer.") : ErrorCode();
 }
 
 // Puts the other threads to work on the channels, when there are some and there is something to pack.

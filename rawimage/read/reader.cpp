@@ -7,6 +7,7 @@
 
 #include "rawimage/read/callback.h"
 #include "rawimage/read/tag_decoder.h"
+#include "rawimage/read/torn_tail.h"
 #include "rawimage/writer.h"
 #include "support/bytes.h"
 
@@ -44,6 +45,7 @@ bool RIFile::isRIFile(const char* name) {
 
 int RIFile::SetStream(PStream* replacement) {
     stream = replacement;
+    mustListFirst_ = false;
     return 0;
 }
 
@@ -68,7 +70,8 @@ int RIFile::readTagHeader(RIF_TAG& tag, int& got) {
 int RIFile::ReadInfoTags(int* channelMask) {
     if (stream == nullptr) return -1;
     infoTags.SetEmpty();
-    mustListFirst_ = false;
+    // Until it is known where the next tag belongs: what stands at the position may be sound.
+    mustListFirst_ = writeMode;
     bool complete = false;
     if (const int code = readHeader(complete); code != 0) {
         stream->Close();
@@ -79,9 +82,7 @@ int RIFile::ReadInfoTags(int* channelMask) {
         return -2;
     }
     const int code = header.infoTagsOffset != 0 ? loadTable(header.infoTagsOffset) : scanTags(channelMask);
-    // Nobody knows where the next tag belongs, and what stands at the position may be sound: Close must not
-    // write a table there.
-    if (code != 0) writeMode = false;
+    if (code == 0) mustListFirst_ = false;
     return code;
 }
 
@@ -131,35 +132,53 @@ int RIFile::loadTable(std::uint64_t offset) {
         infoTags.Append(decodeInfoTag(bytes));
         if (code != 0 || got != kInfoTagBytes) break;
     }
-    return writeMode ? dropTable(start) : 0;
+    return writeMode ? dropTable(table, start) : 0;
 }
 
 // New tags overwrite the old table and Close writes a new one. Until then the header must not lead to what is
-// no table any more: a render that dies now leaves a file like any other that was never closed.
-// A stream that cannot go to where the next tag belongs must not be written to.
-int RIFile::dropTable(long offset) {
+// no table any more: a render that dies now leaves a file like any other that was never closed. Where the
+// table cannot be cut off, what is appended covers it, and the header leads to it until Close.
+int RIFile::dropTable(const RIF_TAG& table, long offset) {
+    std::int64_t end = 0;
+    if (const int code = findEnd(*stream, offset, end); code != 0) return code;
+    // An offset that is damaged may lead into a payload, or to a table that is not the last one.
+    if (!isTableAtEnd(*stream, table, offset, end)) return -5;
+    bool cut = false;
+    if (const int code = cutAt(offset, cut); code != 0 || !cut) return code;
     const unsigned char noTable[8] = {};
     int written = 0;
     if (const int code = stream->Seek(kTableOffsetPosition); code != 0) return code;
     if (const int code = stream->Write(noTable, sizeof noTable, written); code != 0) return code;
-    return cutAt(offset);
+    return written == static_cast<int>(sizeof noTable) ? stream->Seek(offset) : ENOSPC;
 }
 
-// What an interrupted render leaves at the end is half a tag. The next one goes over it: behind it, it would
-// never be found.
-int RIFile::dropTornTag(std::int64_t end) {
-    const std::int64_t length = stream->Length();
-    if (length < 0 || end <= length) return 0;
-    const long start = static_cast<long>(infoTags.GetBuf()[infoTags.Count() - 1].offset);
-    infoTags.DropLast();
-    return cutAt(start);
-}
-
-// A stream of fixed size cannot be cut: there the next tags only go over what stands at `offset`.
-int RIFile::cutAt(long offset) {
+// Of a file of our own the reason is worth telling; a stream of the caller's may be of a fixed size.
+int RIFile::cutAt(long offset, bool& cut) {
     if (const int code = stream->Seek(offset); code != 0) return code;
     const int code = stream->Truncate();
-    return code != ENOTSUP ? code : 0;
+    cut = code == 0;
+    return cut ? 0 : stream == ownStream ? code : stream->Seek(offset);
+}
+
+// Behind a walk up to `walked`. What an interrupted render leaves at the end is half a tag. The next one goes
+// over it: behind it, it would never be found. Everything else stays, and the next tag goes to the end.
+int RIFile::goToEnd(std::int64_t walked) {
+    const int count = infoTags.Count();
+    const INFOTAG* tags = infoTags.GetBuf();
+    const std::int64_t last = count > 0 ? static_cast<std::int64_t>(tags[count - 1].offset) : 0;
+    std::int64_t end = 0;
+    if (const int code = findEnd(*stream, count > 0 ? last + kTagHeaderBytes : kFileHeaderBytes, end);
+        code != 0) {
+        return code;
+    }
+    const bool compressed = (header.flags & RIF_COMPRESSED) != 0;
+    if (walked == end || !endsInTornTag(*stream, tags, count, end, compressed))
+        return stream->Seek(static_cast<long>(end));
+    // Half a header is shorter than what goes over it.
+    if (walked < end) return stream->Seek(static_cast<long>(walked));
+    infoTags.DropLast();
+    bool cut = false;
+    return cutAt(static_cast<long>(last), cut);
 }
 
 int RIFile::scanTags(int* channelMask) {
@@ -169,12 +188,7 @@ int RIFile::scanTags(int* channelMask) {
         RIF_TAG tag;
         int got = 0;
         const int code = readTagHeader(tag, got);
-        if (code != 0 || got != kTagHeaderBytes) {
-            // Half a header goes like half a payload.
-            if (writeMode && code == 0 && got > 0 && stream->IsEOF())
-                return stream->Seek(static_cast<long>(offset));
-            break;
-        }
+        if (code != 0 || got != kTagHeaderBytes) break;
         INFOTAG entry;
         static_cast<RIF_TAG&>(entry) = tag;
         entry.offset = static_cast<std::uint64_t>(offset);
@@ -191,7 +205,7 @@ int RIFile::scanTags(int* channelMask) {
         stream->Close();
         return -3;
     }
-    return writeMode && infoTags.Count() > 0 ? dropTornTag(offset) : 0;
+    return writeMode ? goToEnd(offset) : 0;
 }
 
 int RIFile::NumTags() {

@@ -114,7 +114,7 @@ TEST(Writer, OnlyAppendOpensACallersStream) {
     EXPECT_EQ(said({file.Create(nullptr, &stream), file.Close()}), "");
     EXPECT_EQ(stream.log(), "");
     EXPECT_EQ(said({file.Append(nullptr, &stream), file.Close()}), "");
-    EXPECT_EQ(stream.log(), "open, write 40, write 0, seek 12, write 8, close");
+    EXPECT_EQ(stream.log(), "open, close");
     stream.Open();
     stream.clearLog();
     EXPECT_EQ(said({file.Open(nullptr, &stream), file.Close()}), "");

@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "tests/testing/memory_file.h"
@@ -50,18 +51,92 @@ std::vector<unsigned char> continued(const std::vector<unsigned char>& bytes, st
     return stream.bytes();
 }
 
+// What each writing operation answers, in the order of the class.
+std::vector<bool> refusals(RIFile& file) {
+    MBVTable values(16, 64);
+    values.setCount(1);
+    float number[3] = {};
+    char blob[1] = {};
+    MUtils::RGB24 pixel[1];
+    RICameraInfo camera{};
+    RISceneInfo scene(1, "scene");
+    MRRegionData region;  // without channels: nothing to write
+    MUtils::Table<MUtils::RegionChannelCallback*, 100> channels;
+    std::vector<bool> refused;
+    for (const ErrorCode& error : {file.WriteHeader(0),
+                                   file.WriteTagHeader(TAG_STAMP, 0),
+                                   file.WTResolution(1, 1, 1),
+                                   file.WTRegionsInfo(1, 1, 0),
+                                   file.WTChannelInfo(&region),
+                                   file.WTChannelInfo(&channels),
+                                   file.WTChan(values, 0, 0, nullptr, RCA_NONE, RCT_FLOAT4, 0, 0, 1, 1, 0, 0),
+                                   file.WTInt(values, 0, 0, 0, 0, 0, 0, 0, 0),
+                                   file.WTFloat(values, 0, 0, 0, 0, 0, 0, 0, 0),
+                                   file.WT2Float(values, 0, 0, 0, 0, 0, 0, 0, 0),
+                                   file.WT3Float(values, 0, 0, 0, 0, 0, 0, 0, 0),
+                                   file._WT3Float(number, 0, 0, 0, 1, 1, 0, 0, 0),
+                                   file.WTCameraInfo(camera),
+                                   file.WTRenderRegion({1, 2, 3, 4, 5}),
+                                   file.WTSceneInfo(scene),
+                                   file.WTStampText("text"),
+                                   file.WTNote("note"),
+                                   file.WTStamp(blob, 1),
+                                   file.WTOverlayTexts(blob, 1),
+                                   file.WTMirtSettings(blob, 1),
+                                   file.WTPreview(pixel, 1, 1),
+                                   file.WTRegion(&region, 0, 0, 0)})
+        refused.push_back(!error.empty());
+    return refused;
+}
+
+// A position that is anywhere must not be written to: until ReadInfoTags returns 0, also when it fails.
 TEST(Append, WritesNothingBeforeTheListIsRead) {
     const Sample sample = makeSample();
-    MemoryFile target;
-    target.fill(sample.bytes);
+    Bytes lost = sample.bytes, hole = makeSample({false}).bytes;
+    MUtils::storeU64(lost.data() + 12, 32);  // the first tag for the table
+    MUtils::storeU32(hole.data() + 36, 39);  // a size that is none
+    const struct {
+        Bytes bytes;
+        int code;  // of ReadInfoTags; 1 when it is not called
+    } cases[] = {{sample.bytes, 1}, {{}, 1},
+                 {{}, -2},          {Bytes().text("no raw image, though long enough"), -2},
+                 {lost, -5},        {hole, -4}};
+    for (const auto& c : cases) {
+        FaultStream stream(c.bytes);
+        MemoryFile target;
+        target.fill(c.bytes);
+        for (const bool byName : {true, false}) {
+            RIFile file;
+            ASSERT_TRUE(file.Append(target.path(), byName ? nullptr : &stream).empty());
+            EXPECT_EQ(c.code != 1 ? file.ReadInfoTags(nullptr) : 1, c.code);
+            EXPECT_THAT(refusals(file), testing::Each(true)) << c.code << ' ' << byName;
+            EXPECT_TRUE(file.Close().empty());
+        }
+        EXPECT_EQ(difference(target.bytes(), c.bytes), "");
+        EXPECT_EQ(difference(stream.bytes(), c.bytes), "");
+    }
+    // A stream that is put in place is the caller's to position.
+    FaultStream first, second;
+    second.Open();
     RIFile file;
-    ASSERT_TRUE(file.Append(target.path(), nullptr).empty());
-    EXPECT_FALSE(file.WriteHeader(0).empty());
-    EXPECT_FALSE(file.WTNote("lost").empty());
-    MUtils::Table<MUtils::RegionChannelCallback*, 100> none;
-    EXPECT_FALSE(file.WTChannelInfo(&none).empty());
-    EXPECT_TRUE(file.Close().empty());
-    EXPECT_EQ(difference(target.bytes(), sample.bytes), "");
+    ASSERT_TRUE(file.Append(nullptr, &first).empty());
+    file.SetStream(&second);
+    EXPECT_TRUE(file.WriteHeader(0).empty() && file.WTResolution(1, 1, 1).empty() && file.Close().empty());
+    EXPECT_EQ(second.size(), 32 + 40 + 40 + 48);
+}
+
+// A second call may succeed where the first one failed.
+TEST(Append, GoesOnOnceTheListIsRead) {
+    const Sample sample = makeSample();
+    FaultStream stream(sample.bytes);
+    RIFile file;
+    ASSERT_TRUE(file.Append(nullptr, &stream).empty());
+    stream.failAt(Call::kRead, 2, Fault::kErrorNothing);  // the table's header
+    EXPECT_EQ(file.ReadInfoTags(nullptr), FaultStream::kError);
+    EXPECT_FALSE(file.WTNote("too early").empty());
+    EXPECT_EQ(file.ReadInfoTags(nullptr), 0);
+    EXPECT_TRUE(file.WTNote("late").empty() && file.Close().empty());
+    EXPECT_EQ(stream.size(), static_cast<std::int64_t>(sample.bytes.size()) + 1064 + 48);
 }
 
 TEST(Append, ContinuesAFile) {
@@ -98,6 +173,110 @@ TEST(Append, GoesOverHalfAHeader) {
     for (std::size_t half = 1; half < 40; ++half) {
         EXPECT_EQ(continued(Bytes(sample.bytes).raw(sample.bytes.data() + 32, half), events), clean) << half;
     }
+}
+
+// Of each kind whose size something confirms, cut anywhere in its payload.
+TEST(Append, GoesOverHalfATag) {
+    for (const bool compressed : {true, false}) {
+        const Sample sample = makeSample({false, compressed});
+        for (const std::uint32_t id : {TAG_CHAN_FLOAT3, TAG_CHAN_INT, TAG_NOTE, TAG_STAMP_TEXT,
+                                       TAG_SCENE_INFO, TAG_SETTINGS, TAG_CAMERA_INFO, TAG_CHANNEL_INFO}) {
+            const int tag = sample.find(id);
+            const auto part = [&](std::int64_t size) {
+                return Bytes().raw(sample.bytes.data(), static_cast<std::size_t>(sample.offset(tag) + size));
+            };
+            std::vector<Event> events;
+            const std::vector<unsigned char> clean = continued(part(0), events);
+            for (std::int64_t size = 40; size < sample.tag(tag).size; ++size)
+                ASSERT_EQ(difference(continued(part(size), events), clean), "") << id << " cut to " << size;
+        }
+    }
+}
+
+// The header's offset is taken at its word only where nothing but a table goes by it.
+TEST(Append, CutsNothingThatIsNotTheTable) {
+    const Bytes inner = makeSample({true, true, false}).bytes;
+    const auto size = static_cast<std::uint32_t>(inner.size());
+    const auto holding = [&inner](std::uint64_t offset, std::uint32_t room) {
+        return Bytes()
+            .fileHeader(offset)
+            .tag(TAG_SETTINGS, room, {static_cast<int>(room)})
+            .raw(inner.data(), inner.size());
+    };
+    // A table without entries, which says so twice, and the two counts one by one.
+    const auto table = [](std::uint32_t entries, std::int32_t p1) {
+        return Bytes().tag(TAG_INFO_TAGS, entries * 48, {p1});
+    };
+    const std::uint64_t end = 72 + size, innerTable = 72 + MUtils::loadU32(inner.data() + 12);
+    const auto with = [&](const Bytes& tail) { return holding(end, size).raw(tail.data(), tail.size()); };
+    const Bytes none = table(0, 0);
+    const struct {
+        const char* what;
+        Bytes bytes;
+        int code;
+    } cases[] = {
+        {"a table", with(none), 0},
+        {"zeros behind it", with(Bytes(none).zeros(500)), 0},
+        {"half a header behind it", with(Bytes(none).raw(&inner[32], 39)), 0},
+        {"an entry that is cut off", with(table(1, 1).zeros(30)), 0},
+        {"a damaged size", with(table(1, 0)), 0},
+        {"a damaged count", with(table(0, 1)), 0},
+        {"both, and more than either", with(table(1, 2).zeros(200)), -5},
+        {"a tag behind it", with(Bytes(none).raw(&inner[32], 40)), -5},
+        {"bytes that may hold tags", with(Bytes(none).zeros(500).text("x")), -5},
+        {"a table inside a blob", holding(innerTable, size).raw(none.data(), 40), -5},
+    };
+    for (const auto& c : cases) {
+        for (const bool lengthKnown : {true, false}) {
+            FaultStream stream(c.bytes);
+            if (!lengthKnown) stream.hideLength();
+            RIFile file;
+            EXPECT_TRUE(file.Append(nullptr, &stream).empty());
+            EXPECT_EQ(file.ReadInfoTags(nullptr), c.code) << c.what;
+            EXPECT_EQ(stream.size(), c.code == 0 ? static_cast<std::int64_t>(end)
+                                                 : static_cast<std::int64_t>(c.bytes.size()))
+                << c.what;
+            EXPECT_EQ(file.WTNote("note").empty(), c.code == 0) << c.what;
+        }
+    }
+}
+
+// The header leads to the table until that is gone; where it cannot go, until what covers it is finished.
+TEST(Append, KeepsTheOffsetOfATableThatIsThere) {
+    const Sample sample = makeSample();
+    std::vector<Event> events;
+    const std::vector<unsigned char> whole = continued(sample.bytes, events);
+    const auto offsetIn = [](const std::vector<unsigned char>& bytes) {
+        return MUtils::loadU32(bytes.data() + 12);
+    };
+    for (const bool cuts : {true, false}) {
+        FaultStream stream(sample.bytes);
+        if (!cuts) stream.failAt(Call::kTruncate, 1, Fault::kErrorNothing, true);
+        RIFile file;
+        EXPECT_TRUE(file.Append(nullptr, &stream).empty());
+        EXPECT_EQ(file.ReadInfoTags(nullptr), 0);
+        const std::string log = stream.log();
+        EXPECT_EQ(log.find("write") != std::string::npos, cuts) << "the offset, once the table is gone";
+        EXPECT_TRUE(!cuts || log.find("write") > log.find("truncate"));
+        EXPECT_EQ(offsetIn(stream.bytes()), cuts ? 0u : static_cast<std::uint32_t>(sample.offsets.back()));
+        EXPECT_EQ(stream.Tell(), sample.offsets.back());
+        writeBucket(file, 7, {}, events);
+        EXPECT_TRUE(file.Close().empty());
+        EXPECT_EQ(difference(stream.bytes(), whole), "");
+    }
+    // A file of one's own that cannot be cut is an error that has a reason.
+    struct OwnFile : RIFile {
+        explicit OwnFile(PStream* own) { stream = ownStream = own; }
+        using RIFile::writeMode;
+    };
+    auto* own = new FaultStream(sample.bytes);
+    OwnFile file(own);
+    own->Open();
+    own->failAt(Call::kTruncate, 1);
+    file.writeMode = true;
+    EXPECT_EQ(file.ReadInfoTags(nullptr), FaultStream::kError);
+    EXPECT_FALSE(file.WTNote("note").empty());
+    EXPECT_EQ(difference(own->bytes(), sample.bytes), "");
 }
 
 TEST(Append, CutsTheOldTableOff) {

@@ -1,0 +1,164 @@
+#include "rawimage/read/torn_tail.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+#include "rawimage/payload_range.h"
+#include "rawimage/read/tag_decoder.h"
+#include "support/bytes.h"
+#include "support/deflate.h"
+#include "support/scratch_buffer.h"
+
+using MUtils::Inflater;
+using MUtils::PayloadRange;
+using MUtils::ScratchBuffer;
+
+namespace {
+
+constexpr std::int64_t kLongestText = 1 << 20;  // longer ones are not read to be sure of them
+constexpr int kChunk = 1 << 14;
+
+bool isKnown(std::uint32_t tagId) {
+    return tagId >= kFirstTagId && tagId <= kLastTagId;
+}
+
+bool isText(const RIF_TAG& tag) {
+    return tag.id == TAG_SCENE_INFO || tag.id == TAG_STAMP_TEXT;
+}
+
+std::int64_t textStart(const RIF_TAG& tag) {
+    return tag.id == TAG_SCENE_INFO ? 4 : 0;
+}
+
+bool sizeFits(const RIF_TAG& tag, bool compressed) {
+    const PayloadRange range = MUtils::payloadRange(tag, compressed);
+    const std::int64_t payload = tag.payloadBytes();
+    return isKnown(tag.id) && range.possible() && payload >= range.least && payload <= range.most;
+}
+
+// Whether the parameters leave one size only.
+bool sizeIsCertain(const RIF_TAG& tag, bool compressed) {
+    const PayloadRange range = MUtils::payloadRange(tag, compressed);
+    return range.least == range.most;
+}
+
+bool readAt(PStream& stream, std::int64_t offset, std::int64_t size, ScratchBuffer& bytes) {
+    return stream.Seek(static_cast<long>(offset)) == 0 && readPayload(stream, size, bytes);
+}
+
+// Where the text's first NUL is among `size` bytes of payload, -1 when there is none.
+std::int64_t firstNul(const RIF_TAG& tag, const ScratchBuffer& bytes, std::int64_t size) {
+    const std::int64_t start = std::min(textStart(tag), size);
+    const auto rest = static_cast<std::size_t>(size - start);
+    const void* nul = rest > 0 ? std::memchr(bytes.data() + start, 0, rest) : nullptr;
+    return nul != nullptr ? static_cast<const unsigned char*>(nul) - bytes.data() : -1;
+}
+
+// How much of `size` payload bytes a zlib stream takes, and whether it ends there with all its values.
+struct Inflated {
+    std::int64_t used;
+    bool whole;
+    bool tooMany;
+};
+
+Inflated inflated(const RIF_TAG& tag, const ScratchBuffer& bytes, std::int64_t size) {
+    Inflater inflater;
+    const auto expected = static_cast<std::size_t>(MUtils::pixelBytes(tag));
+    std::size_t came = expected;
+    auto used = static_cast<std::size_t>(size);
+    const bool ended = inflater.measure(came, bytes.data(), used) == 0;
+    return {static_cast<std::int64_t>(used), ended && came == expected, ended || came > expected};
+}
+
+// Whether the payload ends where the size says by what it holds.
+bool endsAsItSays(PStream& stream, const INFOTAG& tag, bool compressed) {
+    if (sizeIsCertain(tag, compressed)) return true;
+    const std::int64_t size = tag.payloadBytes();
+    // Values that were stored as they are, which a compressed file may have too.
+    if (isPixelTag(tag.id) && size == MUtils::pixelBytes(tag)) return true;
+    if (!isPixelTag(tag.id) && (!isText(tag) || size > kLongestText)) return false;
+    ScratchBuffer bytes;
+    if (!readAt(stream, static_cast<std::int64_t>(tag.offset) + kTagHeaderBytes, size, bytes)) return false;
+    if (isText(tag)) return size == textStart(tag) || firstNul(tag, bytes, size) == size - 1;
+    const Inflated pixels = inflated(tag, bytes, size);
+    return pixels.whole && pixels.used == size;
+}
+
+// Whether the bytes up to `end` are the beginning of the payload, and of nothing that ends before.
+bool breaksOff(PStream& stream, const INFOTAG& tag, std::int64_t end, bool compressed) {
+    if (sizeIsCertain(tag, compressed)) return true;
+    const std::int64_t start = static_cast<std::int64_t>(tag.offset) + kTagHeaderBytes;
+    const std::int64_t size = end - start;
+    if (!isPixelTag(tag.id) && (!isText(tag) || size > kLongestText)) return false;
+    ScratchBuffer bytes;
+    if (!readAt(stream, start, size, bytes)) return false;
+    if (isText(tag)) return firstNul(tag, bytes, size) < 0;
+    const Inflated pixels = inflated(tag, bytes, size);
+    return !pixels.tooMany && pixels.used == size;
+}
+
+// Whether the bytes up to `end`, fewer than a header's, begin like the header of a tag that there is.
+bool beginsAHeader(PStream& stream, std::int64_t offset, std::int64_t end) {
+    constexpr std::int64_t kIdBytes = 4;
+    const std::int64_t size = std::min(end - offset, kIdBytes);
+    ScratchBuffer bytes;
+    if (!readAt(stream, offset, size, bytes)) return false;
+    for (std::uint32_t id = kFirstTagId; id <= kLastTagId; ++id) {
+        unsigned char known[kIdBytes];
+        MUtils::storeU32(known, id);
+        if (std::equal(known, known + size, bytes.data())) return true;
+    }
+    return false;
+}
+
+bool isZero(PStream& stream, std::int64_t offset, std::int64_t end) {
+    unsigned char bytes[kChunk];
+    if (stream.Seek(static_cast<long>(offset)) != 0) return false;
+    while (offset < end) {
+        const auto size = static_cast<int>(std::min<std::int64_t>(kChunk, end - offset));
+        if (!readExactly(stream, bytes, size)) return false;
+        if (!std::all_of(bytes, bytes + size, [](unsigned char byte) { return byte == 0; })) return false;
+        offset += size;
+    }
+    return true;
+}
+
+}  // namespace
+
+int findEnd(PStream& stream, std::int64_t from, std::int64_t& end) {
+    end = stream.Length();
+    if (end >= 0) return 0;
+    end = from;
+    unsigned char bytes[kChunk];
+    int code = stream.Seek(static_cast<long>(from));
+    for (int got = kChunk; code == 0 && got == kChunk; end += got)
+        code = stream.Read(bytes, kChunk, got);
+    return code;
+}
+
+bool endsInTornTag(PStream& stream, const INFOTAG* tags, int count, std::int64_t end, bool compressed) {
+    const auto fits = [compressed](const INFOTAG& tag) { return sizeFits(tag, compressed); };
+    if (!std::all_of(tags, tags + count, fits)) return false;
+    const std::int64_t walked = count > 0
+                                    ? static_cast<std::int64_t>(tags[count - 1].offset) + tags[count - 1].size
+                                    : kFileHeaderBytes;
+    const bool halfHeader = walked < end;
+    const int before = halfHeader ? count - 1 : count - 2;
+    try {
+        if (before >= 0 && !endsAsItSays(stream, tags[before], compressed)) return false;
+        return halfHeader ? beginsAHeader(stream, walked, end)
+                          : breaksOff(stream, tags[count - 1], end, compressed);
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}
+
+bool isTableAtEnd(PStream& stream, const RIF_TAG& table, std::int64_t offset, std::int64_t end) {
+    const std::int64_t rest = end - offset;
+    const std::int64_t size = table.size;
+    const std::int64_t byEntries = kTagHeaderBytes + std::int64_t{std::max(table.p1, 0)} * kInfoTagBytes;
+    if (rest == byEntries || rest == size) return true;
+    if (size != byEntries) return false;
+    return rest < size + kTagHeaderBytes || isZero(stream, offset + size, end);
+}

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <cstdint>
+
+#include "rawimage/format.h"
+#include "support/pstream.h"
+
+// The end of a file that was never finished: what a writer that continues it may go over.
+
+// Where the stream's data ends: its length or, where it does not know it, what can be read from `from` on,
+// which lies within the data. Returns the stream's code.
+int findEnd(PStream& stream, std::int64_t from, std::int64_t& end);
+
+// Whether the file ends in a tag that its writer did not finish. `tags`, `count` of them, are the headers
+// that a walk met, by their sizes alone; the last one reaches past `end`, where the file ends, or fewer bytes
+// than a header follow it. True only where nothing but half a tag can be there: every size agrees with its
+// parameters, the tag before ends where its size says by what it holds too, and what is there of the last one
+// is the beginning of its payload. A size that is damaged leads astray, and sound tags may lie beneath.
+bool endsInTornTag(PStream& stream, const INFOTAG* tags, int count, std::int64_t end, bool compressed);
+
+// Whether a table that the file header leads to is the last thing in the file, so that nothing else goes when
+// the file is cut at `offset`: by its own two counts, by either and the end of the file, or but for bytes
+// that cannot hold a tag.
+bool isTableAtEnd(PStream& stream, const RIF_TAG& table, std::int64_t offset, std::int64_t end);
