@@ -1,10 +1,10 @@
 #include "rawimage/writer.h"
 
-#include <cerrno>
 #include <climits>
 #include <cstring>
 #include <utility>
 
+#include "rawimage/open_error.h"
 #include "support/bytes.h"
 
 using MUtils::bitsFromFloat;
@@ -23,8 +23,7 @@ ErrorCode RIFile::openError(const char* operation, const char* fileName) const {
     if (lastError == 0) return {};
     ErrorCode error(operation, lastError, "Error creating file \"%s\" (%i)",
                     fileName != nullptr ? fileName : "", lastError);
-    if (lastError == EWOULDBLOCK)
-        error.setCause(ErrorCode("lock", lastError, "Another writer has the file open"));
+    error.setCause(openCause(lastError));
     return error;
 }
 

@@ -120,12 +120,14 @@ TEST(Writer, OnlyAppendOpensACallersStream) {
     EXPECT_EQ(said({file.Open(nullptr, &stream), file.Close()}), "");
     EXPECT_EQ(stream.log(), "close");
     stream.failAt(Call::kOpen, 1);
-    EXPECT_EQ(said({file.Append("name", &stream)}), "Append: Error creating file \"name\" (5) (5)");
+    EXPECT_EQ(said({file.Append("name", &stream)}),
+              "Append: Error creating file \"name\" (5) (5); open: Input/output error (5)");
 }
 
 TEST(Writer, AFailedCreateLeavesAWriterThatFailsLater) {
     Writer file;
-    EXPECT_EQ(said({file.Create(nullptr, nullptr)}), "Create: Error creating file \"\" (2) (2)");
+    EXPECT_EQ(said({file.Create(nullptr, nullptr)}),
+              "Create: Error creating file \"\" (2) (2); open: No such file or directory (2)");
     EXPECT_EQ(file.lastError, ENOENT);
     EXPECT_TRUE(file.writeMode);
     EXPECT_EQ(said({file.WriteHeader(0)}), "");  // an error that wrote nothing passes

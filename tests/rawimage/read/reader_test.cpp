@@ -84,7 +84,8 @@ TEST(Reader, ReadsAFileByName) {
 
     EXPECT_FALSE(RIFile::isRIFile(name.c_str()) || RIFile::isRIFile("/") || RIFile::isRIFile(nullptr));
     const ErrorCode error = file.Open(name.c_str(), nullptr);
-    EXPECT_EQ(error.describe(), "Open: Error creating file \"" + name + "\" (2) (2)");
+    EXPECT_EQ(error.describe(),
+              "Open: Error creating file \"" + name + "\" (2) (2); open: No such file or directory (2)");
     EXPECT_EQ(file.ParseFile(seen), -1);
 }
 
