@@ -38,6 +38,10 @@ int openFlags(unsigned access, unsigned disposition) {
     }
 }
 
+bool startsAnew(unsigned disposition) {
+    return disposition == PFileStream::kCreateAlways || disposition == PFileStream::kTruncateExisting;
+}
+
 // 0 when `status` is of a kind that this stream serves.
 int refusedKind(const struct stat& status) {
     if (S_ISREG(status.st_mode) || S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode)) return 0;
@@ -75,7 +79,11 @@ int PFileStream::Open() {
     position_ = 0;
     shortRead_ = false;
     if (descriptor_ >= 0) return 0;
-    const int descriptor = ::open(name_.c_str(), openFlags(access_, disposition_), 0666);
+    const int flags = openFlags(access_, disposition_);
+    int descriptor = ::open(name_.c_str(), flags, 0666);
+    // What is made anew need not be read: a file may be one's to write and not to read.
+    if (descriptor < 0 && errno == EACCES && writes(access_) && startsAnew(disposition_))
+        descriptor = ::open(name_.c_str(), (flags & ~O_ACCMODE) | O_WRONLY, 0666);
     if (descriptor < 0) return errno;
     struct stat status;
     int refused = ::fstat(descriptor, &status) != 0 ? errno : refusedKind(status);
@@ -99,8 +107,7 @@ int PFileStream::lockAndEmpty(int descriptor, bool regular) const {
     if (!regular || !writes(access_)) return 0;
     const bool alone = (share_ & kShareWrite) == 0;
     if (alone && ::flock(descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) return EWOULDBLOCK;
-    const bool empty = disposition_ == kCreateAlways || disposition_ == kTruncateExisting;
-    return empty && ::ftruncate(descriptor, 0) != 0 ? errno : 0;
+    return startsAnew(disposition_) && ::ftruncate(descriptor, 0) != 0 ? errno : 0;
 }
 
 int PFileStream::Close() {

@@ -93,8 +93,8 @@ class PFileStream : public PStream {
     void SetFile(const char* name, unsigned access, unsigned share, unsigned disposition);
     // SetFile and Open in one.
     int Open(const char* name, unsigned access, unsigned share, unsigned disposition);
-    // Creates the file, or empties it, and opens it for reading and writing, alone. No `flags` are defined:
-    // pass 0.
+    // Creates the file, or empties it, and opens it for reading and writing, alone; only for writing where
+    // the file may not be read. No `flags` are defined: pass 0.
     int Create(const char* name, unsigned flags);
 
     const char* name() const { return name_.c_str(); }

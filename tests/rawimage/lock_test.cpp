@@ -1,11 +1,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
 
 #include "rawimage/writer.h"
 #include "tests/testing/collect.h"
 #include "tests/testing/memory_file.h"
+#include "tests/testing/run_program.h"
 
 // One writer at a time; and what closing brings to the disk, in which order.
 
@@ -90,4 +94,36 @@ TEST(Sync, BringsTagsToTheDiskBeforeTheOffset) {
     ASSERT_TRUE(file.Create(nullptr, &borrowed).empty());
     ASSERT_TRUE(file.Close().empty());
     EXPECT_EQ(order.find("sync"), std::string::npos) << "that is its owner's affair";
+}
+
+// In a child that is not root, who may read everything. Its exit code: 0, or the step that went wrong.
+TEST(Create, WritesToAFileThatMayNotBeRead) {
+    constexpr uid_t kOther = 65534;
+    const TempFolder folder;
+    const std::string path = folder / "frame.rimg";
+    writeFile(path, std::string(1000, 'x'));
+    ASSERT_EQ(::chmod(path.c_str(), 0200), 0);
+    const bool root = ::geteuid() == 0;
+    if (root && (::chown(path.c_str(), kOther, kOther) != 0 || ::chmod((folder / "").c_str(), 0777) != 0))
+        GTEST_SKIP() << "no other user to be";
+    const pid_t child = ::fork();
+    if (child == 0) {
+        if (root && ::setuid(kOther) != 0) ::_exit(9);
+        RIFile file, reader;
+        if (reader.Open(path.c_str(), nullptr).empty()) ::_exit(8);
+        if (!file.Create(path.c_str(), nullptr).empty()) ::_exit(1);
+        if (!file.WriteHeader(0).empty() || !file.WTNote("note").empty() || !file.Close().empty()) ::_exit(2);
+        // To continue a file is to read it.
+        ::_exit(file.Append(path.c_str(), nullptr).getError() == EACCES ? 0 : 3);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    if (WEXITSTATUS(status) >= 8) GTEST_SKIP() << "no user who may not read it";
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    ASSERT_EQ(::chmod(path.c_str(), 0600), 0);
+    CollectCallback seen;
+    RIFile reader;
+    ASSERT_TRUE(reader.Open(path.c_str(), nullptr).empty());
+    EXPECT_EQ(reader.ParseFile(seen), 0);
+    EXPECT_EQ(seen.count("setNote"), 1);
 }
