@@ -10,7 +10,6 @@
 #include "rawimage/format.h"
 #include "rawimage/tools/note.h"
 #include "rawimage/tools/summary.h"
-#include "support/pstream.h"
 
 namespace rimg {
 
@@ -68,9 +67,7 @@ ExitCode printNote(const NoteOptions& options) {
     return summary.verdict == FileVerdict::kDamaged ? ExitCode::kDamaged : ExitCode::kGood;
 }
 
-// Refuses everything that would go wrong half-way, as the file is changed in place.
-void checkReplaceable(const NoteOptions& options, const std::string& text,
-                      const MUtils::FileSummary& summary) {
+void checkText(const NoteOptions& options, const std::string& text) {
     if (text.size() > kLongestNote) {
         throw Failure(ExitCode::kUsage, options.file,
                       "a note has at most 1023 characters, this one has " +
@@ -78,26 +75,34 @@ void checkReplaceable(const NoteOptions& options, const std::string& text,
     }
     if (text.find('\0') != std::string::npos)
         throw Failure(ExitCode::kUsage, options.file, "a note cannot hold NUL bytes");
-    PFileStream writable;
-    const int code =
-        writable.Open(options.file.c_str(), PFileStream::kReadWrite, 1, PFileStream::kOpenExisting);
-    if (code != 0) throw Failure(ExitCode::kFailure, options.file, outputCause(code));
-    writable.Close();
+}
+
+// A new note goes behind the last tag, and with it goes a table that makes the file a finished one.
+void checkReplaceable(const NoteOptions& options, const MUtils::FileSummary& summary) {
     if (summary.note.has_value() || summary.verdict == FileVerdict::kGood) return;
-    // A new note goes behind the last tag, and with it goes a table that makes the file a finished one.
     throw Failure(stateOf(summary), options.file, "has no note yet, and none can be added: " + summary.cause,
                   summary.faultOffset);
 }
 
-ExitCode replaceNote(const NoteOptions& options) {
-    std::string text = options.setFrom ? readText(options.source) : options.text;
-    checkReplaceable(options, text, requireRawImage(options.file));
-    replaceRawNote(options.file.c_str(), text.data(), 0, nullptr);
-    char stored[kNoteBytes] = {};
-    readRawNote(options.file.c_str(), stored, kNoteBytes);
-    if (text != std::string(stored, strnlen(stored, kNoteBytes))) {
-        throw Failure(ExitCode::kFailure, options.file, "the note could not be written");
+[[noreturn]] void fail(const NoteOptions& options, const ErrorCode& error) {
+    switch (const int code = error.getError(); code) {
+        case EWOULDBLOCK:
+            throw Failure(ExitCode::kUnreadable, options.file, "another writer has the file open");
+        case MUtils::kNoteFileNotThisFormat:
+            throw Failure(ExitCode::kUnreadable, options.file, error.message());
+        case MUtils::kNoteFileDamaged: throw Failure(ExitCode::kDamaged, options.file, error.message());
+        case MUtils::kNoteFileUnfinished: throw Failure(ExitCode::kIncomplete, options.file, error.message());
+        default:
+            throw Failure(ExitCode::kFailure, options.file, code > 0 ? outputCause(code) : error.message());
     }
+}
+
+ExitCode replaceNote(const NoteOptions& options) {
+    const std::string text = options.setFrom ? readText(options.source) : options.text;
+    checkText(options, text);
+    checkReplaceable(options, requireRawImage(options.file));
+    if (const ErrorCode error = MUtils::writeNote(options.file.c_str(), text.c_str()); !error.empty())
+        fail(options, error);
     return ExitCode::kGood;
 }
 

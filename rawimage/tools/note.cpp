@@ -1,10 +1,15 @@
 #include "rawimage/tools/note.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <string>
+#include <system_error>
 
+#include "rawimage/open_error.h"
+#include "rawimage/tools/note_writer.h"
 #include "rawimage/writer.h"
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -77,13 +82,13 @@ bool readRawNote(const char* fileName, char* buffer, int capacity) {
 
 namespace {
 
-// For a file without a note. What fails is not told: the file may be read-only. One whose tags cannot be
-// listed is left as it is, as there is no telling where a tag belongs.
+// For a file without a note. What fails is not reported: the file may be read-only. One whose tags cannot be
+// listed takes no note.
 void appendNote(const char* fileName, const char* note) {
     constexpr std::size_t kLongest = kNoteBytes - 1;
     RIFile file;
     (void)file.Append(fileName, nullptr);
-    if (file.ReadInfoTags(nullptr) != 0) return;
+    (void)file.ReadInfoTags(nullptr);
     (void)file.WTNote(std::string(note, strnlen(note, kLongest)).c_str());
     (void)file.Close();
 }
@@ -120,3 +125,32 @@ bool replaceRawNote(const char* fileName, char* note, int /*reserved*/, RawImage
     }
     return failed;
 }
+
+namespace MUtils {
+
+ErrorCode writeNote(const char* fileName, const char* note) {
+    constexpr const char* kName = "writeNote";
+    constexpr unsigned kShared = 3;  // beside this call's own lock
+    if (note == nullptr) return ErrorCode(kName, -1, "No note");
+    try {
+        PFileStream file, mending;
+        int code = file.Open(fileName, PFileStream::kReadWrite, 1, PFileStream::kOpenExisting);
+        if (code == 0)
+            code = mending.Open(fileName, PFileStream::kReadWrite, kShared, PFileStream::kOpenExisting);
+        if (code != 0) {
+            ErrorCode error(kName, code, "Error opening file \"%s\" (%i)",
+                            fileName != nullptr ? fileName : "", code);
+            error.setCause(openCause(code));
+            return error;
+        }
+        ErrorCode error = setNote(file, mending, note);
+        if (const int closing = file.Close(); error.empty() && closing != 0)
+            return ErrorCode(kName, closing, "Error closing: %s",
+                             std::generic_category().message(closing).c_str());
+        return error;
+    } catch (const std::bad_alloc&) {
+        return ErrorCode(kName, ENOMEM, "No memory.");
+    }
+}
+
+}  // namespace MUtils

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "../../support/error_code.h"
 #include "accepting_callback.h"
 #include "info.h"
 
@@ -14,10 +15,28 @@ bool readRawNote(const char* fileName, char* buffer, int capacity);
 // Replaces the file's note: in place, 1024 bytes, when it has one (each, when it has several), else by a note
 // tag and a new table at the end. The first 1023 characters of `note` count; null leaves the notes alone.
 // `info` may be null; else width, height and scene value are filled in whatever the parse found, the name
-// only when there is a scene. Returns true when the parse failed; failures to write are not told. A missing
-// file is created, empty, and is a failed parse; a file whose tags cannot be listed is not appended to. The
-// int is not used.
+// only when there is a scene. Returns true when the parse failed; failures to write are not reported, for
+// which there is writeNote(). A missing file is created, empty, and is a failed parse, as a directory is,
+// which stays as it is; a file whose tags cannot be listed is not appended to. The int is not used.
 bool replaceRawNote(const char* fileName, char* note, int reserved, RawImageInfo* info);
+
+namespace MUtils {
+
+// Codes of writeNote() besides the system's, which are positive, and -1.
+constexpr int kNoteFileNotThisFormat = -2;
+constexpr int kNoteFileDamaged = -3;
+constexpr int kNoteFileUnfinished = -4;
+
+// As replaceRawNote(), for an existing file, and reports every failure: the system's code where the file
+// cannot be opened, read, written, brought to the disk or closed (EWOULDBLOCK: another writer has it open);
+// -1 for a note that is null or longer than 1023 characters; -2 for a file of another kind. A file without a
+// note that is not finished (-4) or not sound (-3) takes none: where a tag belongs in it is not certain. A
+// note that readers find is replaced in any. What is written is on the disk when it returns. After a failure
+// the file is as it was, or, where the disk does not allow that either, unfinished with all its tags. Pixels
+// are not looked at.
+ErrorCode writeNote(const char* fileName, const char* note);
+
+}  // namespace MUtils
 
 // Takes the note's text. Other tags are skipped.
 class ReadNoteCallback final : public AcceptingCallback {

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <cmath>
 #include <random>
@@ -141,6 +142,36 @@ TEST_F(RimgTools, NoteIsPrintedReplacedAndRefused) {
     EXPECT_EQ(run("note", "other.rimg", {"--set", "x"}).status, 5);
     EXPECT_EQ(run("note", "missing.rimg", {"--set", "x"}).status, 5);
     EXPECT_FALSE(std::filesystem::exists(folder_ / "missing.rimg"));
+}
+
+// A disk that fills up at any place, and a writer at work: the file is as it was, and the reason is reported.
+TEST_F(RimgTools, ANoteThatDoesNotFitChangesNothing) {
+    const std::string path = folder_ / "noise.rimg";
+    const std::string before = readFile(path);
+    rlimit previous;
+    ::getrlimit(RLIMIT_FSIZE, &previous);
+    int refused = 0;
+    for (rlim_t size = before.size(); readFile(path) == before && size < 2 * before.size() + 5000;
+         size += 97) {
+        const rlimit limit{size, previous.rlim_max};
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+        const ProgramResult set = run("note", "noise.rimg", {"--set", "a note"});
+        ::setrlimit(RLIMIT_FSIZE, &previous);
+        if (set.status == 0) break;
+        ++refused;
+        EXPECT_EQ(set.status, 1);
+        EXPECT_THAT(set.err, HasSubstr("File too large"));
+        EXPECT_TRUE(readFile(path) == before) << size;
+    }
+    EXPECT_GT(refused, 11) << "a tag of 1064 bytes and an entry of 48";
+    EXPECT_EQ(run("note", "noise.rimg", {}).out, "a note\n");
+    EXPECT_EQ(run("verify", "noise.rimg", {}).status, 0);
+
+    RIFile writer;
+    ASSERT_TRUE(writer.Append(path.c_str(), nullptr).empty());
+    const ProgramResult locked = run("note", "noise.rimg", {"--set", "another"});
+    EXPECT_EQ(locked.status, 5);
+    EXPECT_THAT(locked.err, HasSubstr("another writer has the file open"));
 }
 
 TEST_F(RimgTools, SettingsComeOutAsTheyWereStored) {

@@ -40,7 +40,7 @@ int callsOf(const FaultStream& stream, const char* name) {
 }
 
 const char* nameOf(Call call) {
-    constexpr const char* kNames[] = {"open", "close", "read", "write", "seek", "skip", "truncate"};
+    constexpr const char* kNames[] = {"open", "close", "read", "write", "seek", "skip", "truncate", "sync"};
     return kNames[static_cast<int>(call)];
 }
 

@@ -8,7 +8,7 @@
 
 namespace testing_tools {
 
-enum class Call { kOpen, kClose, kRead, kWrite, kSeek, kSkip, kTruncate };
+enum class Call { kOpen, kClose, kRead, kWrite, kSeek, kSkip, kTruncate, kSync };
 
 // How a call fails. "Short" moves the first half of the bytes, "nothing" none. Calls that move no bytes do
 // not know kSilentShort; a Close that fails closes all the same.
@@ -60,6 +60,7 @@ class FaultStream : public PStream {
     int Seek(long to) override { return fails(Call::kSeek, "seek", to) ? kError : memory_.Seek(to); }
     int Skip(long by) override { return fails(Call::kSkip, "skip", by) ? kError : memory_.Skip(by); }
     int Truncate() override { return fails(Call::kTruncate, "truncate") ? kError : memory_.Truncate(); }
+    int Sync() override { return fails(Call::kSync, "sync") ? kError : 0; }
     std::int64_t Tell() override { return memory_.Tell(); }
     bool IsEOF() override { return memory_.IsEOF(); }
     std::int64_t Length() override { return lengthKnown_ ? memory_.Length() : -1; }

@@ -11,6 +11,7 @@
 #include "tests/testing/sample_file.h"
 
 using namespace testing_tools;
+using namespace MUtils;
 
 namespace {
 
@@ -159,6 +160,54 @@ TEST_F(NoteTest, LeavesWhatItCannotListAsItIs) {
     ::chmod(path_.c_str(), 0444);
     EXPECT_TRUE(replace(path_, "note"));
     EXPECT_EQ(difference(stored(), fileWithNotes(0, true)), "");
+}
+
+// What replaceRawNote() discards, writeNote() reports, and then the file is as it was.
+TEST_F(NoteTest, ReportsWhyANoteWasNotWritten) {
+    const Bytes whole = fileWithNotes(0, true);
+    Bytes damaged = whole, hidden = fileWithNotes(1, true), scene = hidden, torn = fileWithNotes(1, false);
+    damaged[36] ^= 1;  // the size of the resolution
+    hidden[36] ^= 1;
+    scene[121] = 'x';                           // its name's NUL
+    std::fill_n(torn.begin() + 200, 500, 'n');  // half of another note
+    const std::string longest(1023, 'n');
+    const struct {
+        const char* what;
+        Bytes file;
+        std::string note;
+        int code;
+    } cases[] = {
+        {"finished", whole, longest, 0},
+        {"too long", whole, longest + 'n', -1},
+        {"unfinished", fileWithNotes(0, false), "note", kNoteFileUnfinished},
+        {"unfinished, with a note", fileWithNotes(1, false), "note", 0},
+        {"damaged", damaged, "note", kNoteFileDamaged},
+        {"damaged on the way to the note", hidden, "note", kNoteFileDamaged},
+        {"damaged elsewhere", scene, "note", 0},
+        {"half of a note", torn, "note", 0},
+        {"cut", Bytes().raw(whole.data(), whole.size() - 1), "note", kNoteFileUnfinished},
+        {"of another kind", Bytes().text("no raw image, though long enough"), "note", kNoteFileNotThisFormat},
+        {"empty", {}, "note", kNoteFileNotThisFormat},
+    };
+    for (const auto& c : cases) {
+        const ErrorCode error = writeNote(store(c.file).c_str(), c.note.c_str());
+        EXPECT_EQ(error.getError(), c.code) << c.what << ": " << error.describe();
+        EXPECT_EQ(difference(stored(), c.file).empty(), c.code != 0) << c.what;
+        EXPECT_EQ(c.code == 0 ? read(path_) : c.note, c.note) << c.what;
+    }
+    store(whole);
+    EXPECT_EQ(writeNote(path_.c_str(), nullptr).getError(), -1);
+    RIFile writer;
+    ASSERT_TRUE(writer.Append(path_.c_str(), nullptr).empty());
+    EXPECT_EQ(writeNote(path_.c_str(), "note").getError(), EWOULDBLOCK);
+    ASSERT_TRUE(writer.Close().empty());
+    EXPECT_EQ(difference(stored(), whole), "");
+    EXPECT_EQ(writeNote((folder_ / "").c_str(), "note").getError(), EISDIR);
+    const ErrorCode missing = writeNote((folder_ / "missing").c_str(), "note");
+    EXPECT_EQ(missing.getError(), ENOENT);
+    EXPECT_NE(missing.describe().find("No such file or directory"), std::string::npos);
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "missing"));
+    EXPECT_EQ(writeNote(nullptr, "note").getError(), ENOENT);
 }
 
 TEST_F(NoteTest, FillsTheReportInAnyCase) {
