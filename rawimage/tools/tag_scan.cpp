@@ -17,6 +17,20 @@ constexpr int kFlagsPosition = 20;
 constexpr std::int64_t kForeignBytes = 16 << 20;
 constexpr std::int64_t kSector = 512;  // what a disk writes at a time, at the least
 
+// How much of a header tells how large its payload is.
+int bytesThatSaySize(const RIF_TAG& tag) {
+    constexpr int kFirst = 8, kField = 4;  // behind id and size; each parameter
+    switch (tag.id) {
+        case TAG_CHANNEL_INFO:
+        case TAG_PREVIEW: return kFirst + 2 * kField;
+        case TAG_INFO_TAGS:
+        case TAG_STAMP:
+        case TAG_OVERLAY_TEXTS:
+        case TAG_SETTINGS: return kFirst + kField;
+        default: return isPixelTag(tag.id) ? kFirst + 5 * kField : kFirst;
+    }
+}
+
 class Scanner {
   public:
     Scanner(PStream& stream, const TagScanOptions& options, TagScan& scan)
@@ -198,8 +212,15 @@ bool Scanner::isTorn(std::int64_t offset, std::int64_t end, const Place& place) 
 // Whether the header is neither what a writer writes nor what a power cut leaves of it: whole, nothing, or a
 // part up to the border of a sector.
 bool Scanner::isDamaged(const Place& place, std::int64_t offset) {
-    if (!place.whole || offset % kSector > kSector - kTagHeaderBytes) return false;
-    return place.tag.id != 0 && !cutInPayload(place.tag, offset, offset, scan_.compressed);
+    if (!place.whole || place.tag.id == 0) return false;
+    const std::int64_t there = kSector - offset % kSector;
+    if (there < bytesThatSaySize(place.tag)) {
+        unsigned char header[kTagHeaderBytes];
+        encodeTag(place.tag, header);
+        if (std::all_of(header + there, std::end(header), [](unsigned char byte) { return byte == 0; }))
+            return false;
+    }
+    return !cutInPayload(place.tag, offset, offset, scan_.compressed);
 }
 
 bool Scanner::endsInZeros(std::int64_t offset, std::int64_t end) {

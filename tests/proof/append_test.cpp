@@ -122,3 +122,29 @@ TEST(DamagedAppend, LosesNothingByAnyBitOfAnySize) {
     EXPECT_GT(changed, cases / 8) << "or nothing was continued at all";
     std::printf("%d files, %d continued\n", cases, changed);
 }
+
+// A last tag that ends in zeros, as what a power cut leaves does, at every place within a sector.
+TEST(DamagedAppend, LosesNoTagOfZeros) {
+    constexpr std::uint32_t kZeros = 1000;
+    MemoryFile target;
+    for (std::uint32_t padding = 0; padding < 512; padding += 4) {
+        Begun sound;
+        sound.bytes.fileHeader(0).tag(TAG_STAMP, padding, {static_cast<int>(padding)});
+        sound.bytes.raw(std::string(padding, 'p').data(), padding);
+        const std::size_t tag = sound.bytes.size();
+        sound.bytes.tag(TAG_OVERLAY_TEXTS, kZeros, {kZeros}).zeros(kZeros);
+        sound.kept = sound.bytes.size();
+        for (int bit = 0; bit < 32; ++bit) {
+            Begun damaged = sound;
+            damaged.bytes[tag + 4 + static_cast<std::size_t>(bit) / 8] ^=
+                static_cast<unsigned char>(1 << bit % 8);
+            for (const Way& way : kWays) {
+                target.fill(damaged.bytes);
+                way.act(target.path());
+                EXPECT_EQ(loss(target.bytes(), damaged), "")
+                    << way.name << ", tag at " << tag << ", bit " << bit;
+            }
+        }
+        ASSERT_FALSE(HasFailure());
+    }
+}
