@@ -1,9 +1,10 @@
 #include "rawimage/open_error.h"
 
 #include <cerrno>
-#include <system_error>
+
+#include "support/pstream.h"
 
 ErrorCode openCause(int code) {
-    if (code == EWOULDBLOCK) return ErrorCode("lock", code, "Another writer has the file open");
-    return ErrorCode("open", code, "%s", std::generic_category().message(code).c_str());
+    const char* operation = code == EWOULDBLOCK ? "lock" : "open";
+    return ErrorCode(operation, code, "%s", MUtils::openErrorText(code).c_str());
 }
