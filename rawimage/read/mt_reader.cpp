@@ -113,7 +113,7 @@ int RIFileMT::enqueuePixels(const RIF_TAG& tag) {
     if (readInto(batch, tag.payloadBytes(), status)) {
         JobRecord& job = *jobRecords_[static_cast<std::size_t>(filling_ * kBatchTags + batch.tags)];
         job.tag = tag;
-        job.payload.set(batch.bytes.data() + batch.used);
+        job.payload = batch.bytes.data() + batch.used;
         batch.used += size;
         ++batch.tags;
         const bool full = batch.used >= kBatchBytes || batch.tags == kBatchTags;
@@ -195,13 +195,13 @@ int RIFileMT::decodeJob(ThreadBuffers& buffers, const JobRecord& job, std::size_
     if ((header.flags & RIF_COMPRESSED) == 0) {
         if (!shape.sound() || payloadBytes < static_cast<std::size_t>(shape.bytes)) return -104;
         buffers.pixels.initReusing(shape.count, shape.valueSize, kMaxBlockBytes);
-        buffers.pixels.loadFromBuffer(job.payload.data(), shape.count);
+        buffers.pixels.loadFromBuffer(job.payload, shape.count);
         return 0;
     }
     // The input is taken to be as long as the values are, deliberately: a payload that is larger fails.
     const std::size_t input =
         shape.sound() ? std::min(payloadBytes, static_cast<std::size_t>(shape.bytes)) : 0;
-    switch (inflatePixels(shape, job.payload.data(), input, buffers.inflater, buffers.pixels)) {
+    switch (inflatePixels(shape, job.payload, input, buffers.inflater, buffers.pixels)) {
         case PixelFault::kNotInflatable: return -102;
         case PixelFault::kWrongLength: return -103;
         case PixelFault::kNone: break;

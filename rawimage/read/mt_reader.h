@@ -54,19 +54,10 @@ class RIFileMT : public RIFile {
         MUtils::Inflater inflater;
         MBVTable pixels{1, kMaxBlockBytes};
     };
-    // Bytes of a batch.
-    class Payload {
-      public:
-        const unsigned char* data() const { return bytes_; }
-        void set(const unsigned char* bytes) { bytes_ = bytes; }
-
-      private:
-        const unsigned char* bytes_ = nullptr;
-    };
     // A tag on its way to a worker.
     struct JobRecord {
         RIF_TAG tag;
-        Payload payload;
+        const unsigned char* payload = nullptr;  // in the bytes of its batch
     };
     // What a slot of the queue holds. Its records are kBatchTags from kBatchTags times the slot on.
     struct Batch {
