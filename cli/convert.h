@@ -27,10 +27,7 @@ struct ConvertOptions {
 
 // The directions of the verb "convert". Each reports what it loses on the way, answers for it with its exit
 // code, and throws Failure when it cannot go on. The output is created only once the input has been found
-// convertible.
-//
-// From OpenEXR what was written by then stays readable whatever happens. To OpenEXR the output is there when
-// it is whole, and not otherwise.
+// convertible, and is there only once it is whole.
 ExitCode convertFromExr(const ConvertOptions& options);
 ExitCode convertToExr(const ConvertOptions& options);
 

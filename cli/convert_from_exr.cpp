@@ -80,17 +80,14 @@ class FromExr {
 
     ExitCode run() {
         tellWhatIsLeftOut();
-        RawOutput output(options_.output);
+        RawOutput output(options_.output, {options_.input});
         output.file().setCompressionThreads(nullptr, options_.threads);
         output.file().setCompressionLevel(options_.level);
         writeHead(output);
-        const bool stopped = !writeBuckets(output);
+        if (!writeBuckets(output))
+            throw Failure(ExitCode::kStopped, options_.output, "stopped; nothing was written");
         output.close();
-        const ExitCode result = tellLosses();
-        if (!stopped) return result;
-        report(options_.input,
-               "stopped; " + options_.output + " holds " + countOf(regionsWritten_, "region"));
-        return worse(result, ExitCode::kStopped);
+        return tellLosses();
     }
 
   private:
@@ -180,7 +177,6 @@ class FromExr {
         for (auto area = areas_.begin(); area != areas_.end(); ++area) {
             if (area->empty() || std::find(areas_.begin(), area, *area) != area) continue;
             output.check(output.file().WTRegion(region_.load(bands_, areas_, *area), 0, 0, 0));
-            ++regionsWritten_;
         }
     }
 
@@ -219,7 +215,6 @@ class FromExr {
     const ExrBands bands_;
     ExrRegion region_;
     std::vector<Rect> areas_;  // what each part gives of the bucket in work
-    std::int64_t regionsWritten_ = 0;
     std::int64_t bucketsLost_ = 0;
 };
 

@@ -1,14 +1,32 @@
 #pragma once
 
+#include <csignal>
+#include <string>
+
 namespace rimg {
 
-// From here on the first SIGINT or SIGTERM only asks the program to stop; a second one, of either kind, ends
-// it at once. Signals that were ignored when the program started stay ignored. System calls are not restarted
-// by the kernel.
+// From here on the first SIGINT, SIGTERM or SIGHUP only asks the program to stop; a second one, of any of
+// these kinds, ends it at once. Signals that were ignored when the program started stay ignored. System calls
+// are not restarted by the kernel.
 void catchSignals();
 
-// True once a signal has come. Verbs ask between two buckets; then they finish their output so that it can be
-// read, and answer ExitCode::kStopped.
+// True once a signal has come. Verbs ask between two buckets, and before they put their output in its place;
+// then they leave nothing and answer ExitCode::kStopped.
 bool stopRequested();
+
+// The file to remove when a signal ends the program, in place of the one named before; "" for none.
+void removeWhenKilled(const std::string& path);
+
+// Holds back every signal that can be held back, in this thread, as long as it lives.
+class SignalsHeld {
+  public:
+    SignalsHeld();
+    ~SignalsHeld();
+    SignalsHeld(const SignalsHeld&) = delete;
+    SignalsHeld& operator=(const SignalsHeld&) = delete;
+
+  private:
+    sigset_t before_;
+};
 
 }  // namespace rimg

@@ -13,29 +13,25 @@ int RawOutput::Stream::Write(const void* data, int size, int& bytesWritten) {
     return code;
 }
 
-RawOutput::RawOutput(const std::string& path) : path_(path) {
-    if (const int code = stream_.Create(path.c_str(), 0); code != 0) {
-        throw Failure(ExitCode::kFailure, path_, outputCause(code));
+RawOutput::RawOutput(const std::string& path, const std::vector<std::string>& inputs)
+    : output_(path, OutputFile::Kind::kFile, inputs) {
+    if (const int code = stream_.Create(output_.path().c_str(), 0); code != 0) {
+        throw outputFailure(output_.name(), code);
     }
-    open_ = true;
-    check(file_.Create(path.c_str(), &stream_));
-}
-
-RawOutput::~RawOutput() {
-    // Nobody to tell: a failure is on its way already.
-    if (open_) (void)file_.Close();
+    check(file_.Create(output_.path().c_str(), &stream_));
 }
 
 void RawOutput::check(const ErrorCode& error) {
     if (error.empty()) return;
-    if (!broken()) throw Failure(ExitCode::kFailure, path_, error.describe());
-    throw Failure(ExitCode::kFailure, path_, systemMessage(stream_.error) + ": " + error.describe(),
+    const std::string cause = output_.named(error.describe());
+    if (!broken()) throw Failure(ExitCode::kFailure, output_.name(), cause);
+    throw Failure(ExitCode::kFailure, output_.name(), systemMessage(stream_.error) + ": " + cause,
                   stream_.errorOffset);
 }
 
 void RawOutput::close() {
-    open_ = false;
     check(file_.Close());
+    output_.commit();
 }
 
 }  // namespace rimg

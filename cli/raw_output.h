@@ -2,20 +2,19 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
+#include "cli/output_file.h"
 #include "rawimage/writer.h"
 #include "support/pstream.h"
 
 namespace rimg {
 
 // A raw image that a verb writes. It turns every error into a Failure (kFailure) that names the file, the
-// place where writing broke off, what the system said, and the chain of operations. Whatever ends the work,
-// the file is closed with its table, so that what was written stays readable.
+// place where writing broke off, what the system said, and the chain of operations.
 class RawOutput {
   public:
-    // Creates the file, or empties it.
-    explicit RawOutput(const std::string& path);
-    ~RawOutput();
+    explicit RawOutput(const std::string& path, const std::vector<std::string>& inputs = {});
     RawOutput(const RawOutput&) = delete;
     RawOutput& operator=(const RawOutput&) = delete;
 
@@ -26,7 +25,7 @@ class RawOutput {
     // True when the system has refused a write; every later one is refused too.
     bool broken() const { return stream_.error != 0; }
 
-    // Writes the table of tags.
+    // Writes the table of tags and puts the file in its place.
     void close();
 
   private:
@@ -39,10 +38,9 @@ class RawOutput {
         std::int64_t errorOffset = 0;
     };
 
-    const std::string path_;
+    OutputFile output_;
     Stream stream_;
     RIFile file_;
-    bool open_ = false;
 };
 
 }  // namespace rimg

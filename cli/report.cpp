@@ -43,4 +43,9 @@ std::string outputCause(const ErrorCode& error) {
     return opening ? outputCause(error.getError()) : error.describe();
 }
 
+Failure outputFailure(const std::string& file, int code) {
+    const bool locked = code == EWOULDBLOCK;
+    return {locked ? ExitCode::kUnreadable : ExitCode::kFailure, file, outputCause(code)};
+}
+
 }  // namespace rimg

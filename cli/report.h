@@ -46,4 +46,8 @@ std::string systemMessage(int code);
 std::string outputCause(const ErrorCode& error);
 std::string outputCause(int code);
 
+// A file that could not be opened for writing, `code` being the errno: kUnreadable when another writer has
+// it, else kFailure.
+Failure outputFailure(const std::string& file, int code);
+
 }  // namespace rimg

@@ -2,10 +2,6 @@
 #include <OpenEXR/ImfStringAttribute.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <signal.h>
-
-#include <chrono>
-#include <thread>
 
 #include "tests/testing/exr_control.h"
 #include "tests/testing/exr_sample.h"
@@ -289,24 +285,6 @@ TEST(Convert, FailuresHaveOneLineAndTheirExitCode) {
     // A frame far larger than what is rendered of it costs nothing.
     EXPECT_EQ(convert(folder / "wide.exr", out, "1000000x1000000").status, 0);
     EXPECT_EQ(parseRaw(out)["setImageData"].size(), 1u);
-}
-
-TEST(Convert, ASignalLeavesAFinishedFile) {
-    const TempFolder folder;
-    const std::string in = folder / "in.exr", out = folder / "out.rimg";
-    ExrSample sample{{{"", "R:f G:f B:f", {{0, 0}, {1599, 1199}}}}, {{0, 0}, {1599, 1199}}};
-    sample.compression = Imf::NO_COMPRESSION;
-    sample.write(in);
-    const ProgramResult result = runProgram(RIMG_PROGRAM, {"convert", in, out}, [&](pid_t pid) {
-        for (int i = 0; i < 20000 && !std::filesystem::exists(out); ++i) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-        ::kill(pid, SIGINT);
-    });
-    EXPECT_EQ(result.status, 75);
-    EXPECT_THAT(result.err, HasSubstr("stopped"));
-    EXPECT_LT(parseRaw(out)["setImageData"].size(), 25u * 19u);
-    EXPECT_NE(readFile(out).substr(12, 8), std::string(8, '\0')) << "no table";
 }
 
 }  // namespace

@@ -1,0 +1,180 @@
+#include <gmock/gmock.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <chrono>
+#include <thread>
+
+#include "tests/cli/output_fixture.h"
+
+// How the output of every verb comes into being, and what becomes of an older one.
+
+namespace {
+
+using namespace testing_tools;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+namespace fs = std::filesystem;
+
+TEST_P(Output, IsNotOneOfTheInputs) {
+    const std::string input = inputs() / GetParam().lastInput;
+    const std::string before = readFile(input);
+    fs::create_symlink(input, folder_ / "symbolic");
+    fs::create_hard_link(input, folder_ / "hard");
+    for (const std::string& out : {input, std::string("symbolic"), std::string("hard")}) {
+        const ProgramResult result = run(out);
+        EXPECT_EQ(result.status, 2) << out;
+        EXPECT_THAT(result.err, HasSubstr("the same file\n"));
+        EXPECT_EQ(result.errorLines(), 1);
+        EXPECT_TRUE(readFile(input) == before) << out;
+    }
+    EXPECT_THAT(files(), ElementsAre("hard", "symbolic"));
+    EXPECT_FALSE(fs::is_symlink(input));
+}
+
+TEST_P(Output, ReplacesAnOlderOneAndKeepsItsPermissions) {
+    ASSERT_EQ(run("fresh", "umask 027; ").status, 0);
+    EXPECT_EQ(modeOf(folder_ / "fresh"), 0640u);
+    for (const mode_t mode : {0600, 0755, 0200}) {
+        writeFile(folder_ / "old", std::string(100000, 'x'));
+        ::chmod((folder_ / "old").c_str(), mode);
+        EXPECT_EQ(run("old", "umask 027; ").status, 0);
+        EXPECT_EQ(modeOf(folder_ / "old"), mode);
+        ::chmod((folder_ / "old").c_str(), 0600);
+        EXPECT_TRUE(readFile(folder_ / "old") == readFile(folder_ / "fresh"));
+    }
+    // A name of the longest length, and one that another process had before.
+    const std::string longest(255, 'n');
+    EXPECT_EQ(run(longest).status, 0);
+    writeFile(folder_ / "taken", "");
+    EXPECT_EQ(run("taken", "cd " + (folder_ / "") + "; echo other >taken.part-$$; ").status, 0);
+    EXPECT_TRUE(readFile(folder_ / "taken") == readFile(folder_ / "fresh"));
+    const std::set<std::string> names = files();
+    EXPECT_EQ(names.size(), 5u);
+    EXPECT_EQ(readFile(folder_ / *names.rbegin()), "other\n") << *names.rbegin();
+}
+
+TEST_P(Output, FollowsLinks) {
+    fs::create_directory(folder_ / "elsewhere");
+    writeFile(folder_ / "elsewhere/old", "older");
+    fs::create_symlink("elsewhere/old", folder_ / "link");
+    fs::create_symlink("link", folder_ / "link to link");
+    fs::create_symlink("elsewhere/new", folder_ / "dangling");
+    for (const char* out : {"link to link", "dangling"}) {
+        EXPECT_EQ(run(out).status, 0) << out;
+        EXPECT_TRUE(fs::is_symlink(folder_ / out));
+    }
+    EXPECT_GT(readFile(folder_ / "elsewhere/new").size(), 5u);
+    EXPECT_TRUE(readFile(folder_ / "elsewhere/new") == readFile(folder_ / "elsewhere/old"));
+    EXPECT_THAT(files(), ElementsAre("dangling", "elsewhere", "link", "link to link"));
+}
+
+TEST_P(Output, LeavesAnOlderOneAsItWasWhenItFails) {
+    writeFile(folder_ / "old", "older");
+    // No file may grow: as on a full disk.
+    for (const char* out : {"old", "new"}) {
+        const ProgramResult full = run(out, "ulimit -f 1; ");
+        EXPECT_EQ(full.status, 1);
+        EXPECT_THAT(full.err, HasSubstr("File too large"));
+        EXPECT_THAT(full.err, HasSubstr(out));
+        EXPECT_THAT(full.err, Not(HasSubstr(".part-")));
+        EXPECT_EQ(full.errorLines(), 1) << full.err;
+    }
+    RIFile writer;
+    expectOk(writer.Append((folder_ / "old").c_str(), nullptr));
+    const ProgramResult locked = run("old");
+    EXPECT_EQ(locked.status, 5);
+    EXPECT_THAT(locked.err, HasSubstr("old: cannot be written: another writer has the file open\n"));
+    EXPECT_EQ(readFile(folder_ / "old"), "older");
+    EXPECT_THAT(files(), ElementsAre("old"));
+}
+
+TEST_P(Output, IsWrittenToAsItIsWhenItIsNoFile) {
+    const auto refused = [this](const std::string& out, int status, const std::string& told) {
+        const ProgramResult result = run(out);
+        EXPECT_EQ(result.status, status) << out << ": " << result.err;
+        EXPECT_THAT(result.err, HasSubstr(told)) << out;
+        EXPECT_EQ(result.errorLines(), 1) << result.err;
+    };
+    fs::create_symlink("loop", folder_ / "loop");
+    fs::create_symlink("nowhere/file", folder_ / "astray");
+    fs::create_symlink("/dev/full", folder_ / "full");
+    ASSERT_EQ(::mkfifo((folder_ / "pipe").c_str(), 0600), 0);
+    const int listener = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::snprintf(address.sun_path, sizeof address.sun_path, "%s", (folder_ / "socket").c_str());
+    ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    ::close(listener);
+
+    refused("", 1, "Is a directory\n");
+    refused("loop", 1, "loop: cannot be written: Too many levels of symbolic links\n");
+    refused("astray", 1, "astray: cannot be written: No such file or directory\n");
+    refused(folder_ / "none/new", 1, "new: cannot be written: No such file or directory\n");
+    refused("socket", 1, "socket: cannot be written: is a socket\n");
+    refused("/dev/full", 1, "No space left on device");
+    refused("full", 1, "No space left on device");
+    if (!GetParam().stream) {
+        refused("pipe", 2, "must be a file: ");
+        refused("-", 2, "-: must be a file: ");
+    }
+    EXPECT_EQ(run("/dev/null").status, 0);
+    EXPECT_TRUE(fs::is_character_file("/dev/null"));
+    EXPECT_TRUE(fs::is_fifo(folder_ / "pipe"));
+    EXPECT_TRUE(fs::is_symlink(folder_ / "full"));
+    EXPECT_THAT(files(), ElementsAre("astray", "full", "loop", "pipe", "socket"));
+}
+
+TEST_P(Output, NeedsTheRightToWrite) {
+    if (::geteuid() == 0) GTEST_SKIP() << "root may write everything";
+    writeFile(folder_ / "old", "older");
+    ::chmod((folder_ / "old").c_str(), 0400);
+    fs::create_directory(folder_ / "closed");
+    ::chmod((folder_ / "closed").c_str(), 0500);
+    for (const std::string& out : {std::string("old"), folder_ / "closed/new"}) {
+        const ProgramResult result = run(out);
+        EXPECT_EQ(result.status, 1) << out;
+        EXPECT_THAT(result.err, HasSubstr("cannot be written: Permission denied\n"));
+    }
+    EXPECT_EQ(readFile(folder_ / "old"), "older");
+    EXPECT_THAT(files(), ElementsAre("closed", "old"));
+}
+
+TEST_P(Output, IsNotLeftBySignals) {
+    const struct {
+        const char* name;
+        std::vector<int> signals;
+        std::set<int> statuses;
+    } cases[] = {
+        {"new", {SIGTERM}, {75}},       {"old", {SIGINT}, {75}},
+        {"old", {SIGHUP}, {75}},        {"old", {SIGTERM, SIGINT}, {-SIGTERM, -SIGINT}},
+        {"old", {SIGQUIT}, {-SIGQUIT}}, {"new", {SIGPIPE}, {-SIGPIPE}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.name) + ", signal " + std::to_string(c.signals.front()));
+        std::set<std::string> before;
+        fs::remove(folder_ / "old");
+        if (c.name == std::string("old")) {
+            writeFile(folder_ / "old", "older");
+            before = {"old"};
+        }
+        const ProgramResult result =
+            runCommand(GetParam().large, c.name, "ulimit -c 0; ", [&](pid_t program) {
+                for (int i = 0; i < 20000 && files() == before; ++i)
+                    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                for (const int signal : c.signals)
+                    ::kill(program, signal);
+            });
+        EXPECT_EQ(c.statuses.count(result.status), 1u) << result.status << result.err;
+        EXPECT_THAT(result.err, HasSubstr(result.status == 75 ? "stopped" : ""));
+        EXPECT_EQ(files(), before);
+        EXPECT_EQ(readFile(folder_ / "old"), before.empty() ? "" : "older");
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(OfVerb, Output, testing::ValuesIn(kOutputVerbs), nameOf);
+
+}  // namespace
