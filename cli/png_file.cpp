@@ -4,25 +4,39 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <memory>
 
 #include "cli/report.h"
 
 namespace rimg {
 
-void writePng(const std::string& file, const std::vector<RGB24>& pixels, int width, int height) {
-    std::FILE* out = std::fopen(file.c_str(), "wb");
-    if (out == nullptr) throw Failure(ExitCode::kFailure, file, "cannot be written: " + systemMessage(errno));
+namespace {
+
+// How libpng reaches the output: what it is told of a failure is not what the system said.
+ssize_t passOn(void* output, const char* bytes, std::size_t size) {
+    return static_cast<StreamOutput*>(output)->write(bytes, size) ? static_cast<ssize_t>(size) : 0;
+}
+
+}  // namespace
+
+void writePng(StreamOutput& output, const std::vector<RGB24>& pixels, int width, int height) {
+    cookie_io_functions_t functions{};
+    functions.write = passOn;
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(::fopencookie(&output, "wb", functions),
+                                                         std::fclose);
+    if (file == nullptr) throw Failure(ExitCode::kFailure, output.file().name(), systemMessage(errno));
     png_image image{};
     image.version = PNG_IMAGE_VERSION;
     image.width = static_cast<png_uint_32>(width);
     image.height = static_cast<png_uint_32>(height);
     image.format = PNG_FORMAT_RGB;
-    std::string cause;
-    if (png_image_write_to_stdio(&image, out, 0, pixels.data(), 0, nullptr) == 0) cause = image.message;
-    if (std::fclose(out) != 0 && cause.empty()) cause = systemMessage(errno);
-    if (cause.empty()) return;
-    std::remove(file.c_str());
-    throw Failure(ExitCode::kFailure, file, "cannot be written: " + cause);
+    const bool made = png_image_write_to_stdio(&image, file.get(), 0, pixels.data(), 0, nullptr) != 0;
+    file.reset();
+    if (!made && !output.failed()) {
+        throw Failure(ExitCode::kFailure, output.file().name(),
+                      std::string("cannot be written: ") + image.message);
+    }
+    output.close();
 }
 
 }  // namespace rimg

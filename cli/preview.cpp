@@ -10,6 +10,7 @@
 #include "cli/png_file.h"
 #include "cli/report.h"
 #include "cli/size_option.h"
+#include "cli/stream_output.h"
 #include "cli/verbs.h"
 #include "rawimage/tools/picture.h"
 #include "rawimage/tools/summary.h"
@@ -135,9 +136,12 @@ ExitCode runPreview(PreviewOptions& options) {
     options.request.view = parseView(options.view);
     options.request.keepAspect = !options.stretch;
     options.request.useStored = !options.noStored;
+    StreamOutput output(options.output, {options.file});
+    if (output.isTerminal())
+        throw Failure(ExitCode::kUsage, "", "a picture is binary: redirect it, or name a file with -o");
     const MUtils::Picture picture = MUtils::makePicture(options.file.c_str(), options.request);
     refuse(options, picture);
-    writePng(options.output, picture.pixels, picture.width, picture.height);
+    writePng(output, picture.pixels, picture.width, picture.height);
     const ExitCode state = stateOf(options);
     // The headers are sound and a payload is not: no walk over headers finds that.
     if (picture.parseCode != 0 && state == ExitCode::kGood) {
@@ -155,7 +159,9 @@ void addPreviewVerb(CLI::App& app, ExitCode& result) {
     auto options = std::make_shared<PreviewOptions>();
     CLI::App* verb = app.add_subcommand("preview", "Make a PNG picture of a raw image, finished or not");
     verb->add_option("FILE", options->file, "The raw image")->required();
-    verb->add_option("-o,--output", options->output, "The PNG file to write")->required()->check(checkEnding);
+    verb->add_option("-o,--output", options->output, "The PNG file to write; - for standard output")
+        ->required()
+        ->check(checkEnding);
     verb->add_option("--size", options->size,
                      "Width and height of the picture, WxH. Default: those of the stored thumbnail, else of "
                      "the frame, at "

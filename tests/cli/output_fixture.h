@@ -8,6 +8,7 @@
 #include <random>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "tests/testing/exr_sample.h"
 #include "tests/testing/raw_frame.h"
@@ -30,43 +31,50 @@ inline const OutputVerb kOutputVerbs[] = {
     {"ConvertToRaw", "convert @exr OUT", "exr", false, "convert @big.exr OUT"},
     {"ConvertToScanlines", "convert @raw OUT", "raw", false, "convert @big OUT"},
     {"ConvertToTiles", "convert @raw OUT --kind tiled", "raw", false, "convert @big OUT --kind tiled"},
+    {"Preview", "preview @raw -o OUT", "raw", true, "preview @big --size 3000x3000 -o OUT"},
+    {"Settings", "settings @raw -o OUT", "raw", true, "settings @vast -o OUT"},
 };
 
 inline std::string nameOf(const testing::TestParamInfo<OutputVerb>& info) {
     return info.param.name;
 }
 
-// The inputs of every verb, made once and never changed.
+// The inputs, each made when it is first named.
 class OutputInputs {
   public:
-    OutputInputs() {
-        RawFrame frame;
-        frame.metadata = [](RIFile& file) {
-            std::string settings(3000, 's');
-            expectOk(file.WTMirtSettings(settings.data(), static_cast<int>(settings.size())));
-        };
-        frame.write(folder_ / "raw");
-        frame.boxes = {{0, 0, 20, 24}};
-        frame.write(folder_ / "left");
-        frame.boxes = {{20, 0, 20, 24}};
-        frame.write(folder_ / "right");
-        ExrSample{{{"", "R:f G:f B:f", {{0, 0}, {39, 23}}}}, {{0, 0}, {39, 23}}}.write(folder_ / "exr");
-
-        ExrSample exr{{{"", "R:f G:f B:f", {{0, 0}, {1599, 1199}}}}, {{0, 0}, {1599, 1199}}};
-        exr.compression = Imf::NO_COMPRESSION;
-        exr.write(folder_ / "big.exr");
-        frame.width = frame.height = 1600;
-        frame.values = [this](int, int, int) { return static_cast<float>(random_()); };
-        frame.boxes = {{0, 0, 1600, 1600}};
-        frame.channels = {{2, 126, "color"}};
-        frame.write(folder_ / "big");
+    std::string operator/(const std::string& name) const {
+        const std::string path = folder_ / name;
+        if (!std::filesystem::exists(path)) make(name, path);
+        return path;
     }
 
-    std::string operator/(const std::string& name) const { return folder_ / name; }
-
   private:
+    static void make(const std::string& name, const std::string& path) {
+        if (name == "exr" || name == "big.exr") {
+            const Imath::Box2i box{{0, 0}, name == "exr" ? Imath::V2i(39, 23) : Imath::V2i(1599, 1199)};
+            ExrSample exr{{{"", "R:f G:f B:f", box}}, box};
+            exr.compression = Imf::NO_COMPRESSION;
+            return exr.write(path);
+        }
+        RawFrame frame;
+        std::vector<char> settings(name == "vast" ? 128 << 20 : 3000, 's');
+        frame.metadata = [&](RIFile& file) {
+            expectOk(file.WTMirtSettings(settings.data(), static_cast<int>(settings.size())));
+        };
+        if (name == "left") frame.boxes = {{0, 0, 20, 24}};
+        if (name == "right") frame.boxes = {{20, 0, 20, 24}};
+        if (name == "big") {
+            frame.channels = {{2, 126, "color"}};
+            frame.tile = 2;
+            frame.boxes = {{0, 0, frame.width = 1000, frame.height = 1000}};
+        }
+        // Noise, which no compression makes short.
+        std::minstd_rand random;
+        frame.values = [&](int, int, int) { return static_cast<float>(random() % 1000) / 1000; };
+        frame.write(path);
+    }
+
     TempFolder folder_;
-    std::minstd_rand random_;
 };
 
 class Output : public testing::TestWithParam<OutputVerb> {
@@ -81,8 +89,10 @@ class Output : public testing::TestWithParam<OutputVerb> {
                              const std::function<void(pid_t)>& meanwhile = {}) const {
         const std::string path = out.find('/') == std::string::npos && out != "-" ? folder_ / out : out;
         command.replace(command.find("OUT"), 3, "'" + path + "'");
-        for (std::size_t at = 0; (at = command.find('@', at)) != std::string::npos;)
-            command.replace(at, 1, inputs() / "");
+        for (std::size_t at = 0; (at = command.find('@')) != std::string::npos;) {
+            const std::size_t end = command.find(' ', at);
+            command.replace(at, end - at, inputs() / command.substr(at + 1, end - at - 1));
+        }
         return runProgram("/bin/bash", {"-c", before + "exec '" RIMG_PROGRAM "' " + command}, meanwhile);
     }
     ProgramResult run(const std::string& out, const std::string& before = "") const {

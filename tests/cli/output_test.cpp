@@ -117,7 +117,19 @@ TEST_P(Output, IsWrittenToAsItIsWhenItIsNoFile) {
     refused("socket", 1, "socket: cannot be written: is a socket\n");
     refused("/dev/full", 1, "No space left on device");
     refused("full", 1, "No space left on device");
-    if (!GetParam().stream) {
+    if (GetParam().stream) {
+        std::string piped;
+        const ProgramResult printed = run("-");
+        EXPECT_EQ(printed.status, 0) << printed.err;
+        EXPECT_FALSE(printed.out.empty());
+        const ProgramResult result =
+            runCommand(GetParam().command, "pipe", "", [&](pid_t) { piped = readFile(folder_ / "pipe"); });
+        EXPECT_EQ(result.status, 0) << result.err;
+        EXPECT_TRUE(piped == printed.out);
+        EXPECT_EQ(run("-", "exec >/dev/full; ").err,
+                  "rimg: standard output: cannot be written: No space left on device\n");
+        EXPECT_EQ(run("-", "exec >>'" + inputs() / GetParam().lastInput + "'; ").status, 2);
+    } else {
         refused("pipe", 2, "must be a file: ");
         refused("-", 2, "-: must be a file: ");
     }
