@@ -2,8 +2,10 @@
 
 #include <unistd.h>
 
+#include <atomic>
 #include <climits>
 #include <cstring>
+#include <ctime>
 #include <initializer_list>
 
 namespace rimg {
@@ -14,10 +16,21 @@ volatile std::sig_atomic_t stopSignal = 0;
 
 // For the handlers, which may not touch a string. Paths of this length or more open no file.
 char doomedPath[PATH_MAX];
-volatile std::sig_atomic_t doomed = 0;
+std::atomic<bool> doomed{false};
+std::atomic<bool> held{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "signal handlers read them");
+
+// The thread that holds signals back gets none, save those that it raises itself: a bound for these.
+void awaitRelease() {
+    constexpr int kMostMilliseconds = 1000;
+    const timespec millisecond{0, 1000000};
+    for (int i = 0; i < kMostMilliseconds && held; ++i)
+        ::nanosleep(&millisecond, nullptr);
+}
 
 extern "C" void onDeadlySignal(int number) {
-    if (doomed != 0) ::unlink(doomedPath);
+    awaitRelease();
+    if (doomed) ::unlink(doomedPath);
     // Pending until this handler returns, and then deadly.
     std::signal(number, SIG_DFL);
     std::raise(number);
@@ -53,19 +66,21 @@ bool stopRequested() {
 }
 
 void removeWhenKilled(const std::string& path) {
-    doomed = 0;
+    doomed = false;
     if (path.empty() || path.size() >= sizeof doomedPath) return;
     std::memcpy(doomedPath, path.c_str(), path.size() + 1);
-    doomed = 1;
+    doomed = true;
 }
 
 SignalsHeld::SignalsHeld() {
     sigset_t all;
     sigfillset(&all);
     pthread_sigmask(SIG_BLOCK, &all, &before_);
+    held = true;
 }
 
 SignalsHeld::~SignalsHeld() {
+    held = false;
     pthread_sigmask(SIG_SETMASK, &before_, nullptr);
 }
 

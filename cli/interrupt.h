@@ -17,7 +17,8 @@ bool stopRequested();
 // The file to remove when a signal ends the program, in place of the one named before; "" for none.
 void removeWhenKilled(const std::string& path);
 
-// Holds back every signal that can be held back, in this thread, as long as it lives.
+// As long as it lives no signal ends the program, in whatever thread it arrives: for the moment between
+// making a file and removeWhenKilled().
 class SignalsHeld {
   public:
     SignalsHeld();

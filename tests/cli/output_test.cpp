@@ -162,7 +162,7 @@ TEST_P(Output, IsNotLeftBySignals) {
         std::set<int> statuses;
     } cases[] = {
         {"new", {SIGTERM}, {75}},       {"old", {SIGINT}, {75}},
-        {"old", {SIGHUP}, {75}},        {"old", {SIGTERM, SIGINT}, {-SIGTERM, -SIGINT}},
+        {"old", {SIGHUP}, {75}},        {"old", {SIGTERM, SIGINT}, {75, -SIGTERM, -SIGINT}},
         {"old", {SIGQUIT}, {-SIGQUIT}}, {"new", {SIGPIPE}, {-SIGPIPE}},
     };
     for (const auto& c : cases) {
