@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "cli/files.h"
 #include "cli/merge_output.h"
 #include "cli/option_checks.h"
+#include "cli/output_file.h"
 #include "cli/report.h"
 #include "cli/tool_progress.h"
 #include "cli/verbs.h"
@@ -49,29 +49,28 @@ const char* hintFor(MergeState state) {
     return "";
 }
 
-MergeReport merge(const MergeVerbOptions& options) {
+MergeReport merge(const MergeVerbOptions& options, const std::string& output) {
     ToolProgress progress("merge");
     MUtils::MergeOptions merging;
     merging.allowHoles = options.allowHoles;
     if (options.overlap == "first") merging.overlap = MergeOverlap::kFirst;
     if (options.overlap == "last") merging.overlap = MergeOverlap::kLast;
     merging.progress = progress.callback();
-    return MUtils::mergeFiles(options.inputs, options.output, merging);
+    return MUtils::mergeFiles(options.inputs, output, merging);
 }
 
 // Throws Failure when there is no merged file in the end.
 void mergeInto(MergeReport& merged, const MergeVerbOptions& options) {
-    for (const std::string& input : options.inputs) {
-        if (sameFile(input, options.output))
-            throw Failure(ExitCode::kUsage, options.output, "input and output are the same file");
-    }
-    merged = merge(options);
+    OutputFile output(options.output, OutputFile::Kind::kFile, options.inputs);
+    merged = merge(options, output.path());
     for (const std::string& file : merged.unfinished)
         report(file, "was never finished; what is whole in it counts");
     if (merged.state != MergeState::kGood) {
         const std::string cause = merged.error.empty() ? merged.cause : outputCause(merged.error);
-        throw Failure(exitCodeOf(merged.state), merged.file, cause + hintFor(merged.state));
+        throw Failure(exitCodeOf(merged.state), output.named(merged.file),
+                      output.named(cause) + hintFor(merged.state));
     }
+    output.commit();
     const MUtils::PixelBox& area = merged.area;
     // A piece at the border that was forgotten leaves no hole.
     if (!(area == merged.frame))

@@ -2,10 +2,12 @@
 
 #include <CLI/CLI.hpp>
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
-#include "cli/files.h"
 #include "cli/option_checks.h"
+#include "cli/output_file.h"
 #include "cli/recover_output.h"
 #include "cli/report.h"
 #include "cli/tool_progress.h"
@@ -38,29 +40,33 @@ ExitCode exitCodeOf(RecoverState state) {
     return ExitCode::kFailure;
 }
 
-RecoverReport recover(const RecoverVerbOptions& options) {
+// `output` is the file to write, unless it is to be done in place.
+RecoverReport recover(const RecoverVerbOptions& options, const std::string& output) {
     ToolProgress progress("recover " + options.file);
     MUtils::RecoverOptions recovering;
     recovering.threads = options.threads;
     recovering.progress = progress.callback();
     if (options.inPlace) return MUtils::recoverInPlace(options.file.c_str(), recovering);
-    return MUtils::recoverFile(options.file.c_str(), options.output.c_str(), recovering);
+    return MUtils::recoverFile(options.file.c_str(), output.c_str(), recovering);
 }
 
 // Throws Failure when there is no recovered file in the end.
 void recoverInto(RecoverReport& found, const RecoverVerbOptions& options) {
     if (!options.inPlace && options.output.empty())
         throw Failure(ExitCode::kUsage, "recover", "name a new file with -o, or use --in-place");
-    if (!options.inPlace && sameFile(options.file, options.output))
-        throw Failure(ExitCode::kUsage, options.output, "input and output are the same file");
-    requireFolderFor(options.output);
-    found = recover(options);
-    if (found.state == RecoverState::kGood) return;
+    std::optional<OutputFile> output;
+    if (!options.inPlace) output.emplace(options.output, OutputFile::Kind::kFile, std::vector{options.file});
+    found = recover(options, output ? output->path() : "");
+    if (found.state == RecoverState::kGood) {
+        if (output) output->commit();
+        return;
+    }
     const bool ofOutput = found.state == RecoverState::kWriteFailed && !options.inPlace;
     const std::string hint =
         found.state == RecoverState::kNotInPlace ? "cannot be mended in place, use -o: " : "";
     const std::string cause = found.error.empty() ? found.cause : outputCause(found.error);
-    throw Failure(exitCodeOf(found.state), ofOutput ? options.output : options.file, hint + cause);
+    throw Failure(exitCodeOf(found.state), ofOutput ? options.output : options.file,
+                  hint + (output ? output->named(cause) : cause));
 }
 
 ExitCode runRecover(const RecoverVerbOptions& options) {

@@ -31,6 +31,8 @@ inline const OutputVerb kOutputVerbs[] = {
     {"ConvertToRaw", "convert @exr OUT", "exr", false, "convert @big.exr OUT"},
     {"ConvertToScanlines", "convert @raw OUT", "raw", false, "convert @big OUT"},
     {"ConvertToTiles", "convert @raw OUT --kind tiled", "raw", false, "convert @big OUT --kind tiled"},
+    {"Recover", "recover @raw -o OUT", "raw", false, "recover @big -o OUT"},
+    {"Merge", "merge @left @right -o OUT", "right", false, "merge @big.left @big.right -o OUT"},
     {"Preview", "preview @raw -o OUT", "raw", true, "preview @big --size 3000x3000 -o OUT"},
     {"Settings", "settings @raw -o OUT", "raw", true, "settings @vast -o OUT"},
 };
@@ -63,11 +65,14 @@ class OutputInputs {
         };
         if (name == "left") frame.boxes = {{0, 0, 20, 24}};
         if (name == "right") frame.boxes = {{20, 0, 20, 24}};
-        if (name == "big") {
+        if (name.substr(0, 3) == "big") {
             frame.channels = {{2, 126, "color"}};
             frame.tile = 2;
-            frame.boxes = {{0, 0, frame.width = 1000, frame.height = 1000}};
+            frame.width = frame.height = 1000;
+            frame.boxes = {{0, 0, 1000, 1000}};
         }
+        if (name == "big.left") frame.boxes = {{0, 0, 500, 1000}};
+        if (name == "big.right") frame.boxes = {{500, 0, 500, 1000}};
         // Noise, which no compression makes short.
         std::minstd_rand random;
         frame.values = [&](int, int, int) { return static_cast<float>(random() % 1000) / 1000; };
