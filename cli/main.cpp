@@ -1,6 +1,11 @@
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <exception>
+#include <initializer_list>
 #include <new>
+#include <tuple>
 
 #include "cli/exit_codes.h"
 #include "cli/interrupt.h"
@@ -42,9 +47,10 @@ ExitCode runVerb(int argc, char** argv) {
     return result;
 }
 
-ExitCode runProgram(int argc, char** argv) {
+template <class Work>
+ExitCode reported(const Work& work) {
     try {
-        return runVerb(argc, argv);
+        return work();
     } catch (const Failure& failure) {
         report(failure);
         return failure.code();
@@ -56,11 +62,29 @@ ExitCode runProgram(int argc, char** argv) {
     return ExitCode::kFailure;
 }
 
+ExitCode runProgram(int argc, char** argv) {
+    const ExitCode result = reported([&] { return runVerb(argc, argv); });
+    return worse(result, reported([] {
+                     flushOutput();
+                     return ExitCode::kGood;
+                 }));
+}
+
+// A file that is opened must not get the number of a standard stream that the caller has closed: what is
+// printed would go into it. Opened the wrong way round, these fail as closed ones do.
+void occupyStandardStreams() {
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (::fcntl(stream, F_GETFD) >= 0) continue;
+        std::ignore = ::open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+    }
+}
+
 }  // namespace
 
 }  // namespace rimg
 
 int main(int argc, char** argv) {
+    rimg::occupyStandardStreams();
     rimg::catchSignals();
     return static_cast<int>(rimg::runProgram(argc, argv));
 }

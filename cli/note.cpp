@@ -1,11 +1,15 @@
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <memory>
+#include <sstream>
 #include <string>
 
 #include "cli/report.h"
+#include "cli/safe_text.h"
 #include "cli/verbs.h"
 #include "rawimage/format.h"
 #include "rawimage/tools/note.h"
@@ -58,11 +62,21 @@ ExitCode stateOf(const MUtils::FileSummary& summary) {
     }
 }
 
+// A terminal gets every line as safeText() shows it.
+std::string shownNote(const char* note) {
+    if (::isatty(STDOUT_FILENO) == 0) return note;
+    std::istringstream lines(note);
+    std::string shown, line;
+    while (std::getline(lines, line))
+        shown += safeText(line) + '\n';
+    return shown.substr(0, shown.size() - 1);
+}
+
 ExitCode printNote(const NoteOptions& options) {
     const MUtils::FileSummary summary = requireRawImage(options.file);
     char note[kNoteBytes + 1] = {};
     readRawNote(options.file.c_str(), note, kNoteBytes);
-    if (note[0] != 0) std::printf("%s\n", note);
+    if (note[0] != 0) std::printf("%s\n", shownNote(note).c_str());
     if (summary.verdict == FileVerdict::kDamaged) report(options.file, summary.cause, summary.faultOffset);
     return summary.verdict == FileVerdict::kDamaged ? ExitCode::kDamaged : ExitCode::kGood;
 }

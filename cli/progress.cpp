@@ -4,7 +4,8 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <utility>
+
+#include "cli/safe_text.h"
 
 namespace rimg {
 
@@ -16,8 +17,8 @@ constexpr int kBarCells = 30;
 
 }  // namespace
 
-Progress::Progress(std::string task, std::int64_t total)
-    : task_(std::move(task)),
+Progress::Progress(const std::string& task, std::int64_t total)
+    : task_(safeText(task)),
       total_(std::max<std::int64_t>(total, 1)),
       terminal_(::isatty(STDERR_FILENO) != 0),
       next_(Clock::now() + kFirstDraw) {}

@@ -11,7 +11,7 @@ namespace rimg {
 class Progress {
   public:
     // `total` steps make the whole.
-    Progress(std::string task, std::int64_t total);
+    Progress(const std::string& task, std::int64_t total);
     ~Progress();
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;

@@ -1,9 +1,12 @@
 #include "cli/report.h"
 
-#include <algorithm>
+#include <stdio_ext.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <system_error>
+
+#include "cli/safe_text.h"
 
 namespace rimg {
 
@@ -12,10 +15,9 @@ void report(const std::string& file, const std::string& cause, std::int64_t offs
     if (!file.empty()) line += file + ": ";
     if (offset != Failure::kNoOffset) line += "offset " + std::to_string(offset) + ": ";
     line += cause;
-    const auto control = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; };
-    while (!line.empty() && control(line.back()))
+    while (!line.empty() && (line.back() == '\n' || line.back() == '\r'))
         line.pop_back();
-    std::replace_if(line.begin(), line.end(), control, '?');
+    line = safeText(line);
     line += '\n';
     std::fputs(line.c_str(), stderr);
 }
@@ -25,8 +27,17 @@ void report(const Failure& failure) {
 }
 
 void flushOutput() {
-    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return;
-    throw Failure(ExitCode::kFailure, "standard output", systemMessage(errno));
+    // Of what was printed before, flushing knows that it failed, but not why.
+    int code = errno;
+    if (std::fflush(stdout) != 0) {
+        code = errno;
+    } else if (std::ferror(stdout) == 0) {
+        return;
+    }
+    // Reported once.
+    std::clearerr(stdout);
+    ::__fpurge(stdout);
+    throw Failure(ExitCode::kFailure, "standard output", "cannot be written: " + systemMessage(code));
 }
 
 std::string systemMessage(int code) {

@@ -30,8 +30,8 @@ class Failure : public std::runtime_error {
     std::int64_t offset_;
 };
 
-// One line on stderr: "rimg: FILE: offset N: CAUSE", without the parts that are empty or unknown. Control
-// characters, which names and texts from a file may hold, are shown as "?".
+// One line on stderr: "rimg: FILE: offset N: CAUSE", without the parts that are empty or unknown, as
+// safeText() shows it.
 void report(const std::string& file, const std::string& cause, std::int64_t offset = Failure::kNoOffset);
 void report(const Failure& failure);
 
