@@ -5,12 +5,14 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <initializer_list>
 #include <string>
+#include <system_error>
 
 #include "examples/render_frame/options.h"
 #include "examples/render_frame/output.h"
@@ -30,8 +32,9 @@ extern "C" void onSignal(int) {
 }
 
 // The first signal ends the frame in good order, a second one ends the program. Signals that were ignored
-// when the program started stay ignored.
+// when the program started stay ignored. A file that may not grow is an error of its writer.
 void catchSignals() {
+    std::signal(SIGXFSZ, SIG_IGN);
     for (const int number : {SIGINT, SIGTERM}) {
         struct sigaction before {};
         sigaction(number, nullptr, &before);
@@ -115,12 +118,12 @@ std::vector<Bucket> bucketsOf(const Options& options) {
     return spiralOrder(options.size.width, options.size.height, options.bucket.width, options.bucket.height);
 }
 
-void makeFolders(const std::vector<OutputSpec>& specs) {
-    for (const OutputSpec& spec : specs) {
-        const std::filesystem::path folder = std::filesystem::path(spec.path).parent_path();
-        std::error_code ignored;  // Create tells what is wrong with the path
-        if (!folder.empty()) std::filesystem::create_directories(folder, ignored);
-    }
+// The folder of the default output; one that the user names must be there.
+void makeDefaultFolder(const Options& options) {
+    if (options.has("--output")) return;
+    std::error_code ignored;  // Create reports what is wrong with the path
+    for (const std::string& path : options.outputs)
+        std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
 }
 
 // How to get the rest of a frame that is not whole.
@@ -156,7 +159,7 @@ void renderFrame(const Options& options) {
     if (options.thumbnail && !makeThumbnail(scene, info))
         throw Failure(ExitCode::kStopped, "stopped before anything was written");
     const std::vector<OutputSpec> specs = outputSpecs(options);
-    makeFolders(specs);
+    makeDefaultFolder(options);
     FrameOutputs outputs(info, specs);
     if (const std::string error = outputs.start(); !error.empty()) throw Failure(ExitCode::kFailure, error);
     std::vector<BucketTask> tasks;
@@ -194,10 +197,9 @@ ExitCode fail(ExitCode code, const char* text) {
     return code;
 }
 
-ExitCode runProgram(int argc, char** argv) {
+ExitCode render(int argc, char** argv) {
     Options options;
     if (const auto code = parseOptions(argc, argv, options)) return *code;
-    catchSignals();
     try {
         options.has("--resume") ? resumeFrame(options) : renderFrame(options);
         return ExitCode::kGood;
@@ -206,6 +208,14 @@ ExitCode runProgram(int argc, char** argv) {
     } catch (const std::exception& error) {
         return fail(ExitCode::kFailure, error.what());
     }
+}
+
+ExitCode runProgram(int argc, char** argv) {
+    catchSignals();
+    const ExitCode code = render(argc, argv);
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return code;
+    const std::string cause = "standard output: " + std::generic_category().message(errno);
+    return fail(code == ExitCode::kGood ? ExitCode::kFailure : code, cause.c_str());
 }
 
 }  // namespace

@@ -172,7 +172,9 @@ std::string FrameWriter::extraAttributes(const std::string& note, const std::str
            attribute("scene", "spheres") + (wantsWholeFrame() ? attribute("stampText", stampText) : "");
 }
 
+// A bucket may be the whole frame: finish() would write it once more.
 ErrorCode FrameWriter::write(const BucketPixels& pixels, ChannelMask channels) {
+    if (wantsWholeFrame()) return {};
     return file_->WTRegion(channels_.load(pixels, channels), 0, 0, 0);
 }
 

@@ -53,7 +53,7 @@ class FrameWriter {
     ErrorCode start();
     // Opens a raw image that was begun before, to go on behind its last tag.
     ErrorCode resume();
-    // Offers a bucket and the channels of it to write. Files that want the whole frame let it pass by.
+    // Offers a bucket and the channels of it to write. Files that want the whole frame wait for that.
     ErrorCode write(const BucketPixels& pixels, ChannelMask channels);
     bool wantsWholeFrame() const {
         return spec_.kind == FileKind::kScanline || spec_.kind == FileKind::kMultiPart;

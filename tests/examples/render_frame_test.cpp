@@ -207,10 +207,49 @@ TEST_F(RenderFrame, RefusesWhatItCannotGoOnWith) {
 }
 
 TEST_F(RenderFrame, TellsWhyAFileCannotBeWritten) {
-    const ProgramResult result = render(kSmall, {"--output", "/dev/full"});
-    EXPECT_EQ(result.status, 1);
-    EXPECT_THAT(result.err, HasSubstr("/dev/full: No space left on device: "));
-    EXPECT_EQ(result.errorLines(), 1);
+    const struct {
+        const char* arguments;
+        const char* told;
+    } cases[] = {
+        {"--output /dev/full", "/dev/full: No space left on device: "},
+        {"--output a/b/c.rimg", "a/b/c.rimg"},
+        {"--output a/b/c.exr", "a/b/c.exr"},
+        {"--output full.rimg", "full.rimg: File too large: "},
+        {"--output full.exr", "File too large"},
+        {"--output new.rimg >/dev/full", "standard output: No space left on device"},
+        {"--help >/dev/full", "standard output: No space left on device"},
+    };
+    for (const auto& c : cases) {
+        // Only the files that are to fail are larger than this.
+        const bool full = std::string(c.arguments).find("full.") != std::string::npos;
+        const std::string limit = full ? "ulimit -f 2; " : "";
+        const ProgramResult result = runProgram(
+            "/bin/bash", {"-c", "cd " + (folder_ / "") + "; " + limit +
+                                    "exec '" RENDER_PROGRAM "' --size 40x24 --samples 1 " + c.arguments});
+        EXPECT_EQ(result.status, 1) << c.arguments;
+        EXPECT_THAT(result.err, HasSubstr(c.told));
+        EXPECT_EQ(result.errorLines(), 1) << result.err;
+    }
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "a"));
+}
+
+TEST_F(RenderFrame, WritesAFrameOfOneBucketToFilesOfEveryKind) {
+    const std::string exr = folder_ / "f.exr", parts = folder_ / "f.multipart.exr",
+                      tiled = folder_ / "f.tiled.exr";
+    const ProgramResult result =
+        render({"--size", "40x24", "--samples", "1"}, {"--output", path_, exr, parts, tiled});
+    EXPECT_EQ(result.status, 0) << result.err;
+    for (const std::string& file : {exr, parts, tiled}) {
+        Imath::V2i frame;
+        EXPECT_GE(readPlanes(file, frame).size(), 11u) << file;
+    }
+}
+
+TEST_F(RenderFrame, MakesTheFolderOfItsDefaultOutputOnly) {
+    const ProgramResult result = runProgram(
+        "/bin/bash", {"-c", "cd " + (folder_ / "") + "; exec '" RENDER_PROGRAM "' --size 40x24 --samples 1"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_TRUE(std::filesystem::exists(folder_ / "out/frame.rimg"));
 }
 
 TEST_F(RenderFrame, CompressesOnAnyNumberOfThreadsAtTheLevelAskedFor) {
