@@ -1,10 +1,12 @@
 #include "cli/stream_output.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <ctime>
 #include <utility>
 
 #include "cli/interrupt.h"
@@ -28,9 +30,22 @@ void StreamOutput::open() {
         descriptor_ = STDOUT_FILENO;
         return;
     }
-    while (descriptor_ < 0 && code_ == 0) {
-        descriptor_ = ::open(output_.path().c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
-        if (descriptor_ < 0 && (errno != EINTR || stopRequested())) code_ = errno;
+    // Does not wait within the system for the reader of a pipe: a signal just before would be missed.
+    constexpr timespec kPause{0, 10000000};
+    while (!stopRequested()) {
+        descriptor_ = ::open(output_.path().c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC | O_NONBLOCK);
+        if (descriptor_ >= 0) {
+            ::fcntl(descriptor_, F_SETFL, O_WRONLY);
+            return;
+        }
+        struct stat status {};
+        const int code = errno;
+        const bool pipe = ::stat(output_.path().c_str(), &status) == 0 && S_ISFIFO(status.st_mode);
+        if (code != EINTR && !(code == ENXIO && pipe)) {
+            code_ = code;
+            return;
+        }
+        ::nanosleep(&kPause, nullptr);
     }
 }
 

@@ -187,6 +187,27 @@ TEST_P(Output, IsNotLeftBySignals) {
     }
 }
 
+// True once the program is there and catches SIGTERM.
+bool catchesStops(pid_t program) {
+    const std::string status = readFile("/proc/" + std::to_string(program) + "/status");
+    if (status.find("Name:\trimg\n") == std::string::npos) return false;
+    const std::size_t at = status.find("SigCgt:");
+    return at != std::string::npos &&
+           (std::stoull(status.substr(at + 7), nullptr, 16) >> (SIGTERM - 1) & 1) != 0;
+}
+
+TEST_P(Output, StopsWaitingForTheReaderOfAPipe) {
+    if (!GetParam().stream) GTEST_SKIP() << "takes no pipes";
+    ASSERT_EQ(::mkfifo((folder_ / "pipe").c_str(), 0600), 0);
+    const ProgramResult result = runCommand(GetParam().command, "pipe", "", [](pid_t program) {
+        for (int i = 0; i < 20000 && !catchesStops(program); ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        ::kill(program, SIGTERM);
+    });
+    EXPECT_EQ(result.status, 75);
+    EXPECT_TRUE(fs::is_fifo(folder_ / "pipe"));
+}
+
 INSTANTIATE_TEST_SUITE_P(OfVerb, Output, testing::ValuesIn(kOutputVerbs), nameOf);
 
 }  // namespace
