@@ -10,10 +10,9 @@ enum class ExitCode : int {
     kUsage = 2,    // the command line is wrong; nothing was done
     kIncomplete = 3,  // an input was never finished; what is in it was used
     kDamaged = 4,     // part of an input is lost
-    kUnreadable = 5,  // an input cannot be opened or is of another format
+    kUnreadable = 5,  // an input cannot be opened or is of another format, or a file has another writer
     kMismatch = 6,    // the inputs do not fit together
-    kStopped =
-        75  // stopped by a signal; what was written is readable, and the work can be done again or resumed
+    kStopped = 75     // stopped by a signal; there is no output, and what was there is as it was
 };
 
 // How bad a result is beside others. 3 to 6 grow worse as they count up: from a file that gave all it holds
