@@ -95,7 +95,7 @@ void OutputFile::refuseInputs(const std::vector<std::string>& inputs) const {
     const std::string output = standardOutput_ ? "/dev/stdout" : name_;
     struct stat status {};
     // A terminal or /dev/null is no file that could be lost.
-    if (::stat(output.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return;
+    if (::stat(output.c_str(), &status) != 0 || S_ISCHR(status.st_mode)) return;
     for (const std::string& input : inputs) {
         if (sameFile(input, output))
             throw Failure(ExitCode::kUsage, name(), "input and output are the same file");
