@@ -100,14 +100,13 @@ void checkReplaceable(const NoteOptions& options, const MUtils::FileSummary& sum
 
 [[noreturn]] void fail(const NoteOptions& options, const ErrorCode& error) {
     switch (const int code = error.getError(); code) {
-        case EWOULDBLOCK:
-            throw Failure(ExitCode::kUnreadable, options.file, "another writer has the file open");
         case MUtils::kNoteFileNotThisFormat:
             throw Failure(ExitCode::kUnreadable, options.file, error.message());
         case MUtils::kNoteFileDamaged: throw Failure(ExitCode::kDamaged, options.file, error.message());
         case MUtils::kNoteFileUnfinished: throw Failure(ExitCode::kIncomplete, options.file, error.message());
         default:
-            throw Failure(ExitCode::kFailure, options.file, code > 0 ? outputCause(code) : error.message());
+            if (code > 0) throw outputFailure(options.file, code);
+            throw Failure(ExitCode::kFailure, options.file, error.message());
     }
 }
 
