@@ -62,6 +62,15 @@ class AttrParser {
 // locale meanwhile. A null text counts as "".
 ErrorCode WriteEXRExtraAttributes(Imf::Header& header, char* text);
 
+// For attributes that no text can express: puts them into the headers of an ExrFile (setHeaderEditor).
+class ExrHeaderEditor {
+  public:
+    virtual ~ExrHeaderEditor() = default;
+    // `header` is that of part `part`, complete with its channels but for camera and texts, which go over
+    // attributes of the same name and type. The windows stay as they are, whatever this does to them.
+    virtual void edit(Imf::Header& header, int part) = 0;
+};
+
 // What is wrong with a text, found before any file exists: the parser's error, or what a header with the
 // attributes that every EXR file of this module holds (the camera's among them) throws at it, as an error
 // with code -5. Null and "" are right. The locale is back afterwards in every case.

@@ -112,3 +112,13 @@ void ExrFile::setCompressionType(int setting) {
 void ExrFile::setAutoDataWindow(int on) {
     if (data_ != nullptr) data_->setAutoDataWindow(on);
 }
+
+void ExrFile::setOrigin(int x, int y) {
+    if (data_ == nullptr) return;
+    data_->originX = x;
+    data_->originY = y;
+}
+
+void ExrFile::setHeaderEditor(ExrHeaderEditor* editor) {
+    if (data_ != nullptr) data_->headerEditor = editor;
+}

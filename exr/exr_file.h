@@ -5,6 +5,7 @@
 #include "../rawimage/output_file.h"
 
 class ExrFileDataBase;
+class ExrHeaderEditor;
 
 // An OpenEXR file behind the renderer's output interface: tiled, or scan-line with one part or with a part
 // for each render layer. It is driven in this order (Create, WriteHeader, WTResolution, WTChannelInfo,
@@ -96,6 +97,12 @@ class ExrFile : public RIFileBase {
     // Non-zero: a scan-line file's data window is the box around the pixels whose alpha channel is not zero.
     // Tiled files ignore it.
     void setAutoDataWindow(int on);
+    // Where the display window begins, (0, 0) when never called; the data window moves with it. Regions keep
+    // to the frame, whose first pixel is (0, 0) for them. Before WTChannelInfo.
+    void setOrigin(int x, int y);
+    // Has its say on the header of each part before camera and texts do, see attr_parser.h; null for none.
+    // Before WTChannelInfo. It must live until the file is closed, and what it throws counts as OpenEXR's.
+    void setHeaderEditor(ExrHeaderEditor* editor);
 
   private:
     std::unique_ptr<ExrFileDataBase> data_;

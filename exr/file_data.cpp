@@ -108,10 +108,29 @@ ErrorCode ExrFileDataBase::checkChannels(
 Imf::Header ExrFileDataBase::makeHeader(const Imath::Box2i& dataWindow) const {
     Imf::Header made(1, 1, 1.0f, Imath::V2f(0.0f, 0.0f), 1.0f, Imf::INCREASING_Y,
                      exrCompression(compressionSetting));
-    made.displayWindow() = Imath::Box2i({0, 0}, {lastPixel(0, width), lastPixel(0, height)});
-    made.dataWindow() = dataWindow;
+    made.displayWindow() = placed({{0, 0}, {lastPixel(0, width), lastPixel(0, height)}});
+    made.dataWindow() = placed(dataWindow);
     made.pixelAspectRatio() = pixelAspect;
     return made;
+}
+
+// What leaves the range of int is held within it; OpenEXR refuses such windows when the file is opened.
+Imath::Box2i ExrFileDataBase::placed(const Imath::Box2i& box) const {
+    const auto moved = [](int pixel, int by) {
+        return static_cast<int>(std::clamp<std::int64_t>(std::int64_t{pixel} + by, INT_MIN, INT_MAX));
+    };
+    return {{moved(box.min.x, originX), moved(box.min.y, originY)},
+            {moved(box.max.x, originX), moved(box.max.y, originY)}};
+}
+
+void ExrFileDataBase::editHeader(int part) {
+    if (headerEditor == nullptr) return;
+    Imf::Header& edited = header[static_cast<std::size_t>(part)];
+    const Imath::Box2i display = edited.displayWindow();
+    const Imath::Box2i data = edited.dataWindow();
+    headerEditor->edit(edited, part);
+    edited.displayWindow() = display;
+    edited.dataWindow() = data;
 }
 
 ErrorCode ExrFileDataBase::openFile(const char* operation,

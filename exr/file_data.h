@@ -13,6 +13,7 @@
 #include "support/scratch_buffer.h"
 #include "support/table.h"
 
+class ExrHeaderEditor;
 class ExrOutputStream;
 
 // What the scan-line and the tiled EXR writer have in common: the settings of a frame, the OpenEXR header,
@@ -39,6 +40,11 @@ class ExrFileDataBase {
     int compressionSetting = 3;
     // kind is -1 while no render region is set.
     RIRegionInfo renderRegion = {-1, 0, 0, 0, 0};
+    // The display window's first pixel. Regions and windows here are counted from it.
+    int originX = 0;
+    int originY = 0;
+    // Not owned; null for none.
+    ExrHeaderEditor* headerEditor = nullptr;
     // Null until the channels are set. An array of one header for each part; attributes go into the first.
     std::unique_ptr<Imf::Header[]> header;
     // One for each channel; pixels are brought into shape there where the caller's memory does not have it.
@@ -83,6 +89,10 @@ class ExrFileDataBase {
 
     // A header of the frame as set: its display window is the whole image.
     Imf::Header makeHeader(const Imath::Box2i& dataWindow) const;
+    // A box of the frame where the file has it.
+    Imath::Box2i placed(const Imath::Box2i& box) const;
+    // Lets the editor, if there is one, at the header of a part.
+    void editHeader(int part);
 
     // Opens the output stream on the file name and lets `open` put an OpenEXR file object on it. Any failure
     // becomes "Error creating OpenExr file" with its cause, and leaves nothing behind on disk. Sets

@@ -72,13 +72,15 @@ ErrorCode ExrFileData::createHeaders() {
     stagingBuffers.setCount(channels.Count());
     for (ExrChanInfo& info : channels)
         placeChannel(info);
+    for (int part = 0; part < headerCount; ++part)
+        editHeader(part);
 
     // Both reach the first part only, and their errors nobody, deliberately.
     (void)ExrFileDataBase::setCameraInfo(cameraInfo);
     if (!extraAttributes.empty()) {
         (void)ExrFileDataBase::setExtraAttributes(extraAttributes.c_str());
         // The text may name the data window, but the pixels that are there are those of this one.
-        if (headerCount > 0) header[0].dataWindow() = windowBox();
+        if (headerCount > 0) header[0].dataWindow() = placed(windowBox());
     }
     return {};
 }

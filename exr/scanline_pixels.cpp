@@ -137,7 +137,7 @@ void ExrFileData::writePart(int part, MUtils::MRRegionData& region) {
     setupFrameBuffer(part, frameBuffer, region, lines);
     for (int y = dataWindow.y0, rows = 0; y < dataWindow.y1; y += rows) {
         // The library goes on where it stands, and would read behind the staged rows before it notices.
-        if (output.currentScanLine() != y)
+        if (output.currentScanLine() != y + originY)
             throw std::runtime_error("Scan lines of this frame are already written");
         rows = std::min(lines, dataWindow.y1 - y);
         moveSlices(frameBuffer, std::int64_t{chunkStartY} - y);
@@ -159,8 +159,8 @@ void ExrFileData::setupFrameBuffer(int part, Imf::FrameBuffer& frameBuffer, MUti
         if (info.part != part || dataOf(info, region) == nullptr) continue;
         const ExrChannelRule& rule = *findExrChannelRule(info.type, info.alias, severalDepthChannels != 0);
         const std::int64_t bytes = std::int64_t{lines} * dataWindow.width() * rule.valueBytes();
-        const ValueGrid grid = {stagingBuffers[i].reserve(static_cast<std::size_t>(bytes)), dataWindow.x0,
-                                dataWindow.y0, dataWindow.width()};
+        const ValueGrid grid = {stagingBuffers[i].reserve(static_cast<std::size_t>(bytes)),
+                                dataWindow.x0 + originX, dataWindow.y0 + originY, dataWindow.width()};
         insertSlices(frameBuffer, rule, info.exrNames, pixelType, grid);
     }
 }

@@ -38,6 +38,7 @@ ErrorCode ExrTiledFileData::setChannels(MUtils::Table<MUtils::RegionChannelCallb
                           exrChannelNames(*rule, name.c_str(), EmptyBase::kDotAndLabel), pixelType);
     }
     header = std::move(built);
+    editHeader(0);
     return {};
 }
 
@@ -70,7 +71,9 @@ ErrorCode ExrTiledFileData::writeRegion(MUtils::MRRegionData* region) {
     const MUtils::MRRegionData& r = *region;
     const int tx = static_cast<int>((std::int64_t{r.x0} - renderRegion.left) / bucketWidth);
     const int ty = static_cast<int>((std::int64_t{r.y0} - renderRegion.top) / bucketHeight);
-    const Imath::Box2i tile = file->dataWindowForTile(tx, ty, 0);
+    Imath::Box2i tile = file->dataWindowForTile(tx, ty, 0);
+    tile.min -= Imath::V2i(originX, originY);
+    tile.max -= Imath::V2i(originX, originY);
     const int x1 = tile.max.x + 1;
     const int y1 = tile.max.y + 1;
     if (tile.min.x != r.x0 || tile.min.y != r.y0 || x1 != r.x1 || y1 != r.y1) {
@@ -143,7 +146,8 @@ void ExrTiledFileData::setupFrameBuffer(Imf::FrameBuffer& frameBuffer, MUtils::M
         const std::int64_t used =
             std::int64_t{region.width} * (region.y1 - region.y0 - 1) + region.x1 - region.x0;
         const int needed = static_cast<int>(std::clamp<std::int64_t>(used, 0, count));
-        const ValueGrid grid = {contiguousValues(*data, i, needed), region.x0, region.y0, region.width};
+        const ValueGrid grid = {contiguousValues(*data, i, needed), region.x0 + originX, region.y0 + originY,
+                                region.width};
         insertSlices(frameBuffer, rule, exrChannelNames(rule, name.c_str(), EmptyBase::kDotAndLabel),
                      pixelType, grid);
     }
