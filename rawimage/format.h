@@ -24,6 +24,9 @@ constexpr int kNoteBytes = 1024;
 constexpr int kTableOffsetPosition = 12;   // where the file header keeps the table's offset
 constexpr int kMaxBlockBytes = 0x2000000;  // a reader's blocks: a bucket's values lie in one
 constexpr int kCompressionLevel = 9;
+// "WIND". In p7 of a pixel tag of height 0 it states a channel's window, outside which the channel was not
+// rendered: p2 x, p3 y, p4 width, p6 height. WTRegion writes it of a region of height 0.
+constexpr std::int32_t kChannelWindowMark = 0x444E4957;
 
 enum RIF_TAG_ID : std::uint32_t {
     TAG_RESOLUTION = 256,

@@ -18,6 +18,23 @@ void ChannelCover::addPixels(const std::vector<INFOTAG>& tags) {
     }
 }
 
+void ChannelCover::addWindows(const std::vector<INFOTAG>& tags, const PixelBox& frame) {
+    for (const INFOTAG& tag : tags) {
+        if (const auto window = windowOf(tag, frame)) addWindow(tag.p8, *window);
+    }
+}
+
+// What lies outside the windows counts as covered.
+MissingBoxes ChannelCover::missingOf(std::int32_t channel, std::vector<PixelBox> covered,
+                                     const PixelBox& area, std::size_t limit) const {
+    const auto windows = windows_.find(channel);
+    if (windows != windows_.end()) {
+        const MissingBoxes outside = missingBoxes(windows->second, area);
+        covered.insert(covered.end(), outside.boxes.begin(), outside.boxes.end());
+    }
+    return missingBoxes(covered, area, limit);
+}
+
 ChannelCover::Missing ChannelCover::missing(const PixelBox& area) const {
     constexpr std::size_t kMostInAll = 10 * kMaxMissingBoxes;
     Missing result;
@@ -26,7 +43,7 @@ ChannelCover::Missing ChannelCover::missing(const PixelBox& area) const {
     bool truncated = false;
     for (const auto& [channel, covered] : boxes_) {
         MissingBoxes boxes =
-            missingBoxes(covered, area, std::min(kMaxMissingBoxes, kMostInAll - lacking.size()));
+            missingOf(channel, covered, area, std::min(kMaxMissingBoxes, kMostInAll - lacking.size()));
         if (boxes.boxes.empty() && !boxes.truncated) continue;
         truncated = truncated || boxes.truncated;
         lacking.insert(lacking.end(), boxes.boxes.begin(), boxes.boxes.end());

@@ -18,7 +18,12 @@ class ChannelCover {
     // Channels of the list count even without pixels, except those without values.
     void addChannels(const std::vector<RIF_CHANNEL>& list);
     void addPixels(const std::vector<INFOTAG>& tags);
+    // Windows that tags state: of a channel that has some, nothing is missing outside them. Those that are
+    // not within the frame do not count.
+    void addWindows(const std::vector<INFOTAG>& tags, const PixelBox& frame);
+    void addWindow(std::int32_t channel, const PixelBox& window) { windows_[channel].push_back(window); }
     const Boxes& boxes() const { return boxes_; }
+    const Boxes& windows() const { return windows_; }
 
     // What channels lack of an area.
     struct Missing {
@@ -29,7 +34,11 @@ class ChannelCover {
     Missing missing(const PixelBox& area) const;
 
   private:
+    MissingBoxes missingOf(std::int32_t channel, std::vector<PixelBox> covered, const PixelBox& area,
+                           std::size_t limit) const;
+
     Boxes boxes_;
+    Boxes windows_;
 };
 
 }  // namespace MUtils

@@ -4,9 +4,12 @@
 #include <iterator>
 #include <utility>
 
+#include "rawimage/tools/tag_check.h"
+
 namespace MUtils {
 
 void ChannelStats::add(const RIF_TAG& tag, std::int64_t rawBytes) {
+    if (statesWindow(tag)) return;  // no bucket
     tags_.push_back({tag.p8,
                      tag.p1,
                      {tag.p2, tag.p3, tag.p4, tag.p5},

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <map>
 #include <memory>
 #include <set>
 #include <system_error>
@@ -36,11 +37,11 @@ std::uint32_t aspectOf(const FrameFacts& facts) {
     return word != 0 ? static_cast<std::uint32_t>(word) : bitsFromFloat(1.0f);
 }
 
-// A channel and a box of it, in some order.
-using BucketKey = std::array<std::int32_t, 5>;
+// A channel and a box of it, or a window, in some order.
+using BucketKey = std::array<std::int32_t, 6>;
 
 BucketKey keyOf(const RIF_TAG& tag) {
-    return {tag.p8, tag.p2, tag.p3, tag.p4, tag.p5};
+    return {tag.p8, tag.p2, tag.p3, tag.p4, tag.p5, statesWindow(tag) ? tag.p6 : 0};
 }
 
 // Pixels, wherever a renderer may put a bucket.
@@ -56,7 +57,9 @@ class Merge {
         : names_(names), options_(options), report_(report) {}
 
     void run(const std::string& output) {
-        if (open(output) && agree() && settleOverlaps() && checkHoles()) write(output);
+        if (!open(output) || !agree()) return;
+        collectWindows();
+        if (settleOverlaps() && checkHoles()) write(output);
     }
 
   private:
@@ -73,11 +76,19 @@ class Merge {
     void write(const std::string& output);
     ErrorCode writeMetadata(TagCopier& copier);
     ErrorCode writeRegion(TagCopier& copier, const INFOTAG& tag);
+    void collectWindows();
+    ErrorCode writeWindows(TagCopier& copier);
 
     const std::vector<std::string>& names_;
     const MergeOptions& options_;
     MergeReport& report_;
     std::vector<std::unique_ptr<Input>> inputs_;  // in the caller's order
+    // A pixel tag of a channel and the window that it has to state.
+    struct Window {
+        RIF_TAG tag;
+        PixelBox box;
+    };
+    std::vector<Window> ownWindows_;  // that no input states, for channels of which another states some
     PixelBox area_;
     bool regionIsPart_ = false;  // some input has a render region that is not the whole frame
 };
@@ -238,6 +249,10 @@ bool Merge::checkHoles() {
     cover.addChannels(inputs_.front()->facts.channels);
     for (const auto& input : inputs_)
         cover.addPixels(input->pixels);
+    for (const auto& input : inputs_)
+        cover.addWindows(input->pixels, input->facts.frame());
+    for (const Window& window : ownWindows_)
+        cover.addWindow(window.tag.p8, window.box);
     ChannelCover::Missing missing = cover.missing(area_);
     if (missing.inAny.boxes.empty() && !missing.inAny.truncated) return true;
     report_.holes = std::move(missing.inAny);
@@ -250,6 +265,41 @@ bool Merge::checkHoles() {
                     " has holes: " + std::to_string(holes.boxes.size()) +
                     (holes.truncated ? " or more" : "") + ", the first " +
                     (holes.boxes.empty() ? "" : boxText(holes.boxes.front())));
+}
+
+// Where one file says that a channel ends at a window, the others mean all of their area: without a word for
+// them their part of the channel would count as outside.
+void Merge::collectWindows() {
+    std::map<std::int32_t, RIF_TAG> stated;
+    std::vector<ChannelCover> covers(inputs_.size());
+    for (std::size_t i = 0; i < inputs_.size(); ++i) {
+        covers[i].addWindows(inputs_[i]->pixels, inputs_[i]->facts.frame());
+        for (const INFOTAG& tag : inputs_[i]->pixels) {
+            if (windowOf(tag, inputs_[i]->facts.frame())) stated.emplace(tag.p8, tag);
+        }
+    }
+    for (const auto& [channel, tag] : stated) {
+        for (std::size_t i = 0; i < inputs_.size(); ++i) {
+            if (covers[i].windows().count(channel) > 0) continue;
+            const MissingBoxes inFrame = unitedBoxes({inputs_[i]->facts.area()}, inputs_[i]->facts.frame());
+            if (!inFrame.boxes.empty()) ownWindows_.push_back({tag, inFrame.boxes.front()});
+        }
+    }
+}
+
+ErrorCode Merge::writeWindows(TagCopier& copier) {
+    constexpr unsigned char kNothingDeflated[] = {0x78, 0xda, 0x03, 0, 0, 0, 0, 1};
+    const bool compressed = inputs_.front()->scan.compressed;
+    for (const Window& window : ownWindows_) {
+        RIF_TAG tag = window.tag;
+        tag.size = kTagHeaderBytes + (compressed ? sizeof kNothingDeflated : 0);
+        tag.p2 = window.box.x;
+        tag.p3 = window.box.y;
+        tag.p4 = window.box.width;
+        tag.p6 = window.box.height;
+        if (ErrorCode error = copier.add(tag, kNothingDeflated); !error.empty()) return error;
+    }
+    return {};
 }
 
 // The box around all; everything else stays as the tag has it.
@@ -297,6 +347,7 @@ void Merge::write(const std::string& output) {
     copier.setSyncOnClose(options_.sync);
     ErrorCode error = copier.begin(output.c_str(), inputs_.front()->scan.compressed);
     if (error.empty()) error = writeMetadata(copier);
+    if (error.empty()) error = writeWindows(copier);
     if (options_.overlap == MergeOverlap::kFirst) std::reverse(inputs_.begin(), inputs_.end());
     for (const auto& input : inputs_) {
         if (!error.empty() || copier.stopped()) break;

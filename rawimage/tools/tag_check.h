@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 #include "rawimage/format.h"
 #include "rawimage/tools/coverage.h"
@@ -46,6 +47,15 @@ inline bool isChannelList(const RIF_TAG& tag) {
 inline PixelBox boxOf(const RIF_TAG& tag) {
     return {tag.p2, tag.p3, tag.p4, tag.p5};
 }
+
+// True for a tag that states a channel's window, maybe a malformed one.
+inline bool statesWindow(const RIF_TAG& tag) {
+    return isPixelTag(tag.id) && tag.p5 == 0 && tag.p7 == kChannelWindowMark;
+}
+
+// The window that a tag states, maybe without pixels. None when it states none, or one that is not within the
+// frame.
+std::optional<PixelBox> windowOf(const RIF_TAG& tag, const PixelBox& frame);
 
 // Checks payloads. Keeps zlib's memory; one object serves one thread.
 class PayloadCheck {

@@ -62,6 +62,7 @@ void listMissing(const TagScan& scan, const FrameFacts& facts, VerifyReport& rep
     ChannelCover cover;
     cover.addChannels(facts.channels);
     cover.addPixels(scan.tags);
+    cover.addWindows(scan.tags, facts.frame());
     ChannelCover::Missing missing = cover.missing(report.area);
     for (auto& [channel, boxes] : missing.channels)
         report.missing.push_back({channel, facts.channelName(channel), std::move(boxes)});

@@ -68,7 +68,8 @@ struct VerifyOptions {
 };
 
 // Reads the whole file unless it is quick. Incompressible payloads, larger than their pixels, are sound.
-// Channels without values (type 0) lack nothing. Time and memory are bounded by the file's size, whatever it
+// Channels without values (type 0) lack nothing, and those with windows (kChannelWindowMark) nothing outside
+// them. Time and memory are bounded by the file's size, whatever it
 // holds. Throws std::bad_alloc.
 //
 // What cannot be told: values that are stored without a checksum (uncompressed pixels, camera, blobs, letters

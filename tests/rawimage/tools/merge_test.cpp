@@ -213,3 +213,74 @@ TEST(Merge, AllowsHolesAndUnfinishedFiles) {
     EXPECT_EQ(merging.run(options).state, MergeState::kStopped);
     EXPECT_EQ(verdict(merging.output.bytes()), "unfinished") << "never passes for whole";
 }
+
+// Where one piece ends a channel at a window, another that says nothing means its whole area.
+TEST(Merge, KeepsWindowsAndAddsThoseThatPiecesMean) {
+    const PixelBox left{0, 0, 4, 4}, right{4, 0, 4, 4}, small{1, 1, 2, 2}, none{0, 0, 0, 0};
+    struct Piece {
+        PixelBox region;
+        std::vector<PixelBox> windows, buckets;  // of channel b; a has the region
+    };
+    const auto bytesOf = [](const Piece& piece, bool compressed) {
+        Bytes file = Bytes().fileHeader(0).tag(TAG_RESOLUTION, 0, {8, 4}).tag(TAG_CHANNEL_INFO, 160, {2, 80});
+        file[20] = compressed ? 1 : 0;
+        file.i32s({0, RCT_INT, 0, 0}).text("a").zeros(63).i32s({1, RCT_INT, 0, 0}).text("b").zeros(63);
+        const PixelBox& r = piece.region;
+        file.tag(TAG_RENDER_REGION, 20).i32s({0, r.x, r.y, r.width, r.height});
+        const auto packed = [&](const std::string& bytes) { return compressed ? zipped(bytes, 9) : bytes; };
+        const std::string nothing = packed("");
+        for (const PixelBox& w : piece.windows) {
+            file.tag(TAG_CHAN_INT, static_cast<std::uint32_t>(nothing.size()),
+                     {RCT_INT, w.x, w.y, w.width, 0, w.height, kChannelWindowMark, 1})
+                .text(nothing);
+        }
+        const auto bucket = [&](int channel, const PixelBox& box) {
+            addPixels(file, channel, box,
+                      packed(std::string(static_cast<std::size_t>(4 * box.width * box.height), 'v')));
+        };
+        bucket(0, r);
+        for (const PixelBox& box : piece.buckets)
+            bucket(1, box);
+        return closed(file);
+    };
+    const struct {
+        const char* what;
+        std::vector<Piece> pieces;
+        MergeState state;
+        std::vector<PixelBox> windows;  // of b in the output
+    } cases[] = {
+        {"both state one", {{left, {small}, {small}}, {right, {none}, {}}}, MergeState::kGood, {small, none}},
+        {"one states none", {{left, {none}, {}}, {right, {}, {right}}}, MergeState::kGood, {right, none}},
+        {"one states none and lacks it", {{left, {none}, {}}, {right, {}, {}}}, MergeState::kHoles, {}},
+        {"a window without its pixels", {{left, {small}, {}}, {right, {}, {right}}}, MergeState::kHoles, {}},
+        {"the same one twice",
+         {{left, {small}, {small}}, {left, {small}, {small}}},
+         MergeState::kGood,
+         {small}},
+        {"two of one corner",
+         {{left, {small}, {small}}, {left, {{1, 1, 2, 1}}, {{1, 1, 2, 1}}}},
+         MergeState::kGood,
+         {small, {1, 1, 2, 1}}},
+    };
+    for (const auto& c : cases) {
+        for (const bool compressed : {true, false}) {
+            SCOPED_TRACE(c.what);
+            Merging merging({});
+            for (const Piece& piece : c.pieces)
+                merging.add().fill(bytesOf(piece, compressed));
+            MergeOptions options;
+            options.overlap = MergeOverlap::kFirst;
+            EXPECT_EQ(merging.run(options).state, c.state);
+            if (c.state != MergeState::kGood) continue;
+            EXPECT_EQ(verify(merging.output.bytes()).cause, "");
+            std::vector<PixelBox> windows;
+            Reading reading(merging.output.bytes());
+            ASSERT_EQ(reading.list(), 0);
+            for (int i = 0; i < reading.file.NumTags(); ++i) {
+                const RIF_TAG& tag = *reading.file.GetTag(i);
+                if (tag.p7 == kChannelWindowMark) windows.push_back({tag.p2, tag.p3, tag.p4, tag.p6});
+            }
+            EXPECT_THAT(windows, testing::UnorderedElementsAreArray(c.windows));
+        }
+    }
+}

@@ -5,6 +5,7 @@
 
 #include <map>
 
+#include "rawimage/tools/summary.h"
 #include "tests/testing/check.h"
 
 // tests/proof holds every single damaged byte against verify; here is what it says of which fault.
@@ -189,6 +190,75 @@ TEST(Verify, ListsWhatChannelsLack) {
                 lacking[missing.name] = missing.boxes.boxes;
             EXPECT_EQ(lacking, (std::map<std::string, Boxes>{{"a", c.lacking[0]}, {"b", c.lacking[1]}}));
             EXPECT_EQ(report.missingInAny.boxes, c.lacking[2]) << c.what;
+        }
+    }
+}
+
+// A tag of height 0 with the mark says where a channel ends.
+TEST(Verify, ExpectsNothingOutsideAChannelsWindow) {
+    using Boxes = std::vector<PixelBox>;
+    struct Stated {
+        int channel;
+        PixelBox window;
+        std::int32_t mark = kChannelWindowMark;
+    };
+    const PixelBox frame{0, 0, 8, 4}, left{0, 0, 4, 4}, right{4, 0, 4, 4};
+    const struct {
+        const char* what;
+        std::vector<Stated> windows;
+        Boxes buckets;        // of channel b; a has the frame
+        Boxes lacking;        // in b
+        bool region = false;  // the left half is the render region
+    } cases[] = {
+        {"its window", {{1, left}}, {left}, {}},
+        {"half of its window", {{1, left}}, {{0, 0, 4, 2}}, {{0, 2, 4, 2}}},
+        {"more than its window", {{1, {1, 1, 2, 2}}}, {left}, {}},
+        {"no window at all", {{1, {0, 0, 0, 0}}}, {}, {}},
+        {"several windows", {{1, {0, 0, 2, 4}}, {1, {6, 0, 2, 4}}}, {{0, 0, 2, 4}}, {{6, 0, 2, 4}}},
+        {"a window of another channel", {{0, left}}, {left}, {right}},
+        {"another mark", {{1, left, kChannelWindowMark + 1}}, {left}, {right}},
+        {"past the frame", {{1, {0, 0, 9, 4}}}, {left}, {right}},
+        {"before the frame", {{1, {-1, 0, 5, 4}}}, {left}, {right}},
+        {"far past the frame", {{1, {INT_MAX, 0, INT_MAX, 4}}}, {left}, {right}},
+        {"negative", {{1, {4, 4, 4, -4}}}, {left}, {right}},
+        {"beside the render region", {{1, right}}, {}, {}, true},
+        {"partly in the render region", {{1, {2, 0, 4, 4}}}, {}, {{2, 0, 2, 4}}, true},
+    };
+    for (const auto& c : cases) {
+        for (const bool compressed : {true, false}) {
+            SCOPED_TRACE(std::string(c.what) + (compressed ? "" : ", not compressed"));
+            Bytes file = Bytes().fileHeader(0).tag(TAG_RESOLUTION, 0, {8, 4});
+            file[20] = compressed ? 1 : 0;
+            file.tag(TAG_CHANNEL_INFO, 160, {2, 80});
+            file.i32s({0, RCT_INT, 0, 0}).text("a").zeros(63).i32s({1, RCT_INT, 0, 0}).text("b").zeros(63);
+            const std::int32_t region[] = {0, 0, 0, 4, 4};
+            if (c.region) file.tag(TAG_RENDER_REGION, 20).raw(region, 20);
+            const std::string nothing = compressed ? zipped("", 9) : "";
+            for (const Stated& s : c.windows)
+                file.tag(TAG_CHAN_INT, static_cast<std::uint32_t>(nothing.size()),
+                         {RCT_INT, s.window.x, s.window.y, s.window.width, 0, s.window.height, s.mark,
+                          s.channel})
+                    .text(nothing);
+            const auto bucket = [&](int channel, const PixelBox& box) {
+                const std::string values = noise(static_cast<std::size_t>(4 * box.width * box.height));
+                addPixels(file, channel, box, compressed ? zipped(values, 9) : values);
+            };
+            bucket(0, frame);
+            for (const PixelBox& box : c.buckets)
+                bucket(1, box);
+            const VerifyReport report = verify(closed(file));
+            EXPECT_EQ(report.cause, c.lacking.empty() ? "" : "pixels are missing");
+            EXPECT_EQ(report.missingInAny.boxes, c.lacking);
+            // A reader is handed an empty table, and a window counts as no bucket.
+            Reading reading(closed(file));
+            EXPECT_EQ(reading.parse(), 0);
+            MemoryFile onDisk;
+            onDisk.fill(closed(file));
+            const FileSummary summary = summariseFile(onDisk.path(), false);
+            const auto isOther = [](const Stated& s) { return s.mark != kChannelWindowMark; };
+            EXPECT_EQ(summary.channels.at(1).tags,
+                      static_cast<std::int64_t>(c.buckets.size()) +
+                          std::count_if(c.windows.begin(), c.windows.end(), isOther));
         }
     }
 }
