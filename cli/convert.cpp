@@ -1,11 +1,16 @@
 #include "cli/convert.h"
 
+#include <strings.h>
+
 #include <CLI/CLI.hpp>
+#include <charconv>
 #include <cstring>
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <string>
 
+#include "cli/convert_log.h"
 #include "cli/files.h"
 #include "cli/report.h"
 #include "cli/size_option.h"
@@ -44,19 +49,66 @@ void refuseOptions(const CLI::App& verb, const std::string& group, const char* w
 constexpr const char* kFromExr = "From OpenEXR";
 constexpr const char* kToExr = "To OpenEXR";
 
-ExitCode convert(const CLI::App& verb, const ConvertOptions& options) {
+const char* nameOf(Format format) {
+    return format == Format::kExr ? "an OpenEXR file" : "a raw image";
+}
+
+// What the ending of the output's name stands for.
+Format endingOf(const std::string& path) {
+    const std::string ending = std::filesystem::path(path).extension().string();
+    if (strcasecmp(ending.c_str(), ".exr") == 0) return Format::kExr;
+    return strcasecmp(ending.c_str(), ".rimg") == 0 ? Format::kRaw : Format::kOther;
+}
+
+// The output's format, by --to and by its name. Where neither says anything it is the other one.
+void checkWanted(Format input, Format to, const ConvertOptions& options) {
+    const Format ending = endingOf(options.output);
+    if (to != Format::kOther && ending != Format::kOther && to != ending) {
+        throw Failure(ExitCode::kUsage, options.output,
+                      std::string("--to asks for ") + nameOf(to) + ", the name is that of " + nameOf(ending));
+    }
+    const Format wanted = to != Format::kOther ? to : ending;
+    if (wanted != input) return;
+    throw Failure(ExitCode::kUsage, options.output,
+                  std::string("nothing to convert: ") + options.input + " is " + nameOf(input) + " already");
+}
+
+// Refuses what cannot be meant, and answers the input's format.
+Format checkedFormat(const CLI::App& verb, Format to, const ConvertOptions& options) {
     const Format format = formatOf(options.input);
-    if (sameFile(options.input, options.output)) {
-        throw Failure(ExitCode::kUsage, options.output, "input and output are the same file");
+    for (const std::string& input : {options.input, options.attributesFrom}) {
+        if (sameFile(input, options.output))
+            throw Failure(ExitCode::kUsage, options.output, "input and output are the same file");
     }
-    switch (format) {
-        case Format::kExr: refuseOptions(verb, kToExr, "raw images as input"); return convertFromExr(options);
-        case Format::kRaw:
-            refuseOptions(verb, kFromExr, "OpenEXR files as input");
-            return convertToExr(options);
-        default:
-            throw Failure(ExitCode::kUnreadable, options.input, "neither an OpenEXR file nor a raw image");
+    if (format == Format::kOther)
+        throw Failure(ExitCode::kUnreadable, options.input, "neither an OpenEXR file nor a raw image");
+    checkWanted(format, to, options);
+    const bool toExr = format == Format::kRaw;
+    refuseOptions(verb, toExr ? kFromExr : kToExr, toExr ? "OpenEXR files as input" : "raw images as input");
+    return format;
+}
+
+ExitCode convertTelling(const CLI::App& verb, Format to, const ConvertOptions& options) {
+    ConvertLog log(options);
+    try {
+        const bool toExr = checkedFormat(verb, to, options) == Format::kRaw;
+        log.setDirection(toExr ? "exr" : "raw");
+        const ExitCode code = toExr ? convertToExr(options, log) : convertFromExr(options, log);
+        if (options.json) log.print(code, nullptr);
+        return code;
+    } catch (const Failure& failure) {
+        if (options.json && failure.code() != ExitCode::kUsage) {
+            log.print(failure.code(), &failure);
+            std::fflush(stdout);
+        }
+        throw;
     }
+}
+
+ExitCode convert(const CLI::App& verb, Format to, const ConvertOptions& options) {
+    const ExitCode code = convertTelling(verb, to, options);
+    flushOutput();
+    return code;
 }
 
 void addFromExrOptions(CLI::App& verb, ConvertOptions& options, std::string& bucket) {
@@ -69,6 +121,30 @@ void addFromExrOptions(CLI::App& verb, ConvertOptions& options, std::string& buc
         ->check(CLI::Range(1, kCompressionLevel))
         ->capture_default_str()
         ->group(kFromExr);
+    static const std::map<std::string, FrameChoice> kFrames{{"display", FrameChoice::kDisplayWindow},
+                                                            {"data", FrameChoice::kDataWindow},
+                                                            {"union", FrameChoice::kUnion}};
+    verb.add_option_function<std::string>(
+            "--frame", [&options](const std::string& name) { options.frame = kFrames.at(name); },
+            "the window that becomes the frame: that of the display, of the data (of all parts), or both "
+            "together. Default: display")
+        ->type_name("NAME")
+        ->check(CLI::IsMember(kFrames))
+        ->group(kFromExr);
+    verb.add_flag("--crop-overscan", options.cropOverscan,
+                  "leave out pixels outside the frame, which are code 6 otherwise")
+        ->group(kFromExr);
+}
+
+// "X,Y", either of them negative or not.
+std::string parseOrigin(const std::string& text, ConvertOptions& options) {
+    const char* const end = text.data() + text.size();
+    const auto x = std::from_chars(text.data(), end, options.originX);
+    if (x.ec == std::errc() && x.ptr != end && *x.ptr == ',') {
+        const auto y = std::from_chars(x.ptr + 1, end, options.originY);
+        if (y.ec == std::errc() && y.ptr == end) return {};
+    }
+    return "'" + text + "' is not two numbers, X,Y";
 }
 
 // CLI11's transformers tell numbers where it is to tell names, so the names are looked up here.
@@ -97,6 +173,20 @@ void addToExrOptions(CLI::App& verb, ConvertOptions& options) {
     verb.add_flag("--auto-data-window", options.autoDataWindow,
                   "data window around the pixels whose alpha is not 0; not for tiles")
         ->group(kToExr);
+    verb.add_option_function<std::string>(
+            "--origin", [&options](const std::string& text) { parseOrigin(text, options); },
+            "where the display window begins; the data window moves with it. Default: 0,0")
+        ->type_name("X,Y")
+        ->check([](const std::string& text) {
+            ConvertOptions checked;
+            return parseOrigin(text, checked);
+        })
+        ->group(kToExr);
+    verb.add_option("--attributes-from", options.attributesFrom,
+                    "OpenEXR file whose attributes go along, those of its pixels and of the raw image's own "
+                    "tags aside")
+        ->type_name("FILE.exr")
+        ->group(kToExr);
     verb.add_option("--attributes", options.attributes, "more header attributes: \"name=value; name=value\"")
         ->type_name("TEXT")
         ->group(kToExr);
@@ -112,6 +202,7 @@ void addToExrOptions(CLI::App& verb, ConvertOptions& options) {
 void addConvertVerb(CLI::App& app, ExitCode& result) {
     auto options = std::make_shared<ConvertOptions>();
     auto bucket = std::make_shared<std::string>("64x64");
+    auto to = std::make_shared<Format>(Format::kOther);
     CLI::App* verb = app.add_subcommand(
         "convert",
         "Turn an OpenEXR file into a raw image, bucket by bucket, or a raw image into an OpenEXR file");
@@ -121,13 +212,22 @@ void addConvertVerb(CLI::App& app, ExitCode& result) {
     verb->add_option("-j,--threads", options->threads,
                      "Threads that compress, and to OpenEXR decompress. Default: one for each processor")
         ->check(CLI::Range(1, 1024));
+    static const std::map<std::string, Format> kFormats{{"exr", Format::kExr}, {"raw", Format::kRaw}};
+    verb->add_option_function<std::string>(
+            "--to", [to](const std::string& name) { *to = kFormats.at(name); },
+            "Format of OUT, raw or exr. Default: by its ending, .rimg or .exr, else the other one than IN's")
+        ->type_name("NAME")
+        ->check(CLI::IsMember(kFormats));
+    verb->add_flag("--strict", options->strict,
+                   "Fail with code 6, before anything is written, if OUT would lack anything of IN");
+    verb->add_flag("--json", options->json, "Print what was done and lost as a JSON object");
     addFromExrOptions(*verb, *options, *bucket);
     addToExrOptions(*verb, *options);
-    verb->callback([verb, options, bucket, &result] {
+    verb->callback([verb, options, bucket, to, &result] {
         if (options->autoDataWindow && options->kind == ExrFile::kTiled)
             throw Failure(ExitCode::kUsage, "", "--auto-data-window is not for tiled files");
         options->bucket = parseSize(*bucket);
-        result = convert(*verb, *options);
+        result = convert(*verb, *to, *options);
     });
 }
 

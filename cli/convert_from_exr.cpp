@@ -7,8 +7,9 @@
 #include <vector>
 
 #include "cli/channel_grouping.h"
-#include "cli/convert.h"
+#include "cli/convert_log.h"
 #include "cli/exr_band.h"
+#include "cli/exr_header_attributes.h"
 #include "cli/exr_input.h"
 #include "cli/exr_region.h"
 #include "cli/frame_layout.h"
@@ -17,15 +18,16 @@
 #include "cli/raw_output.h"
 #include "cli/report.h"
 #include "rawimage/format.h"
+#include "rawimage/tools/coverage.h"
 
 namespace rimg {
 
 namespace {
 
 constexpr double kMebibyte = 1 << 20;
+constexpr std::size_t kMaxNote = kNoteBytes - 1;
 constexpr double kMaxMemory = 2048 * kMebibyte;
 constexpr std::int64_t kMaxBucketPixels = 1 << 26;  // the largest channel of a bucket stays below 2^31 bytes
-constexpr std::size_t kMaxRenamesTold = 10;
 
 std::string countOf(std::int64_t n, const std::string& what) {
     return std::to_string(n) + ' ' + what + (n == 1 ? "" : "s");
@@ -36,8 +38,35 @@ int pixels(std::int64_t n) {
     return static_cast<int>(n);
 }
 
-FrameLayout layoutOf(const ExrInput& input, const PixelSize& bucket) {
-    return {input.frameWidth(), input.frameHeight(), input.windows(), bucket.width, bucket.height};
+std::string placeText(const Rect& rect, std::int64_t x, std::int64_t y) {
+    return MUtils::boxText(
+        {pixels(rect.x0 + x), pixels(rect.y0 + y), pixels(rect.width()), pixels(rect.height())});
+}
+
+// The pixels that have no place in the frame are looked at first, before anything is done for the others.
+FrameLayout layoutOf(const ExrInput& input, const ConvertOptions& options, ConvertLog& log) {
+    const PixelSize& bucket = options.bucket;
+    FrameLayout layout(input.frameWidth(), input.frameHeight(), input.windows(), bucket.width, bucket.height);
+    log.setFrame(input.frameWidth(), input.frameHeight());
+    log.setOrigin(input.originX(), input.originY());
+    const std::string cut = countOf(layout.cutPixels(), "pixel");
+    if (layout.rendered().empty()) {
+        throw Failure(ExitCode::kMismatch, input.path(),
+                      "all pixels (" + cut +
+                          ") lie outside the display window; --frame data or --frame "
+                          "union keeps them");
+    }
+    log.setWindow(layout.rendered());
+    if (layout.cutPixels() == 0) return layout;
+    if (!options.cropOverscan) {
+        throw Failure(ExitCode::kMismatch, input.path(),
+                      cut +
+                          " outside the display window would be lost; --frame data or --frame union keeps "
+                          "them, --crop-overscan leaves them out");
+    }
+    log.lose(
+        {"overscan", input.path(), cut + " outside the display window left out", {}, layout.cutPixels()});
+    return layout;
 }
 
 // Allocates what grows with the file's windows only once all of it is known to stay within bounds.
@@ -69,17 +98,21 @@ ExrBands makeBands(ExrInput& input, const FrameLayout& layout, const std::vector
 // The conversion of one file.
 class FromExr {
   public:
-    explicit FromExr(const ConvertOptions& options)
+    FromExr(const ConvertOptions& options, ConvertLog& log)
         : options_(options),
-          input_(options.input),
+          log_(log),
+          input_(options.input, options.frame),
+          metadata_(input_.metadata()),
           grouping_(groupChannels(input_.partNames(), input_.channels())),
-          layout_(layoutOf(input_, options.bucket)),
+          layout_(layoutOf(input_, options, log)),
           bands_(makeBands(input_, layout_, grouping_.channels)),
           region_(input_, grouping_.channels, pixels(layout_.maxBucketPixels())),
           areas_(bands_.size()) {}
 
     ExitCode run() {
         tellWhatIsLeftOut();
+        log_.refuseLosses();
+        log_.setChannels(grouping_.channels.size());
         RawOutput output(options_.output, {options_.input});
         output.file().setCompressionThreads(nullptr, options_.threads);
         output.file().setCompressionLevel(options_.level);
@@ -92,17 +125,62 @@ class FromExr {
 
   private:
     void tellWhatIsLeftOut() const {
-        if (layout_.cutPixels() > 0) {
-            report(options_.input,
-                   countOf(layout_.cutPixels(), "pixel") + " outside the display window left out");
+        tellPlace();
+        tellAttributes();
+        tellTexts();
+        for (int part = 0; part < input_.parts(); ++part) {
+            const Imf::Header& header = input_.header(part);
+            if (!header.hasTileDescription() || header.tileDescription().mode == Imf::ONE_LEVEL) continue;
+            log_.lose(
+                {"levels", options_.input, "only the full resolution is taken, not its smaller levels"});
+            break;
         }
-        const std::size_t renames = grouping_.renamed.size();
-        for (std::size_t i = 0; i < std::min(renames, kMaxRenamesTold); ++i) {
-            report(options_.input, grouping_.renamed[i]);
+        log_.lose("name", options_.input, grouping_.renamed, "more channels get other names");
+    }
+
+    // A raw image has neither a display window beside its frame nor a corner elsewhere than at (0, 0).
+    void tellPlace() const {
+        const std::int64_t x = input_.originX(), y = input_.originY();
+        const std::string back = "--origin " + std::to_string(x) + ',' + std::to_string(y);
+        if (!(input_.displayWindow() == layout_.frame())) {
+            log_.lose({"display", options_.input,
+                       "the frame is " + placeText(layout_.frame(), x, y) + ", the display window " +
+                           placeText(input_.displayWindow(), x, y) + " is not kept; " + back +
+                           " gives the frame its place again"});
+        } else if (x != 0 || y != 0) {
+            log_.lose({"origin", options_.input,
+                       "the display window begins at (" + std::to_string(x) + ", " + std::to_string(y) +
+                           "), which is not kept; " + back + " gives it back"});
         }
-        if (renames > kMaxRenamesTold) {
-            report(options_.input,
-                   std::to_string(renames - kMaxRenamesTold) + " more channels get other names");
+    }
+
+    void tellAttributes() const {
+        const std::vector<std::string> names = droppedAttributes(input_, metadata_, layout_.rendered());
+        if (hasOwnScreenWindow(input_))
+            log_.lose({"screenWindow", options_.input, "the screen window is not kept"});
+        if (names.empty()) return;
+        std::string list;
+        for (const std::string& name : names)
+            list += (list.empty() ? "" : ", ") + name;
+        log_.lose({"attributes", options_.input,
+                   "these attributes are not kept (--attributes-from copies them from here): " + list,
+                   names});
+    }
+
+    void tellTexts() const {
+        const std::pair<const char*, const std::optional<std::string>*> texts[] = {
+            {"note", &metadata_.note}, {"stamp text", &metadata_.stampText}, {"scene", &metadata_.scene}};
+        for (const auto& [name, text] : texts) {
+            const std::string what = std::string("the ") + name + " is cut ";
+            if (!*text) continue;
+            if ((*text)->find('\0') != std::string::npos) {
+                log_.lose({"text", options_.input, what + "at its first NUL", {name}});
+            } else if (text == &metadata_.note && (*text)->size() > kMaxNote) {
+                log_.lose({"text",
+                           options_.input,
+                           what + "to " + std::to_string(kMaxNote) + " characters",
+                           {name}});
+            }
         }
     }
 
@@ -117,29 +195,39 @@ class FromExr {
         output.check(file.WTRegionsInfo(pixels(layout_.bucketWidth()), pixels(layout_.bucketHeight()), 0));
         output.check(file.WTChannelInfo(region_.descriptions()));
         writeMetadata(output);
-        if (rendered == frame) return;
-        output.check(file.WTRenderRegion({kRegionSet, pixels(rendered.x0), pixels(rendered.y0),
-                                          pixels(rendered.width()), pixels(rendered.height())}));
+        if (!(rendered == frame)) {
+            output.check(file.WTRenderRegion({kRegionSet, pixels(rendered.x0), pixels(rendered.y0),
+                                              pixels(rendered.width()), pixels(rendered.height())}));
+        }
+        writeWindows(output);
+    }
+
+    // Of the channels of parts that have less than what is rendered of the frame.
+    void writeWindows(RawOutput& output) {
+        std::vector<Rect> windows;
+        for (int part = 0; part < input_.parts(); ++part)
+            windows.push_back(layout_.visible(part));
+        for (auto window = windows.begin(); window != windows.end(); ++window) {
+            if (*window == layout_.rendered() || std::find(windows.begin(), window, *window) != window)
+                continue;
+            output.check(output.file().WTRegion(region_.announce(windows, *window), 0,
+                                                pixels(window->height()), kChannelWindowMark));
+        }
     }
 
     void writeMetadata(RawOutput& output) const {
-        const ExrMetadata metadata = input_.metadata();
         RIFile& file = output.file();
-        if (metadata.camera) output.check(file.WTCameraInfo(*metadata.camera));
-        if (metadata.scene) {
-            RISceneInfo scene(metadata.sceneValue, metadata.scene->c_str());
+        if (metadata_.camera) output.check(file.WTCameraInfo(*metadata_.camera));
+        if (metadata_.scene) {
+            RISceneInfo scene(metadata_.sceneValue, metadata_.scene->c_str());
             output.check(file.WTSceneInfo(scene));
         }
-        if (metadata.stampText) output.check(file.WTStampText(metadata.stampText->c_str()));
-        if (metadata.note) writeNote(output, *metadata.note);
+        if (metadata_.stampText) output.check(file.WTStampText(metadata_.stampText->c_str()));
+        if (metadata_.note) writeNote(output, *metadata_.note);
     }
 
-    void writeNote(RawOutput& output, std::string note) const {
-        constexpr std::size_t kMaxNote = kNoteBytes - 1;
-        if (note.size() > kMaxNote) {
-            report(options_.input, "the note is cut to " + std::to_string(kMaxNote) + " characters");
-            note.resize(kMaxNote);
-        }
+    void writeNote(RawOutput& output, const std::string& text) const {
+        const std::string note = text.substr(0, kMaxNote);
         const ErrorCode error = output.file().WTNote(note.c_str());
         // A note that fills half of its place or more is answered with an error although all of it is
         // written.
@@ -177,6 +265,7 @@ class FromExr {
         for (auto area = areas_.begin(); area != areas_.end(); ++area) {
             if (area->empty() || std::find(areas_.begin(), area, *area) != area) continue;
             output.check(output.file().WTRegion(region_.load(bands_, areas_, *area), 0, 0, 0));
+            log_.countRegion();
         }
     }
 
@@ -185,8 +274,11 @@ class FromExr {
         for (int part = 0; part < input_.parts(); ++part)
             result = worse(result, tellLossesOf(part));
         if (bucketsLost_ > 0) {
-            report(options_.output,
-                   countOf(bucketsLost_, "bucket") + " could not be filled and are left out");
+            log_.lose({"buckets",
+                       options_.output,
+                       countOf(bucketsLost_, "bucket") + " could not be filled and are left out",
+                       {},
+                       bucketsLost_});
         }
         return result;
     }
@@ -196,20 +288,25 @@ class FromExr {
         const ExrBand* band = bands_[static_cast<std::size_t>(part)].get();
         if (band == nullptr || band->loss().pieces == 0) {
             if (input_.file().partComplete(part)) return ExitCode::kGood;
-            report(options_.input, where + "never finished; all that is in the frame could be read");
+            log_.remark(options_.input, where + "never finished; all that is in the frame could be read");
             return ExitCode::kIncomplete;
         }
         const ExrLoss& loss = band->loss();
-        report(options_.input,
-               where + countOf(loss.pieces, "block") + " of pixels between the rows " +
-                   std::to_string(loss.firstRow) + " and " + std::to_string(loss.lastRow) +
-                   " cannot be read: " + loss.cause,
-               loss.offset);
+        log_.lose({loss.onlyMissing ? "missing" : "damage",
+                   options_.input,
+                   where + countOf(loss.pieces, "block") + " of pixels between the rows " +
+                       std::to_string(loss.firstRow) + " and " + std::to_string(loss.lastRow) +
+                       " cannot be read: " + loss.cause,
+                   {},
+                   loss.pieces,
+                   loss.offset});
         return loss.onlyMissing ? ExitCode::kIncomplete : ExitCode::kDamaged;
     }
 
     const ConvertOptions& options_;
+    ConvertLog& log_;
     ExrInput input_;
+    const ExrMetadata metadata_;
     const Grouping grouping_;
     const FrameLayout layout_;
     const ExrBands bands_;
@@ -220,8 +317,8 @@ class FromExr {
 
 }  // namespace
 
-ExitCode convertFromExr(const ConvertOptions& options) {
-    return FromExr(options).run();
+ExitCode convertFromExr(const ConvertOptions& options, ConvertLog& log) {
+    return FromExr(options, log).run();
 }
 
 }  // namespace rimg

@@ -5,11 +5,14 @@
 #include <climits>
 #include <cmath>
 #include <memory>
+#include <optional>
 #include <utility>
 
-#include "cli/convert.h"
+#include "cli/convert_log.h"
 #include "cli/exr_attributes.h"
 #include "cli/exr_channels.h"
+#include "cli/exr_compression.h"
+#include "cli/exr_header_attributes.h"
 #include "cli/exr_output.h"
 #include "cli/interrupt.h"
 #include "cli/pixel_loader.h"
@@ -47,8 +50,9 @@ std::string checkedAttributes(const ConvertOptions& options, const ExrAttributes
 // The conversion of one file.
 class ToExr {
   public:
-    explicit ToExr(const ConvertOptions& options)
+    ToExr(const ConvertOptions& options, ConvertLog& log)
         : options_(options),
+          log_(log),
           input_(options.input, threadsOf(options)),
           selection_(selectExrChannels(input_, options.channels, options.kind)),
           ownAttributes_(exrAttributes(input_.records(), !tiled())),
@@ -56,6 +60,8 @@ class ToExr {
           layout_(input_, tiled()),
           loader_(input_, channels(), std::min(threadsOf(options), kMaxDecoders)),
           region_(channels()) {
+        if (!options.attributesFrom.empty())
+            moreAttributes_.emplace(options.attributesFrom, namesInText(options.attributes));
         for (const INFOTAG& tag : input_.pixels()) {
             if (!loader_.wants(tag)) continue;
             const Rect seen = intersect(boxOf(tag), layout_.window());
@@ -67,7 +73,15 @@ class ToExr {
     ExitCode run() {
         const std::vector<TileBand> bands = makeBands();
         checkMemory(bands);
+        checkPlace();
+        log_.setFrame(input_.records().resolution->width, input_.records().resolution->height);
+        log_.setOrigin(options_.originX, options_.originY);
+        log_.setWindow(layout_.window());
+        log_.setChannels(static_cast<std::size_t>(
+            std::count_if(channels().begin(), channels().end(),
+                          [](const ExrChannel& channel) { return channel.isWritten(); })));
         tellWhatChanges();
+        log_.refuseLosses();
         Imf::setGlobalThreadCount(threadsOf(options_));
         ExrOutput output(options_.output, options_.kind);
         writeHead(output);
@@ -77,7 +91,7 @@ class ToExr {
                 writeBand(band, output, progress);
         }
         output.close();
-        return tellLosses(input_, channels(), loader_.lost(), options_.output);
+        return tellLosses(input_, channels(), loader_.lost(), options_.output, log_);
     }
 
   private:
@@ -114,24 +128,68 @@ class ToExr {
                           std::to_string(std::llround(there / kMebibyte)) + "; choose fewer with --channels");
     }
 
+    // OpenEXR refuses windows that go further.
+    void checkPlace() const {
+        constexpr std::int64_t kFarthest = INT_MAX / 2;
+        const Rect& window = layout_.window();
+        const MUtils::FrameResolution& frame = *input_.records().resolution;
+        const auto fits = [](std::int64_t first, std::int64_t end, std::int64_t origin) {
+            return origin + std::min<std::int64_t>(first, 0) > -kFarthest && origin + end <= kFarthest;
+        };
+        if (fits(window.x0, std::max<std::int64_t>(window.x1, frame.width), options_.originX) &&
+            fits(window.y0, std::max<std::int64_t>(window.y1, frame.height), options_.originY))
+            return;
+        throw Failure(ExitCode::kUsage, options_.output,
+                      "--origin puts the frame where no OpenEXR file can have it");
+    }
+
     void tellWhatChanges() const {
-        constexpr std::size_t kMostTold = 10;
-        const std::vector<std::string>& renamed = selection_.renamed;
-        for (std::size_t i = 0; i < std::min(renamed.size(), kMostTold); ++i)
-            report(options_.input, renamed[i]);
-        if (renamed.size() > kMostTold) {
-            report(options_.input,
-                   std::to_string(renamed.size() - kMostTold) + " more channels go by other names");
-        }
+        const std::string& file = options_.input;
+        log_.lose("name", file, selection_.renamed, "more channels go by other names");
         if (tagsCut_ > 0) {
-            report(options_.input, std::to_string(tagsCut_) +
-                                       " tags have pixels outside the data window; those are left out");
+            log_.lose(
+                {"overscan",
+                 file,
+                 std::to_string(tagsCut_) + " tags have pixels outside the data window; those are left out",
+                 {},
+                 tagsCut_});
         }
         for (const std::string& name : ownAttributes_.leftOut) {
-            report(options_.input,
-                   "the text \"" + name +
-                       "\" has a '=' or ';', which an attribute cannot carry; it is left out");
+            log_.lose({"text",
+                       file,
+                       "the text \"" + name +
+                           "\" has a '=' or ';', which an attribute cannot carry; it is left out",
+                       {name}});
         }
+        for (const INFOTAG& tag : input_.longTexts()) {
+            log_.lose({"text",
+                       file,
+                       std::string("this ") + tagName(tag.id) + " is too long to go along",
+                       {tagName(tag.id)},
+                       {},
+                       static_cast<std::int64_t>(tag.offset)});
+        }
+        tellLeftOut();
+        const std::string storage = storageRemark(options_.compression, options_.bits, channels());
+        if (!storage.empty()) log_.remark(options_.output, storage);
+    }
+
+    // What a raw image has and an OpenEXR file does not.
+    void tellLeftOut() const {
+        const auto tell = [this](const char* kind, const char* what, const std::vector<std::string>& names) {
+            std::string list;
+            for (const std::string& name : names)
+                list += (list.empty() ? "" : ", ") + name;
+            if (!names.empty()) log_.lose({kind, options_.input, what + list, names});
+        };
+        std::vector<std::string> tags, kept;
+        for (const std::uint32_t id : input_.otherTags())
+            tags.emplace_back(tagName(id));
+        for (const ExrChannel& channel : channels()) {
+            if (channel.type != RCT_NONE && !channel.isWritten()) kept.push_back(channel.name);
+        }
+        tell("tags", "OpenEXR files have no place for: ", tags);
+        tell("channels", "these channels are flagged to be kept out of OpenEXR files: ", kept);
     }
 
     void writeHead(ExrOutput& output) {
@@ -152,6 +210,8 @@ class ToExr {
         output.run([&](ExrFile& file) {
             file.setCompressionType(options_.compression);
             file.setAutoDataWindow(options_.autoDataWindow ? 1 : 0);
+            file.setOrigin(options_.originX, options_.originY);
+            file.setHeaderEditor(moreAttributes_ ? &*moreAttributes_ : nullptr);
             return file.WTChannelInfo(&list);
         });
         if (records.camera) output.run([&](ExrFile& file) { return file.WTCameraInfo(*records.camera); });
@@ -162,19 +222,36 @@ class ToExr {
         output.run([&](ExrFile& file) { return file.WTExtraAttributes(attributes_.c_str()); });
     }
 
+    // A band of a few tiles is loaded tile by tile: one beside it would be a large part of its memory.
     void writeBand(const TileBand& band, ExrOutput& output, Progress& progress) {
-        region_.setBox(band.box);
-        if (!loader_.load(band.tags, region_, progress)) stop();
-        if (!tiled()) return writeRegion(region_, output);
+        constexpr std::size_t kFewTiles = 5;
+        const std::vector<Rect> tiles = tiled() ? layout_.tiles(band.box) : std::vector<Rect>{band.box};
+        if (tiles.size() <= kFewTiles) {
+            for (const Rect& box : tiles) {
+                std::vector<const INFOTAG*> tags;
+                std::copy_if(band.tags.begin(), band.tags.end(), std::back_inserter(tags),
+                             [&box](const INFOTAG* tag) { return !intersect(boxOf(*tag), box).empty(); });
+                loadRegion(box, tags, progress);
+                writeRegion(region_, output);
+            }
+            return;
+        }
+        loadRegion(band.box, band.tags, progress);
         ChannelRegion tile(channels());
-        for (const Rect& box : layout_.tiles(band.box)) {
+        for (const Rect& box : tiles) {
             copyPixels(region_, box, tile);
             writeRegion(tile, output);
         }
     }
 
+    void loadRegion(const Rect& box, const std::vector<const INFOTAG*>& tags, Progress& progress) {
+        region_.setBox(box);
+        if (!loader_.load(tags, region_, progress)) stop();
+    }
+
     void writeRegion(ChannelRegion& region, ExrOutput& output) const {
         output.run([&](ExrFile& file) { return file.WTRegion(&region, 0, 0, 0); });
+        log_.countRegion();
         if (stopRequested()) stop();
     }
 
@@ -183,10 +260,12 @@ class ToExr {
     }
 
     const ConvertOptions& options_;
+    ConvertLog& log_;
     const RawInput input_;
     ExrChannels selection_;
     const ExrAttributes ownAttributes_;
     const std::string attributes_;
+    std::optional<AttributesFromFile> moreAttributes_;
     const TileLayout layout_;
     PixelLoader loader_;
     ChannelRegion region_;              // the band in work
@@ -196,9 +275,9 @@ class ToExr {
 
 }  // namespace
 
-ExitCode convertToExr(const ConvertOptions& options) {
+ExitCode convertToExr(const ConvertOptions& options, ConvertLog& log) {
     checkedAttributes(options, {});
-    return ToExr(options).run();
+    return ToExr(options, log).run();
 }
 
 }  // namespace rimg

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <iterator>
 #include <new>
 
 #include "cli/report.h"
@@ -20,14 +19,6 @@ struct Shape {
     std::int64_t pieceHeight;
     std::int64_t capacity;
 };
-
-// Scan lines that OpenEXR compresses together, by compression. Any other number would still work, but a fault
-// would then cost more lines or more time.
-std::int64_t linesPerBlock(Imf::Compression compression) {
-    constexpr int kLines[] = {1, 1, 1, 16, 32, 16, 32, 32, 32, 256};
-    const auto index = static_cast<std::size_t>(compression);
-    return index < std::size(kLines) ? kLines[index] : 1;
-}
 
 // A band may begin at the last row of a piece and end in the first row of another.
 Shape shapeOf(const Imf::Header& header, const Rect& window, std::int64_t maxRows) {
@@ -50,6 +41,27 @@ std::int64_t channelCount(const Imf::Header& header) {
     return count;
 }
 
+// Bytes of a pixel as the file has it uncompressed.
+std::int64_t pixelBytes(const Imf::Header& header) {
+    std::int64_t bytes = 0;
+    for (auto channel = header.channels().begin(); channel != header.channels().end(); ++channel)
+        bytes += channel.channel().type == Imf::HALF ? 2 : 4;
+    return bytes;
+}
+
+// OpenEXR keeps some numbers for each row from the start. More rows than pages of an atlas have must at least
+// be there.
+void checkRows(ExrInput& input, int part, const Rect& window) {
+    constexpr std::int64_t kAlwaysRows = 1 << 22;
+    const Imf::Header& header = input.header(part);
+    if (Imf::isTiled(header.type()) || window.height() <= kAlwaysRows) return;
+    const std::int64_t there = input.chunks().chunksThere(part) * linesPerBlock(header.compression());
+    if (window.height() / 2 <= there) return;
+    throw Failure(ExitCode::kDamaged, input.path(),
+                  "claims " + std::to_string(window.height()) + " rows of pixels, and has " +
+                      std::to_string(std::min(there, window.height())));
+}
+
 }  // namespace
 
 double ExrBand::bytesNeeded(const ExrInput& input, int part, std::int64_t maxRows) {
@@ -63,6 +75,8 @@ double ExrBand::bytesNeeded(const ExrInput& input, int part, std::int64_t maxRow
 ExrBand::ExrBand(ExrInput& input, int part, std::int64_t maxRows)
     : input_(input), part_(part), window_(input.window(part)) {
     const Imf::Header& header = input.header(part);
+    checkRows(input, part, window_);
+    pixelBytes_ = pixelBytes(header);
     const Shape shape = shapeOf(header, window_, maxRows);
     pieceWidth_ = shape.pieceWidth;
     pieceHeight_ = shape.pieceHeight;
@@ -131,17 +145,20 @@ void ExrBand::readUpTo(std::int64_t end) {
     if (lines_) lines_->setFrameBuffer(frameBuffer());
     if (tiles_) tiles_->setFrameBuffer(frameBuffer());
     input_.stream().mark();
-    try {
-        tryRead(begin, end, 0, columns_);
-        return;
-    } catch (const std::bad_alloc&) {
-        throw;
-    } catch (const std::exception&) {
+    if (dropUnjustified(begin, end)) {
+        try {
+            tryRead(begin, end, 0, columns_);
+            return;
+        } catch (const std::bad_alloc&) {
+            throw;
+        } catch (const std::exception&) {
+        }
     }
     // A first piece that fails again may have been kept by OpenEXR and is then not read twice.
     std::int64_t keptFrom = input_.stream().firstRead();
     for (std::int64_t row = begin; row < end; row += pieceHeight_) {
         for (std::int64_t column = 0; column < columns_; ++column) {
+            if (!readable_[pieceIndex(row, column)]) continue;
             input_.stream().mark();
             try {
                 tryRead(row, std::min(end, row + pieceHeight_), column, column + 1);
@@ -155,6 +172,22 @@ void ExrBand::readUpTo(std::int64_t end) {
             keptFrom = ExrStream::kNothingRead;
         }
     }
+}
+
+// Notes the pieces that are too short to be pixels as lost; they are never read. True when there are none.
+bool ExrBand::dropUnjustified(std::int64_t begin, std::int64_t end) {
+    bool all = true;
+    for (std::int64_t row = begin; row < end; row += pieceHeight_) {
+        for (std::int64_t column = 0; column < columns_; ++column) {
+            const std::int64_t rows = std::min(pieceHeight_, window_.y1 - row);
+            const std::int64_t width = std::min(pieceWidth_, window_.width() - column * pieceWidth_);
+            const std::int64_t index = (row - window_.y0) / pieceHeight_ * columns_ + column;
+            if (input_.chunks().mayHold(part_, index, rows * width * pixelBytes_)) continue;
+            readable_[pieceIndex(row, column)] = all = false;
+            noteLoss(row, "its bytes cannot stand for so many pixels", ExrStream::kNothingRead);
+        }
+    }
+    return all;
 }
 
 void ExrBand::tryRead(std::int64_t row, std::int64_t endRow, std::int64_t column, std::int64_t endColumn) {

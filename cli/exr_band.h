@@ -55,6 +55,7 @@ class ExrBand {
   private:
     void keepRowsFrom(std::int64_t y);
     void readUpTo(std::int64_t end);
+    bool dropUnjustified(std::int64_t begin, std::int64_t end);
     void tryRead(std::int64_t row, std::int64_t endRow, std::int64_t column, std::int64_t endColumn);
     void noteLoss(std::int64_t row, const std::string& cause, std::int64_t offset);
     Imf::FrameBuffer frameBuffer() const;
@@ -68,8 +69,9 @@ class ExrBand {
     // Pieces are what can be read or lost alone: a tile, or the scan lines that are compressed together.
     std::int64_t pieceWidth_ = 0;
     std::int64_t pieceHeight_ = 0;
-    std::int64_t columns_ = 0;   // pieces beside each other
-    std::int64_t capacity_ = 0;  // rows that fit
+    std::int64_t columns_ = 0;     // pieces beside each other
+    std::int64_t capacity_ = 0;    // rows that fit
+    std::int64_t pixelBytes_ = 0;  // in the file, uncompressed
     std::optional<Imf::InputPart> lines_;
     std::optional<Imf::TiledInputPart> tiles_;
 

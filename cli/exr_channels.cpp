@@ -145,7 +145,7 @@ ExrChannels selectExrChannels(const RawInput& input, const std::vector<std::stri
     std::vector<ExrChannel>& channels = result.channels;
     for (const MUtils::ChannelSummary& channel : input.records().channels)
         channels.emplace_back(channel.record);
-    if (channels.empty()) throw Failure(ExitCode::kDamaged, file, "has no channel list" + input.whyNot());
+    if (channels.empty()) throw Failure(input.codeOfLack(), file, "has no channel list" + input.whyNot());
     applyGlobs(file, globs, channels);
     const auto isWritten = [](const ExrChannel& channel) { return channel.isWritten(); };
     if (std::none_of(channels.begin(), channels.end(), isWritten))

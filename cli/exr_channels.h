@@ -40,8 +40,8 @@ struct ExrChannels {
 // alpha and depth by role go first, and of other channels the first one keeps its name, the next gets "~2",
 // "~3" ... A second channel of the same role goes under its own name.
 //
-// Throws Failure: kUsage when a glob fits no channel that is written, kDamaged when there is no list,
-// kFailure when nothing would be written or there are too many channels.
+// Throws Failure: kUsage when a glob fits no channel that is written, RawInput::codeOfLack() when there is no
+// list, kFailure when nothing would be written or there are too many channels.
 ExrChannels selectExrChannels(const RawInput& input, const std::vector<std::string>& globs, int kind);
 
 }  // namespace rimg

@@ -62,11 +62,12 @@ std::optional<std::string> textOf(const Imf::Header& header, const char* name) {
 
 }  // namespace
 
-ExrInput::ExrInput(const std::string& path) : path_(path), stream_(path) {
+ExrInput::ExrInput(const std::string& path, FrameChoice frame) : path_(path), stream_(path) {
     open();
-    measureFrame();
+    measureFrame(frame);
     for (int part = 0; part < parts(); ++part)
         listChannels(part);
+    chunks_ = std::make_unique<ExrChunks>(path, *file_);
 }
 
 void ExrInput::open() {
@@ -82,12 +83,14 @@ void ExrInput::open() {
 }
 
 // All parts share a display window; OpenEXR sees to that.
-void ExrInput::measureFrame() {
-    const Imath::Box2i& display = file_->header(0).displayWindow();
-    originX_ = display.min.x;
-    originY_ = display.min.y;
-    width_ = display.max.x - originX_ + 1;
-    height_ = display.max.y - originY_ + 1;
+void ExrInput::measureFrame(FrameChoice choice) {
+    Rect frame = choice == FrameChoice::kDataWindow ? Rect() : displayWindow();
+    for (int part = 0; choice != FrameChoice::kDisplayWindow && part < parts(); ++part)
+        frame = bound(frame, window(part));
+    originX_ = frame.x0;
+    originY_ = frame.y0;
+    width_ = frame.width();
+    height_ = frame.height();
     if (width_ < 1 || height_ < 1 || width_ > INT_MAX || height_ > INT_MAX) {
         throw Failure(ExitCode::kFailure, path_,
                       "a frame of " + std::to_string(width_) + " x " + std::to_string(height_) +
@@ -114,10 +117,16 @@ void ExrInput::listChannels(int part) {
     }
 }
 
+Rect ExrInput::seenFromFrame(const Imath::Box2i& box) const {
+    return {box.min.x - originX_, box.min.y - originY_, box.max.x - originX_ + 1, box.max.y - originY_ + 1};
+}
+
 Rect ExrInput::window(int part) const {
-    const Imath::Box2i& data = file_->header(part).dataWindow();
-    return {data.min.x - originX_, data.min.y - originY_, data.max.x - originX_ + 1,
-            data.max.y - originY_ + 1};
+    return seenFromFrame(header(part).dataWindow());
+}
+
+Rect ExrInput::displayWindow() const {
+    return seenFromFrame(header(0).displayWindow());
 }
 
 std::vector<Rect> ExrInput::windows() const {

@@ -10,6 +10,8 @@
 #include <vector>
 
 #include "cli/channel_grouping.h"
+#include "cli/convert.h"
+#include "cli/exr_chunks.h"
 #include "cli/exr_stream.h"
 #include "cli/frame_layout.h"
 #include "rawimage/records.h"
@@ -26,13 +28,13 @@ struct ExrMetadata {
 };
 
 // An OpenEXR file opened for conversion: scan-line or tiled (its full-resolution level), one part or several.
-// All positions are relative to the display window, whose first pixel is (0, 0).
+// All positions are relative to the frame, whose first pixel is (0, 0).
 class ExrInput {
   public:
     // Throws Failure: kUnreadable when the file cannot be opened, kDamaged when its headers make no sense,
     // kFailure for content that a raw image cannot carry (deep pixels, subsampled channels, frames too large
     // for it).
-    explicit ExrInput(const std::string& path);
+    ExrInput(const std::string& path, FrameChoice frame);
 
     const std::string& path() const { return path_; }
     std::int64_t frameWidth() const { return width_; }    // 1 to 2^31 - 1
@@ -49,22 +51,28 @@ class ExrInput {
     const std::vector<SourceChannel>& channels() const { return channels_; }
     ExrMetadata metadata() const;
 
-    // For the readers of pixels: the file, the stream under it, and the display window's first pixel in its
-    // coordinates.
+    // The display window; (0, 0, width, height) when it is the frame.
+    Rect displayWindow() const;
+
+    // For the readers of pixels: the file, the stream under it, what is known of its blocks, and the frame's
+    // first pixel in the file's coordinates.
     Imf::MultiPartInputFile& file() const { return *file_; }
     ExrStream& stream() { return stream_; }
+    ExrChunks& chunks() { return *chunks_; }
     const Imf::Header& header(int part) const { return file_->header(part); }
     std::int64_t originX() const { return originX_; }
     std::int64_t originY() const { return originY_; }
 
   private:
     void open();
-    void measureFrame();
+    void measureFrame(FrameChoice choice);
     void listChannels(int part);
+    Rect seenFromFrame(const Imath::Box2i& box) const;
 
     const std::string path_;
     ExrStream stream_;
     std::unique_ptr<Imf::MultiPartInputFile> file_;  // reads from stream_
+    std::unique_ptr<ExrChunks> chunks_;
     std::int64_t width_ = 0;
     std::int64_t height_ = 0;
     std::int64_t originX_ = 0;

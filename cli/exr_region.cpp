@@ -47,12 +47,7 @@ ExrRegion::ExrRegion(const ExrInput& input, const std::vector<GroupedChannel>& c
 }
 
 MRRegionData* ExrRegion::load(const ExrBands& bands, const std::vector<Rect>& areas, const Rect& area) {
-    region_.x0 = static_cast<int>(area.x0);
-    region_.y0 = static_cast<int>(area.y0);
-    region_.x1 = static_cast<int>(area.x1);
-    region_.y1 = static_cast<int>(area.y1);
-    region_.width = static_cast<int>(area.width());
-    region_.height = static_cast<int>(area.height());
+    setBox(area);
     for (std::size_t i = 0; i < channels_.size(); ++i) {
         const GroupedChannel& channel = channels_[i];
         const auto part = static_cast<std::size_t>(channel.part);
@@ -61,6 +56,24 @@ MRRegionData* ExrRegion::load(const ExrBands& bands, const std::vector<Rect>& ar
         region_.channels[static_cast<int>(i)].data = present ? tables_[i].get() : nullptr;
     }
     return &region_;
+}
+
+MRRegionData* ExrRegion::announce(const std::vector<Rect>& windows, const Rect& window) {
+    setBox({window.x0, window.y0, window.x1, window.y0});
+    for (std::size_t i = 0; i < channels_.size(); ++i) {
+        const bool stated = windows[static_cast<std::size_t>(channels_[i].part)] == window;
+        region_.channels[static_cast<int>(i)].data = stated ? tables_[i].get() : nullptr;
+    }
+    return &region_;
+}
+
+void ExrRegion::setBox(const Rect& box) {
+    region_.x0 = static_cast<int>(box.x0);
+    region_.y0 = static_cast<int>(box.y0);
+    region_.x1 = static_cast<int>(box.x1);
+    region_.y1 = static_cast<int>(box.y1);
+    region_.width = static_cast<int>(box.width());
+    region_.height = static_cast<int>(box.height());
 }
 
 // A clipped bucket fills the start of the table; the writer takes width * height values from there.

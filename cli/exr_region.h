@@ -47,7 +47,12 @@ class ExrRegion {
     // parts whose entry in `areas` is `area`, which `bands` hold; the other channels have no data.
     MRRegionData* load(const ExrBands& bands, const std::vector<Rect>& areas, const Rect& area);
 
+    // A region without pixels as wide as `window`, valid likewise, of the channels of those parts whose entry
+    // in `windows` is it.
+    MRRegionData* announce(const std::vector<Rect>& windows, const Rect& window);
+
   private:
+    void setBox(const Rect& box);
     void loadChannel(const ExrBand& band, const GroupedChannel& channel, const Rect& area, MBVTable& table);
 
     const std::vector<GroupedChannel>& channels_;

@@ -19,15 +19,54 @@ namespace {
 // What several threads may decode at a time.
 constexpr double kDecodingBytes = 1 << 29;
 
-// A decoder's memory: the payload and the values, large ones twice.
-double decodingBytes(const std::vector<const INFOTAG*>& tags) {
-    double most = 1;
-    for (const INFOTAG* tag : tags) {
-        const double values = static_cast<double>(boxOf(*tag).area()) * findPixelKind(tag->id)->valueSize;
-        most = std::max(most, static_cast<double>(tag->size) + values * (values > kMaxBlockBytes ? 2 : 1));
-    }
-    return most;
+// Values beyond this go to their places piece by piece; others are held, which is faster.
+constexpr std::int64_t kLargestHeld = 1 << 20;
+
+std::int64_t valueBytes(const INFOTAG& tag) {
+    return boxOf(tag).area() * findPixelKind(tag.id)->valueSize;
 }
+
+// A decoder's memory: the payload and the values.
+double decodingBytes(const std::vector<const INFOTAG*>& tags) {
+    std::int64_t most = 1;
+    for (const INFOTAG* tag : tags)
+        most = std::max(most, std::min(valueBytes(*tag), kLargestHeld));
+    return 2.0 * static_cast<double>(most);
+}
+
+// Shows an inflater where the values of a tag go: the rows of `box` into a region, the rest nowhere.
+class RowRooms final : public PixelRooms {
+  public:
+    RowRooms(const Rect& from, const Rect& box, int valueSize, std::size_t channel, ChannelRegion& region)
+        : from_(from), box_(box), valueSize_(valueSize), channel_(channel), region_(region) {}
+
+    Room next() override {
+        if (y_ == from_.height()) return {};
+        const std::int64_t y = from_.y0 + y_;
+        const std::int64_t x = from_.x0 + x_;
+        const bool inRow = y >= box_.y0 && y < box_.y1;
+        const bool inside = inRow && x >= box_.x0 && x < box_.x1;
+        std::int64_t end = inside ? box_.x1 : inRow && x < box_.x0 ? box_.x0 : from_.x1;
+        if (!inside) end = std::min(end, x + static_cast<std::int64_t>(sizeof dropped_) / valueSize_);
+        x_ = end - from_.x0;
+        if (x_ == from_.width()) {
+            x_ = 0;
+            ++y_;
+        }
+        unsigned char* const room = inside ? region_.at(channel_, x, y) : dropped_;
+        return {room, static_cast<std::size_t>((end - x) * valueSize_)};
+    }
+
+  private:
+    const Rect from_;
+    const Rect box_;
+    const int valueSize_;
+    const std::size_t channel_;
+    ChannelRegion& region_;
+    std::int64_t x_ = 0;  // of the next room, within the tag's box
+    std::int64_t y_ = 0;
+    unsigned char dropped_[16384];
+};
 
 MUtils::PixelBox pixelBox(const Rect& r) {
     return {static_cast<int>(r.x0), static_cast<int>(r.y0), static_cast<int>(r.width()),
@@ -38,53 +77,6 @@ MUtils::PixelBox pixelBox(const Rect& r) {
 
 Rect boxOf(const RIF_TAG& tag) {
     return {tag.p2, tag.p3, std::int64_t{tag.p2} + tag.p4, std::int64_t{tag.p3} + tag.p5};
-}
-
-ChannelRegion::ChannelRegion(const std::vector<ExrChannel>& list) : channels_(list) {
-    for (const ExrChannel& channel : list) {
-        RegionChannel entry;
-        entry.type = channel.type;
-        entry.alias = channel.alias;
-        entry.flags = channel.flags;
-        std::snprintf(entry.name, sizeof entry.name, "%s", channel.name.c_str());
-        tables_.push_back(channel.isWritten() ? std::make_unique<MBVTable>(channel.valueSize(), 0) : nullptr);
-        entry.data = tables_.back().get();
-        channels.Add(entry);
-    }
-}
-
-double ChannelRegion::bytesNeeded(const std::vector<ExrChannel>& channels, std::int64_t pixels) {
-    double bytesOfPixel = 0;
-    for (const ExrChannel& channel : channels)
-        bytesOfPixel += channel.isWritten() ? channel.valueSize() : 0;
-    return bytesOfPixel * static_cast<double>(pixels);
-}
-
-void ChannelRegion::setBox(const Rect& box) {
-    x0 = static_cast<int>(box.x0);
-    y0 = static_cast<int>(box.y0);
-    x1 = static_cast<int>(box.x1);
-    y1 = static_cast<int>(box.y1);
-    width = static_cast<int>(box.width());
-    height = static_cast<int>(box.height());
-    for (std::size_t i = 0; i < tables_.size(); ++i) {
-        if (tables_[i] == nullptr) continue;
-        tables_[i]->initReusing(static_cast<int>(box.area()), channels_[i].valueSize(), INT_MAX);
-    }
-}
-
-unsigned char* ChannelRegion::at(std::size_t channel, std::int64_t x, std::int64_t y) const {
-    return tables_[channel]->item(static_cast<int>((y - y0) * width + (x - x0)));
-}
-
-void copyPixels(const ChannelRegion& from, const Rect& box, ChannelRegion& to) {
-    to.setBox(box);
-    for (std::size_t i = 0; i < from.size(); ++i) {
-        if (from.table(i) == nullptr) continue;
-        const auto rowBytes = static_cast<std::size_t>(box.width() * from.table(i)->itemSize);
-        for (std::int64_t y = box.y0; y < box.y1; ++y)
-            std::memcpy(to.at(i, box.x0, y), from.at(i, box.x0, y), rowBytes);
-    }
 }
 
 PixelLoader::PixelLoader(const RawInput& input, const std::vector<ExrChannel>& channels, int threads) {
@@ -112,11 +104,7 @@ bool PixelLoader::wants(const INFOTAG& tag) const {
 }
 
 bool PixelLoader::load(const std::vector<const INFOTAG*>& tags, ChannelRegion& region, Progress& progress) {
-    for (const auto& [index, channel] : byIndex_) {
-        const MBVTable& table = *region.table(channel);
-        std::memset(region.at(channel, region.x0, region.y0), 0,
-                    static_cast<std::size_t>(table.count) * static_cast<std::size_t>(table.itemSize));
-    }
+    region.clear();
     Job job{tags, region};
     std::vector<std::thread> helpers;
     const std::size_t useful = usefulThreads(job);
@@ -163,9 +151,11 @@ void PixelLoader::work(Job& job, PixelDecoder& decoder, Progress* progress) {
         while (!stopRequested()) {
             const std::size_t i = job.next++;
             if (i >= job.tags.size()) return;
-            if (const char* cause = place(*job.tags[i], job.region, decoder)) {
-                const std::lock_guard lock(mutex_);
-                lost_.push_back({*job.tags[i], cause});
+            const INFOTAG& tag = *job.tags[i];
+            if (const char* cause =
+                    place(tag, intersect(boxOf(tag), job.region.box()), job.region, decoder)) {
+                restore(job, i, decoder);
+                noteLoss(tag, cause);
             }
             const std::int64_t done = ++job.done;
             if (progress != nullptr) progress->advance(done - std::exchange(told, done));
@@ -176,13 +166,42 @@ void PixelLoader::work(Job& job, PixelDecoder& decoder, Progress* progress) {
     }
 }
 
-// Copies the part of a tag's values that lies in the region. Null, or why there are none.
-const char* PixelLoader::place(const INFOTAG& tag, ChannelRegion& region, PixelDecoder& decoder) {
+// A tag that reaches into several regions is lost once.
+void PixelLoader::noteLoss(const INFOTAG& tag, const char* cause) {
+    const std::lock_guard lock(mutex_);
+    const auto same = [&tag](const Loss& loss) { return loss.tag.offset == tag.offset; };
+    if (std::none_of(lost_.begin(), lost_.end(), same)) lost_.push_back({tag, cause});
+}
+
+// A large tag may have spoiled its box before its fault was found. What earlier tags put there comes back;
+// where there are any, one thread does all.
+void PixelLoader::restore(const Job& job, std::size_t lost, PixelDecoder& decoder) {
+    const INFOTAG& tag = *job.tags[lost];
+    const std::size_t channel = byIndex_.at(tag.p8);
+    const Rect box = intersect(boxOf(tag), job.region.box());
+    const int valueSize = findPixelKind(tag.id)->valueSize;
+    if (valueBytes(tag) <= kLargestHeld || valueSize != job.region.table(channel)->itemSize) return;
+    for (std::int64_t y = box.y0; y < box.y1; ++y)
+        std::memset(job.region.at(channel, box.x0, y), 0, static_cast<std::size_t>(box.width() * valueSize));
+    for (std::size_t i = 0; i < lost; ++i) {
+        const INFOTAG& earlier = *job.tags[i];
+        const Rect common = intersect(boxOf(earlier), box);
+        if (earlier.p8 != tag.p8 || common.empty()) continue;
+        if (place(earlier, common, job.region, decoder) != nullptr) restore(job, i, decoder);
+    }
+}
+
+// Copies the values of a tag that lie in `box`, a part of the region. Null, or why there are none.
+const char* PixelLoader::place(const INFOTAG& tag, const Rect& box, ChannelRegion& region,
+                               PixelDecoder& decoder) {
     const Rect from = boxOf(tag);
-    const Rect box = intersect(from, region.box());
     const std::size_t channel = byIndex_.at(tag.p8);
     if (findPixelKind(tag.id)->valueSize != region.table(channel)->itemSize)
         return "the values are of another type than the channel's";
+    if (valueBytes(tag) > kLargestHeld) {
+        RowRooms rooms(from, box, region.table(channel)->itemSize, channel, region);
+        return decoder.decode(tag, rooms);
+    }
     return decoder.decode(tag, [&](const MBVTable& values) {
         for (std::int64_t y = box.y0; y < box.y1; ++y) {
             const std::int64_t first = (y - from.y0) * from.width() + (box.x0 - from.x0);

@@ -8,6 +8,7 @@
 #include <mutex>
 #include <vector>
 
+#include "cli/channel_region.h"
 #include "cli/exr_channels.h"
 #include "cli/frame_layout.h"
 #include "cli/progress.h"
@@ -17,36 +18,6 @@ namespace rimg {
 
 // The box of the pixels that a tag has.
 Rect boxOf(const RIF_TAG& tag);
-
-// A region of some channels with memory of its own. It has an entry for each channel; those that are not
-// written have no data.
-class ChannelRegion final : public MRRegionData {
-  public:
-    // No pixels yet. `channels` must live longer.
-    explicit ChannelRegion(const std::vector<ExrChannel>& channels);
-
-    // The memory that so many pixels take, in bytes.
-    static double bytesNeeded(const std::vector<ExrChannel>& channels, std::int64_t pixels);
-
-    // Becomes a region of the pixels of `box`, with undefined values, each channel's in one piece. No channel
-    // may need more than 2^31 - 1 bytes. Memory is kept from box to box.
-    void setBox(const Rect& box);
-    Rect box() const { return {x0, y0, x1, y1}; }
-
-    // The memory of a written channel's value at (x, y); its row goes on behind it.
-    unsigned char* at(std::size_t channel, std::int64_t x, std::int64_t y) const;
-    // Null for a channel that is not written.
-    MBVTable* table(std::size_t channel) const { return tables_[channel].get(); }
-    std::size_t size() const { return tables_.size(); }
-
-  private:
-    const std::vector<ExrChannel>& channels_;
-    std::vector<std::unique_ptr<MBVTable>> tables_;
-};
-
-// Makes `to` a region of the pixels of `box`, which lies in the box of `from`, with its values. Both are of
-// the same channels.
-void copyPixels(const ChannelRegion& from, const Rect& box, ChannelRegion& to);
 
 // Puts rectangles of a frame together from the tags of a raw image.
 class PixelLoader {
@@ -86,7 +57,9 @@ class PixelLoader {
     std::size_t usefulThreads(const Job& job) const;
     bool overlap(const Job& job) const;
     void work(Job& job, PixelDecoder& decoder, Progress* progress);
-    const char* place(const INFOTAG& tag, ChannelRegion& region, PixelDecoder& decoder);
+    const char* place(const INFOTAG& tag, const Rect& box, ChannelRegion& region, PixelDecoder& decoder);
+    void noteLoss(const INFOTAG& tag, const char* cause);
+    void restore(const Job& job, std::size_t lost, PixelDecoder& decoder);
 
     std::vector<std::unique_ptr<PixelDecoder>> decoders_;  // one for each thread
     std::map<std::int32_t, std::size_t> byIndex_;          // written channels by their index in the raw image

@@ -91,12 +91,19 @@ std::string RawInput::whyNot() const {
     return sound ? "" : ": " + state_.cause;
 }
 
+// A render that has only begun has nothing wrong with it.
+ExitCode RawInput::codeOfLack() const {
+    return state_.verdict == MUtils::VerifyVerdict::kDamaged ? ExitCode::kDamaged : ExitCode::kIncomplete;
+}
+
 void RawInput::take(PStream& file, const INFOTAG& tag, PMemStream& records) {
     if (isPixelTag(tag.id)) pixels_.push_back(tag);
-    if (!isRecord(tag.id)) return;
+    if (!isRecord(tag.id)) {
+        if (!isPixelTag(tag.id) && tag.id != TAG_INFO_TAGS) otherTags_.insert(tag.id);
+        return;
+    }
     if (tag.id != TAG_CHANNEL_INFO && tag.payloadBytes() > MUtils::kMaxSummaryText) {
-        report(path_, std::string("this ") + tagName(tag.id) + " is too long to go along",
-               static_cast<std::int64_t>(tag.offset));
+        longTexts_.push_back(tag);
         return;
     }
     std::vector<unsigned char> bytes(tag.size);
@@ -111,15 +118,72 @@ PixelDecoder::PixelDecoder(const RawInput& input) {
     header = input.header();
 }
 
+namespace {
+
+constexpr const char* kCutShort = "the compressed values are cut short";
+constexpr const char* kNotInflatable = "the values do not decompress";
+constexpr const char* kOtherLength = "the values decompress to another length";
+
+// A payload that is read and inflated piece by piece.
+class LargePayload final : public MUtils::InflateFlow {
+  public:
+    LargePayload(PStream& stream, std::int64_t size, PixelRooms& rooms)
+        : stream_(stream), left_(size), rooms_(rooms) {}
+
+    Input nextInput() override {
+        const auto size = static_cast<int>(std::min<std::int64_t>(left_, sizeof piece_));
+        left_ -= size;
+        int got = 0;
+        whole_ = whole_ && stream_.Read(piece_, size, got) == 0 && got == size;
+        return {piece_, whole_ ? static_cast<std::size_t>(size) : 0};
+    }
+    Room nextRoom() override { return rooms_.next(); }
+    bool whole() const { return whole_; }
+
+  private:
+    PStream& stream_;
+    std::int64_t left_;
+    PixelRooms& rooms_;
+    bool whole_ = true;
+    unsigned char piece_[1 << 16];
+};
+
+}  // namespace
+
+const char* PixelDecoder::decode(const INFOTAG& tag, PixelRooms& rooms) {
+    if (stream->Seek(static_cast<long>(tag.offset) + kTagHeaderBytes) != 0) return "cannot be read";
+    const std::int64_t expected =
+        std::int64_t{tag.p4} * tag.p5 * std::int64_t{findPixelKind(tag.id)->valueSize};
+    if ((header.flags & RIF_COMPRESSED) == 0) {
+        if (tag.payloadBytes() < expected) return "the values cannot be read";
+        for (PixelRooms::Room room = rooms.next(); room.size > 0; room = rooms.next()) {
+            int got = 0;
+            const auto size = static_cast<int>(room.size);
+            if (stream->Read(room.data, size, got) != 0 || got != size) return "the values cannot be read";
+        }
+        return nullptr;
+    }
+    // Nothing is written to for values that cannot be there.
+    if (static_cast<std::size_t>(expected) >
+        MUtils::inflateLimit(static_cast<std::size_t>(tag.payloadBytes())))
+        return kOtherLength;
+    LargePayload payload(*stream, tag.payloadBytes(), rooms);
+    std::size_t inflated = 0;
+    const int code = largeInflater_.uncompress(payload, inflated);
+    if (!payload.whole()) return kCutShort;
+    if (code != 0) return kNotInflatable;
+    return inflated == static_cast<std::size_t>(expected) ? nullptr : kOtherLength;
+}
+
 const char* PixelDecoder::decode(const INFOTAG& tag, const std::function<void(const MBVTable&)>& consume) {
     if (stream->Seek(static_cast<long>(tag.offset) + kTagHeaderBytes) != 0) return "cannot be read";
     consume_ = &consume;
     RIF_TAG copy = tag;
     switch (ParseTag(copy, this)) {
         case 0: return nullptr;
-        case -13: return "the compressed values are cut short";
-        case -14: return "the values do not decompress";
-        case -15: return "the values decompress to another length";
+        case -13: return kCutShort;
+        case -14: return kNotInflatable;
+        case -15: return kOtherLength;
         default: return "the values cannot be read";
     }
 }

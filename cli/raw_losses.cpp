@@ -71,34 +71,40 @@ MUtils::MissingBoxes missingOf(const RawInput& input, const std::vector<ExrChann
     return result;
 }
 
-void tellFaults(const RawInput& input, const std::vector<Fault>& faults) {
+void tellFaults(const RawInput& input, const std::vector<Fault>& faults, ConvertLog& log) {
     for (std::size_t i = 0; i < std::min(faults.size(), kMostFaults); ++i)
-        report(input.path(), faults[i].text, faults[i].offset);
+        log.lose({"damage", input.path(), faults[i].text, {}, {}, faults[i].offset});
     const std::int64_t more = static_cast<std::int64_t>(faults.size()) -
                               static_cast<std::int64_t>(std::min(faults.size(), kMostFaults)) +
                               input.state().furtherFaults;
-    if (more > 0) report(input.path(), std::to_string(more) + " more faults; rimg verify lists them");
+    if (more > 0) {
+        log.lose({"damage",
+                  input.path(),
+                  std::to_string(more) + " more faults; rimg verify lists them",
+                  {},
+                  more});
+    }
 }
 
-void tellMissing(const MUtils::MissingBoxes& missing, const std::string& output) {
+void tellMissing(const MUtils::MissingBoxes& missing, const std::string& output, ConvertLog& log) {
     std::string text = "these pixels are missing in some channel, and are 0:";
     for (std::size_t i = 0; i < std::min(missing.boxes.size(), kMostBoxes); ++i)
         text += ' ' + boxText(missing.boxes[i]);
     if (missing.boxes.size() > kMostBoxes || missing.truncated) text += " and more; rimg missing lists them";
-    report(output, text);
+    log.lose({"missing", output, text});
 }
 
 }  // namespace
 
 ExitCode tellLosses(const RawInput& input, const std::vector<ExrChannel>& channels,
-                    const std::vector<PixelLoader::Loss>& lost, const std::string& output) {
+                    const std::vector<PixelLoader::Loss>& lost, const std::string& output, ConvertLog& log) {
     const std::vector<Fault> faults = faultsOf(input, lost);
-    tellFaults(input, faults);
+    tellFaults(input, faults, log);
     const bool unfinished = input.state().verdict == MUtils::VerifyVerdict::kUnfinished;
-    if (unfinished) report(input.path(), input.state().cause);
+    if (unfinished) log.remark(input.path(), input.state().cause);
     const MUtils::MissingBoxes missing = missingOf(input, channels);
     const bool lacksPixels = !missing.boxes.empty() || missing.truncated;
-    if (lacksPixels) tellMissing(missing, output);
+    if (lacksPixels) tellMissing(missing, output, log);
     if (!faults.empty()) return ExitCode::kDamaged;
     return unfinished || lacksPixels ? ExitCode::kIncomplete : ExitCode::kGood;
 }

@@ -11,6 +11,8 @@ namespace rimg {
 namespace {
 
 constexpr std::int64_t kDefaultTile = 64;
+// A tile is in memory several times while it is compressed.
+constexpr std::int64_t kMaxTilePixels = 1 << 20;
 // Of each the library and the writer keep some bytes from the start.
 constexpr std::int64_t kMaxTiles = 1 << 22;
 
@@ -23,7 +25,7 @@ std::int64_t ceilDivide(std::int64_t a, std::int64_t b) {
 TileLayout::TileLayout(const RawInput& input, bool tiled) {
     const MUtils::FileSummary& records = input.records();
     if (!records.resolution || records.resolution->width < 1 || records.resolution->height < 1)
-        throw Failure(ExitCode::kDamaged, input.path(), "has no resolution" + input.whyNot());
+        throw Failure(input.codeOfLack(), input.path(), "has no resolution" + input.whyNot());
     window_ = {0, 0, records.resolution->width, records.resolution->height};
     if (tiled && records.region && records.region->kind != -1) {
         const RIRegionInfo& r = *records.region;
@@ -35,7 +37,10 @@ TileLayout::TileLayout(const RawInput& input, bool tiled) {
             report(input.path(), "the render region has no pixels; the whole frame is the data window");
         }
     }
-    const bool announced = records.buckets && records.buckets->width > 0 && records.buckets->height > 0;
+    const bool announced = records.buckets && records.buckets->width > 0 && records.buckets->height > 0 &&
+                           std::min<std::int64_t>(records.buckets->width, window_.width()) *
+                                   std::min<std::int64_t>(records.buckets->height, window_.height()) <=
+                               kMaxTilePixels;
     tileWidth_ = std::min<std::int64_t>(announced ? records.buckets->width : kDefaultTile, window_.width());
     tileHeight_ =
         std::min<std::int64_t>(announced ? records.buckets->height : kDefaultTile, window_.height());

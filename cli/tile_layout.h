@@ -20,8 +20,9 @@ struct TileBand {
 class TileLayout {
   public:
     // For `tiled` files the window is the render region, where one is set, and the tiles are as large as the
-    // announced buckets, 64 x 64 where none are, and no larger than the window. For others the window is the
-    // frame. Throws Failure: kDamaged for a file without a frame, kFailure when there are too many tiles.
+    // announced buckets, 64 x 64 where none are or they have more than 2^20 pixels, and no larger than the
+    // window. For others the window is the frame. Throws Failure: RawInput::codeOfLack() for a file without a
+    // frame, kFailure when there are too many tiles.
     TileLayout(const RawInput& input, bool tiled);
 
     // Within the range of an int, its ends too.

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "cli/exr_channels.h"
+#include "cli/frame_layout.h"
+#include "rawimage/records.h"
+#include "support/mbvtable.h"
+
+namespace rimg {
+
+// Values in one piece that are 0 until they are written, and take no memory until then: a frame of which
+// little is there costs little.
+class ZeroedTable final : public MBVTable {
+  public:
+    explicit ZeroedTable(int valueSize) : MBVTable(valueSize, 0) {}
+    ~ZeroedTable();
+    ZeroedTable(const ZeroedTable&) = delete;
+    ZeroedTable& operator=(const ZeroedTable&) = delete;
+
+    // Becomes a table of `values` values, which are undefined; of at most 2^31 - 1 bytes. Throws
+    // std::bad_alloc.
+    void setSize(int values);
+    // All values become 0.
+    void clear();
+
+  private:
+    void unmap();
+
+    unsigned char* pages_ = nullptr;
+    std::size_t bytes_ = 0;
+};
+
+// A region of some channels with memory of its own. It has an entry for each channel; those that are not
+// written have no data.
+class ChannelRegion final : public MRRegionData {
+  public:
+    // No pixels yet. `channels` must live longer.
+    explicit ChannelRegion(const std::vector<ExrChannel>& channels);
+
+    // The memory that so many pixels take, in bytes.
+    static double bytesNeeded(const std::vector<ExrChannel>& channels, std::int64_t pixels);
+
+    // Becomes a region of the pixels of `box`, with undefined values, each channel's in one piece. No channel
+    // may need more than 2^31 - 1 bytes. Memory is kept from box to box.
+    void setBox(const Rect& box);
+    Rect box() const { return {x0, y0, x1, y1}; }
+    // All values become 0.
+    void clear();
+
+    // The memory of a written channel's value at (x, y); its row goes on behind it.
+    unsigned char* at(std::size_t channel, std::int64_t x, std::int64_t y) const;
+    // Null for a channel that is not written.
+    MBVTable* table(std::size_t channel) const { return tables_[channel].get(); }
+    std::size_t size() const { return tables_.size(); }
+
+  private:
+    const std::vector<ExrChannel>& channels_;
+    std::vector<std::unique_ptr<ZeroedTable>> tables_;
+};
+
+// Makes `to` a region of the pixels of `box`, which lies in the box of `from`, with its values. Both are of
+// the same channels.
+void copyPixels(const ChannelRegion& from, const Rect& box, ChannelRegion& to);
+
+}  // namespace rimg

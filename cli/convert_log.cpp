@@ -1,0 +1,80 @@
+#include "cli/convert_log.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+namespace rimg {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr std::size_t kMostTold = 10;
+
+Json jsonOf(const ConvertLoss& loss) {
+    return {{"kind", loss.kind},
+            {"file", loss.file},
+            {"text", loss.text},
+            {"names", loss.names},
+            {"count", loss.count ? Json(*loss.count) : Json()},
+            {"offset", loss.offset != Failure::kNoOffset ? Json(loss.offset) : Json()}};
+}
+
+}  // namespace
+
+void ConvertLog::lose(ConvertLoss loss) {
+    report(loss.file, loss.text, loss.offset);
+    losses_.push_back(std::move(loss));
+}
+
+void ConvertLog::lose(const std::string& kind, const std::string& file, const std::vector<std::string>& texts,
+                      const std::string& more) {
+    for (std::size_t i = 0; i < texts.size(); ++i) {
+        if (i < kMostTold) report(file, texts[i]);
+        losses_.push_back({kind, file, texts[i], {}, {}});
+    }
+    if (texts.size() > kMostTold) report(file, std::to_string(texts.size() - kMostTold) + ' ' + more);
+}
+
+void ConvertLog::remark(const std::string& file, const std::string& text) {
+    report(file, text);
+    remarks_.push_back(text);
+}
+
+void ConvertLog::refuseLosses() const {
+    if (!options_.strict || losses_.empty()) return;
+    const std::string what = losses_.size() == 1 ? "this loss" : "these losses";
+    throw Failure(ExitCode::kMismatch, options_.input,
+                  "--strict does not allow " + what + "; nothing was written");
+}
+
+void ConvertLog::print(ExitCode code, const Failure* failure) const {
+    Json json{{"input", options_.input},
+              {"output", options_.output},
+              {"to", to_ != nullptr ? Json(to_) : Json()},
+              {"exitCode", static_cast<int>(code)},
+              {"fault", nullptr},
+              {"frame", nullptr},
+              {"origin", nullptr},
+              {"window", nullptr},
+              {"channels", channels_},
+              {"regions", regions_},
+              {"losses", Json::array()},
+              {"remarks", remarks_}};
+    if (failure != nullptr) json["fault"] = {{"file", failure->file()}, {"cause", failure->what()}};
+    if (frame_) json["frame"] = {{"width", frame_->width()}, {"height", frame_->height()}};
+    if (origin_) json["origin"] = {{"x", origin_->x0}, {"y", origin_->y0}};
+    if (window_) {
+        json["window"] = {{"x", window_->x0},
+                          {"y", window_->y0},
+                          {"width", window_->width()},
+                          {"height", window_->height()}};
+    }
+    for (const ConvertLoss& loss : losses_)
+        json["losses"].push_back(jsonOf(loss));
+    std::printf("%s\n", json.dump(-1, ' ', true, Json::error_handler_t::replace).c_str());
+}
+
+}  // namespace rimg
