@@ -75,6 +75,32 @@ TEST(ToExr, WhatIsLostIsToldAndTheRestConverted) {
     }
 }
 
+// A large tag goes straight to its place. What an earlier one has put there is back when it turns out
+// damaged.
+TEST(ToExr, ALargeTagThatIsDamagedSpoilsNothing) {
+    const TempFolder folder;
+    RawFrame frame;
+    frame.width = frame.height = 400;
+    frame.channels = {{2, 126, "color"}};
+    frame.boxes = {{0, 0, 400, 300, 100}, {50, 0, 350, 400, 200}};
+    frame.write(folder / "raw.rimg");
+    std::string bytes = readFile(folder / "raw.rimg");
+    std::uint64_t table = 0;
+    std::memcpy(&table, &bytes[12], 8);
+    bytes[table - 1] = static_cast<char>(bytes[table - 1] ^ 1);  // the checksum of the last tag
+    writeFile(folder / "raw.rimg", bytes);
+    for (const char* kind : kKinds) {
+        EXPECT_EQ(convert({folder / "raw.rimg", folder / "out.exr", "--kind", kind}).status, 4);
+        Planes planes = planesOf(folder / "out.exr");
+        int wrong = 0;
+        for (int y = 0; y < 400; ++y) {
+            for (int x = 0; x < 400; ++x)
+                wrong += floatAt(planes.at("G"), x, y) != (y < 300 ? valueAt(100, 0, 1, x, y) : 0.0f);
+        }
+        EXPECT_EQ(wrong, 0) << kind;
+    }
+}
+
 TEST(ToExr, FailuresLeaveNothingBehind) {
     const TempFolder folder, work;
     const std::string raw = folder / "raw.rimg", exr = folder / "in.exr", out = work / "out.exr";
