@@ -7,6 +7,7 @@ Usage: check_docs.py ROOT
 - Every table of fields, which begins "| `STRUCT`, of `HEADER` | |", has exactly the fields of that structure, in its
   order.
 - Every link to a file of the project, and to a heading of it, leads somewhere.
+- Every test that a page names, as in `Suite.Name`, is one of tests/.
 
 Prints one line for each breach and exits with 1 if there is one.
 """
@@ -20,6 +21,8 @@ BLOCK = re.compile(r"^```cpp\n(.*?)^```$", re.M | re.S)
 FIELDS = re.compile(r"^\| `(\w+)`, of `([\w/.]+)` \| \|\n\|[-|]+\|\n((?:\|.*\n)+)", re.M)
 LINK = re.compile(r"\]\(([^)\s]+)\)")
 HEADING = re.compile(r"^#+ (.*)$", re.M)
+NAMED_TEST = re.compile(r"`([A-Z]\w*\.[A-Z]\w*)`")
+TEST = re.compile(r"^TEST(?:_F|_P)?\(\s*(\w+),\s*(\w+)\s*\)", re.M)
 # A member of a structure that is written as the house style has it: type, name, perhaps a value.
 MEMBER = re.compile(r"^    [\w:<>, ()*]+[ *](\w+)(?: = .*|\{.*\})?;")
 
@@ -75,6 +78,12 @@ def check_links(path, page):
             yield f"{path.name}: {target} leads to no heading"
 
 
+def check_tests(name, page, tests):
+    for test in dict.fromkeys(NAMED_TEST.findall(page)):
+        if test not in tests:
+            yield f"{name}: there is no test {test}"
+
+
 def main():
     if len(sys.argv) != 2:
         sys.exit(__doc__)
@@ -84,6 +93,8 @@ def main():
         for path in sorted((root / "examples").rglob("*"))
         if path.suffix in {".h", ".cpp"}
     ]
+    sources = (root / "tests").rglob("*.cpp")
+    tests = {".".join(test) for path in sources for test in TEST.findall(path.read_text())}
     pages = [root / "README.md", *sorted((root / "docs").glob("*.md"))]
     breaches = []
     for path in pages:
@@ -91,6 +102,7 @@ def main():
         breaches += check_blocks(path.name, page, examples)
         breaches += check_fields(path.name, page, root)
         breaches += check_links(path, page)
+        breaches += check_tests(path.name, page, tests)
     print("\n".join(breaches) or f"{len(pages)} pages show what is there")
     sys.exit(1 if breaches else 0)
 
