@@ -11,7 +11,6 @@
 #include <string>
 
 #include "cli/convert_log.h"
-#include "cli/files.h"
 #include "cli/report.h"
 #include "cli/size_option.h"
 #include "cli/verbs.h"
@@ -76,10 +75,6 @@ void checkWanted(Format input, Format to, const ConvertOptions& options) {
 // Refuses what cannot be meant, and answers the input's format.
 Format checkedFormat(const CLI::App& verb, Format to, const ConvertOptions& options) {
     const Format format = formatOf(options.input);
-    for (const std::string& input : {options.input, options.attributesFrom}) {
-        if (sameFile(input, options.output))
-            throw Failure(ExitCode::kUsage, options.output, "input and output are the same file");
-    }
     if (format == Format::kOther)
         throw Failure(ExitCode::kUnreadable, options.input, "neither an OpenEXR file nor a raw image");
     checkWanted(format, to, options);
@@ -99,7 +94,6 @@ ExitCode convertTelling(const CLI::App& verb, Format to, const ConvertOptions& o
     } catch (const Failure& failure) {
         if (options.json && failure.code() != ExitCode::kUsage) {
             log.print(failure.code(), &failure);
-            std::fflush(stdout);
         }
         throw;
     }

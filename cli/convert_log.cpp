@@ -1,15 +1,13 @@
 #include "cli/convert_log.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <nlohmann/json.hpp>
 #include <utility>
+
+#include "cli/json_output.h"
 
 namespace rimg {
 
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 constexpr std::size_t kMostTold = 10;
 
@@ -55,7 +53,7 @@ void ConvertLog::print(ExitCode code, const Failure* failure) const {
               {"output", options_.output},
               {"to", to_ != nullptr ? Json(to_) : Json()},
               {"exitCode", static_cast<int>(code)},
-              {"fault", nullptr},
+              {"fault", faultOf(failure)},
               {"frame", nullptr},
               {"origin", nullptr},
               {"window", nullptr},
@@ -63,7 +61,6 @@ void ConvertLog::print(ExitCode code, const Failure* failure) const {
               {"regions", regions_},
               {"losses", Json::array()},
               {"remarks", remarks_}};
-    if (failure != nullptr) json["fault"] = {{"file", failure->file()}, {"cause", failure->what()}};
     if (frame_) json["frame"] = {{"width", frame_->width()}, {"height", frame_->height()}};
     if (origin_) json["origin"] = {{"x", origin_->x0}, {"y", origin_->y0}};
     if (window_) {
@@ -74,7 +71,7 @@ void ConvertLog::print(ExitCode code, const Failure* failure) const {
     }
     for (const ConvertLoss& loss : losses_)
         json["losses"].push_back(jsonOf(loss));
-    std::printf("%s\n", json.dump(-1, ' ', true, Json::error_handler_t::replace).c_str());
+    printJson(json);
 }
 
 }  // namespace rimg

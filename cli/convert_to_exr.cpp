@@ -83,7 +83,9 @@ class ToExr {
         tellWhatChanges();
         log_.refuseLosses();
         Imf::setGlobalThreadCount(threadsOf(options_));
-        ExrOutput output(options_.output, options_.kind);
+        std::vector<std::string> inputs{options_.input};
+        if (!options_.attributesFrom.empty()) inputs.push_back(options_.attributesFrom);
+        ExrOutput output(options_.output, options_.kind, inputs);
         writeHead(output);
         {
             Progress progress("converting", static_cast<std::int64_t>(tags_.size()));

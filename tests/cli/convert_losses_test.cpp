@@ -236,30 +236,6 @@ TEST(ConvertJson, SaysWhatWasDone) {
     EXPECT_THAT(failed.at("fault").at("cause").get<std::string>(), HasSubstr("No such file"));
 }
 
-// The manual's example, and every key of it in the manual's table.
-TEST(ConvertJson, IsAsTheManualHasIt) {
-    const TempFolder folder;
-    RawFrame frame;
-    frame.channels = {{2, 126, "color"}, {4, 0, "id"}};
-    frame.boxes = {{0, 0, 16, 24}};
-    frame.write(folder / "left.rimg");
-    const ProgramResult result = runProgram(
-        "/bin/sh",
-        {"-c", "cd '" + folder / "" + "' && exec '" RIMG_PROGRAM "' convert --json left.rimg left.exr"});
-    EXPECT_EQ(result.status, 3);
-    const std::string text = readFile(CONVERT_MANUAL);
-    const std::size_t command = text.find("`rimg convert --json left.rimg left.exr`");
-    ASSERT_NE(command, std::string::npos);
-    const std::size_t begin = text.find("```json", command) + 7;
-    const auto json = nlohmann::json::parse(result.out);
-    EXPECT_EQ(json, nlohmann::json::parse(text.substr(begin, text.find("```", begin) - begin)));
-    const std::string table = text.substr(text.rfind("### JSON", command), command);
-    for (const auto& [key, value] : json.items())
-        EXPECT_THAT(table, HasSubstr('`' + key + '`'));
-    for (const auto& [key, value] : json.at("losses").at(0).items())
-        EXPECT_THAT(table, HasSubstr("`losses[]." + key + '`'));
-}
-
 TEST(ConvertFormat, GoesByTheNameOrByTo) {
     const TempFolder folder;
     const std::string exr = folder / "in.exr", raw = folder / "in.rimg";

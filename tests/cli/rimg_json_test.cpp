@@ -27,6 +27,10 @@ struct VerbObjects {
 
 // A verb joins with one line.
 const VerbObjects kVerbs[] = {
+    {"convert",
+     "convert --json left.rimg left.exr",
+     {"convert --json sample.rimg sample.exr", "convert --json text.txt text.exr",
+      "convert --json none none.exr"}},
     {"info",
      "info --json --tags small.rimg",
      {"info --json --tags sample.rimg", "info --json left.rimg unfinished.rimg", "info --json damaged.rimg",
