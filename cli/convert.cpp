@@ -11,6 +11,7 @@
 #include <string>
 
 #include "cli/convert_log.h"
+#include "cli/output_file.h"
 #include "cli/report.h"
 #include "cli/size_option.h"
 #include "cli/verbs.h"
@@ -75,6 +76,7 @@ void checkWanted(Format input, Format to, const ConvertOptions& options) {
 // Refuses what cannot be meant, and answers the input's format.
 Format checkedFormat(const CLI::App& verb, Format to, const ConvertOptions& options) {
     const Format format = formatOf(options.input);
+    OutputFile::refuseInputs(options.output, {options.input, options.attributesFrom});
     if (format == Format::kOther)
         throw Failure(ExitCode::kUnreadable, options.input, "neither an OpenEXR file nor a raw image");
     checkWanted(format, to, options);

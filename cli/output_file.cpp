@@ -58,7 +58,7 @@ std::string besidePath(const std::string& path, const std::string& ending) {
 OutputFile::OutputFile(std::string name, Kind kind, const std::vector<std::string>& inputs)
     : name_(std::move(name)), target_(name_) {
     standardOutput_ = kind == Kind::kStream && (name_ == "-" || name_ == "/dev/stdout");
-    refuseInputs(inputs);
+    refuseInputs(name_, inputs);
     if (standardOutput_) return;
     try {
         if (lookAtTarget(kind)) makePart();
@@ -91,14 +91,15 @@ void OutputFile::fail(int code) const {
     throw outputFailure(name_, code);
 }
 
-void OutputFile::refuseInputs(const std::vector<std::string>& inputs) const {
-    const std::string output = standardOutput_ ? "/dev/stdout" : name_;
+void OutputFile::refuseInputs(const std::string& name, const std::vector<std::string>& inputs) {
+    const std::string output = name == "-" ? "/dev/stdout" : name;
     struct stat status {};
     // A terminal or /dev/null is no file that could be lost.
     if (::stat(output.c_str(), &status) != 0 || S_ISCHR(status.st_mode)) return;
     for (const std::string& input : inputs) {
         if (sameFile(input, output))
-            throw Failure(ExitCode::kUsage, name(), "input and output are the same file");
+            throw Failure(ExitCode::kUsage, name == "-" ? "standard output" : name,
+                          "input and output are the same file");
     }
 }
 

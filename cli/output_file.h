@@ -28,6 +28,10 @@ class OutputFile {
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
+    // Throws Failure when `name` is one of `inputs`, as the constructor does; for a verb that has other
+    // questions to ask before it makes its output.
+    static void refuseInputs(const std::string& name, const std::vector<std::string>& inputs);
+
     // As messages call the output.
     std::string name() const;
     bool isStandardOutput() const { return standardOutput_; }
@@ -42,7 +46,6 @@ class OutputFile {
     void commit();
 
   private:
-    void refuseInputs(const std::vector<std::string>& inputs) const;
     // True when a file is to be made beside OUT.
     bool lookAtTarget(Kind kind);
     bool lookAtFile(dev_t device, ino_t inode);
