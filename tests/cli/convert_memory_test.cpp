@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <zlib.h>
 
 #include <cstring>
@@ -7,6 +6,7 @@
 #include "tests/cli/to_exr_fixture.h"
 #include "tests/testing/bytes.h"
 #include "tests/testing/exr_sample.h"
+#include "tests/testing/run_program.h"
 #include "tests/testing/sanitized.h"
 
 // What conversions take of memory: 1.2 times the values that are needed, and nothing for what a file only
@@ -18,31 +18,6 @@ using namespace testing_tools;
 
 constexpr double kMebibyte = 1 << 20;
 constexpr double kProgram = 48 * kMebibyte;  // without any pixels, and room for other machines
-
-struct Cost {
-    int status = 0;
-    double bytes = 0;
-};
-
-// A child's peak counts what this process had when it was started.
-Cost costOf(std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), {RIMG_PROGRAM, "convert"});
-    std::vector<char*> argv;
-    for (std::string& argument : arguments)
-        argv.push_back(argument.data());
-    argv.push_back(nullptr);
-    const pid_t child = ::fork();
-    if (child == 0) {
-        const int quiet = ::open("/dev/null", O_WRONLY);
-        ::dup2(quiet, STDERR_FILENO);
-        ::execv(RIMG_PROGRAM, argv.data());
-        ::_exit(127);
-    }
-    int status = 0;
-    rusage usage{};
-    ::wait4(child, &status, 0, &usage);
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, static_cast<double>(usage.ru_maxrss) * 1024};
-}
 
 // A stream of so many zeros.
 std::string deflated(std::int64_t zeros) {
@@ -91,10 +66,11 @@ TEST(ConvertMemory, ToExrIsThatOfTheFrameAndNothingWhereThereIsNone) {
         writeFile(folder / "raw.rimg", frameOf(kEdge, there));
         for (const char* kind : kKinds) {
             SCOPED_TRACE(std::string(kind) + (there ? "" : ", nothing there"));
-            const Cost cost = costOf({folder / "raw.rimg", folder / "out.exr", "--kind", kind,
+            const ProgramCost cost =
+                costOf(RIMG_PROGRAM, {"convert", folder / "raw.rimg", folder / "out.exr", "--kind", kind,
                                       "--compression", "rle", "--threads", "2"});
             EXPECT_EQ(cost.status, 3);
-            EXPECT_LT(cost.bytes, (there ? 1.2 * kValues : 0) + kProgram);
+            EXPECT_LT(static_cast<double>(cost.bytes), (there ? 1.2 * kValues : 0) + kProgram);
         }
     }
     // Of a bucket that is mostly outside only what is inside counts.
@@ -103,9 +79,9 @@ TEST(ConvertMemory, ToExrIsThatOfTheFrameAndNothingWhereThereIsNone) {
     std::memcpy(&bytes[40], &small, 4);
     std::memcpy(&bytes[44], &small, 4);
     writeFile(folder / "raw.rimg", bytes);
-    const Cost cost = costOf({folder / "raw.rimg", folder / "out.exr"});
+    const ProgramCost cost = costOf(RIMG_PROGRAM, {"convert", folder / "raw.rimg", folder / "out.exr"});
     EXPECT_EQ(cost.status, 3);
-    EXPECT_LT(cost.bytes, kProgram);
+    EXPECT_LT(static_cast<double>(cost.bytes), kProgram);
 }
 
 // Uncompressed pixels that are not there would be whatever lies in memory.
@@ -134,10 +110,10 @@ TEST(ConvertMemory, FromExrIsNothingForPixelsThatAFileCannotHold) {
         const std::uint64_t offset = bytes.size();
         std::memcpy(&bytes[bytes.size() - 8], &offset, 8);
         writeFile(in, bytes + std::string(chunk.begin(), chunk.end()));
-        const Cost cost = costOf({in, out});
+        const ProgramCost cost = costOf(RIMG_PROGRAM, {"convert", in, out});
         EXPECT_EQ(cost.status, 4);
         if (!kSanitized) {
-            EXPECT_LT(cost.bytes, kProgram);
+            EXPECT_LT(static_cast<double>(cost.bytes), kProgram);
         }
         EXPECT_EQ(parseRaw(out)["setImageData"].size(), 0u);
     }

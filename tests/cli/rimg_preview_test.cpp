@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <zlib.h>
 
 #include <cstring>
@@ -306,23 +305,6 @@ void writeOneTag(const std::string& path, int type, int width, int height, bool 
     out.write(reinterpret_cast<const char*>(&size), 4);
 }
 
-// The peak of a run's memory. By fork, as the peak of a spawned process begins with that of its parent.
-long peakMegabytes(std::vector<std::string> arguments, int& status) {
-    std::vector<char*> argv;
-    for (std::string& argument : arguments)
-        argv.push_back(argument.data());
-    argv.push_back(nullptr);
-    const pid_t child = ::fork();
-    if (child == 0) {
-        ::close(STDERR_FILENO);
-        ::execv(argv[0], argv.data());
-        ::_exit(127);
-    }
-    rusage usage{};
-    ::wait4(child, &status, 0, &usage);
-    return usage.ru_maxrss / 1024;
-}
-
 // The values of one tag are in memory once, whatever their type, their compression and their shape.
 TEST_F(RimgPreview, NeedsLittleMoreMemoryThanTheValuesOfATag) {
     constexpr int kSide = 4800;
@@ -339,9 +321,9 @@ TEST_F(RimgPreview, NeedsLittleMoreMemoryThanTheValuesOfATag) {
     };
     for (const auto& c : cases) {
         writeOneTag(file_, c.type, c.width, c.height, c.noise);
-        int status = 0;
-        const long peak = peakMegabytes({RIMG_PROGRAM, "preview", file_, "-o", output_}, status);
-        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 3) << c.what << ' ' << status;
+        const ProgramCost cost = costOf(RIMG_PROGRAM, {"preview", file_, "-o", output_});
+        const std::int64_t peak = cost.bytes >> 20;
+        EXPECT_EQ(cost.status, 3) << c.what;
         const long raw = long{c.width} * c.height * findChannelKind(c.type)->valueSize >> 20;
         constexpr long kProgram = 24;
         EXPECT_TRUE(kSanitized || peak <= raw * 6 / 5 + kProgram) << c.what << ": " << peak << " for " << raw;

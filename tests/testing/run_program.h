@@ -2,10 +2,12 @@
 
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -82,6 +84,31 @@ inline ProgramResult runProgram(const std::string& program, const std::vector<st
     int status = 0;
     ::waitpid(pid, &status, 0);
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), readFile(out), readFile(err)};
+}
+
+struct ProgramCost {
+    int status = 0;          // the exit code, -1 when a signal ended the program
+    std::int64_t bytes = 0;  // the most memory that it had at a time
+};
+
+// Runs `program` for its cost, without what it prints on standard error. By fork, as the peak of a spawned
+// process begins with that of its parent; what this process has when it is called counts all the same.
+inline ProgramCost costOf(const std::string& program, std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), program);
+    std::vector<char*> argv;
+    for (std::string& argument : arguments)
+        argv.push_back(argument.data());
+    argv.push_back(nullptr);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::dup2(::open("/dev/null", O_WRONLY), STDERR_FILENO);
+        ::execv(argv[0], argv.data());
+        ::_exit(127);
+    }
+    int status = 0;
+    rusage usage{};
+    ::wait4(child, &status, 0, &usage);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, std::int64_t{usage.ru_maxrss} * 1024};
 }
 
 }  // namespace testing_tools
