@@ -5,6 +5,7 @@
 #include <climits>
 #include <cstring>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "rawimage/tools/note.h"
@@ -54,8 +55,9 @@ class Replacement {
 
     int write(const Payload& note) {
         for (const std::int64_t place : places_) {
-            old_.emplace_back(kNoteBytes);
-            if (const int code = readAt(file_, place, old_.back()); code != 0) return code;
+            Payload old(kNoteBytes);
+            if (const int code = readAt(file_, place, old); code != 0) return code;
+            old_.push_back(std::move(old));
             if (const int code = writeAt(file_, place, note); code != 0) return code;
         }
         return file_.Sync();

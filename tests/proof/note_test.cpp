@@ -110,7 +110,16 @@ TEST_P(SetNote, OnAFailingDisk) {
         return stream;
     };
     ErrorCode error;
-    const std::vector<unsigned char> after = run(Call::kOpen, 1, Fault::kErrorFull, false, error)->bytes();
+    const auto sound = run(Call::kOpen, 1, Fault::kErrorFull, false, error);
+    const std::vector<unsigned char> after = sound->bytes();
+    const auto calls = [log = sound->log()](Call call) {
+        const char* names[] = {"open", "close", "read", "write", "seek", "skip", "truncate", "sync"};
+        const std::string name = names[static_cast<int>(call)];
+        int count = 0;
+        for (std::size_t at = log.find(name); at != std::string::npos; at = log.find(name, at + 1))
+            ++count;
+        return count;
+    };
     ASSERT_TRUE(error.empty());
     int asItWas = 0, unfinished = 0;
     for (const Call call : {Call::kRead, Call::kWrite, Call::kSeek, Call::kTruncate, Call::kSync}) {
@@ -119,18 +128,21 @@ TEST_P(SetNote, OnAFailingDisk) {
             const bool moves = call == Call::kRead || call == Call::kWrite;
             if (!moves && fault != Fault::kErrorNothing) continue;
             for (const bool forEver : {false, true}) {
-                for (int nth = 1;; ++nth) {
+                for (int nth = 1; nth <= calls(call); ++nth) {
                     const auto stream = run(call, nth, fault, forEver, error);
                     const std::vector<unsigned char> bytes = stream->bytes();
                     SCOPED_TRACE(testing::Message() << static_cast<int>(call) << ' ' << nth << ", fault "
                                                     << static_cast<int>(fault) << ' ' << forEver);
                     if (error.empty()) {
-                        ASSERT_EQ(difference(bytes, after), "");
-                        break;
+                        // A tag that cannot be read is damage elsewhere, and keeps its note.
+                        EXPECT_TRUE(call == Call::kRead || call == Call::kSeek || bytes == after);
+                        EXPECT_TRUE(frameOf(bytes) == frame_);
+                        continue;
                     }
                     asItWas += bytes == before_;
                     unfinished += bytes != before_;
-                    EXPECT_EQ(difference(bytes, forEver && call != Call::kSync ? bytes : before_), "");
+                    const bool mendable = !forEver || call == Call::kSync || call == Call::kRead;
+                    EXPECT_EQ(difference(bytes, mendable ? before_ : bytes), "");
                     EXPECT_TRUE(frameOf(bytes) == frame_);
                     EXPECT_TRUE(isFinishedOrUnfinished(judge(bytes)));
                     ASSERT_FALSE(HasFailure());
