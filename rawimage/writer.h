@@ -116,7 +116,7 @@ class RIFile : public RIFileBase {
     // place the next tag takes, or of an unfinished file the last tag where that is certainly one that its
     // writer did not finish; in every other case the next tag goes to the end. Codes: 0; -1 no stream; -2 not
     // such a file; -3 scan stopped early; -4 a payload could not be skipped; -5 the offset leads to no table,
-    // or, after Append, to one behind which the file goes on; else the stream's code.
+    // or, after Append, to one behind which there may be tags; else the stream's code.
     int ReadInfoTags(int* channelMask);
     int NumTags();
     // Null when there is no such entry. Valid until the list changes.

@@ -142,7 +142,8 @@ int RIFile::dropTable(const RIF_TAG& table, long offset) {
     std::int64_t end = 0;
     if (const int code = findEnd(*stream, offset, end); code != 0) return code;
     // An offset that is damaged may lead into a payload, or to a table that is not the last one.
-    if (!isTableAtEnd(*stream, table, offset, end)) return -5;
+    const bool compressed = (header.flags & RIF_COMPRESSED) != 0;
+    if (!isTableAtEnd(*stream, table, offset, end, compressed)) return -5;
     bool cut = false;
     if (const int code = cutAt(offset, cut); code != 0 || !cut) return code;
     const unsigned char noTable[8] = {};

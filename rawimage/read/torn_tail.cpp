@@ -112,16 +112,22 @@ bool beginsAHeader(PStream& stream, std::int64_t offset, std::int64_t end) {
     return false;
 }
 
-bool isZero(PStream& stream, std::int64_t offset, std::int64_t end) {
+// Whether a tag begins anywhere between the two places: one that its parameters confirm, or right at
+// `offset`, where a walk comes to, any of a known id. What cannot be read may be one.
+bool mayHoldATag(PStream& stream, std::int64_t offset, std::int64_t end, bool compressed) {
     unsigned char bytes[kChunk];
-    if (stream.Seek(static_cast<long>(offset)) != 0) return false;
-    while (offset < end) {
+    bool first = true;
+    for (; end - offset >= kTagHeaderBytes; first = false) {
         const auto size = static_cast<int>(std::min<std::int64_t>(kChunk, end - offset));
-        if (!readExactly(stream, bytes, size)) return false;
-        if (!std::all_of(bytes, bytes + size, [](unsigned char byte) { return byte == 0; })) return false;
-        offset += size;
+        if (stream.Seek(static_cast<long>(offset)) != 0 || !readExactly(stream, bytes, size)) return true;
+        const int places = size - kTagHeaderBytes + 1;
+        for (int i = 0; i < places; ++i) {
+            if (!isKnown(MUtils::loadU32(bytes + i))) continue;
+            if ((first && i == 0) || sizeFits(decodeTag(bytes + i), compressed)) return true;
+        }
+        offset += places;
     }
-    return true;
+    return false;
 }
 
 }  // namespace
@@ -154,11 +160,12 @@ bool endsInTornTag(PStream& stream, const INFOTAG* tags, int count, std::int64_t
     }
 }
 
-bool isTableAtEnd(PStream& stream, const RIF_TAG& table, std::int64_t offset, std::int64_t end) {
+bool isTableAtEnd(PStream& stream, const RIF_TAG& table, std::int64_t offset, std::int64_t end,
+                  bool compressed) {
     const std::int64_t rest = end - offset;
-    const std::int64_t size = table.size;
     const std::int64_t byEntries = kTagHeaderBytes + std::int64_t{std::max(table.p1, 0)} * kInfoTagBytes;
-    if (rest == byEntries || rest == size) return true;
-    if (size != byEntries) return false;
-    return rest < size + kTagHeaderBytes || isZero(stream, offset + size, end);
+    const std::int64_t bySize = std::max<std::int64_t>(table.size, kTagHeaderBytes);
+    if (rest == byEntries || rest == bySize) return true;
+    // Entries look like tags: where the counts differ, those behind the smaller one keep the file whole.
+    return !mayHoldATag(stream, offset + std::min(byEntries, bySize), end, compressed);
 }

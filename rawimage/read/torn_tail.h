@@ -18,7 +18,7 @@ int findEnd(PStream& stream, std::int64_t from, std::int64_t& end);
 // is the beginning of its payload. A size that is damaged leads astray, and sound tags may lie beneath.
 bool endsInTornTag(PStream& stream, const INFOTAG* tags, int count, std::int64_t end, bool compressed);
 
-// Whether a table that the file header leads to is the last thing in the file, so that nothing else goes when
-// the file is cut at `offset`: by its own two counts, by either and the end of the file, or but for bytes
-// that cannot hold a tag.
-bool isTableAtEnd(PStream& stream, const RIF_TAG& table, std::int64_t offset, std::int64_t end);
+// Whether no tag goes when the file is cut at `offset`, where a table stands that the file header leads to:
+// by either of its own two counts it is the last thing in the file, or what is behind it holds no tag.
+bool isTableAtEnd(PStream& stream, const RIF_TAG& table, std::int64_t offset, std::int64_t end,
+                  bool compressed);

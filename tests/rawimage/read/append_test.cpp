@@ -221,9 +221,14 @@ TEST(Append, CutsNothingThatIsNotTheTable) {
         {"an entry that is cut off", with(table(1, 1).zeros(30)), 0},
         {"a damaged size", with(table(1, 0)), 0},
         {"a damaged count", with(table(0, 1)), 0},
-        {"both, and more than either", with(table(1, 2).zeros(200)), -5},
+        {"both, and more than either", with(table(1, 2).zeros(200)), 0},
+        {"a tag behind them", with(table(2, 3).zeros(144).raw(&inner[32], 40).zeros(60)), -5},
+        {"text behind it", with(Bytes(none).text(std::string(20000, 'x'))), 0},
+        {"numbers behind it",
+         with(Bytes(none).zeros(41).i32s({256, 256, 256, 256, 256, 256, 256, 256}).zeros(9)), 0},
         {"a tag behind it", with(Bytes(none).raw(&inner[32], 40)), -5},
-        {"bytes that may hold tags", with(Bytes(none).zeros(500).text("x")), -5},
+        {"one with a damaged size", with(Bytes(none).i32s({TAG_STAMP, 1000, 5}).zeros(33)), -5},
+        {"a tag behind that", with(Bytes(none).text(std::string(16350, 'x')).raw(&inner[32], 40)), -5},
         {"a table inside a blob", holding(innerTable, size).raw(none.data(), 40), -5},
     };
     for (const auto& c : cases) {
