@@ -140,7 +140,8 @@ int findEnd(PStream& stream, std::int64_t from, std::int64_t& end) {
     int code = stream.Seek(static_cast<long>(from));
     for (int got = kChunk; code == 0 && got == kChunk; end += got)
         code = stream.Read(bytes, kChunk, got);
-    return code;
+    // Some streams answer an error at their end.
+    return code != 0 && stream.IsEOF() ? 0 : code;
 }
 
 bool endsInTornTag(PStream& stream, const INFOTAG* tags, int count, std::int64_t end, bool compressed) {

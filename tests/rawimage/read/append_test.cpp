@@ -284,6 +284,28 @@ TEST(Append, KeepsTheOffsetOfATableThatIsThere) {
     EXPECT_EQ(difference(own->bytes(), sample.bytes), "");
 }
 
+// A stream that does not know its length and answers an error where it ends.
+TEST(Append, FindsTheEndOfAnyStream) {
+    struct ErrorAtEnd : FaultStream {
+        using FaultStream::FaultStream;
+        int Read(void* data, int size, int& got) override {
+            const int code = FaultStream::Read(data, size, got);
+            return code == 0 && got < size ? kError : code;
+        }
+    };
+    for (const bool closed : {true, false}) {
+        const Sample sample = makeSample({closed});
+        ErrorAtEnd stream(sample.bytes);
+        stream.hideLength();
+        RIFile file;
+        EXPECT_TRUE(file.Append(nullptr, &stream).empty());
+        EXPECT_EQ(file.ReadInfoTags(nullptr), 0);
+        const auto end = closed ? sample.offsets.back() : static_cast<std::int64_t>(sample.bytes.size());
+        EXPECT_EQ(stream.Tell(), end);
+        EXPECT_TRUE(file.WTNote("note").empty() && file.Close().empty());
+    }
+}
+
 TEST(Append, CutsTheOldTableOff) {
     const Sample sample = makeSample();
     for (const bool create : {true, false}) {
