@@ -161,8 +161,8 @@ class PList {
 
     // Moves the entries to an array of `capacity` entries; never below the present count.
     void Realloc(int capacity) {
-        capacity_ = std::max(capacity, count_);
-        store(capacity_);
+        store(std::max(capacity, count_));
+        capacity_ = stored_;
     }
 
     // Forgets the last entry; there is one.

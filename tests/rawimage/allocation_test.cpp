@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <climits>
 #include <cstdlib>
 #include <new>
 
@@ -114,6 +115,19 @@ TEST(Allocations, DoNotGrowWithTheBuckets) {
         EXPECT_EQ(many.parsing, few.parsing);
         EXPECT_EQ(many.listing, few.listing);
     }
+}
+
+// A list that could not grow goes on with the room that it has.
+TEST(Allocations, ThatFailLeaveAListAsItWas) {
+    struct Large {
+        unsigned char bytes[1 << 20];
+    };
+    PList<Large> list(2);
+    EXPECT_THROW(list.Realloc(INT_MAX), std::bad_alloc);
+    EXPECT_EQ(list.Capacity(), 0);
+    list.Append({});
+    EXPECT_EQ(list.Count(), 1);
+    EXPECT_EQ(list.Capacity(), 2);
 }
 #else
 TEST(Allocations, DoNotGrowWithTheBuckets) {
