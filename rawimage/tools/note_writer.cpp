@@ -48,6 +48,35 @@ int setTableOffset(PStream& stream, std::int64_t offset) {
     return writeAt(stream, kTableOffsetPosition, bytes);
 }
 
+// Remembers why it could not be read, which a scan takes for damage.
+class WatchedReads final : public PStream {
+  public:
+    explicit WatchedReads(PStream& file) : file_(file) {}
+
+    int code() const { return code_; }
+
+    int Open() override { return file_.Open(); }
+    int Close() override { return file_.Close(); }
+    bool IsOpen() const override { return file_.IsOpen(); }
+    int Read(void* data, int size, int& got) override { return watched(file_.Read(data, size, got)); }
+    int Write(const void* data, int size, int& got) override { return file_.Write(data, size, got); }
+    int Seek(long position) override { return watched(file_.Seek(position)); }
+    int Skip(long distance) override { return watched(file_.Skip(distance)); }
+    std::int64_t Tell() override { return file_.Tell(); }
+    bool IsEOF() override { return file_.IsEOF(); }
+    int Truncate() override { return file_.Truncate(); }
+    std::int64_t Length() override { return file_.Length(); }
+
+  private:
+    int watched(int code) {
+        if (code_ == 0) code_ = code;
+        return code;
+    }
+
+    PStream& file_;
+    int code_ = 0;
+};
+
 // Writes over notes where they are.
 class Replacement {
   public:
@@ -199,7 +228,11 @@ ErrorCode setNote(PStream& file, PStream& mending, const char* note) {
     TagScanOptions options;
     options.pixels = false;
     options.threads = 1;
-    if (!scanTags(file, options, scan) || scan.header.magic != RIF_MAGIC)
+    WatchedReads watched(file);
+    const bool scanned = scanTags(watched, options, scan);
+    if (const int code = watched.code(); code != 0)
+        return ErrorCode(kName, code, "Error reading: %s", std::generic_category().message(code).c_str());
+    if (!scanned || scan.header.magic != RIF_MAGIC)
         return ErrorCode(kName, kNoteFileNotThisFormat, "Not a raw image file.");
     std::vector<std::int64_t> notes = notesIn(scan);
     if (!notes.empty()) {
