@@ -13,6 +13,14 @@
 
 #include "exr/output_stream.h"
 
+namespace {
+
+std::string nameOf(const MUtils::RegionChannel& channel) {
+    return {channel.name, strnlen(channel.name, sizeof channel.name)};
+}
+
+}  // namespace
+
 ExrTiledFileData::~ExrTiledFileData() {
     (void)ExrTiledFileData::close();
 }
@@ -105,7 +113,7 @@ ErrorCode ExrTiledFileData::writeRegion(MUtils::MRRegionData* region) {
 ErrorCode ExrTiledFileData::checkChannelsOf(const MUtils::MRRegionData& region) const {
     for (int i = 0; i < region.channels.Count(); ++i) {
         const MUtils::RegionChannel& channel = region.channels[i];
-        const int type = isGiven(channel) ? announcedType(channel) : RCT_NONE;
+        const int type = isGiven(channel) ? wantedType(channel, region) : RCT_NONE;
         if (type == RCT_NONE) continue;
         if (ErrorCode error = checkValues(channel, i, type, region.width, region.height); !error.empty())
             return error;
@@ -113,17 +121,29 @@ ErrorCode ExrTiledFileData::checkChannelsOf(const MUtils::MRRegionData& region) 
     return {};
 }
 
-// By name, as the region's names make the EXR channels. The channel's own type when one of several channels
-// of that name has it; RCT_NONE for a channel that was not announced.
-int ExrTiledFileData::announcedType(const MUtils::RegionChannel& channel) const {
-    const std::string name(channel.name, strnlen(channel.name, sizeof channel.name));
-    int type = RCT_NONE;
+// What a channel of the region must be: of its own type when it was announced so, or when EXR channels of the
+// file come of it all the same, as names do not decide for the main channels; else what was announced by its
+// name, unless another channel of the region is that one. RCT_NONE when the file takes nothing from it.
+int ExrTiledFileData::wantedType(const MUtils::RegionChannel& channel,
+                                 const MUtils::MRRegionData& region) const {
+    const std::string name = nameOf(channel);
+    int missing = RCT_NONE;
     for (const Announced& announced : announced_) {
         if (name != announced.name.c_str()) continue;
-        type = announced.type;
-        if (type == channel.type) break;
+        if (announced.type == channel.type) return channel.type;
+        const bool given = std::any_of(
+            region.channels.begin(), region.channels.end(), [&](const MUtils::RegionChannel& other) {
+                return other.type == announced.type && isGiven(other) && nameOf(other) == name;
+            });
+        if (!given) missing = announced.type;
     }
-    return type;
+    if (missing != RCT_NONE) return missing;
+    const auto* rule = findExrChannelRule(channel.type, channel.alias, severalDepthChannels != 0);
+    const Imf::ChannelList& list = file->header().channels();
+    for (const MUtils::CharString& made : exrChannelNames(*rule, name.c_str(), EmptyBase::kDotAndLabel)) {
+        if (!made.empty() && list.findChannel(made.c_str()) != nullptr) return channel.type;
+    }
+    return RCT_NONE;
 }
 
 void ExrTiledFileData::setupFrameBuffer(Imf::FrameBuffer& frameBuffer, MUtils::MRRegionData& region) {
@@ -141,7 +161,7 @@ void ExrTiledFileData::setupFrameBuffer(Imf::FrameBuffer& frameBuffer, MUtils::M
             halveValues(*data, rule, count);
             halved.push_back(data);
         }
-        const std::string name(channel.name, strnlen(channel.name, sizeof channel.name));
+        const std::string name = nameOf(channel);
         // Of the last row what lies in the box.
         const std::int64_t used =
             std::int64_t{region.width} * (region.y1 - region.y0 - 1) + region.x1 - region.x0;

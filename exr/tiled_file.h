@@ -34,7 +34,7 @@ class ExrTiledFileData : public ExrFileDataBase {
   private:
     Imath::Box2i takeDataWindow();
     ErrorCode checkChannelsOf(const MUtils::MRRegionData& region) const;
-    int announcedType(const MUtils::RegionChannel& channel) const;
+    int wantedType(const MUtils::RegionChannel& channel, const MUtils::MRRegionData& region) const;
     void halveValues(MBVTable& data, const ExrChannelRule& rule, int count);
     const unsigned char* contiguousValues(const MBVTable& data, int channel, int count);
 

@@ -1,3 +1,5 @@
+#include <gmock/gmock.h>
+
 #include <limits>
 
 #include "tests/exr/exr_fixture.h"
@@ -73,6 +75,29 @@ TEST(ExrTiles, TakeTheirBoxFromLongerRows) {
             EXPECT_EQ(errorOf(part, "B", 0, 2) + errorOf(part, "motion.Y", 2, 1), 0.0);
             EXPECT_EQ(errorOf(part, "id", 1, 0), 0.0);
         }
+    }
+}
+
+// The main channels have no name in the file, and two channels may have one.
+TEST(ExrTiles, KnowTheirChannelsByWhatComesOfThem) {
+    const struct {
+        Chans announced, given;
+        const char* error;
+    } cases[] = {
+        {{{2, "color", 126}}, {{2, "rgb", 126, 0, Values::kTooFew}}, "channel 0 (rgb) has 255 values"},
+        {{{2, "color", 126}}, {{2, "other", 0, 0, Values::kTooFew}}, ""},
+        {{{1, "z", 117}}, {{1, "depth", 117, 0, Values::kWrongSize}}, "channel 0 (depth) has values of 3"},
+        {{{1, "c"}, {2, "c"}}, {{2, "c"}, {1, "c"}}, ""},
+        {{{1, "c"}, {2, "c"}}, {{2, "c"}}, ""},
+        {{{1, "c"}, {2, "c", 0, 2}}, {{1, "c"}, {2, "c"}}, ""},
+        {{{1, "c"}, {2, "c"}}, {{2, "c"}, {3, "c"}}, "channel 1 (c) is of type 3, announced was 1"},
+    };
+    for (const auto& c : cases) {
+        const TempFile file;
+        Writer writer(1, file.path, 16, 16, c.announced);
+        const std::string error = text(writer.write(Region(c.given, 0, 0, 16, 16)));
+        EXPECT_THAT(error, testing::HasSubstr(c.error));
+        EXPECT_EQ(error.empty(), *c.error == 0) << error;
     }
 }
 
