@@ -22,8 +22,10 @@ namespace {
 
 constexpr int kMostLinks = 40;  // as the kernel
 constexpr int kMostNames = 1000;
-constexpr mode_t kPermissions = 07777;
+// Without those to run as the owner or the group: what they were given to is not there any more.
+constexpr mode_t kPermissions = 0777;
 constexpr mode_t kOwnerReadWrite = 0600;
+constexpr uid_t kSame = static_cast<uid_t>(-1);
 
 // With the slash at its end; empty for the current one.
 std::string folderOf(const std::string& path) {
@@ -51,6 +53,15 @@ std::string besidePath(const std::string& path, const std::string& ending) {
     std::string name = path.substr(folder.size());
     name.resize(std::min(name.size(), room - std::min(ending.size(), room)));
     return folder + name + ending;
+}
+
+// 0, or why the file is not on the disk.
+int synced(int file) {
+    int code = 0;
+    do {
+        code = ::fsync(file) != 0 ? errno : 0;
+    } while (code == EINTR);
+    return code == EINVAL ? 0 : code;  // something that has no disk
 }
 
 }  // namespace
@@ -151,7 +162,7 @@ void OutputFile::lockTarget() {
 
 void OutputFile::makePart() {
     const std::string ending = ".part-" + std::to_string(::getpid());
-    const mode_t asked = older_ >= 0 ? (mode_ & 0777) : 0666;
+    const mode_t asked = older_ >= 0 ? mode_ : 0666;
     const SignalsHeld held;
     for (int i = 0; i < kMostNames; ++i) {
         const std::string part = besidePath(target_, i == 0 ? ending : ending + '-' + std::to_string(i));
@@ -178,30 +189,30 @@ void OutputFile::checkStop() const {
     throw Failure(ExitCode::kStopped, name(), inPart ? "stopped; nothing was written" : "stopped");
 }
 
-// What the system refuses here is no loss of data.
-void OutputFile::giveOwner() const {
+// What the system refuses here is no loss of data. Of the owner's and the group's the group's may be allowed
+// alone. Never over a link that has come in the file's place.
+void OutputFile::giveOwner(int file) const {
     struct stat status {};
-    if (::stat(part_.c_str(), &status) != 0) return;
-    const bool other = older_ >= 0 && (status.st_uid != owner_ || status.st_gid != group_);
-    if (other) std::ignore = ::chown(part_.c_str(), owner_, group_);
-    ::chmod(part_.c_str(), mode_);
+    if (::fstat(file, &status) != 0) return;
+    if (older_ >= 0 && status.st_gid != group_) std::ignore = ::fchown(file, kSame, group_);
+    if (older_ >= 0 && status.st_uid != owner_) std::ignore = ::fchown(file, owner_, kSame);
+    ::fchmod(file, mode_);
+}
+
+void OutputFile::finishPart() const {
+    const int file = ::open(part_.c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW);
+    if (file < 0) fail(errno);
+    giveOwner(file);
+    // Disks that fill up late, over a network say, show it now.
+    const int code = synced(file);
+    ::close(file);
+    if (code != 0) fail(code);
 }
 
 void OutputFile::commit() {
-    if (!part_.empty()) {
-        // Disks that fill up late, over a network say, show it now.
-        const int file = ::open(part_.c_str(), O_WRONLY | O_CLOEXEC);
-        if (file < 0) fail(errno);
-        int code = 0;
-        do {
-            code = ::fsync(file) != 0 ? errno : 0;
-        } while (code == EINTR);
-        ::close(file);
-        if (code != 0 && code != EINVAL) fail(code);
-    }
+    if (!part_.empty()) finishPart();
     checkStop();
     if (part_.empty()) return;
-    giveOwner();
     if (std::rename(part_.c_str(), target_.c_str()) != 0) fail(errno);
     part_.clear();
     removeWhenKilled("");

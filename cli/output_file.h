@@ -51,7 +51,9 @@ class OutputFile {
     bool lookAtFile(dev_t device, ino_t inode);
     void lockTarget();
     void makePart();
-    void giveOwner() const;
+    void giveOwner(int file) const;
+    // Gives the file its permissions and brings it to the disk.
+    void finishPart() const;
     [[noreturn]] void fail(int code) const;
 
     const std::string name_;

@@ -46,6 +46,10 @@ TEST_P(Output, ReplacesAnOlderOneAndKeepsItsPermissions) {
         ::chmod((folder_ / "old").c_str(), 0600);
         EXPECT_TRUE(readFile(folder_ / "old") == readFile(folder_ / "fresh"));
     }
+    // What may run as its owner, or its group, is not what was there.
+    ::chmod((folder_ / "old").c_str(), 06755);
+    EXPECT_EQ(run("old").status, 0);
+    EXPECT_EQ(modeOf(folder_ / "old"), 0755u);
     // A name of the longest length, and one that another process had before.
     const std::string longest(255, 'n');
     EXPECT_EQ(run(longest).status, 0);
@@ -55,6 +59,32 @@ TEST_P(Output, ReplacesAnOlderOneAndKeepsItsPermissions) {
     const std::set<std::string> names = files();
     EXPECT_EQ(names.size(), 5u);
     EXPECT_EQ(readFile(folder_ / *names.rbegin()), "other\n") << *names.rbegin();
+}
+
+TEST_P(Output, KeepsTheGroupWhereTheOwnerMayNotBeKept) {
+    constexpr uid_t kOther = 12345, kUser = 12346;
+    constexpr gid_t kGroup = 12347;
+    if (::geteuid() != 0) GTEST_SKIP() << "only root gives files away";
+    const std::string old = folder_ / "old";
+    writeFile(old, "older");
+    ::chmod(old.c_str(), 0664);
+    ASSERT_EQ(::chown(old.c_str(), kOther, kGroup), 0);
+    struct stat status {};
+    EXPECT_EQ(run("old").status, 0);
+    ::stat(old.c_str(), &status);
+    EXPECT_EQ(status.st_uid, kOther);
+    // Members of the group may write the file and its folder, and give it to the group only.
+    ASSERT_EQ(::chown((folder_ / "").c_str(), 0, kGroup), 0);
+    ::chmod((folder_ / "").c_str(), 0770);
+    ::chmod((inputs() / "").c_str(), 0755);
+    const std::string asUser = "exec() { builtin exec setpriv --reuid " + std::to_string(kUser) +
+                               " --regid " + std::to_string(kUser) + " --groups " + std::to_string(kGroup) +
+                               " --inh-caps=-all \"$@\"; }; ";
+    EXPECT_EQ(run("old", asUser).status, 0);
+    ::stat(old.c_str(), &status);
+    EXPECT_EQ(status.st_uid, kUser);
+    EXPECT_EQ(status.st_gid, kGroup);
+    EXPECT_EQ(modeOf(old), 0664u);
 }
 
 TEST_P(Output, FollowsLinks) {
