@@ -81,6 +81,7 @@ OutputFile::OutputFile(std::string name, Kind kind, const std::vector<std::strin
 
 OutputFile::~OutputFile() {
     if (!part_.empty()) {
+        const SignalsHeld held;
         std::remove(part_.c_str());
         removeWhenKilled("");
     }
@@ -213,6 +214,8 @@ void OutputFile::commit() {
     if (!part_.empty()) finishPart();
     checkStop();
     if (part_.empty()) return;
+    // Once it has its new name, the old one may be another process's.
+    const SignalsHeld held;
     if (std::rename(part_.c_str(), target_.c_str()) != 0) fail(errno);
     part_.clear();
     removeWhenKilled("");
