@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 
 namespace rimg {
 
@@ -13,6 +14,19 @@ OptionCheck wholeNumber(int least, int most) {
         if (read.ec == std::errc() && read.ptr == end && value >= least && value <= most) return "";
         return "a whole number from " + std::to_string(least) + " to " + std::to_string(most) + ", not \"" +
                text + '"';
+    };
+}
+
+OptionCheck numberWithin(int most) {
+    return [most](const std::string& text) -> std::string {
+        double value = 0;
+        const char* begin = text.data() + (text.substr(0, 1) == "+" ? 1 : 0);
+        const char* end = text.data() + text.size();
+        const auto read = std::from_chars(begin, end, value);
+        // False for what is no number.
+        if (read.ec == std::errc() && read.ptr == end && std::fabs(value) <= most) return "";
+        return "a number from -" + std::to_string(most) + " to " + std::to_string(most) + ", not \"" + text +
+               '"';
     };
 }
 

@@ -12,6 +12,8 @@ using OptionCheck = std::function<std::string(const std::string&)>;
 constexpr int kMostThreads = 1024;
 
 OptionCheck wholeNumber(int least, int most);
+// A number from -`most` to `most`; "nan" is none.
+OptionCheck numberWithin(int most);
 OptionCheck oneOf(std::vector<std::string> names);
 
 }  // namespace rimg

@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include "cli/option_checks.h"
 #include "cli/png_file.h"
 #include "cli/report.h"
 #include "cli/size_option.h"
@@ -177,8 +178,8 @@ void addPreviewVerb(CLI::App& app, ExitCode& result) {
         ->check(checkView)
         ->type_name("id|colour|vector|depth");
     verb->add_option("--exposure", options->request.exposure,
-                     "Brightens colours and luminance by this many stops")
-        ->check(CLI::Range(-100.0, 100.0));
+                     "Brightens colours and luminance by this many stops (-100 to 100)")
+        ->check(numberWithin(100));
     verb->add_option("--background", options->background, "What shows where there are no pixels, RRGGBB")
         ->check(checkColour)
         ->capture_default_str();

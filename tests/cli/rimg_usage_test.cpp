@@ -86,7 +86,9 @@ TEST_F(RimgUsage, NamesTheSlipAndWhatWouldBeRight) {
         {"convert a.rimg ''", {"convert: OUT: an empty name is no file"}},
         {"preview a.rimg", {"preview: needs -o,--output: "}},
         {"preview a.rimg -o new.png --size 3", {"preview: --size: ", "WIDTHxHEIGHT", "3"}},
-        {"preview a.rimg -o new.png --exposure abc", {"preview: --exposure: ", "abc"}},
+        {"preview a.rimg -o new.png --exposure abc", {"preview: --exposure: a number from -100 to 100, not"}},
+        {"preview a.rimg -o new.png --exposure nan", {"preview: --exposure: ", "not \"nan\""}},
+        {"preview a.rimg -o new.png --exposure=-1e3", {"preview: --exposure: ", "not \"-1e3\""}},
         {"preview a.rimg -o new.png -o new2.png", {"preview: --output is given 2 times"}},
     };
     const auto before = content();
