@@ -41,7 +41,7 @@ void ZeroedTable::clear() {
     if (pages_ != nullptr && ::madvise(pages_, bytes_, MADV_DONTNEED) != 0) std::memset(pages_, 0, bytes_);
 }
 
-ChannelRegion::ChannelRegion(const std::vector<ExrChannel>& list) : channels_(list) {
+ChannelRegion::ChannelRegion(const std::vector<ExrChannel>& list) {
     for (const ExrChannel& channel : list) {
         RegionChannel entry;
         entry.type = channel.type;

@@ -38,8 +38,8 @@ class ZeroedTable final : public MBVTable {
 // written have no data.
 class ChannelRegion final : public MRRegionData {
   public:
-    // No pixels yet. `channels` must live longer.
-    explicit ChannelRegion(const std::vector<ExrChannel>& channels);
+    // No pixels yet.
+    explicit ChannelRegion(const std::vector<ExrChannel>& list);
 
     // The memory that so many pixels take, in bytes.
     static double bytesNeeded(const std::vector<ExrChannel>& channels, std::int64_t pixels);
@@ -58,7 +58,6 @@ class ChannelRegion final : public MRRegionData {
     std::size_t size() const { return tables_.size(); }
 
   private:
-    const std::vector<ExrChannel>& channels_;
     std::vector<std::unique_ptr<ZeroedTable>> tables_;
 };
 
