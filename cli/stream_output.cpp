@@ -1,6 +1,7 @@
 #include "cli/stream_output.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -56,6 +57,13 @@ bool StreamOutput::write(const void* data, std::size_t size) {
     while (size > 0 && code_ == 0 && !stopRequested()) {
         const ssize_t n = ::write(descriptor_, bytes, std::min(size, kMostAtOnce));
         if (n < 0 && errno == EINTR) continue;
+        if (n < 0 && errno == EAGAIN) {
+            // A pipe that whoever started the program does not wait for.
+            constexpr int kPauseMilliseconds = 100;
+            pollfd ready{descriptor_, POLLOUT, 0};
+            ::poll(&ready, 1, kPauseMilliseconds);
+            continue;
+        }
         if (n <= 0) {
             code_ = n < 0 ? errno : ENOSPC;
             break;

@@ -239,6 +239,29 @@ TEST_P(OutputStream, StopsWaitingForTheReaderOfAPipe) {
     EXPECT_TRUE(fs::is_fifo(folder_ / "pipe"));
 }
 
+TEST_P(OutputStream, WaitsForAFullPipeThatDoesNotWait) {
+    int pipe[2];
+    ASSERT_EQ(::pipe(pipe), 0);
+    ::fcntl(pipe[1], F_SETFL, O_WRONLY | O_NONBLOCK);
+    std::size_t before = 0;
+    while (::write(pipe[1], "x", 1) == 1)
+        ++before;
+    std::string piped;
+    const std::string standardOutput = "exec >&" + std::to_string(pipe[1]) + "; ";
+    const ProgramResult result = runCommand(GetParam().command, "-", standardOutput, [&](pid_t program) {
+        ::close(pipe[1]);
+        for (int i = 0; i < 20000 && !catchesStops(program); ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        char bytes[4096];
+        for (ssize_t n = 0; (n = ::read(pipe[0], bytes, sizeof bytes)) > 0;)
+            piped.append(bytes, static_cast<std::size_t>(n));
+    });
+    ::close(pipe[0]);
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_TRUE(piped.substr(before) == run("-").out);
+}
+
 std::vector<OutputVerb> streamVerbs() {
     std::vector<OutputVerb> verbs;
     std::copy_if(std::begin(kOutputVerbs), std::end(kOutputVerbs), std::back_inserter(verbs),
