@@ -11,7 +11,7 @@ enum class ExitCode : int {
     kIncomplete = 3,  // an input was never finished; what is in it was used
     kDamaged = 4,     // part of an input is lost
     kUnreadable = 5,  // an input cannot be opened or is of another format, or a file has another writer
-    kMismatch = 6,    // the inputs do not fit together
+    kMismatch = 6,    // the inputs do not fit together, or a conversion would lose what it must not
     kStopped = 75     // stopped by a signal; there is no output, and what was there is as it was
 };
 
