@@ -125,12 +125,13 @@ Imath::Box2i ExrFileDataBase::placed(const Imath::Box2i& box) const {
 
 void ExrFileDataBase::editHeader(int part) {
     if (headerEditor == nullptr) return;
-    Imf::Header& edited = header[static_cast<std::size_t>(part)];
-    const Imath::Box2i display = edited.displayWindow();
-    const Imath::Box2i data = edited.dataWindow();
+    // A copy, as the editor may throw half-way.
+    Imf::Header& original = header[static_cast<std::size_t>(part)];
+    Imf::Header edited = original;
     headerEditor->edit(edited, part);
-    edited.displayWindow() = display;
-    edited.dataWindow() = data;
+    edited.displayWindow() = original.displayWindow();
+    edited.dataWindow() = original.dataWindow();
+    original = edited;
 }
 
 ErrorCode ExrFileDataBase::openFile(const char* operation,
