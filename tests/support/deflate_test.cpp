@@ -81,7 +81,7 @@ void expectAsZlib(Inflater& inflater, const Buffer& stream, std::size_t room) {
         ASSERT_EQ(oursSize, plainSize);
         ASSERT_TRUE(plain == ours);
     }
-    for (const std::size_t piece : {1, 7, 100000}) {
+    for (const std::size_t piece : {1u, 7u, 100000u}) {
         Buffer joined(room + 1);
         Pieces pieces(stream, joined, room, piece);
         std::size_t size = 0;
