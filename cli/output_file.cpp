@@ -64,6 +64,16 @@ int synced(int file) {
     return code == EINVAL ? 0 : code;  // something that has no disk
 }
 
+// So that the new name outlives a power cut. Some file systems do not sync folders; there is no other way
+// then.
+void syncFolder(const std::string& path) {
+    const std::string folder = path.substr(0, path.rfind('/') + 1);
+    const int descriptor = ::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor < 0) return;
+    ::fsync(descriptor);
+    ::close(descriptor);
+}
+
 }  // namespace
 
 OutputFile::OutputFile(std::string name, Kind kind, const std::vector<std::string>& inputs)
@@ -219,6 +229,7 @@ void OutputFile::commit() {
     if (std::rename(part_.c_str(), target_.c_str()) != 0) fail(errno);
     part_.clear();
     removeWhenKilled("");
+    syncFolder(target_);
 }
 
 }  // namespace rimg
