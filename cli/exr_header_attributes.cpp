@@ -127,21 +127,19 @@ void AttributesFromFile::edit(Imf::Header& header, int part) {
     const auto sameName = [&header](const Imf::Header& source) {
         return source.hasName() && header.hasName() && source.name() == header.name();
     };
-    for (auto source = sources_.begin(); part == 0 && source != sources_.end(); ++source)
-        copy(*source, header, false);
     for (const Imf::Header& source : sources_) {
-        if (sameName(source)) copy(source, header, true);
+        if (sameName(source)) copy(source, header);
     }
+    for (auto source = sources_.begin(); part == 0 && source != sources_.end(); ++source)
+        copy(*source, header);
 }
 
-void AttributesFromFile::copy(const Imf::Header& from, Imf::Header& to, bool over) const {
+// What is there stays: the library does not release an attribute that is erased.
+void AttributesFromFile::copy(const Imf::Header& from, Imf::Header& to) const {
     for (auto i = from.begin(); i != from.end(); ++i) {
         const std::string name = i.name();
         if (isStructural(name) || standsForTag(name) || taken_.count(name) > 0) continue;
-        const bool there = to.find(name) != to.end();
-        if (there && !over) continue;
-        if (there) to.erase(name);
-        to.insert(name, i.attribute());
+        if (to.find(name) == to.end()) to.insert(name, i.attribute());
     }
 }
 

@@ -33,7 +33,7 @@ class AttributesFromFile final : public ExrHeaderEditor {
     void edit(Imf::Header& header, int part) override;
 
   private:
-    void copy(const Imf::Header& from, Imf::Header& to, bool over) const;
+    void copy(const Imf::Header& from, Imf::Header& to) const;
 
     std::vector<Imf::Header> sources_;
     std::set<std::string> taken_;
