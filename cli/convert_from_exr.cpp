@@ -17,8 +17,8 @@
 #include "cli/progress.h"
 #include "cli/raw_output.h"
 #include "cli/report.h"
+#include "rawimage/area/coverage.h"
 #include "rawimage/format.h"
-#include "rawimage/tools/coverage.h"
 
 namespace rimg {
 

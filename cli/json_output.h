@@ -3,7 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "cli/report.h"
-#include "rawimage/tools/missing_boxes.h"
+#include "rawimage/area/missing_boxes.h"
 
 namespace rimg {
 

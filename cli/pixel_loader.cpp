@@ -10,7 +10,7 @@
 
 #include "cli/interrupt.h"
 #include "cli/report.h"
-#include "rawimage/tools/coverage.h"
+#include "rawimage/area/coverage.h"
 
 namespace rimg {
 

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "cli/exit_codes.h"
-#include "rawimage/tools/accepting_callback.h"
+#include "rawimage/read/accepting_callback.h"
 #include "rawimage/tools/summary.h"
 #include "rawimage/tools/verify.h"
 #include "rawimage/writer.h"

@@ -21,7 +21,9 @@ LIBRARY = {
     "support": ["support"],
     "rawimage": ["rawimage", "support"],
     "rawimage/read": ["rawimage/read", "rawimage", "support"],
-    "rawimage/tools": ["rawimage/tools", "rawimage/read " + PUBLIC, "rawimage", "support"],
+    "rawimage/area": ["rawimage/area", "rawimage", "support"],
+    "rawimage/inspect": ["rawimage/inspect", "rawimage/area", "rawimage/read " + PUBLIC, "rawimage", "support"],
+    "rawimage/tools": ["rawimage/tools", "rawimage/inspect", "rawimage/area", "rawimage/read " + PUBLIC, "rawimage", "support"],
     "exr": ["exr", "rawimage/records.h", "rawimage/output_file.h", "support"],
 }
 PROGRAMS = {

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "rawimage/tools/accepting_callback.h"
+#include "rawimage/read/accepting_callback.h"
 #include "rawimage/tools/picture.h"
 #include "rawimage/tools/preview.h"
 #include "support/rd_preview.h"

@@ -4,7 +4,7 @@
 #include <iterator>
 #include <utility>
 
-#include "rawimage/tools/tag_check.h"
+#include "rawimage/inspect/tag_check.h"
 
 namespace MUtils {
 

@@ -4,7 +4,7 @@
 #include <deque>
 #include <vector>
 
-#include "rawimage/tools/coverage.h"
+#include "rawimage/area/coverage.h"
 #include "rawimage/tools/summary.h"
 
 namespace MUtils {

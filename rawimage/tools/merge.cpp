@@ -7,11 +7,11 @@
 #include <set>
 #include <system_error>
 
-#include "rawimage/tools/channel_cover.h"
-#include "rawimage/tools/frame_facts.h"
-#include "rawimage/tools/tag_check.h"
+#include "rawimage/inspect/channel_cover.h"
+#include "rawimage/inspect/frame_facts.h"
+#include "rawimage/inspect/tag_check.h"
+#include "rawimage/inspect/tag_scan.h"
 #include "rawimage/tools/tag_copier.h"
-#include "rawimage/tools/tag_scan.h"
 #include "support/bytes.h"
 
 namespace MUtils {

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "../../support/error_code.h"
-#include "missing_boxes.h"
+#include "../area/missing_boxes.h"
 
 // One file out of several that hold pieces of the same frame, by copying: nothing is compressed again.
 

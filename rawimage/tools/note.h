@@ -1,7 +1,7 @@
 #pragma once
 
 #include "../../support/error_code.h"
-#include "accepting_callback.h"
+#include "../read/accepting_callback.h"
 #include "info.h"
 
 // The note of an existing raw image file.

@@ -8,9 +8,9 @@
 #include <utility>
 #include <vector>
 
+#include "rawimage/inspect/tag_check.h"
+#include "rawimage/inspect/tag_scan.h"
 #include "rawimage/tools/note.h"
-#include "rawimage/tools/tag_check.h"
-#include "rawimage/tools/tag_scan.h"
 #include "support/bytes.h"
 
 namespace MUtils {

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "../../support/rd_preview.h"
-#include "accepting_callback.h"
+#include "../read/accepting_callback.h"
 #include "info.h"
 
 // Fills the W x H pixels of `out` with a preview of the file: the stored thumbnail when there is one, else a

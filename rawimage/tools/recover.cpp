@@ -4,8 +4,8 @@
 #include <system_error>
 #include <utility>
 
+#include "rawimage/inspect/tag_scan.h"
 #include "rawimage/tools/tag_copier.h"
-#include "rawimage/tools/tag_scan.h"
 
 namespace MUtils {
 

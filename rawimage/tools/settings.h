@@ -1,7 +1,7 @@
 #pragma once
 
 #include "../../support/pstream.h"
-#include "accepting_callback.h"
+#include "../read/accepting_callback.h"
 
 // Copies the file's render settings to `out`, which then holds just them: nothing when the file has none, and
 // what was found when the parse broke off. `out` may be null. Returns true when the parse failed, false when

@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "rawimage/payload_range.h"
-#include "rawimage/tools/accepting_callback.h"
+#include "rawimage/read/accepting_callback.h"
 #include "rawimage/tools/channel_stats.h"
 #include "rawimage/writer.h"
 #include "support/bytes.h"

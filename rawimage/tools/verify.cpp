@@ -4,10 +4,10 @@
 #include <system_error>
 #include <utility>
 
-#include "rawimage/tools/channel_cover.h"
-#include "rawimage/tools/frame_facts.h"
-#include "rawimage/tools/tag_check.h"
-#include "rawimage/tools/tag_scan.h"
+#include "rawimage/inspect/channel_cover.h"
+#include "rawimage/inspect/frame_facts.h"
+#include "rawimage/inspect/tag_check.h"
+#include "rawimage/inspect/tag_scan.h"
 
 namespace MUtils {
 

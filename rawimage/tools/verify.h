@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "../../support/pstream.h"
-#include "missing_boxes.h"
+#include "../area/missing_boxes.h"
 
 // Whether a raw image file is what was written, and whether it is all there.
 

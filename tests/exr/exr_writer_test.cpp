@@ -14,7 +14,7 @@
 #include <tuple>
 
 #include "exr/visible_box.h"
-#include "rawimage/tools/accepting_callback.h"
+#include "rawimage/read/accepting_callback.h"
 #include "rawimage/writer.h"
 #include "tests/exr/exr_fixture.h"
 

@@ -9,7 +9,7 @@
 #include <thread>
 #include <type_traits>
 
-#include "rawimage/tools/accepting_callback.h"
+#include "rawimage/read/accepting_callback.h"
 #include "tests/testing/sample_file.h"
 
 using namespace testing_tools;

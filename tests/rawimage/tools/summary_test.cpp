@@ -5,7 +5,7 @@
 #include <climits>
 #include <random>
 
-#include "rawimage/tools/coverage.h"
+#include "rawimage/area/coverage.h"
 #include "support/bytes.h"
 #include "tests/testing/fault_stream.h"
 #include "tests/testing/sample_file.h"

@@ -1,12 +1,12 @@
-#include "rawimage/tools/tag_scan.h"
+#include "rawimage/inspect/tag_scan.h"
 
 #include <algorithm>
 #include <utility>
 
-#include "rawimage/tools/cross_check.h"
-#include "rawimage/tools/payload_pool.h"
-#include "rawimage/tools/tag_check.h"
-#include "rawimage/tools/tag_search.h"
+#include "rawimage/inspect/cross_check.h"
+#include "rawimage/inspect/payload_pool.h"
+#include "rawimage/inspect/tag_check.h"
+#include "rawimage/inspect/tag_search.h"
 
 namespace MUtils {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "../read/callback.h"
+#include "callback.h"
 
 // A callback that accepts everything and keeps nothing: the base of those that want a tag or two.
 class AcceptingCallback : public RIFileCallback {

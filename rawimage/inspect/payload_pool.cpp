@@ -1,4 +1,4 @@
-#include "rawimage/tools/payload_pool.h"
+#include "rawimage/inspect/payload_pool.h"
 
 #include <algorithm>
 #include <new>

@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <optional>
 
+#include "rawimage/area/coverage.h"
 #include "rawimage/format.h"
-#include "rawimage/tools/coverage.h"
 #include "support/deflate.h"
 
 namespace MUtils {

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "rawimage/area/coverage.h"
 #include "rawimage/format.h"
-#include "rawimage/tools/coverage.h"
 #include "support/pstream.h"
 
 namespace MUtils {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "rawimage/tools/tag_scan.h"
+#include "rawimage/inspect/tag_scan.h"
 
 namespace MUtils {
 

@@ -1,9 +1,9 @@
-#include "rawimage/tools/frame_facts.h"
+#include "rawimage/inspect/frame_facts.h"
 
 #include <algorithm>
 
-#include "rawimage/tools/payload_pool.h"
-#include "rawimage/tools/tag_check.h"
+#include "rawimage/inspect/payload_pool.h"
+#include "rawimage/inspect/tag_check.h"
 
 namespace MUtils {
 

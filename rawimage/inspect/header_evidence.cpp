@@ -1,8 +1,8 @@
-#include "rawimage/tools/header_evidence.h"
+#include "rawimage/inspect/header_evidence.h"
 
 #include <algorithm>
 
-#include "rawimage/tools/tag_check.h"
+#include "rawimage/inspect/tag_check.h"
 
 namespace MUtils {
 

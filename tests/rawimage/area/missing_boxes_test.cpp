@@ -1,4 +1,4 @@
-#include "rawimage/tools/missing_boxes.h"
+#include "rawimage/area/missing_boxes.h"
 
 #include <gtest/gtest.h>
 

@@ -5,7 +5,7 @@
 #include <optional>
 #include <vector>
 
-#include "rawimage/tools/frame_facts.h"
+#include "rawimage/inspect/frame_facts.h"
 
 namespace MUtils {
 

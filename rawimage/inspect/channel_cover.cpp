@@ -1,8 +1,8 @@
-#include "rawimage/tools/channel_cover.h"
+#include "rawimage/inspect/channel_cover.h"
 
 #include <algorithm>
 
-#include "rawimage/tools/tag_check.h"
+#include "rawimage/inspect/tag_check.h"
 
 namespace MUtils {
 

@@ -5,8 +5,8 @@
 #include <utility>
 #include <vector>
 
+#include "rawimage/area/missing_boxes.h"
 #include "rawimage/format.h"
-#include "rawimage/tools/missing_boxes.h"
 
 namespace MUtils {
 

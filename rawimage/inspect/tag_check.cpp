@@ -1,4 +1,4 @@
-#include "rawimage/tools/tag_check.h"
+#include "rawimage/inspect/tag_check.h"
 
 #include <algorithm>
 #include <cstring>

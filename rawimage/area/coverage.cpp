@@ -1,4 +1,4 @@
-#include "rawimage/tools/coverage.h"
+#include "rawimage/area/coverage.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -1,4 +1,4 @@
-#include "rawimage/tools/accepting_callback.h"
+#include "rawimage/read/accepting_callback.h"
 
 bool AcceptingCallback::setResolution(int, int, float) {
     return true;

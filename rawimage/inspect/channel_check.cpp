@@ -1,10 +1,10 @@
-#include "rawimage/tools/channel_check.h"
+#include "rawimage/inspect/channel_check.h"
 
 #include <algorithm>
 #include <map>
 
-#include "rawimage/tools/frame_facts.h"
-#include "rawimage/tools/tag_check.h"
+#include "rawimage/inspect/frame_facts.h"
+#include "rawimage/inspect/tag_check.h"
 
 namespace MUtils {
 

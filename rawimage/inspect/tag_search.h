@@ -4,8 +4,8 @@
 #include <optional>
 #include <vector>
 
-#include "rawimage/tools/tag_check.h"
-#include "rawimage/tools/tag_scan.h"
+#include "rawimage/inspect/tag_check.h"
+#include "rawimage/inspect/tag_scan.h"
 #include "support/pstream.h"
 #include "support/scratch_buffer.h"
 

@@ -1,12 +1,12 @@
-#include "rawimage/tools/cross_check.h"
+#include "rawimage/inspect/cross_check.h"
 
 #include <algorithm>
 #include <set>
 
-#include "rawimage/tools/channel_check.h"
-#include "rawimage/tools/header_evidence.h"
-#include "rawimage/tools/payload_pool.h"
-#include "rawimage/tools/tag_check.h"
+#include "rawimage/inspect/channel_check.h"
+#include "rawimage/inspect/header_evidence.h"
+#include "rawimage/inspect/payload_pool.h"
+#include "rawimage/inspect/tag_check.h"
 #include "support/bytes.h"
 
 namespace MUtils {

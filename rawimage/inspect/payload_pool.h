@@ -6,7 +6,7 @@
 #include <mutex>
 #include <vector>
 
-#include "rawimage/tools/tag_check.h"
+#include "rawimage/inspect/tag_check.h"
 #include "support/job_queue.h"
 #include "support/pstream.h"
 #include "support/scratch_buffer.h"

@@ -1,10 +1,10 @@
-#include "rawimage/tools/tag_search.h"
+#include "rawimage/inspect/tag_search.h"
 
 #include <algorithm>
 #include <utility>
 
+#include "rawimage/inspect/payload_pool.h"
 #include "rawimage/payload_range.h"
-#include "rawimage/tools/payload_pool.h"
 #include "support/bytes.h"
 
 namespace MUtils {
