@@ -16,7 +16,6 @@ namespace rimg {
 namespace {
 
 using MUtils::FileSummary;
-using MUtils::FileVerdict;
 
 struct InfoOptions {
     std::vector<std::string> files;
@@ -24,24 +23,13 @@ struct InfoOptions {
     bool tags = false;
 };
 
-ExitCode exitCodeOf(FileVerdict verdict) {
-    switch (verdict) {
-        case FileVerdict::kGood: return ExitCode::kGood;
-        case FileVerdict::kUnfinished: return ExitCode::kIncomplete;
-        case FileVerdict::kDamaged: return ExitCode::kDamaged;
-        case FileVerdict::kNotThisFormat:
-        case FileVerdict::kCannotOpen: break;
-    }
-    return ExitCode::kUnreadable;
-}
-
 ExitCode runInfo(const InfoOptions& options) {
     ExitCode result = ExitCode::kGood;
     bool first = true;
     for (const std::string& file : options.files) {
         if (stopRequested()) return ExitCode::kStopped;
         const FileSummary summary = MUtils::summariseFile(file.c_str(), options.tags);
-        const ExitCode code = exitCodeOf(summary.verdict);
+        const ExitCode code = exitCodeOf(summary.state);
         if (options.json) {
             printInfoJson(stdout, file, summary, options.tags);
         } else if (code != ExitCode::kUnreadable) {
@@ -50,9 +38,7 @@ ExitCode runInfo(const InfoOptions& options) {
             first = false;
         }
         flushOutput();
-        const bool opened = summary.verdict != FileVerdict::kCannotOpen;
-        if (code != ExitCode::kGood)
-            report(file, summary.cause, opened ? summary.faultOffset : Failure::kNoOffset);
+        if (code != ExitCode::kGood) report(file, summary.cause, summary.faultOffset);
         result = worse(result, code);
     }
     return result;

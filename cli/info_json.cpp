@@ -100,10 +100,11 @@ Json jsonOf(const ChannelSummary& channel, std::int64_t framePixels) {
 
 Json jsonOf(const std::string& file, const FileSummary& summary) {
     const bool readable =
-        summary.verdict != FileVerdict::kCannotOpen && summary.verdict != FileVerdict::kNotThisFormat;
-    Json json = {{"file", file}, {"verdict", verdictName(summary.verdict)}, {"fault", nullptr}};
-    if (summary.verdict != FileVerdict::kGood) {
-        json["fault"] = {{"offset", summary.faultOffset}, {"cause", summary.cause}};
+        summary.state != FileState::kCannotOpen && summary.state != FileState::kNotThisFormat;
+    Json json = {{"file", file}, {"verdict", stateName(summary.state)}, {"fault", nullptr}};
+    if (summary.state != FileState::kGood) {
+        const bool placed = summary.faultOffset >= 0;
+        json["fault"] = {{"offset", placed ? Json(summary.faultOffset) : Json()}, {"cause", summary.cause}};
     }
     if (!readable) return json;
     json["bytes"] = summary.fileBytes;
@@ -132,7 +133,7 @@ Json jsonOf(const std::string& file, const FileSummary& summary) {
 
 // A million tags are more than a tree of values should hold, so they are printed one by one. Names need no
 // escapes.
-void printTags(std::FILE* out, const std::deque<INFOTAG>& tags) {
+void printTags(std::FILE* out, const std::vector<INFOTAG>& tags) {
     const char* separator = "";
     for (const INFOTAG& tag : tags) {
         std::fprintf(out,

@@ -69,12 +69,12 @@ class FactPrinter {
 };
 
 std::string stateText(const FileSummary& summary) {
-    if (summary.verdict == FileVerdict::kGood) {
+    if (summary.state == FileState::kGood) {
         return "finished, tag table at offset " +
                number(static_cast<std::int64_t>(summary.header.infoTagsOffset));
     }
-    return std::string(verdictName(summary.verdict)) + " at offset " + number(summary.faultOffset) + ": " +
-           summary.cause;
+    const std::string place = summary.faultOffset < 0 ? "" : " at offset " + number(summary.faultOffset);
+    return stateName(summary.state) + place + ": " + summary.cause;
 }
 
 void printCamera(FactPrinter& facts, const RICameraInfo& camera) {
@@ -173,7 +173,7 @@ void printChannels(std::FILE* out, const FileSummary& summary) {
     }
 }
 
-void printTags(std::FILE* out, const std::deque<INFOTAG>& tags) {
+void printTags(std::FILE* out, const std::vector<INFOTAG>& tags) {
     if (tags.empty()) return;
     std::fputc('\n', out);
     printTable(out, "rrlrrrrrrrrr", tags.size() + 1, [&tags](std::size_t i) -> Row {

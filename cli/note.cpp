@@ -19,7 +19,7 @@ namespace rimg {
 
 namespace {
 
-using MUtils::FileVerdict;
+using MUtils::FileState;
 
 constexpr std::size_t kLongestNote = kNoteBytes - 1;
 
@@ -48,22 +48,13 @@ std::string readText(const std::string& name) {
 
 MUtils::FileSummary requireRawImage(const std::string& file) {
     MUtils::FileSummary summary = MUtils::summariseFile(file.c_str(), false);
-    const bool other =
-        summary.verdict == FileVerdict::kCannotOpen || summary.verdict == FileVerdict::kNotThisFormat;
-    if (other) throw Failure(ExitCode::kUnreadable, file, summary.cause);
+    if (exitCodeOf(summary.state) == ExitCode::kUnreadable)
+        throw Failure(ExitCode::kUnreadable, file, summary.cause);
     return summary;
 }
 
-ExitCode stateOf(const MUtils::FileSummary& summary) {
-    switch (summary.verdict) {
-        case FileVerdict::kGood: return ExitCode::kGood;
-        case FileVerdict::kUnfinished: return ExitCode::kIncomplete;
-        default: return ExitCode::kDamaged;
-    }
-}
-
 // A terminal gets every line as safeText() shows it.
-std::string shownNote(const char* note) {
+std::string shownNote(const std::string& note) {
     if (::isatty(STDOUT_FILENO) == 0) return note;
     std::istringstream lines(note);
     std::string shown, line;
@@ -74,11 +65,11 @@ std::string shownNote(const char* note) {
 
 ExitCode printNote(const NoteOptions& options) {
     const MUtils::FileSummary summary = requireRawImage(options.file);
-    char note[kNoteBytes + 1] = {};
-    readRawNote(options.file.c_str(), note, kNoteBytes);
-    if (note[0] != 0) std::printf("%s\n", shownNote(note).c_str());
-    if (summary.verdict == FileVerdict::kDamaged) report(options.file, summary.cause, summary.faultOffset);
-    return summary.verdict == FileVerdict::kDamaged ? ExitCode::kDamaged : ExitCode::kGood;
+    if (summary.note && !summary.note->text.empty())
+        std::printf("%s\n", shownNote(summary.note->text).c_str());
+    if (summary.state != FileState::kDamaged) return ExitCode::kGood;
+    report(options.file, summary.cause, summary.faultOffset);
+    return ExitCode::kDamaged;
 }
 
 void checkText(const NoteOptions& options, const std::string& text) {
@@ -93,9 +84,10 @@ void checkText(const NoteOptions& options, const std::string& text) {
 
 // A new note goes behind the last tag, and with it goes a table that makes the file a finished one.
 void checkReplaceable(const NoteOptions& options, const MUtils::FileSummary& summary) {
-    if (summary.note.has_value() || summary.verdict == FileVerdict::kGood) return;
-    throw Failure(stateOf(summary), options.file, "has no note yet, and none can be added: " + summary.cause,
-                  summary.faultOffset);
+    const bool sound = summary.state == FileState::kGood || summary.state == FileState::kIncomplete;
+    if (summary.note.has_value() || sound) return;
+    throw Failure(exitCodeOf(summary.state), options.file,
+                  "has no note yet, and none can be added: " + summary.cause, summary.faultOffset);
 }
 
 [[noreturn]] void fail(const NoteOptions& options, const ErrorCode& error) {

@@ -85,10 +85,10 @@ constexpr const char* kChannels = "channel list";
 // Of a file in which there is nothing to draw. A render that has only begun is not damaged.
 [[noreturn]] void refuseEmpty(const PreviewOptions& options, const std::string& what) {
     const MUtils::FileSummary summary = MUtils::summariseFile(options.file.c_str(), false);
-    if (summary.verdict == MUtils::FileVerdict::kDamaged)
+    if (summary.state == MUtils::FileState::kDamaged)
         throw Failure(ExitCode::kDamaged, options.file, summary.cause, summary.faultOffset);
     const bool missing = what == kChannels || !summary.resolution;
-    if (summary.verdict == MUtils::FileVerdict::kUnfinished && missing)
+    if (summary.state == MUtils::FileState::kUnfinished && missing)
         throw Failure(ExitCode::kIncomplete, options.file,
                       "the render has only begun, there is no " + what + " yet: nothing was drawn");
     throw Failure(ExitCode::kDamaged, options.file, "has no " + what + " that can be drawn");
@@ -122,9 +122,9 @@ void refuse(const PreviewOptions& options, const MUtils::Picture& picture) {
 // What the file's state says of the picture that was made from it.
 ExitCode stateOf(const PreviewOptions& options) {
     const MUtils::FileSummary summary = MUtils::summariseFile(options.file.c_str(), false);
-    if (summary.verdict == MUtils::FileVerdict::kGood) return ExitCode::kGood;
+    if (summary.state == MUtils::FileState::kGood) return ExitCode::kGood;
     report(options.file, "the picture shows what is there: " + summary.cause, summary.faultOffset);
-    return summary.verdict == MUtils::FileVerdict::kUnfinished ? ExitCode::kIncomplete : ExitCode::kDamaged;
+    return exitCodeOf(summary.state);
 }
 
 ExitCode runPreview(PreviewOptions& options) {

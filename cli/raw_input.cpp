@@ -49,7 +49,7 @@ RawInput::RawInput(const std::string& path, int threads) : path_(path) {
     headersOnly.progress = [](std::int64_t, std::int64_t) { return !stopRequested(); };
     state_ = MUtils::verifyStream(file, headersOnly);
     if (state_.stopped) throw Failure(ExitCode::kStopped, path, "stopped; nothing was written");
-    if (state_.verdict == MUtils::VerifyVerdict::kNotThisFormat)
+    if (state_.state == MUtils::FileState::kNotThisFormat)
         throw Failure(ExitCode::kUnreadable, path, state_.cause);
     PMemStream records;
     records.Open();
@@ -86,14 +86,14 @@ void RawInput::listTags(PStream& file, PMemStream& records) {
 }
 
 std::string RawInput::whyNot() const {
-    const bool sound = state_.verdict == MUtils::VerifyVerdict::kGood ||
-                       state_.verdict == MUtils::VerifyVerdict::kIncomplete;
+    const bool sound =
+        state_.state == MUtils::FileState::kGood || state_.state == MUtils::FileState::kIncomplete;
     return sound ? "" : ": " + state_.cause;
 }
 
 // A render that has only begun has nothing wrong with it.
 ExitCode RawInput::codeOfLack() const {
-    return state_.verdict == MUtils::VerifyVerdict::kDamaged ? ExitCode::kDamaged : ExitCode::kIncomplete;
+    return state_.state == MUtils::FileState::kDamaged ? ExitCode::kDamaged : ExitCode::kIncomplete;
 }
 
 void RawInput::take(PStream& file, const INFOTAG& tag, PMemStream& records) {

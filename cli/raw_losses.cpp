@@ -33,7 +33,7 @@ std::string nameOf(const RawInput& input, int channel) {
 
 std::vector<Fault> faultsOf(const RawInput& input, const std::vector<PixelLoader::Loss>& lost) {
     std::vector<Fault> faults;
-    for (const MUtils::VerifyFault& fault : input.state().faults) {
+    for (const MUtils::FileFault& fault : input.state().faults) {
         const bool pixels = isPixelTag(fault.tagId);
         faults.push_back(
             {fault.offset,
@@ -100,7 +100,7 @@ ExitCode tellLosses(const RawInput& input, const std::vector<ExrChannel>& channe
                     const std::vector<PixelLoader::Loss>& lost, const std::string& output, ConvertLog& log) {
     const std::vector<Fault> faults = faultsOf(input, lost);
     tellFaults(input, faults, log);
-    const bool unfinished = input.state().verdict == MUtils::VerifyVerdict::kUnfinished;
+    const bool unfinished = input.state().state == MUtils::FileState::kUnfinished;
     if (unfinished) log.remark(input.path(), input.state().cause);
     const MUtils::MissingBoxes missing = missingOf(input, channels);
     const bool lacksPixels = !missing.boxes.empty() || missing.truncated;

@@ -28,18 +28,6 @@ struct RecoverVerbOptions {
     int threads = 0;
 };
 
-ExitCode exitCodeOf(RecoverState state) {
-    switch (state) {
-        case RecoverState::kGood: return ExitCode::kGood;
-        case RecoverState::kNotThisFormat:
-        case RecoverState::kCannotOpen: return ExitCode::kUnreadable;
-        case RecoverState::kNotInPlace: return ExitCode::kDamaged;
-        case RecoverState::kStopped: return ExitCode::kStopped;
-        case RecoverState::kWriteFailed: break;
-    }
-    return ExitCode::kFailure;
-}
-
 // `output` is the file to write, unless it is to be done in place.
 RecoverReport recover(const RecoverVerbOptions& options, const std::string& output) {
     ToolProgress progress("recover " + options.file);
@@ -65,7 +53,7 @@ void recoverInto(RecoverReport& found, const RecoverVerbOptions& options) {
     const std::string hint =
         found.state == RecoverState::kNotInPlace ? "cannot be mended in place, use -o: " : "";
     const std::string cause = found.error.empty() ? found.cause : outputCause(found.error);
-    throw Failure(exitCodeOf(found.state), ofOutput ? options.output : options.file,
+    throw Failure(exitCodeOf(found), ofOutput ? options.output : options.file,
                   hint + (output ? output->named(cause) : cause));
 }
 
@@ -85,7 +73,7 @@ ExitCode runRecover(const RecoverVerbOptions& options) {
         printRecoverText(found, options.inPlace);
     }
     flushOutput();
-    return ExitCode::kGood;
+    return exitCodeOf(found);
 }
 
 }  // namespace

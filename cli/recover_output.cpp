@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "cli/json_output.h"
+#include "cli/fault_output.h"
 
 namespace rimg {
 
@@ -29,16 +29,34 @@ const char* nameOf(RecoverState state) {
     return "stopped";
 }
 
+Json listOf(const std::vector<MUtils::FileFault>& faults) {
+    Json list = Json::array();
+    for (const MUtils::FileFault& fault : faults)
+        list.push_back(jsonOf(fault));
+    return list;
+}
+
 }  // namespace
 
+ExitCode exitCodeOf(const RecoverReport& found) {
+    switch (found.state) {
+        case RecoverState::kGood: return found.lacks ? ExitCode::kIncomplete : ExitCode::kGood;
+        case RecoverState::kNotThisFormat:
+        case RecoverState::kCannotOpen: return ExitCode::kUnreadable;
+        case RecoverState::kNotInPlace: return ExitCode::kDamaged;
+        case RecoverState::kStopped: return ExitCode::kStopped;
+        case RecoverState::kWriteFailed: break;
+    }
+    return ExitCode::kFailure;
+}
+
 void printRecoverText(const RecoverReport& found, bool inPlace) {
-    for (const MUtils::LostRange& lost : found.lost) {
-        std::printf("lost: bytes %lld..%lld: %s\n", static_cast<long long>(lost.offset),
-                    static_cast<long long>(lost.end), lost.cause.c_str());
-    }
-    for (const MUtils::RecoverDoubt& doubt : found.doubts) {
-        std::printf("in doubt: offset %lld: %s\n", static_cast<long long>(doubt.offset), doubt.cause.c_str());
-    }
+    for (const MUtils::FileFault& lost : found.lost)
+        std::printf("lost: %s\n", faultText(lost).c_str());
+    for (const MUtils::FileFault& repaired : found.repaired)
+        std::printf("repaired: %s\n", faultText(repaired).c_str());
+    for (const MUtils::FileFault& doubt : found.doubts)
+        std::printf("in doubt: %s\n", faultText(doubt).c_str());
     const char* what = inPlace ? "finished" : "kept";
     std::printf("%s: %lld tags, %lld of them pixels, %lld bytes\n", found.changed ? what : "nothing to do",
                 static_cast<long long>(found.tagsKept), static_cast<long long>(found.tagsOfPixels),
@@ -47,7 +65,7 @@ void printRecoverText(const RecoverReport& found, bool inPlace) {
 
 void printRecoverJson(const std::string& input, const std::string& output, const RecoverReport& found,
                       const Failure* failure) {
-    const ExitCode code = failure != nullptr ? failure->code() : ExitCode::kGood;
+    const ExitCode code = failure != nullptr ? failure->code() : exitCodeOf(found);
     const RecoverState state = stateOf(found, failure);
     // In place a write that failed has begun.
     const bool changed =
@@ -62,12 +80,10 @@ void printRecoverJson(const std::string& input, const std::string& output, const
               {"tagsKept", found.tagsKept},
               {"pixelTags", found.tagsOfPixels},
               {"bytesKept", found.bytesKept},
-              {"lost", Json::array()},
-              {"doubts", Json::array()}};
-    for (const MUtils::LostRange& lost : found.lost)
-        json["lost"].push_back({{"offset", lost.offset}, {"end", lost.end}, {"cause", lost.cause}});
-    for (const MUtils::RecoverDoubt& doubt : found.doubts)
-        json["doubts"].push_back({{"offset", doubt.offset}, {"cause", doubt.cause}});
+              {"lacks", found.lacks},
+              {"lost", listOf(found.lost)},
+              {"repaired", listOf(found.repaired)},
+              {"doubts", listOf(found.doubts)}};
     printJson(json);
 }
 

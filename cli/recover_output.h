@@ -7,6 +7,9 @@
 
 namespace rimg {
 
+// What the verb answers; of a recovered file 3 when it lacks something of the input.
+ExitCode exitCodeOf(const MUtils::RecoverReport& found);
+
 // The forms in which `rimg recover` shows what it did, on standard output.
 
 void printRecoverText(const MUtils::RecoverReport& found, bool inPlace);

@@ -12,8 +12,6 @@ namespace rimg {
 
 namespace {
 
-using MUtils::FileVerdict;
-
 struct SettingsOptions {
     std::string file;
     std::string output = "-";
@@ -23,9 +21,8 @@ struct SettingsOptions {
 ExitCode runSettings(const SettingsOptions& options) {
     StreamOutput output(options.output, {options.file});
     const MUtils::FileSummary summary = MUtils::summariseFile(options.file.c_str(), false);
-    if (summary.verdict == FileVerdict::kCannotOpen || summary.verdict == FileVerdict::kNotThisFormat) {
+    if (exitCodeOf(summary.state) == ExitCode::kUnreadable)
         throw Failure(ExitCode::kUnreadable, options.file, summary.cause);
-    }
     if (!summary.settingsBytes.has_value())
         throw Failure(ExitCode::kFailure, options.file, "has no render settings");
     if (output.isTerminal() && !options.force) {

@@ -16,7 +16,6 @@ namespace rimg {
 namespace {
 
 using MUtils::VerifyReport;
-using MUtils::VerifyVerdict;
 
 struct CheckOptions {
     std::vector<std::string> files;
@@ -24,18 +23,6 @@ struct CheckOptions {
     bool json = false;
     int threads = 0;
 };
-
-ExitCode exitCodeOf(VerifyVerdict verdict) {
-    switch (verdict) {
-        case VerifyVerdict::kGood: return ExitCode::kGood;
-        case VerifyVerdict::kUnfinished:
-        case VerifyVerdict::kIncomplete: return ExitCode::kIncomplete;
-        case VerifyVerdict::kDamaged: return ExitCode::kDamaged;
-        case VerifyVerdict::kNotThisFormat:
-        case VerifyVerdict::kCannotOpen: break;
-    }
-    return ExitCode::kUnreadable;
-}
 
 VerifyReport verify(const std::string& file, const CheckOptions& options) {
     ToolProgress progress("verify " + file);
@@ -53,7 +40,7 @@ ExitCode runVerify(const CheckOptions& options) {
         if (found.stopped) throw Failure(ExitCode::kStopped, file, "stopped");
         options.json ? printVerifyJson(file, found) : printVerifyText(file, found);
         flushOutput();
-        const ExitCode code = exitCodeOf(found.verdict);
+        const ExitCode code = exitCodeOf(found.state);
         if (code == ExitCode::kUnreadable) report(file, found.cause);
         result = worse(result, code);
     }
@@ -63,7 +50,7 @@ ExitCode runVerify(const CheckOptions& options) {
 ExitCode runMissing(const CheckOptions& options) {
     const std::string& file = options.files.front();
     const VerifyReport found = MUtils::missingPixels(file.c_str());
-    const ExitCode code = exitCodeOf(found.verdict);
+    const ExitCode code = exitCodeOf(found.state);
     const bool areaKnown = found.area.width > 0 && found.area.height > 0;
     if (options.json) printMissingJson(file, found);
     if (!options.json && areaKnown) printMissingText(file, found);

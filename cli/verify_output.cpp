@@ -5,7 +5,7 @@
 #include <map>
 #include <vector>
 
-#include "cli/json_output.h"
+#include "cli/fault_output.h"
 #include "cli/safe_text.h"
 #include "rawimage/format.h"
 
@@ -16,10 +16,6 @@ namespace {
 using namespace MUtils;
 
 constexpr std::size_t kShown = 20;  // boxes of a list, channels of a line
-
-std::string channelText(int index, const std::string& name) {
-    return std::to_string(index) + (name.empty() ? "" : " " + safeText(name));
-}
 
 void printBoxes(const std::string& title, const MissingBoxes& missing) {
     std::printf("  %s:", title.c_str());
@@ -63,29 +59,8 @@ void printMissing(const VerifyReport& report) {
     }
 }
 
-void printFault(const VerifyFault& fault) {
-    std::printf("  offset %lld", static_cast<long long>(fault.offset));
-    if (fault.end > fault.offset) std::printf("..%lld", static_cast<long long>(fault.end));
-    if (fault.tagId != 0) std::printf(", %s", tagName(fault.tagId));
-    if (isPixelTag(fault.tagId)) {
-        std::printf(" %s of channel %s", boxText(fault.box).c_str(),
-                    channelText(fault.channel, fault.channelName).c_str());
-    }
-    std::printf(": %s\n", fault.cause.c_str());
-}
-
-Json faultJson(const VerifyFault& fault) {
-    Json json{{"offset", fault.offset}, {"end", fault.end}, {"tag", nullptr}, {"cause", fault.cause}};
-    if (fault.tagId != 0) json["tag"] = tagName(fault.tagId);
-    if (!isPixelTag(fault.tagId)) return json;
-    json["box"] = jsonOf(fault.box);
-    json["channel"] = fault.channel;
-    json["name"] = fault.channelName;
-    return json;
-}
-
 Json verdictJson(const std::string& file, const VerifyReport& report) {
-    return {{"file", file}, {"verdict", verdictName(report.verdict)}, {"cause", report.cause}};
+    return {{"file", file}, {"verdict", stateName(report.state)}, {"cause", report.cause}};
 }
 
 Json missingJson(const VerifyReport& report) {
@@ -100,11 +75,11 @@ Json missingJson(const VerifyReport& report) {
 }  // namespace
 
 void printVerifyText(const std::string& file, const VerifyReport& report) {
-    std::printf("%s: %s", safeText(file).c_str(), verdictName(report.verdict));
+    std::printf("%s: %s", safeText(file).c_str(), stateName(report.state));
     if (!report.cause.empty()) std::printf(" (%s)", report.cause.c_str());
     std::printf("\n");
-    for (const VerifyFault& fault : report.faults)
-        printFault(fault);
+    for (const FileFault& fault : report.faults)
+        std::printf("  %s\n", faultText(fault).c_str());
     if (report.furtherFaults > 0)
         std::printf("  and %lld more faults\n", static_cast<long long>(report.furtherFaults));
     printMissing(report);
@@ -115,8 +90,8 @@ void printVerifyJson(const std::string& file, const VerifyReport& report) {
     json["bytes"] = report.fileBytes;
     json["tags"] = report.tags;
     json["faults"] = Json::array();
-    for (const VerifyFault& fault : report.faults)
-        json["faults"].push_back(faultJson(fault));
+    for (const FileFault& fault : report.faults)
+        json["faults"].push_back(jsonOf(fault));
     json["furtherFaults"] = report.furtherFaults;
     json.update(missingJson(report));
     printJson(json);

@@ -3,20 +3,20 @@
 #include "rawimage/tools/verify.h"
 
 using fuzzing::require;
+using MUtils::FileState;
 using MUtils::RecoverState;
-using MUtils::VerifyVerdict;
 
 namespace {
 
-VerifyVerdict verdict(const fuzzing::MemoryFile& file, bool quick) {
+FileState verdict(const fuzzing::MemoryFile& file, bool quick) {
     MUtils::VerifyOptions options;
     options.quick = quick;
     options.threads = 1;
-    return MUtils::verifyFile(file.path(), options).verdict;
+    return MUtils::verifyFile(file.path(), options).state;
 }
 
-bool isSound(VerifyVerdict verdict) {
-    return verdict == VerifyVerdict::kGood || verdict == VerifyVerdict::kIncomplete;
+bool isSound(FileState verdict) {
+    return verdict == FileState::kGood || verdict == FileState::kIncomplete;
 }
 
 }  // namespace
@@ -26,10 +26,10 @@ bool isSound(VerifyVerdict verdict) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static fuzzing::MemoryFile input, output, second;
     input.fill(data, size);
-    const VerifyVerdict full = verdict(input, false);
-    require(full != VerifyVerdict::kCannotOpen, "an answer");
-    const VerifyVerdict quick = verdict(input, true);
-    require(quick != VerifyVerdict::kDamaged || full == VerifyVerdict::kDamaged,
+    const FileState full = verdict(input, false);
+    require(full != FileState::kCannotOpen, "an answer");
+    const FileState quick = verdict(input, true);
+    require(quick != FileState::kDamaged || full == FileState::kDamaged,
             "no damage that only the quick check sees");
 
     MUtils::RecoverOptions options;

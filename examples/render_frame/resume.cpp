@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "examples/render_frame/settings.h"
-#include "rawimage/tools/recover.h"
+#include "rawimage/tools/resume.h"
 #include "rawimage/tools/settings.h"
 #include "rawimage/tools/summary.h"
 #include "rawimage/tools/verify.h"
@@ -12,9 +12,9 @@ namespace render_frame {
 
 namespace {
 
+using MUtils::FileState;
 using MUtils::RecoverState;
 using MUtils::VerifyReport;
-using MUtils::VerifyVerdict;
 
 std::string textOf(int number) {
     return std::to_string(number);
@@ -36,10 +36,10 @@ VerifyReport verify(const Options& options, const std::atomic<bool>& stop) {
     VerifyReport report = MUtils::verifyFile(options.resume.c_str(), verifying);
     const std::string& path = options.resume;
     if (report.stopped) throw Failure(ExitCode::kStopped, path + ": stopped, nothing was changed");
-    switch (report.verdict) {
-        case VerifyVerdict::kCannotOpen:
-        case VerifyVerdict::kNotThisFormat: throw Failure(ExitCode::kUnreadable, path + ": " + report.cause);
-        case VerifyVerdict::kDamaged:
+    switch (report.state) {
+        case FileState::kCannotOpen:
+        case FileState::kNotThisFormat: throw Failure(ExitCode::kUnreadable, path + ": " + report.cause);
+        case FileState::kDamaged:
             throw Failure(ExitCode::kDamaged,
                           path + ": damaged at " + std::to_string(report.faults.front().offset) + ": " +
                               report.cause + "; resume what \"rimg recover\" makes of it");
@@ -111,7 +111,7 @@ bool examineFile(Options& options, const std::atomic<bool>& stop) {
     adopt(options, "--seed", options.seed, settings.seed);
     const std::string fault = faultOfFrame(options.size, options.bucket, options.samples);
     if (!fault.empty()) throw Failure(ExitCode::kMismatch, path + ": " + fault);
-    return report.verdict != VerifyVerdict::kGood;
+    return report.state != FileState::kGood;
 }
 
 void cutEnd(const std::string& path) {

@@ -49,6 +49,7 @@ FrameFacts readFrameFacts(PStream& stream, const std::vector<INFOTAG>& tags) {
     FrameFacts facts;
     const auto withId = [](std::uint32_t id) { return [id](const RIF_TAG& tag) { return tag.id == id; }; };
     if (const INFOTAG* tag = lastTag(tags, withId(TAG_RESOLUTION))) facts.resolution = *tag;
+    if (const INFOTAG* tag = lastTag(tags, withId(TAG_REGIONS_INFO))) facts.buckets = *tag;
     if (const INFOTAG* tag = lastTag(tags, withId(TAG_RENDER_REGION))) {
         ScratchBuffer bytes;
         const auto start = static_cast<std::int64_t>(tag->offset) + kTagHeaderBytes;

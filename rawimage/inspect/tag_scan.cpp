@@ -33,7 +33,7 @@ int bytesThatSaySize(const RIF_TAG& tag) {
 
 class Scanner {
   public:
-    Scanner(PStream& stream, const TagScanOptions& options, TagScan& scan)
+    Scanner(PStream& stream, const InspectOptions& options, TagScan& scan)
         : stream_(stream), options_(options), scan_(scan), search_(stream, scan, options) {}
 
     bool begin();
@@ -57,7 +57,7 @@ class Scanner {
     void replaceBadTags(const std::vector<PayloadPool::Bad>& bad);
 
     PStream& stream_;
-    const TagScanOptions& options_;
+    const InspectOptions& options_;
     TagScan& scan_;
     TagSearch search_;
 };
@@ -232,9 +232,11 @@ bool Scanner::endsInZeros(std::int64_t offset, std::int64_t end) {
 
 void Scanner::checkPayloads() {
     std::vector<PayloadPool::Bad> bad;
-    PayloadPool pool(stream_, options_.pixels ? options_.threads : 1, scan_.compressed);
-    const auto wanted = [this](const RIF_TAG& tag) {
-        return options_.pixels || (!isPixelTag(tag.id) && PayloadCheck::looksAt(tag, scan_.compressed));
+    if (options_.depth == InspectDepth::kHeaders) return;
+    const bool pixels = options_.depth == InspectDepth::kPayloads;
+    PayloadPool pool(stream_, pixels ? options_.threads : 1, scan_.compressed);
+    const auto wanted = [this, pixels](const RIF_TAG& tag) {
+        return pixels || (!isPixelTag(tag.id) && PayloadCheck::looksAt(tag, scan_.compressed));
     };
     scan_.stopped = !pool.check(scan_.tags, wanted, options_.progress, bad);
     if (!bad.empty()) replaceBadTags(bad);
@@ -270,7 +272,7 @@ void Scanner::replaceBadTags(const std::vector<PayloadPool::Bad>& bad) {
 
 }  // namespace
 
-bool scanTags(PStream& stream, const TagScanOptions& options, TagScan& scan) {
+bool scanTags(PStream& stream, const InspectOptions& options, TagScan& scan) {
     scan = TagScan();
     scan.fileBytes = stream.Length();
     if (scan.fileBytes < kFileHeaderBytes) return false;

@@ -76,7 +76,7 @@ std::int64_t TableExtents::endOf(std::int64_t offset) const {
     return extent != extents_.end() && extent->offset == offset ? extent->end : -1;
 }
 
-TagSearch::TagSearch(PStream& stream, const TagScan& scan, const TagScanOptions& options)
+TagSearch::TagSearch(PStream& stream, const TagScan& scan, const InspectOptions& options)
     : stream_(stream),
       scan_(scan),
       options_(options),

@@ -48,7 +48,7 @@ class TagSearch {
     };
 
     // `scan` has the file's length and header; both must outlive the search.
-    TagSearch(PStream& stream, const TagScan& scan, const TagScanOptions& options);
+    TagSearch(PStream& stream, const TagScan& scan, const InspectOptions& options);
 
     // The header at `offset`, for a tag that ends by `end`.
     Place look(std::int64_t offset, std::int64_t end);
@@ -94,7 +94,7 @@ class TagSearch {
 
     PStream& stream_;
     const TagScan& scan_;
-    const TagScanOptions& options_;
+    const InspectOptions& options_;
     PayloadCheck check_;
     ScratchBuffer payload_;
     ScratchBuffer chunk_;

@@ -8,9 +8,8 @@
 #include <system_error>
 
 #include "rawimage/inspect/channel_cover.h"
-#include "rawimage/inspect/frame_facts.h"
+#include "rawimage/inspect/inspection.h"
 #include "rawimage/inspect/tag_check.h"
-#include "rawimage/inspect/tag_scan.h"
 #include "rawimage/tools/tag_copier.h"
 #include "support/bytes.h"
 
@@ -21,8 +20,7 @@ namespace {
 struct Input {
     std::string name;
     PFileStream file;
-    TagScan scan;
-    FrameFacts facts;
+    Inspection inspected;
     std::vector<INFOTAG> pixels;  // to copy
 };
 
@@ -103,21 +101,22 @@ bool Merge::fail(MergeState state, const std::string& file, const std::string& c
 bool Merge::openOne(Input& input) {
     const int code = input.file.Open(input.name.c_str(), PFileStream::kRead, 1, PFileStream::kOpenExisting);
     if (code != 0) return fail(MergeState::kCannotOpen, input.name, std::generic_category().message(code));
-    TagScanOptions headers;
-    headers.pixels = false;
-    headers.threads = 1;
-    if (!scanTags(input.file, headers, input.scan) || input.scan.header.magic != RIF_MAGIC) {
-        return fail(MergeState::kNotThisFormat, input.name, "not a raw image file");
+    InspectOptions options;
+    options.depth = InspectDepth::kRecords;
+    options.threads = 1;
+    input.inspected = inspectStream(input.file, options);
+    const Inspection& found = input.inspected;
+    switch (found.state) {
+        case FileState::kCannotOpen: return fail(MergeState::kCannotOpen, input.name, found.cause);
+        case FileState::kNotThisFormat:
+            return fail(MergeState::kNotThisFormat, input.name, "not a raw image file");
+        case FileState::kDamaged:
+            return fail(MergeState::kDamaged, input.name,
+                        found.cause + " at " + std::to_string(found.causeOffset));
+        case FileState::kUnfinished: report_.unfinished.push_back(input.name); break;
+        default: break;
     }
-    if (!input.scan.faults.empty())
-        return fail(MergeState::kDamaged, input.name, input.scan.faults.front().cause);
-    for (const TagGap& gap : input.scan.gaps) {
-        if (!gap.torn)
-            return fail(MergeState::kDamaged, input.name, gap.cause + (" at " + std::to_string(gap.offset)));
-    }
-    if (input.scan.tableOffset == 0) report_.unfinished.push_back(input.name);
-    input.facts = readFrameFacts(input.file, input.scan.tags);
-    std::copy_if(input.scan.tags.begin(), input.scan.tags.end(), std::back_inserter(input.pixels),
+    std::copy_if(input.inspected.tags.begin(), input.inspected.tags.end(), std::back_inserter(input.pixels),
                  [](const INFOTAG& tag) { return isPixelTag(tag.id); });
     return true;
 }
@@ -135,12 +134,13 @@ bool Merge::open(const std::string& output) {
 
 // What keeps two files from being pieces of one frame; "" when nothing does.
 std::string Merge::difference(const Input& a, const Input& b) {
-    if (!(a.facts.frame() == b.facts.frame()))
-        return "the frame is " + sizeText(b.facts) + ", not " + sizeText(a.facts);
-    if (aspectOf(a.facts) != aspectOf(b.facts)) return "the pixel aspect differs";
-    if (a.scan.compressed != b.scan.compressed) return "one file is compressed and the other is not";
-    const std::vector<RIF_CHANNEL>& ours = a.facts.channels;
-    const std::vector<RIF_CHANNEL>& theirs = b.facts.channels;
+    if (!(a.inspected.facts.frame() == b.inspected.facts.frame()))
+        return "the frame is " + sizeText(b.inspected.facts) + ", not " + sizeText(a.inspected.facts);
+    if (aspectOf(a.inspected.facts) != aspectOf(b.inspected.facts)) return "the pixel aspect differs";
+    if (a.inspected.compressed != b.inspected.compressed)
+        return "one file is compressed and the other is not";
+    const std::vector<RIF_CHANNEL>& ours = a.inspected.facts.channels;
+    const std::vector<RIF_CHANNEL>& theirs = b.inspected.facts.channels;
     if (ours.size() != theirs.size())
         return std::to_string(theirs.size()) + " channels, not " + std::to_string(ours.size());
     for (std::size_t i = 0; i < ours.size(); ++i) {
@@ -171,8 +171,8 @@ bool Merge::agree() {
 void Merge::unite() {
     std::int64_t x0 = INT64_MAX, y0 = INT64_MAX, x1 = INT64_MIN, y1 = INT64_MIN;
     for (const auto& input : inputs_) {
-        const PixelBox area = input->facts.area();
-        regionIsPart_ = regionIsPart_ || !(area == input->facts.frame());
+        const PixelBox area = input->inspected.facts.area();
+        regionIsPart_ = regionIsPart_ || !(area == input->inspected.facts.frame());
         x0 = std::min<std::int64_t>(x0, area.x);
         y0 = std::min<std::int64_t>(y0, area.y);
         x1 = std::max<std::int64_t>(x1, std::int64_t{area.x} + area.width);
@@ -183,7 +183,7 @@ void Merge::unite() {
     };
     area_ = {word(x0), word(y0), word(x1 - x0), word(y1 - y0)};
     report_.area = area_;
-    report_.frame = inputs_.front()->facts.frame();
+    report_.frame = inputs_.front()->inspected.facts.frame();
 }
 
 // Inputs overlap when together they cover less than they add up to.
@@ -246,11 +246,11 @@ void Merge::leaveOutRepeated() {
 
 bool Merge::checkHoles() {
     ChannelCover cover;
-    cover.addChannels(inputs_.front()->facts.channels);
+    cover.addChannels(inputs_.front()->inspected.facts.channels);
     for (const auto& input : inputs_)
         cover.addPixels(input->pixels);
     for (const auto& input : inputs_)
-        cover.addWindows(input->pixels, input->facts.frame());
+        cover.addWindows(input->pixels, input->inspected.facts.frame());
     for (const Window& window : ownWindows_)
         cover.addWindow(window.tag.p8, window.box);
     ChannelCover::Missing missing = cover.missing(area_);
@@ -259,7 +259,7 @@ bool Merge::checkHoles() {
     if (options_.allowHoles) return true;
     if (missing.channels.empty()) return fail(MergeState::kMismatch, "", "there are no channels");
     const auto& [channel, holes] = missing.channels.front();
-    const std::string name = inputs_.front()->facts.channelName(channel);
+    const std::string name = inputs_.front()->inspected.facts.channelName(channel);
     return fail(MergeState::kHoles, "",
                 "channel " + std::to_string(channel) + (name.empty() ? "" : " \"" + name + "\"") +
                     " has holes: " + std::to_string(holes.boxes.size()) +
@@ -273,15 +273,16 @@ void Merge::collectWindows() {
     std::map<std::int32_t, RIF_TAG> stated;
     std::vector<ChannelCover> covers(inputs_.size());
     for (std::size_t i = 0; i < inputs_.size(); ++i) {
-        covers[i].addWindows(inputs_[i]->pixels, inputs_[i]->facts.frame());
+        covers[i].addWindows(inputs_[i]->pixels, inputs_[i]->inspected.facts.frame());
         for (const INFOTAG& tag : inputs_[i]->pixels) {
-            if (windowOf(tag, inputs_[i]->facts.frame())) stated.emplace(tag.p8, tag);
+            if (windowOf(tag, inputs_[i]->inspected.facts.frame())) stated.emplace(tag.p8, tag);
         }
     }
     for (const auto& [channel, tag] : stated) {
         for (std::size_t i = 0; i < inputs_.size(); ++i) {
             if (covers[i].windows().count(channel) > 0) continue;
-            const MissingBoxes inFrame = unitedBoxes({inputs_[i]->facts.area()}, inputs_[i]->facts.frame());
+            const MissingBoxes inFrame =
+                unitedBoxes({inputs_[i]->inspected.facts.area()}, inputs_[i]->inspected.facts.frame());
             if (!inFrame.boxes.empty()) ownWindows_.push_back({tag, inFrame.boxes.front()});
         }
     }
@@ -289,7 +290,7 @@ void Merge::collectWindows() {
 
 ErrorCode Merge::writeWindows(TagCopier& copier) {
     constexpr unsigned char kNothingDeflated[] = {0x78, 0xda, 0x03, 0, 0, 0, 0, 1};
-    const bool compressed = inputs_.front()->scan.compressed;
+    const bool compressed = inputs_.front()->inspected.compressed;
     for (const Window& window : ownWindows_) {
         RIF_TAG tag = window.tag;
         tag.size = kTagHeaderBytes + (compressed ? sizeof kNothingDeflated : 0);
@@ -306,7 +307,7 @@ ErrorCode Merge::writeWindows(TagCopier& copier) {
 ErrorCode Merge::writeRegion(TagCopier& copier, const INFOTAG& tag) {
     RIRegionInfo region{0, area_.x, area_.y, area_.width, area_.height};
     for (const auto& input : inputs_) {
-        const FrameFacts& facts = input->facts;
+        const FrameFacts& facts = input->inspected.facts;
         if (facts.area() == facts.frame() || !facts.region) continue;
         region.kind = facts.region->kind;
         break;
@@ -321,7 +322,7 @@ ErrorCode Merge::writeMetadata(TagCopier& copier) {
     std::set<std::uint32_t> taken;
     for (const auto& input : inputs_) {
         std::set<std::uint32_t> here;
-        for (const INFOTAG& tag : input->scan.tags) {
+        for (const INFOTAG& tag : input->inspected.tags) {
             if (taken.count(tag.id) > 0 || isPixelTag(tag.id) || tag.id == TAG_INFO_TAGS) continue;
             here.insert(tag.id);
             ErrorCode error = tag.id == TAG_RENDER_REGION && regionIsPart_ ? writeRegion(copier, tag)
@@ -345,7 +346,7 @@ void Merge::write(const std::string& output) {
         copying = [&](std::int64_t copied) { return options_.progress(copied, std::max(copied, total)); };
     TagCopier copier(copying);
     copier.setSyncOnClose(options_.sync);
-    ErrorCode error = copier.begin(output.c_str(), inputs_.front()->scan.compressed);
+    ErrorCode error = copier.begin(output.c_str(), inputs_.front()->inspected.compressed);
     if (error.empty()) error = writeMetadata(copier);
     if (error.empty()) error = writeWindows(copier);
     if (options_.overlap == MergeOverlap::kFirst) std::reverse(inputs_.begin(), inputs_.end());

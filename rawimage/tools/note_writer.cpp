@@ -8,10 +8,11 @@
 #include <utility>
 #include <vector>
 
+#include "rawimage/inspect/inspection.h"
 #include "rawimage/inspect/tag_check.h"
-#include "rawimage/inspect/tag_scan.h"
 #include "rawimage/tools/note.h"
 #include "support/bytes.h"
+#include "support/stream_wrapper.h"
 
 namespace MUtils {
 
@@ -48,24 +49,16 @@ int setTableOffset(PStream& stream, std::int64_t offset) {
     return writeAt(stream, kTableOffsetPosition, bytes);
 }
 
-// Remembers why it could not be read, which a scan takes for damage.
-class WatchedReads final : public PStream {
+// Keeps the first error of a read, which an inspection takes for damage.
+class WatchedReads final : public StreamWrapper {
   public:
-    explicit WatchedReads(PStream& file) : file_(file) {}
+    using StreamWrapper::StreamWrapper;
 
     int code() const { return code_; }
 
-    int Open() override { return file_.Open(); }
-    int Close() override { return file_.Close(); }
-    bool IsOpen() const override { return file_.IsOpen(); }
-    int Read(void* data, int size, int& got) override { return watched(file_.Read(data, size, got)); }
-    int Write(const void* data, int size, int& got) override { return file_.Write(data, size, got); }
-    int Seek(long position) override { return watched(file_.Seek(position)); }
-    int Skip(long distance) override { return watched(file_.Skip(distance)); }
-    std::int64_t Tell() override { return file_.Tell(); }
-    bool IsEOF() override { return file_.IsEOF(); }
-    int Truncate() override { return file_.Truncate(); }
-    std::int64_t Length() override { return file_.Length(); }
+    int Read(void* data, int size, int& got) override { return watched(wrapped_.Read(data, size, got)); }
+    int Seek(long position) override { return watched(wrapped_.Seek(position)); }
+    int Skip(long distance) override { return watched(wrapped_.Skip(distance)); }
 
   private:
     int watched(int code) {
@@ -73,7 +66,6 @@ class WatchedReads final : public PStream {
         return code;
     }
 
-    PStream& file_;
     int code_ = 0;
 };
 
@@ -182,12 +174,12 @@ bool isNote(const RIF_TAG& tag) {
 
 // The payloads of all notes. One that is not a proper note is replaced, too, where nothing but its text is
 // wrong: half of it may be an older one's.
-std::vector<std::int64_t> notesIn(const TagScan& scan) {
+std::vector<std::int64_t> notesIn(const Inspection& found) {
     std::vector<std::int64_t> places;
-    for (const INFOTAG& tag : scan.tags) {
+    for (const INFOTAG& tag : found.tags) {
         if (isNote(tag)) places.push_back(static_cast<std::int64_t>(tag.offset) + kTagHeaderBytes);
     }
-    for (const TagGap& gap : scan.gaps) {
+    for (const TagGap& gap : found.gaps) {
         if (isNote(gap.tag) && gap.end - gap.offset == kNoteTagBytes)
             places.push_back(gap.offset + kTagHeaderBytes);
     }
@@ -195,23 +187,20 @@ std::vector<std::int64_t> notesIn(const TagScan& scan) {
 }
 
 // What leads a reader, which walks by sizes, astray before it comes to `place`; null when nothing does.
-const char* damageBefore(std::int64_t place, const TagScan& scan) {
-    const auto astray = std::find_if(scan.gaps.begin(), scan.gaps.end(),
+const char* damageBefore(std::int64_t place, const Inspection& found) {
+    const auto astray = std::find_if(found.gaps.begin(), found.gaps.end(),
                                      [](const TagGap& gap) { return gap.tag.size != gap.end - gap.offset; });
-    return astray != scan.gaps.end() && astray->offset < place ? astray->cause : nullptr;
+    return astray != found.gaps.end() && astray->offset < place ? astray->cause : nullptr;
 }
 
 // Why no tag can be added; empty when one can.
-ErrorCode reasonAgainst(const TagScan& scan) {
+ErrorCode reasonAgainst(const Inspection& found) {
     constexpr const char* kFormat = "No note can be added: %s.";
-    const auto damage =
-        std::find_if(scan.gaps.begin(), scan.gaps.end(), [](const TagGap& gap) { return !gap.torn; });
-    if (damage != scan.gaps.end()) return ErrorCode(kName, kNoteFileDamaged, kFormat, damage->cause);
-    if (!scan.faults.empty())
-        return ErrorCode(kName, kNoteFileDamaged, kFormat, scan.faults.front().cause.c_str());
-    if (scan.tableOffset == 0)
+    if (found.state == FileState::kDamaged)
+        return ErrorCode(kName, kNoteFileDamaged, kFormat, found.cause.c_str());
+    if (found.tableOffset == 0)
         return ErrorCode(kName, kNoteFileUnfinished, kFormat, "the file is not finished");
-    if (scan.tags.back().size > INT_MAX - kNoteTagBytes - kInfoTagBytes)
+    if (found.tags.back().size > INT_MAX - kNoteTagBytes - kInfoTagBytes)
         return ErrorCode(kName, -1, kFormat, "the tag table is full");
     return {};
 }
@@ -224,24 +213,23 @@ ErrorCode setNote(PStream& file, PStream& mending, const char* note) {
     if (length == kNoteBytes)
         return ErrorCode(kName, -1, "A note has at most %i characters.", kNoteBytes - 1);
     std::copy_n(note, length, payload.begin());
-    TagScan scan;
-    TagScanOptions options;
-    options.pixels = false;
+    InspectOptions options;
+    options.depth = InspectDepth::kRecords;
     options.threads = 1;
     WatchedReads watched(file);
-    const bool scanned = scanTags(watched, options, scan);
+    const Inspection found = inspectStream(watched, options);
     if (const int code = watched.code(); code != 0)
         return ErrorCode(kName, code, "Error reading: %s", std::generic_category().message(code).c_str());
-    if (!scanned || scan.header.magic != RIF_MAGIC)
+    if (found.state == FileState::kNotThisFormat)
         return ErrorCode(kName, kNoteFileNotThisFormat, "Not a raw image file.");
-    std::vector<std::int64_t> notes = notesIn(scan);
+    std::vector<std::int64_t> notes = notesIn(found);
     if (!notes.empty()) {
-        if (const char* damage = damageBefore(*std::max_element(notes.begin(), notes.end()), scan))
+        if (const char* damage = damageBefore(*std::max_element(notes.begin(), notes.end()), found))
             return ErrorCode(kName, kNoteFileDamaged, "Readers do not find the note: %s.", damage);
         return apply(Replacement(file, std::move(notes)), payload, mending);
     }
-    if (ErrorCode error = reasonAgainst(scan); !error.empty()) return error;
-    return apply(Addition(file, scan.tags.back()), payload, mending);
+    if (ErrorCode error = reasonAgainst(found); !error.empty()) return error;
+    return apply(Addition(file, found.tags.back()), payload, mending);
 }
 
 }  // namespace MUtils

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "../../support/error_code.h"
+#include "../inspect/inspection.h"
 
 // Saves what is sound of a damaged or unfinished raw image file.
 
@@ -20,19 +21,6 @@ enum class RecoverState {
     kStopped         // by the caller's progress: likewise
 };
 
-// Bytes of the input that are not in the output.
-struct LostRange {
-    std::int64_t offset = 0;
-    std::int64_t end = 0;
-    std::string cause;
-};
-
-// Where the input contradicts itself and nobody can tell which side is right.
-struct RecoverDoubt {
-    std::int64_t offset = 0;
-    std::string cause;
-};
-
 struct RecoverReport {
     RecoverState state = RecoverState::kGood;
     std::string cause;  // of a state that is not kGood
@@ -41,8 +29,14 @@ struct RecoverReport {
     std::int64_t tagsKept = 0;
     std::int64_t tagsOfPixels = 0;  // of these
     std::int64_t bytesKept = 0;
-    std::vector<LostRange> lost;  // in file order
-    std::vector<RecoverDoubt> doubts;
+    // In file order: bytes of the input that are not in the output, a torn end among them, tags that the
+    // output has as they were written and not as they are in the input, and contradictions that cost nothing.
+    std::vector<FileFault> lost;
+    std::vector<FileFault> repaired;
+    std::vector<FileFault> doubts;
+    // The output lacks something of what the input had, whole or in parts: pixels, a record. The table does
+    // not count, as the output has its own, nor does a torn end in which no tag can be recognised.
+    bool lacks = false;
     bool changed = true;  // false when an in-place recovery found the file finished and sound
 };
 
@@ -51,19 +45,14 @@ struct RecoverOptions {
     std::function<bool(std::int64_t done, std::int64_t total)> progress;  // false stops
 };
 
-// Copies every sound tag of `input` as it stands to the new file `output`, which is emptied when it exists,
-// and writes a table. Old tables are left out. Tags whose headers contradict the table are kept unless
-// something else says that the table is right. What it writes verifies: good, or incomplete. Throws
-// std::bad_alloc, as do the others.
+// Copies every sound tag of `input` to the new file `output`, which is emptied when it exists, and writes a
+// table. Tags are copied byte for byte, save the header of one that is repaired. Old tables are left out.
+// docs/recovery.md describes which of a damaged file's statements are believed. What it writes verifies:
+// good, or incomplete. Throws std::bad_alloc, as does the other.
 RecoverReport recoverFile(const char* input, const char* output, const RecoverOptions& options);
 
 // Cuts a torn tail off the file and adds the table, in place, under the writers' lock. Refuses when anything
 // else is wrong with it; a sound, finished file stays as it is.
 RecoverReport recoverInPlace(const char* fileName, const RecoverOptions& options);
-
-// Makes a file ready to be continued with RIFile::Append and ReadInfoTags: cuts a torn tail, or the table of
-// a finished file, so that the next tag follows the last whole one. Refuses what recoverInPlace() refuses,
-// save damage inside pixels, which it does not inflate: verify first where that matters.
-RecoverReport prepareResume(const char* fileName);
 
 }  // namespace MUtils

@@ -1,28 +1,17 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "../format.h"
+#include "../inspect/inspection.h"
 
-// What a raw image file holds, told from one walk over its headers and small records. Pixels are not read, so
-// a file of any size is summarised quickly, and what they decompress to is taken from their headers.
+// What a raw image file contains, by its headers and small records. Pixels are not read, so a file of any
+// size is summarised quickly, and the bytes that they decompress to come from their headers.
 
 namespace MUtils {
-
-enum class FileVerdict {
-    kGood,           // finished and sound, as far as headers tell
-    kUnfinished,     // never closed, or cut: every whole tag can be read, and the file can be continued
-    kDamaged,        // a header contradicts the format, itself or the rest of the file
-    kNotThisFormat,  // does not begin with the format's file header
-    kCannotOpen
-};
-
-// "good", "unfinished", "damaged", "not this format", "cannot open".
-const char* verdictName(FileVerdict verdict);
 
 // A text of the file, up to its NUL. One of more than kMaxSummaryText bytes is not read.
 struct StoredText {
@@ -67,22 +56,18 @@ struct ChannelSummary {
 // Everything that is optional is there when the file has the tag, whole; of several tags of a kind the last
 // one counts.
 struct FileSummary {
-    FileVerdict verdict = FileVerdict::kGood;
-    // Why the verdict is not kGood, and the file offset where it shows. Of several faults the first damage is
-    // told.
+    // As the inspection's: why the state is not kGood, and the file offset where that shows, -1 where it
+    // shows nowhere.
+    FileState state = FileState::kGood;
     std::string cause;
-    std::int64_t faultOffset = 0;
+    std::int64_t faultOffset = -1;
 
-    // Of a stream that does not know its length: where the last tag ends.
     std::int64_t fileBytes = 0;
-    // As it stands in the file, zeros when there is none to read.
+    // As it is in the file, zeros when there is none to read.
     RIF_HEADER header;
-    // The header's offset leads to a tag table that ends the file and has an entry for each tag that must be
-    // listed.
+    // The file has its table: it ends the file, and the header's offset leads to it.
     bool finished = false;
-    // Tag headers met, one whose payload is cut included. A walk that breaks off at damage knows none behind
-    // it.
-    std::int64_t tagCount = 0;
+    std::int64_t tagCount = 0;  // sound tags, the table included
 
     std::optional<FrameResolution> resolution;
     std::optional<BucketSize> buckets;
@@ -103,20 +88,19 @@ struct FileSummary {
     std::vector<ChannelSummary> channels;
     std::int64_t furtherChannels = 0;
 
-    // Every tag header, in file order; empty unless asked for. 50 bytes a tag.
-    std::deque<INFOTAG> tags;
+    // The sound tags, in file order; empty unless asked for.
+    std::vector<INFOTAG> tags;
 };
 constexpr int kMaxUnlistedChannels = 1000;
 
 // Pixels of the frame, 0 when there is no sensible resolution.
 std::int64_t framePixels(const FileSummary& summary);
 
-// Summarises a file. Never fails: what is wrong stands in the verdict. Needs about 64 bytes of memory a tag,
-// besides the list of tags. Throws std::bad_alloc.
+// Summarises a file: a view of its inspection to the depth of records. Never fails: what is wrong is in the
+// state. Needs about 80 bytes of memory a tag. Throws std::bad_alloc.
 FileSummary summariseFile(const char* fileName, bool keepTags);
 
-// The same for an open stream, which is left open at no particular position. A stream that does not know its
-// length is not found out when its last payload is cut.
+// The same for an open stream, which is left open at no particular position.
 FileSummary summariseStream(PStream& stream, bool keepTags);
 
 }  // namespace MUtils

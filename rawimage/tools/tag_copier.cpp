@@ -52,16 +52,28 @@ void TagCopier::list(const INFOTAG& tag) {
     if (goesIntoTable(tag.id)) infoTags.Append(tag);
 }
 
-ErrorCode TagCopier::copy(PStream& source, const std::vector<INFOTAG>& tags) {
+ErrorCode TagCopier::copy(PStream& source, const std::vector<INFOTAG>& tags,
+                          const std::vector<TagScan::Repair>& repairs) {
+    const auto isRepaired = [&repairs](const INFOTAG& tag) {
+        const auto repair = std::lower_bound(
+            repairs.begin(), repairs.end(), static_cast<std::int64_t>(tag.offset),
+            [](const TagScan::Repair& of, std::int64_t offset) { return of.offset < offset; });
+        return repair != repairs.end() && repair->offset == static_cast<std::int64_t>(tag.offset);
+    };
     for (std::size_t i = 0; i < tags.size() && !stopped_;) {
         if (tags[i].id == TAG_INFO_TAGS) {
             ++i;
+            continue;
+        }
+        if (isRepaired(tags[i])) {
+            if (ErrorCode error = copyRepaired(source, tags[i++]); !error.empty()) return error;
             continue;
         }
         const std::uint64_t start = tags[i].offset;
         const auto target = static_cast<std::uint64_t>(stream->Tell());
         std::uint64_t end = start;
         for (; i < tags.size() && tags[i].offset == end && tags[i].id != TAG_INFO_TAGS; ++i) {
+            if (isRepaired(tags[i])) break;
             INFOTAG moved = tags[i];
             moved.offset = target + (tags[i].offset - start);
             list(moved);
@@ -72,6 +84,17 @@ ErrorCode TagCopier::copy(PStream& source, const std::vector<INFOTAG>& tags) {
         if (!error.empty()) return error;
     }
     return {};
+}
+
+// The header as it was written, the payload as it is in the source.
+ErrorCode TagCopier::copyRepaired(PStream& source, const INFOTAG& tag) {
+    INFOTAG moved = tag;
+    moved.offset = static_cast<std::uint64_t>(stream->Tell());
+    list(moved);
+    unsigned char bytes[kTagHeaderBytes];
+    encodeTag(tag, bytes);
+    if (ErrorCode error = writeAll(*stream, bytes, kTagHeaderBytes); !error.empty()) return error;
+    return copyBytes(source, static_cast<std::int64_t>(tag.offset) + kTagHeaderBytes, tag.payloadBytes());
 }
 
 // From file to file without a stop in memory, as far as the system does that.
@@ -129,9 +152,10 @@ int TagCopier::open(const char* fileName) {
     return lastError;
 }
 
-ErrorCode TagCopier::resume(const std::vector<INFOTAG>& tags, bool compressed) {
+ErrorCode TagCopier::resume(const Inspection& inspected) {
+    const std::vector<INFOTAG>& tags = inspected.tags;
     header = RIF_HEADER();
-    header.flags = compressed ? RIF_COMPRESSED : 0;
+    header.flags = inspected.compressed ? RIF_COMPRESSED : 0;
     infoTags.Free();
     std::int64_t end = kFileHeaderBytes;
     for (const INFOTAG& tag : tags) {

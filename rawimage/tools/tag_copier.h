@@ -4,6 +4,7 @@
 #include <functional>
 #include <vector>
 
+#include "rawimage/inspect/inspection.h"
 #include "rawimage/writer.h"
 
 namespace MUtils {
@@ -11,8 +12,8 @@ namespace MUtils {
 // True when both names lead to one existing file, through links too.
 bool isSameFile(const char* a, const char* b);
 
-// Writes a raw image file out of tags that stand in others, byte for byte as they are. Errors as RIFile's;
-// what could not be read of a source is an error too.
+// Writes a raw image file out of tags of others, byte for byte as they are there. Errors as RIFile's; what
+// cannot be read of a source is an error too.
 class TagCopier : public RIFile {
   public:
     // Called on the way with the bytes copied so far; false stops.
@@ -24,8 +25,10 @@ class TagCopier : public RIFile {
     ErrorCode begin(const char* fileName, bool compressed);
 
     // Copies tags of `source`, in their order. Tags that follow each other in the source go in one piece. Old
-    // tables are left out; everything goes into the new table that must, and channel lists too.
-    ErrorCode copy(PStream& source, const std::vector<INFOTAG>& tags);
+    // tables are left out; everything goes into the new table that must, and channel lists too. A tag in
+    // `repairs`, which are in the order of their offsets, gets its header from `tags`, not from the source.
+    ErrorCode copy(PStream& source, const std::vector<INFOTAG>& tags,
+                   const std::vector<TagScan::Repair>& repairs = {});
     // A tag of the caller's own. `size` of it is right.
     ErrorCode add(const RIF_TAG& tag, const void* payload);
     // True when the progress has stopped a copy, which is then not whole.
@@ -34,15 +37,16 @@ class TagCopier : public RIFile {
     // Opens an existing file for reading and writing and locks it; code as PFileStream's. Then file() is it.
     int open(const char* fileName);
     PStream& file() { return *stream; }
-    // Continues the opened file behind the sound tags that a scan found in it, cutting what follows them.
-    ErrorCode resume(const std::vector<INFOTAG>& tags, bool compressed);
+    // Continues the opened file behind the sound tags that its inspection found, cutting what follows them.
+    ErrorCode resume(const Inspection& inspected);
 
-    // Writes the table and closes; a full disk is told as such.
+    // Writes the table and closes; a full disk is reported as such.
     ErrorCode Close() override;
     // Closes the file without a table, as a render leaves it that dies.
     ErrorCode leaveOpenEnded();
 
   private:
+    ErrorCode copyRepaired(PStream& source, const INFOTAG& tag);
     ErrorCode copyBytes(PStream& source, std::int64_t offset, std::int64_t size);
     ErrorCode copyChunk(PStream& source, int size);
     void list(const INFOTAG& tag);

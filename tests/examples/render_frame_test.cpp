@@ -40,7 +40,7 @@ Events contents(const std::string& path) {
 }
 
 void expectFrame(const std::string& path, const Events& whole) {
-    EXPECT_STREQ(verdictName(MUtils::verifyFile(path.c_str(), {}).verdict), "good");
+    EXPECT_STREQ(stateName(MUtils::verifyFile(path.c_str(), {}).state), "good");
     EXPECT_EQ(contents(path), whole);
 }
 

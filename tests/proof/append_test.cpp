@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "rawimage/tools/note.h"
-#include "rawimage/tools/recover.h"
+#include "rawimage/tools/resume.h"
 #include "tests/testing/memory_file.h"
 #include "tests/testing/sample_file.h"
 

@@ -36,8 +36,8 @@ void* operator new(std::size_t size) {
 }
 
 using namespace testing_tools;
+using MUtils::FileState;
 using MUtils::RecoverState;
-using MUtils::VerifyVerdict;
 
 namespace {
 
@@ -121,8 +121,8 @@ class Damage : public testing::TestWithParam<std::tuple<bool, bool>> {
                 note(static_cast<std::size_t>(number));
         }
     }
-    void checkReaders(const std::vector<unsigned char>& bytes, int tag, VerifyVerdict verdict, bool threaded);
-    void checkPixels(const Delivered& walk, VerifyVerdict verdict);
+    void checkReaders(const std::vector<unsigned char>& bytes, int tag, FileState verdict, bool threaded);
+    void checkPixels(const Delivered& walk, FileState verdict);
     void checkTable(const std::vector<unsigned char>& bytes);
     void checkRecovery(int tag, bool cut);
     void check(const std::vector<unsigned char>& bytes, int tag, bool cut, bool threaded);
@@ -146,12 +146,12 @@ class Damage : public testing::TestWithParam<std::tuple<bool, bool>> {
 // their channel must be called damaged, with two exceptions that nothing in the file can tell: values that
 // are stored without a checksum, and a place in a file that has no table to hold it against, which is called
 // unfinished.
-void Damage::checkPixels(const Delivered& walk, VerifyVerdict verdict) {
+void Damage::checkPixels(const Delivered& walk, FileState verdict) {
     if (walk.code != 0) return;
-    if (walk.pixels == written_ || verdict == VerifyVerdict::kDamaged) return;
-    EXPECT_NE(verdict, VerifyVerdict::kGood);
+    if (walk.pixels == written_ || verdict == FileState::kDamaged) return;
+    EXPECT_NE(verdict, FileState::kGood);
     for (const Event& wrong : without(walk.pixels, written_)) {
-        EXPECT_EQ(verdict, VerifyVerdict::kUnfinished);
+        EXPECT_EQ(verdict, FileState::kUnfinished);
         EXPECT_FALSE(options_.closed);
         EXPECT_TRUE(std::any_of(written_.begin(), written_.end(), [&](const Event& event) {
             return event.numbers[1] == wrong.numbers[1] && event.bytes == wrong.bytes;
@@ -159,7 +159,7 @@ void Damage::checkPixels(const Delivered& walk, VerifyVerdict verdict) {
     }
 }
 
-void Damage::checkReaders(const std::vector<unsigned char>& bytes, int tag, VerifyVerdict verdict,
+void Damage::checkReaders(const std::vector<unsigned char>& bytes, int tag, FileState verdict,
                           bool threaded) {
     const std::vector<Event> before(sample_.events.begin(),
                                     sample_.events.begin() + (tag < 0 ? 0 : sample_.eventsBefore(tag)));
@@ -207,8 +207,8 @@ void Damage::checkRecovery(int tag, bool cut) {
     note(static_cast<std::size_t>(state));
     ASSERT_TRUE(state == RecoverState::kGood || (state == RecoverState::kNotThisFormat && cut));
     if (state != RecoverState::kGood) return;
-    const VerifyVerdict after = verdictOf(output_.path());
-    EXPECT_TRUE(isSound(after)) << MUtils::verdictName(after);
+    const FileState after = verdictOf(output_.path());
+    EXPECT_TRUE(isSound(after)) << MUtils::stateName(after);
 
     Tags intact = tags_;
     if (cut) {
@@ -238,11 +238,11 @@ void Damage::check(const std::vector<unsigned char>& bytes, int tag, bool cut, b
     ++cases_;
     largestBlock = 0;
     input_.fill(bytes);
-    const VerifyVerdict full = verdictOf(input_.path());
-    const VerifyVerdict quick = verdictOf(input_.path(), true);
+    const FileState full = verdictOf(input_.path());
+    const FileState quick = verdictOf(input_.path(), true);
     note(static_cast<std::size_t>(full) * 16 + static_cast<std::size_t>(quick));
-    EXPECT_TRUE(quick != VerifyVerdict::kDamaged || full == VerifyVerdict::kDamaged);
-    EXPECT_FALSE(cut && full == VerifyVerdict::kGood);
+    EXPECT_TRUE(quick != FileState::kDamaged || full == FileState::kDamaged);
+    EXPECT_FALSE(cut && full == FileState::kGood);
     checkReaders(bytes, tag, full, threaded);
     checkTable(bytes);
     checkRecovery(tag, cut);

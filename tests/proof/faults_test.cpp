@@ -9,7 +9,7 @@
 // Streams and disks that fail at each of their operations under whole renders.
 
 using namespace testing_tools;
-using MUtils::VerifyVerdict;
+using MUtils::FileState;
 
 namespace {
 
@@ -113,12 +113,12 @@ TEST(Faults, EveryOperationOfAWriter) {
                         ++cases;
                         MemoryFile file;
                         file.fill(outcome.bytes);
-                        const VerifyVerdict verdict = verdictOf(file.path());
+                        const FileState verdict = verdictOf(file.path());
                         const bool same = outcome.bytes == whole.bytes;
                         told += outcome.told;
                         harmless += !outcome.told && same;
                         leftToVerify += !outcome.told && !same;
-                        EXPECT_TRUE(outcome.told || same || verdict != VerifyVerdict::kGood);
+                        EXPECT_TRUE(outcome.told || same || verdict != FileState::kGood);
                         const bool dead = fault == Fault::kErrorNothing || fault == Fault::kErrorShort;
                         EXPECT_TRUE(outcome.told || !forEver || call != Call::kWrite || !dead);
                         const std::vector<Event> lost =
@@ -159,7 +159,7 @@ TEST(Faults, AFullDiskAtEverySize) {
             render(told);
         }
         EXPECT_TRUE(told) << size;
-        EXPECT_NE(verdictOf(target.path()), VerifyVerdict::kGood);
+        EXPECT_NE(verdictOf(target.path()), FileState::kGood);
         int whole = 0;
         while (whole < kBuckets && sizes[static_cast<std::size_t>(whole)] <= size)
             ++whole;

@@ -167,15 +167,15 @@ inline Delivered parse(const char* fileName) {
     return parse(file);
 }
 
-inline MUtils::VerifyVerdict verdictOf(const char* fileName, bool quick = false) {
+inline MUtils::FileState verdictOf(const char* fileName, bool quick = false) {
     MUtils::VerifyOptions options;
     options.quick = quick;
     options.threads = 1;
-    return MUtils::verifyFile(fileName, options).verdict;
+    return MUtils::verifyFile(fileName, options).state;
 }
 
-inline bool isSound(MUtils::VerifyVerdict verdict) {
-    return verdict == MUtils::VerifyVerdict::kGood || verdict == MUtils::VerifyVerdict::kIncomplete;
+inline bool isSound(MUtils::FileState verdict) {
+    return verdict == MUtils::FileState::kGood || verdict == MUtils::FileState::kIncomplete;
 }
 
 // The pixels that recovery saves, sorted.

@@ -82,9 +82,9 @@ TEST(Kill, KeepsEveryBucketThatWasAccepted) {
         ::close(ends[0]);
         EXPECT_TRUE(WIFSIGNALED(status) || WEXITSTATUS(status) == 0);
 
-        const MUtils::VerifyVerdict verdict = verdictOf(target.path());
-        unfinished += verdict == MUtils::VerifyVerdict::kUnfinished;
-        EXPECT_NE(verdict, MUtils::VerifyVerdict::kDamaged);
+        const MUtils::FileState verdict = verdictOf(target.path());
+        unfinished += verdict == MUtils::FileState::kUnfinished;
+        EXPECT_NE(verdict, MUtils::FileState::kDamaged);
         const std::vector<Event> expected = bucketEvents(0, accepted);
         const Delivered walked = parse(target.path());
         torn += walked.code != 0;

@@ -9,7 +9,7 @@
 // Files beyond 4 GiB, almost all of it holes, and tags as large as a tag can be.
 
 using namespace testing_tools;
-using MUtils::VerifyVerdict;
+using MUtils::FileState;
 
 namespace {
 
@@ -60,7 +60,7 @@ void expectWhole(const char* path, int buckets, bool closed) {
     MUtils::VerifyOptions quick;
     quick.quick = true;
     const MUtils::VerifyReport report = MUtils::verifyFile(path, quick);
-    EXPECT_EQ(report.verdict, closed ? VerifyVerdict::kGood : VerifyVerdict::kUnfinished) << report.cause;
+    EXPECT_EQ(report.state, closed ? FileState::kGood : FileState::kUnfinished) << report.cause;
     const MUtils::FileSummary summary = MUtils::summariseFile(path, true);
     EXPECT_EQ(summary.finished, closed);
     EXPECT_GT(summary.tags.back().offset, std::uint64_t{1} << 33);

@@ -9,7 +9,7 @@
 // A note is set on a finished file whose disk fails, or whose writer dies, at each step.
 
 using namespace testing_tools;
-using MUtils::VerifyVerdict;
+using MUtils::FileState;
 
 namespace {
 
@@ -46,14 +46,14 @@ std::vector<Event> frameOf(const std::vector<unsigned char>& bytes) {
     return events;
 }
 
-VerifyVerdict judge(const std::vector<unsigned char>& bytes) {
+FileState judge(const std::vector<unsigned char>& bytes) {
     MemoryFile file;
     file.fill(bytes);
     return verdictOf(file.path());
 }
 
-bool isFinishedOrUnfinished(VerifyVerdict verdict) {
-    return isSound(verdict) || verdict == VerifyVerdict::kUnfinished;
+bool isFinishedOrUnfinished(FileState verdict) {
+    return isSound(verdict) || verdict == FileState::kUnfinished;
 }
 
 class SetNote : public testing::TestWithParam<std::pair<bool, int>> {
@@ -183,7 +183,7 @@ TEST_P(SetNote, CutShortAtEachMoment) {
     for (const std::vector<unsigned char>& state : stream.states) {
         SCOPED_TRACE(&state - stream.states.data());
         EXPECT_TRUE(frameOf(state) == frame_);
-        EXPECT_TRUE(isFinishedOrUnfinished(judge(state))) << MUtils::verdictName(judge(state));
+        EXPECT_TRUE(isFinishedOrUnfinished(judge(state))) << MUtils::stateName(judge(state));
     }
     EXPECT_TRUE(isSound(judge(stream.states.back())));
 }

@@ -7,7 +7,7 @@
 // The operations of a render, replayed up to a power cut.
 
 using namespace testing_tools;
-using MUtils::VerifyVerdict;
+using MUtils::FileState;
 
 namespace {
 
@@ -87,17 +87,16 @@ Operations sectors(const Operation& operation) {
 class PowerCut : public testing::TestWithParam<int> {
   protected:
     // Never good with pixels that are not the frame's; what was on the disk before is saved in any case.
-    VerifyVerdict check(const Disk& disk, int bucketsThere) {
+    FileState check(const Disk& disk, int bucketsThere) {
         ++cases_;
         file_.fill(disk);
-        const VerifyVerdict verdict = verdictOf(file_.path());
+        const FileState verdict = verdictOf(file_.path());
         const Delivered delivered = parse(file_.path());
         if (isSound(verdict)) {
-            good_ += verdict == VerifyVerdict::kGood;
+            good_ += verdict == FileState::kGood;
             EXPECT_EQ(delivered.code, 0);
             EXPECT_TRUE(without(delivered.pixels, bucketEvents(0, Script::kBuckets)).empty());
-            EXPECT_TRUE(verdict != VerifyVerdict::kGood ||
-                        delivered.pixels == bucketEvents(0, Script::kBuckets));
+            EXPECT_TRUE(verdict != FileState::kGood || delivered.pixels == bucketEvents(0, Script::kBuckets));
         }
         EXPECT_TRUE(without(bucketEvents(0, bucketsThere), recoveredPixels(file_.path())).empty());
         return verdict;
@@ -132,15 +131,15 @@ TEST_P(PowerCut, AfterEveryOperation) {
     for (const Operation& operation : log) {
         for (const Operation& piece : sectors(operation)) {
             apply(disk, piece);
-            const VerifyVerdict verdict = check(disk, synced);
-            EXPECT_TRUE(verdict == VerifyVerdict::kUnfinished || verdict == VerifyVerdict::kGood ||
-                        (disk.size() < 32 && verdict == VerifyVerdict::kNotThisFormat))
-                << MUtils::verdictName(verdict) << " at " << disk.size();
+            const FileState verdict = check(disk, synced);
+            EXPECT_TRUE(verdict == FileState::kUnfinished || verdict == FileState::kGood ||
+                        (disk.size() < 32 && verdict == FileState::kNotThisFormat))
+                << MUtils::stateName(verdict) << " at " << disk.size();
         }
         if (operation.kind == Operation::kSync) synced = Script::kBuckets;
         ASSERT_FALSE(HasFailure());
     }
-    EXPECT_EQ(check(disk, Script::kBuckets), VerifyVerdict::kGood);
+    EXPECT_EQ(check(disk, Script::kBuckets), FileState::kGood);
     std::printf("%d cuts, %d good\n", cases_, good_);
 }
 

@@ -32,7 +32,7 @@ inline MUtils::VerifyReport verify(const Contents& bytes, bool quick = false, in
 }
 
 inline std::string verdict(const Contents& bytes, bool quick = false) {
-    return verdictName(verify(bytes, quick).verdict);
+    return stateName(verify(bytes, quick).state);
 }
 
 // The tags of a sound file with their headers, each as its bytes; the table is the last one of a finished

@@ -1,4 +1,4 @@
-#include "rawimage/tools/recover.h"
+#include "rawimage/tools/resume.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -54,7 +54,7 @@ std::vector<std::string> tagsWithout(const Sample& sample, const std::vector<int
 // Bytes that are lost, one by one.
 std::set<std::int64_t> lostBytes(const RecoverReport& report) {
     std::set<std::int64_t> bytes;
-    for (const LostRange& range : report.lost) {
+    for (const FileFault& range : report.lost) {
         for (std::int64_t at = range.offset; at < range.end; ++at)
             EXPECT_TRUE(bytes.insert(at).second) << at << " is lost twice";
     }

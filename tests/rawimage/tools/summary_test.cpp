@@ -69,7 +69,7 @@ FileSummary summarise(const std::vector<unsigned char>& bytes) {
 TEST(Summary, TellsWhatTheFileHolds) {
     const Sample sample = makeSample();
     const FileSummary summary = summarise(sample.bytes);
-    EXPECT_EQ(summary.verdict, FileVerdict::kGood) << summary.cause;
+    EXPECT_EQ(summary.state, FileState::kGood) << summary.cause;
     EXPECT_TRUE(summary.finished);
     EXPECT_EQ(summary.header.infoTagsOffset, static_cast<std::uint64_t>(sample.offsets.back()));
     EXPECT_EQ(summary.fileBytes, static_cast<std::int64_t>(sample.bytes.size()));
@@ -136,7 +136,7 @@ TEST(Summary, TakesTheLastListAndShowsChannelsOutsideOfIt) {
     addPixels(bytes, 5, 2, 9);
     addPixels(bytes, -3, 1, 1);
     const FileSummary summary = summarise(bytes);
-    EXPECT_EQ(summary.verdict, FileVerdict::kUnfinished);
+    EXPECT_EQ(summary.state, FileState::kUnfinished);
     ASSERT_EQ(summary.channels.size(), 2u);
     EXPECT_EQ(summary.channels[0].record.index, 5);
     EXPECT_EQ(summary.channels[0].record.flags, 2);
@@ -160,7 +160,7 @@ TEST(Summary, OfAFileCutAnywhereIsUnfinished) {
         for (std::size_t size = 0; size < sample.bytes.size(); ++size) {
             const FileSummary summary =
                 summarise({sample.bytes.begin(), sample.bytes.begin() + std::ptrdiff_t(size)});
-            ASSERT_EQ(summary.verdict, size < 32 ? FileVerdict::kNotThisFormat : FileVerdict::kUnfinished)
+            ASSERT_EQ(summary.state, size < 32 ? FileState::kNotThisFormat : FileState::kUnfinished)
                 << size << " " << summary.cause;
             ASSERT_LE(summary.faultOffset, static_cast<std::int64_t>(size));
             ASSERT_FALSE(summary.finished);
@@ -174,7 +174,7 @@ TEST(Summary, OfABrokenTagIsDamaged) {
         for (int i = 0; i < sample.tagCount(); ++i) {
             Bytes bytes = sample.bytes;
             storeU32(bytes.data() + sample.offset(i) + 4, size);
-            EXPECT_EQ(summarise(bytes).verdict, FileVerdict::kDamaged) << size << " in tag " << i;
+            EXPECT_EQ(summarise(bytes).state, FileState::kDamaged) << size << " in tag " << i;
         }
     }
     for (const std::uint32_t id : {TAG_CHAN_INT, TAG_PREVIEW, TAG_CHANNEL_INFO, TAG_STAMP, TAG_INFO_TAGS}) {
@@ -183,7 +183,7 @@ TEST(Summary, OfABrokenTagIsDamaged) {
             Bytes bytes = sample.bytes;
             storeU32(bytes.data() + offset + (id == TAG_CHAN_INT ? 20 : 8), value);
             const FileSummary summary = summarise(bytes);
-            EXPECT_EQ(summary.verdict, FileVerdict::kDamaged) << id;
+            EXPECT_EQ(summary.state, FileState::kDamaged) << id;
             EXPECT_EQ(summary.faultOffset, offset) << id;
         }
     }
@@ -205,26 +205,26 @@ TEST(Summary, JudgesTheTableOffset) {
     const struct {
         const char* what;
         Bytes bytes;
-        FileVerdict verdict;
+        FileState verdict;
         std::int64_t offset;
     } cases[] = {
-        {"as written", withTable(112, 2), FileVerdict::kGood, 0},
-        {"table written, offset not", withTable(0, 2), FileVerdict::kUnfinished, 248},
-        {"too few entries", withTable(112, 1), FileVerdict::kDamaged, 112},
-        {"too many entries", withTable(112, 3), FileVerdict::kDamaged, 112},
-        {"leads to another tag", withTable(72, 2), FileVerdict::kDamaged, kTableOffsetPosition},
-        {"leads between tags", withTable(73, 2), FileVerdict::kDamaged, kTableOffsetPosition},
-        {"leads past the end", withTable(~0ull, 2), FileVerdict::kDamaged, kTableOffsetPosition},
-        {"a tag behind the table", followed(Bytes().tag(TAG_REGIONS_INFO, 0)), FileVerdict::kDamaged, 112},
-        {"bytes behind the table", followed(Bytes().zeros(9)), FileVerdict::kDamaged, 112},
-        {"appending, nothing yet", smallFile(72), FileVerdict::kUnfinished, 72},
-        {"appended, not closed", smallFile(72).tag(TAG_REGIONS_INFO, 0), FileVerdict::kUnfinished, 112},
-        {"cut in an appended tag", smallFile(72).tag(TAG_NOTE, 1024).zeros(7), FileVerdict::kUnfinished, 72},
-        {"cut in an unknown tag", smallFile(0).tag(999, 100).zeros(7), FileVerdict::kDamaged, 72},
+        {"as written", withTable(112, 2), FileState::kGood, 0},
+        {"table written, offset not", withTable(0, 2), FileState::kUnfinished, 248},
+        {"too few entries", withTable(112, 1), FileState::kDamaged, 112},
+        {"too many entries", withTable(112, 3), FileState::kDamaged, 112},
+        {"leads to another tag", withTable(72, 2), FileState::kDamaged, kTableOffsetPosition},
+        {"leads between tags", withTable(73, 2), FileState::kDamaged, kTableOffsetPosition},
+        {"leads past the end", withTable(~0ull, 2), FileState::kDamaged, kTableOffsetPosition},
+        {"a tag behind the table", followed(Bytes().tag(TAG_REGIONS_INFO, 0)), FileState::kDamaged, 112},
+        {"bytes behind the table", followed(Bytes().zeros(9)), FileState::kDamaged, 112},
+        {"appending, nothing yet", smallFile(72), FileState::kUnfinished, 72},
+        {"appended, not closed", smallFile(72).tag(TAG_REGIONS_INFO, 0), FileState::kUnfinished, 112},
+        {"cut in an appended tag", smallFile(72).tag(TAG_NOTE, 1024).zeros(7), FileState::kUnfinished, 72},
+        {"cut in an unknown tag", smallFile(0).tag(999, 100).zeros(7), FileState::kDamaged, 72},
     };
     for (const auto& c : cases) {
         const FileSummary summary = summarise(c.bytes);
-        EXPECT_EQ(summary.verdict, c.verdict) << c.what << ": " << summary.cause;
+        EXPECT_EQ(summary.state, c.verdict) << c.what << ": " << summary.cause;
         EXPECT_EQ(summary.faultOffset, c.offset) << c.what << ": " << summary.cause;
     }
 }
@@ -236,8 +236,8 @@ TEST(Summary, TellsAReadThatFailsFromTheEnd) {
         stream.Open();
         stream.failAt(Call::kRead, nth, Fault::kErrorNothing, true);
         const FileSummary summary = summariseStream(stream, false);
-        if (summary.verdict == FileVerdict::kGood) break;
-        ASSERT_EQ(summary.verdict, nth == 1 ? FileVerdict::kCannotOpen : FileVerdict::kDamaged) << nth;
+        if (summary.state == FileState::kGood) break;
+        ASSERT_EQ(summary.state, nth == 1 ? FileState::kCannotOpen : FileState::kDamaged) << nth;
         ASSERT_LT(nth, 1000);
     }
 }

@@ -56,8 +56,8 @@ TEST(Verify, GivesAVerdict) {
         EXPECT_EQ(verdict(c.bytes, true), c.quick != nullptr ? c.quick : c.verdict) << c.what;
         EXPECT_EQ(verify(c.bytes).cause.empty(), c.verdict == std::string("good")) << c.what;
     }
-    EXPECT_EQ(verifyFile("/no/such/file", {}).verdict, VerifyVerdict::kCannotOpen);
-    EXPECT_EQ(verifyFile("/", {}).verdict, VerifyVerdict::kCannotOpen);
+    EXPECT_EQ(verifyFile("/no/such/file", {}).state, FileState::kCannotOpen);
+    EXPECT_EQ(verifyFile("/", {}).state, FileState::kCannotOpen);
 }
 
 TEST(Verify, TellsWhereAndWhyAFileIsDamaged) {
@@ -94,10 +94,10 @@ TEST(Verify, TellsWhereAndWhyAFileIsDamaged) {
     };
     for (const auto& c : cases) {
         const VerifyReport report = verify(with(sample.bytes, sample, c.tag, c.from, c.bytes));
-        EXPECT_EQ(report.verdict, VerifyVerdict::kDamaged) << c.cause;
+        EXPECT_EQ(report.state, FileState::kDamaged) << c.cause;
         EXPECT_EQ(report.faults.size(), c.faults) << c.cause;
         EXPECT_EQ(report.cause, report.faults.at(0).cause);
-        for (const VerifyFault& fault : report.faults) {
+        for (const FileFault& fault : report.faults) {
             if (fault.offset != c.offset) continue;
             EXPECT_THAT(fault.cause, HasSubstr(c.cause));
             EXPECT_EQ(fault.tagId, c.tagId) << c.cause;
@@ -108,7 +108,7 @@ TEST(Verify, TellsWhereAndWhyAFileIsDamaged) {
             EXPECT_EQ(fault.channelName, c.tag == pixels ? "ffff" : "") << c.cause;
         }
         EXPECT_TRUE(std::any_of(report.faults.begin(), report.faults.end(),
-                                [&](const VerifyFault& fault) { return fault.offset == c.offset; }))
+                                [&](const FileFault& fault) { return fault.offset == c.offset; }))
             << c.cause << ", but " << report.cause << " at " << report.faults[0].offset;
         // What is damaged is to be rendered again.
         ASSERT_EQ(report.missing.size(), c.tag == pixels ? 1u : 0u) << c.cause;
@@ -272,7 +272,7 @@ TEST(Verify, AnswersAlikeOnAnyNumberOfThreads) {
     for (const int threads : {0, 2, 4, 16}) {
         const VerifyReport many = verify(bytes, false, threads);
         EXPECT_TRUE(std::equal(one.faults.begin(), one.faults.end(), many.faults.begin(), many.faults.end(),
-                               [](const VerifyFault& a, const VerifyFault& b) {
+                               [](const FileFault& a, const FileFault& b) {
                                    return a.offset == b.offset && a.cause == b.cause;
                                }));
         EXPECT_EQ(many.tags, one.tags);
