@@ -39,8 +39,7 @@ int pixels(std::int64_t n) {
 }
 
 std::string placeText(const Rect& rect, std::int64_t x, std::int64_t y) {
-    return MUtils::boxText(
-        {pixels(rect.x0 + x), pixels(rect.y0 + y), pixels(rect.width()), pixels(rect.height())});
+    return MUtils::boxText(MUtils::boxAt(rect.x0 + x, rect.y0 + y, rect.width(), rect.height()));
 }
 
 // The pixels that have no place in the frame are looked at first, before anything is done for the others.

@@ -5,7 +5,7 @@
 namespace rimg {
 
 Json jsonOf(const MUtils::PixelBox& box) {
-    return {{"x", box.x}, {"y", box.y}, {"width", box.width}, {"height", box.height}};
+    return {{"x", box.x0}, {"y", box.y0}, {"width", box.width()}, {"height", box.height()}};
 }
 
 Json jsonOf(const MUtils::MissingBoxes& missing) {

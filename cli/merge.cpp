@@ -73,10 +73,10 @@ void mergeInto(MergeReport& merged, const MergeVerbOptions& options) {
     output.commit();
     const MUtils::PixelBox& area = merged.area;
     // A piece at the border that was forgotten leaves no hole.
-    if (!(area == merged.frame))
+    if (area != merged.frame)
         report(options.output, "covers " + MUtils::boxText(area) + " of a frame of " +
-                                   std::to_string(merged.frame.width) + 'x' +
-                                   std::to_string(merged.frame.height));
+                                   std::to_string(merged.frame.width()) + 'x' +
+                                   std::to_string(merged.frame.height()));
     if (!merged.holes.boxes.empty()) report(options.output, "has holes, as allowed: rimg missing lists them");
 }
 

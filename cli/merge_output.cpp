@@ -45,9 +45,9 @@ void printMergeJson(const std::vector<std::string>& inputs, const std::string& o
               {"area", nullptr},
               {"holes", jsonOf(merged.holes)},
               {"pixelTags", merged.tags}};
-    if (merged.frame.width > 0)
-        json["frame"] = {{"width", merged.frame.width}, {"height", merged.frame.height}};
-    if (merged.area.width > 0) json["area"] = jsonOf(merged.area);
+    if (merged.frame.width() > 0)
+        json["frame"] = {{"width", merged.frame.width()}, {"height", merged.frame.height()}};
+    if (merged.area.width() > 0) json["area"] = jsonOf(merged.area);
     printJson(json);
 }
 

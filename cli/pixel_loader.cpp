@@ -69,8 +69,7 @@ class RowRooms final : public PixelRooms {
 };
 
 MUtils::PixelBox pixelBox(const Rect& r) {
-    return {static_cast<int>(r.x0), static_cast<int>(r.y0), static_cast<int>(r.width()),
-            static_cast<int>(r.height())};
+    return {r.x0, r.y0, r.x1, r.y1};
 }
 
 }  // namespace
@@ -138,8 +137,8 @@ bool PixelLoader::overlap(const Job& job) const {
         boxes[tag->p8].push_back(pixelBox(box));
         areas[tag->p8] += box.area();
     }
-    for (auto& [channel, list] : boxes) {
-        if (MUtils::coveredPixels(std::move(list), pixelBox(job.region.box())) != areas[channel]) return true;
+    for (const auto& [channel, list] : boxes) {
+        if (MUtils::coveredPixels(list, pixelBox(job.region.box())) != areas[channel]) return true;
     }
     return false;
 }

@@ -4,6 +4,7 @@
 #include <set>
 
 #include "cli/report.h"
+#include "rawimage/area/tag_box.h"
 
 namespace rimg {
 
@@ -40,10 +41,9 @@ std::vector<Fault> faultsOf(const RawInput& input, const std::vector<PixelLoader
              (pixels ? pixelsOf(fault.box, fault.channel, fault.channelName) : "") + fault.cause});
     }
     for (const PixelLoader::Loss& loss : lost) {
-        const RIF_TAG& tag = loss.tag;
-        faults.push_back(
-            {static_cast<std::int64_t>(loss.tag.offset),
-             pixelsOf({tag.p2, tag.p3, tag.p4, tag.p5}, tag.p8, nameOf(input, tag.p8)) + loss.cause});
+        const std::int32_t channel = loss.tag.p8;
+        faults.push_back({static_cast<std::int64_t>(loss.tag.offset),
+                          pixelsOf(MUtils::boxOf(loss.tag), channel, nameOf(input, channel)) + loss.cause});
     }
     std::stable_sort(faults.begin(), faults.end(),
                      [](const Fault& a, const Fault& b) { return a.offset < b.offset; });
@@ -64,9 +64,7 @@ MUtils::MissingBoxes missingOf(const RawInput& input, const std::vector<ExrChann
         truncated = truncated || missing.boxes.truncated;
     }
     if (lacking.empty()) return {{}, truncated};
-    // What the boxes of all channels cover, without overlaps: the area less all that they leave of it.
-    const PixelBox& area = input.state().area;
-    MUtils::MissingBoxes result = MUtils::missingBoxes(MUtils::missingBoxes(lacking, area).boxes, area);
+    MUtils::MissingBoxes result = MUtils::unitedBoxes(lacking, input.state().area);
     result.truncated = result.truncated || truncated;
     return result;
 }

@@ -51,7 +51,7 @@ ExitCode runMissing(const CheckOptions& options) {
     const std::string& file = options.files.front();
     const VerifyReport found = MUtils::missingPixels(file.c_str());
     const ExitCode code = exitCodeOf(found.state);
-    const bool areaKnown = found.area.width > 0 && found.area.height > 0;
+    const bool areaKnown = !found.area.empty();
     if (options.json) printMissingJson(file, found);
     if (!options.json && areaKnown) printMissingText(file, found);
     flushOutput();

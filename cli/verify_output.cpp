@@ -25,12 +25,12 @@ void printBoxes(const std::string& title, const MissingBoxes& missing) {
     std::printf("%s\n", missing.truncated ? " and further ones" : "");
 }
 
-using BoxesKey = std::vector<std::array<int, 4>>;
+using BoxesKey = std::vector<std::array<std::int64_t, 4>>;
 
 BoxesKey keyOf(const MissingBoxes& missing) {
     BoxesKey key;
     for (const PixelBox& box : missing.boxes)
-        key.push_back({box.x, box.y, box.width, box.height});
+        key.push_back({box.x0, box.y0, box.x1, box.y1});
     return key;
 }
 

@@ -77,11 +77,11 @@ bool sameChannels(const MUtils::FileSummary& summary) {
 // What of the file contradicts that this program has begun it.
 std::string foreignIn(const MUtils::FileSummary& summary, const RenderSettings& settings,
                       const MUtils::PixelBox& area) {
-    const MUtils::PixelBox frame{0, 0, settings.width, settings.height};
-    if (!summary.resolution || summary.resolution->width != frame.width ||
-        summary.resolution->height != frame.height || summary.resolution->aspect != 1)
+    const MUtils::PixelBox frame = MUtils::boxAt(0, 0, settings.width, settings.height);
+    if (!summary.resolution || summary.resolution->width != settings.width ||
+        summary.resolution->height != settings.height || summary.resolution->aspect != 1)
         return "its resolution is not its settings'";
-    if (!(area == frame)) return "it holds a part of the frame only";
+    if (area != frame) return "it holds a part of the frame only";
     if (!summary.buckets || summary.buckets->varies) return "its buckets have no size";
     return sameChannels(summary) ? "" : "it has other channels";
 }
@@ -127,12 +127,12 @@ void cutEnd(const std::string& path) {
 
 std::vector<BucketTask> missingTasks(const Options& options, const std::vector<Bucket>& buckets, bool& more) {
     const VerifyReport report = MUtils::missingPixels(options.resume.c_str());
-    if (!(report.area == MUtils::PixelBox{0, 0, options.size.width, options.size.height}))
+    if (report.area != MUtils::boxAt(0, 0, options.size.width, options.size.height))
         throw Failure(ExitCode::kMismatch, options.resume + ": has become another file");
     const Size& bucket = options.bucket;
     const int columns = (options.size.width - 1) / bucket.width + 1;
     const int rows = (options.size.height - 1) / bucket.height + 1;
-    const auto cell = [columns](int row, int column) {
+    const auto cell = [columns](int64_t row, int64_t column) {
         return static_cast<size_t>(row) * static_cast<size_t>(columns) + static_cast<size_t>(column);
     };
     more = report.missingInAny.truncated;
@@ -140,9 +140,8 @@ std::vector<BucketTask> missingTasks(const Options& options, const std::vector<B
     for (const MUtils::MissingPixels& channel : report.missing) {
         more = more || channel.boxes.truncated;
         for (const MUtils::PixelBox& box : channel.boxes.boxes) {
-            for (int row = box.y / bucket.height; row <= (box.y + box.height - 1) / bucket.height; ++row) {
-                for (int column = box.x / bucket.width; column <= (box.x + box.width - 1) / bucket.width;
-                     ++column)
+            for (int64_t row = box.y0 / bucket.height; row <= (box.y1 - 1) / bucket.height; ++row) {
+                for (int64_t column = box.x0 / bucket.width; column <= (box.x1 - 1) / bucket.width; ++column)
                     lacking[cell(row, column)] |= ChannelMask{1} << channel.channel;
             }
         }

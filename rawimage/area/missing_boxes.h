@@ -1,28 +1,28 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <vector>
 
-#include "coverage.h"
+#include "pixel_box.h"
 
 namespace MUtils {
 
-// A part of an area, as boxes that do not overlap, from the top down and from the left; neighbours are joined
+// A part of an area, as boxes that do not overlap, from the top down and from the left. Neighbours are joined
 // where that gives a box.
 struct MissingBoxes {
     std::vector<PixelBox> boxes;
-    // There are more than `boxes`, which come from the top of the area.
+    // The part has more boxes than these, which are the upper ones.
     bool truncated = false;
 };
 constexpr std::size_t kMaxMissingBoxes = 100000;
 
-// The part of `area` that no box covers. Takes O(n log n) time for n boxes on a grid; for others the time is
-// bounded, too, and the answer is cut at `limit` boxes or when it has taken too much work.
+// Returns the part of `area` that no box covers. Coordinates outside the range of int32 do not count. Takes
+// O(n log n) time for n boxes that form a grid. For other boxes the time is bounded, too: the result is
+// truncated at `limit` boxes or when it has taken too much work. Throws std::bad_alloc.
 MissingBoxes missingBoxes(const std::vector<PixelBox>& boxes, const PixelBox& area,
                           std::size_t limit = kMaxMissingBoxes);
 
-// The part of `area` that the boxes, which may overlap, cover. Time and limit likewise.
+// Returns the part of `area` that the boxes, which may overlap, cover, within the same bounds.
 MissingBoxes unitedBoxes(const std::vector<PixelBox>& boxes, const PixelBox& area,
                          std::size_t limit = kMaxMissingBoxes);
 

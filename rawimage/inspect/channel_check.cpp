@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 
+#include "rawimage/area/tag_box.h"
 #include "rawimage/inspect/frame_facts.h"
 #include "rawimage/inspect/tag_check.h"
 

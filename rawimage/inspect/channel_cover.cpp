@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "rawimage/area/tag_box.h"
 #include "rawimage/inspect/tag_check.h"
 
 namespace MUtils {
@@ -38,7 +39,7 @@ MissingBoxes ChannelCover::missingOf(std::int32_t channel, std::vector<PixelBox>
 ChannelCover::Missing ChannelCover::missing(const PixelBox& area) const {
     constexpr std::size_t kMostInAll = 10 * kMaxMissingBoxes;
     Missing result;
-    if (area.width < 1 || area.height < 1) return result;
+    if (area.empty()) return result;
     std::vector<PixelBox> lacking;
     bool truncated = false;
     for (const auto& [channel, covered] : boxes_) {

@@ -20,13 +20,13 @@ const INFOTAG* lastTag(const std::vector<INFOTAG>& tags, Wanted wanted) {
 }  // namespace
 
 PixelBox FrameFacts::frame() const {
-    return resolution ? PixelBox{0, 0, resolution->p1, resolution->p2} : PixelBox();
+    return resolution ? boxAt(0, 0, resolution->p1, resolution->p2) : PixelBox();
 }
 
 PixelBox FrameFacts::area() const {
     const bool isPart = region && region->kind != kWholeFrame && region->width > 0 && region->height > 0;
     if (!isPart) return frame();
-    return {region->left, region->top, region->width, region->height};
+    return boxAt(region->left, region->top, region->width, region->height);
 }
 
 std::string FrameFacts::channelName(int index) const {

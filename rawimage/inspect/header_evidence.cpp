@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "rawimage/area/tag_box.h"
 #include "rawimage/inspect/tag_check.h"
 
 namespace MUtils {
@@ -10,14 +11,6 @@ namespace {
 
 bool sameBucket(const RIF_TAG& a, const RIF_TAG& b) {
     return boxOf(a) == boxOf(b) && a.p6 == b.p6 && a.p7 == b.p7;
-}
-
-bool overlap(std::int64_t from, std::int64_t size, std::int64_t otherFrom, std::int64_t otherSize) {
-    return from < otherFrom + otherSize && otherFrom < from + size;
-}
-
-bool overlap(const PixelBox& a, const PixelBox& b) {
-    return overlap(a.x, a.width, b.x, b.width) && overlap(a.y, a.height, b.y, b.height);
 }
 
 }  // namespace
@@ -47,7 +40,7 @@ bool HeaderEvidence::leavesOthersFree(std::size_t index, const RIF_TAG& header) 
     const PixelBox box = boxOf(header);
     for (std::size_t i = 0; i < tags_.size(); ++i) {
         const bool other = i != index && dropped_[i] == nullptr && isPixelTag(tags_[i].id);
-        if (other && tags_[i].p8 == header.p8 && overlap(box, boxOf(tags_[i]))) return false;
+        if (other && tags_[i].p8 == header.p8 && overlaps(box, boxOf(tags_[i]))) return false;
     }
     return true;
 }
@@ -97,7 +90,7 @@ bool HeaderEvidence::entryIsRight(std::size_t index, const RIF_TAG& entry) {
         better = compare(tag, entry, [&](const RIF_TAG& header) { return agreesWithCaller(index, header); });
     if (better == 0) {
         better = compare(tag, entry,
-                         [&](const RIF_TAG& header) { return overlap(boxOf(header), facts_.frame()); });
+                         [&](const RIF_TAG& header) { return overlaps(boxOf(header), facts_.frame()); });
     }
     if (better == 0)
         better = compare(tag, entry, [&](const RIF_TAG& header) { return leavesOthersFree(index, header); });

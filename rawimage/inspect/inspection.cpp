@@ -6,6 +6,7 @@
 #include <system_error>
 #include <utility>
 
+#include "rawimage/area/tag_box.h"
 #include "rawimage/inspect/channel_cover.h"
 #include "rawimage/inspect/frame_facts.h"
 #include "rawimage/inspect/payload_pool.h"
@@ -106,7 +107,7 @@ void decide(Inspection& file) {
                  torn->offset);
     } else if (file.tableOffset == 0) {
         setState(file, FileState::kUnfinished, "never closed: no tag table", file.fileBytes);
-    } else if (file.facts.frame().width < 1 || file.facts.frame().height < 1) {
+    } else if (file.facts.frame().empty()) {
         incomplete("the resolution is missing");
     } else if (file.facts.channels.empty()) {
         incomplete("the channel list is missing");

@@ -118,12 +118,10 @@ bool unusedParametersClear(const RIF_TAG& tag) {
 }
 
 std::optional<PixelBox> windowOf(const RIF_TAG& tag, const PixelBox& frame) {
-    const auto within = [](std::int64_t from, std::int64_t size, std::int64_t length) {
-        return from >= 0 && size >= 0 && from + size <= length;
-    };
-    const bool sound =
-        statesWindow(tag) && within(tag.p2, tag.p4, frame.width) && within(tag.p3, tag.p6, frame.height);
-    return sound ? std::optional(PixelBox{tag.p2, tag.p3, tag.p4, tag.p6}) : std::nullopt;
+    if (!statesWindow(tag)) return std::nullopt;
+    const PixelBox window = boxAt(tag.p2, tag.p3, tag.p4, tag.p6);
+    const bool sound = window.width() >= 0 && window.height() >= 0 && contains(frame, window);
+    return sound ? std::optional(window) : std::nullopt;
 }
 
 const char PayloadCheck::kBytesBehindPixels[] = "bytes behind the end of the pixels";

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <optional>
 
-#include "rawimage/area/coverage.h"
+#include "rawimage/area/pixel_box.h"
 #include "rawimage/format.h"
 #include "support/deflate.h"
 
@@ -41,11 +41,6 @@ inline bool provesItself(const RIF_TAG& tag, bool compressed) {
 // True for a list of channels in this format's records; readers pass over any other.
 inline bool isChannelList(const RIF_TAG& tag) {
     return tag.id == TAG_CHANNEL_INFO && tag.p2 == kChannelRecordBytes;
-}
-
-// The pixels that a pixel tag covers.
-inline PixelBox boxOf(const RIF_TAG& tag) {
-    return {tag.p2, tag.p3, tag.p4, tag.p5};
 }
 
 // True for a tag that states a channel's window, maybe a malformed one.

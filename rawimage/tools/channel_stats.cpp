@@ -4,17 +4,15 @@
 #include <iterator>
 #include <utility>
 
+#include "rawimage/area/box_sweep.h"
 #include "rawimage/inspect/tag_check.h"
 
 namespace MUtils {
 
 void ChannelStats::add(const RIF_TAG& tag, std::int64_t rawBytes) {
     if (statesWindow(tag)) return;  // no bucket
-    tags_.push_back({tag.p8,
-                     tag.p1,
-                     {tag.p2, tag.p3, tag.p4, tag.p5},
-                     static_cast<std::uint32_t>(tag.payloadBytes()),
-                     static_cast<std::int32_t>(rawBytes)});
+    tags_.push_back({tag.p8, tag.p1, tag.p2, tag.p3, tag.p4, tag.p5,
+                     static_cast<std::uint32_t>(tag.payloadBytes()), static_cast<std::int32_t>(rawBytes)});
 }
 
 ChannelSummary ChannelStats::summariseOne(Position first, Position end, const FileSummary& summary) {
@@ -22,17 +20,16 @@ ChannelSummary ChannelStats::summariseOne(Position first, Position end, const Fi
     channel.record.index = first->channel;
     channel.record.type = first->type;
     channel.tags = std::distance(first, end);
-    std::vector<PixelBox> boxes;
-    boxes.reserve(static_cast<std::size_t>(channel.tags));
+    const bool hasFrame = framePixels(summary) > 0;
+    BoxSweep sweep(hasFrame ? boxAt(0, 0, summary.resolution->width, summary.resolution->height)
+                            : PixelBox());
+    if (hasFrame) sweep.reserve(static_cast<std::size_t>(channel.tags));
     for (; first != end; ++first) {
         channel.storedBytes += first->storedBytes;
         channel.rawBytes += first->rawBytes;
-        boxes.push_back(first->box);
+        sweep.add(boxAt(first->x, first->y, first->width, first->height));
     }
-    if (framePixels(summary) > 0) {
-        const PixelBox frame{0, 0, summary.resolution->width, summary.resolution->height};
-        channel.coveredPixels = coveredPixels(std::move(boxes), frame);
-    }
+    if (hasFrame) channel.coveredPixels = sweep.coveredPixels();
     return channel;
 }
 

@@ -4,7 +4,7 @@
 #include <deque>
 #include <vector>
 
-#include "rawimage/area/coverage.h"
+#include "rawimage/format.h"
 #include "rawimage/tools/summary.h"
 
 namespace MUtils {
@@ -23,7 +23,7 @@ class ChannelStats {
     struct PixelTag {
         std::int32_t channel;
         std::int32_t type;
-        PixelBox box;
+        std::int32_t x, y, width, height;
         std::uint32_t storedBytes;
         std::int32_t rawBytes;
     };

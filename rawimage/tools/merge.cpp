@@ -7,6 +7,7 @@
 #include <set>
 #include <system_error>
 
+#include "rawimage/area/coverage.h"
 #include "rawimage/inspect/channel_cover.h"
 #include "rawimage/inspect/inspection.h"
 #include "rawimage/inspect/tag_check.h"
@@ -26,13 +27,19 @@ struct Input {
 
 std::string sizeText(const FrameFacts& facts) {
     const PixelBox frame = facts.frame();
-    return facts.resolution ? std::to_string(frame.width) + "x" + std::to_string(frame.height) : "unknown";
+    return facts.resolution ? std::to_string(frame.width()) + "x" + std::to_string(frame.height())
+                            : "unknown";
 }
 
 // An aspect word of 0 stands for 1.
 std::uint32_t aspectOf(const FrameFacts& facts) {
     const std::int32_t word = facts.resolution ? facts.resolution->p3 : 0;
     return word != 0 ? static_cast<std::uint32_t>(word) : bitsFromFloat(1.0f);
+}
+
+// Of a place or a size within the area.
+std::int32_t word(std::int64_t value) {
+    return static_cast<std::int32_t>(value);
 }
 
 // A channel and a box of it, or a window, in some order.
@@ -44,7 +51,8 @@ BucketKey keyOf(const RIF_TAG& tag) {
 
 // Pixels, wherever a renderer may put a bucket.
 std::int64_t coveredBy(const ChannelCover& cover, std::int32_t channel) {
-    const PixelBox everywhere{INT32_MIN / 2, INT32_MIN / 2, INT32_MAX, INT32_MAX};
+    constexpr std::int64_t kHalf = INT32_MAX / 2;
+    const PixelBox everywhere{-kHalf, -kHalf, kHalf, kHalf};
     const auto found = cover.boxes().find(channel);
     return found != cover.boxes().end() ? coveredPixels(found->second, everywhere) : 0;
 }
@@ -134,7 +142,7 @@ bool Merge::open(const std::string& output) {
 
 // What keeps two files from being pieces of one frame; "" when nothing does.
 std::string Merge::difference(const Input& a, const Input& b) {
-    if (!(a.inspected.facts.frame() == b.inspected.facts.frame()))
+    if (a.inspected.facts.frame() != b.inspected.facts.frame())
         return "the frame is " + sizeText(b.inspected.facts) + ", not " + sizeText(a.inspected.facts);
     if (aspectOf(a.inspected.facts) != aspectOf(b.inspected.facts)) return "the pixel aspect differs";
     if (a.inspected.compressed != b.inspected.compressed)
@@ -169,19 +177,14 @@ bool Merge::agree() {
 }
 
 void Merge::unite() {
-    std::int64_t x0 = INT64_MAX, y0 = INT64_MAX, x1 = INT64_MIN, y1 = INT64_MIN;
     for (const auto& input : inputs_) {
         const PixelBox area = input->inspected.facts.area();
-        regionIsPart_ = regionIsPart_ || !(area == input->inspected.facts.frame());
-        x0 = std::min<std::int64_t>(x0, area.x);
-        y0 = std::min<std::int64_t>(y0, area.y);
-        x1 = std::max<std::int64_t>(x1, std::int64_t{area.x} + area.width);
-        y1 = std::max<std::int64_t>(y1, std::int64_t{area.y} + area.height);
+        regionIsPart_ = regionIsPart_ || area != input->inspected.facts.frame();
+        area_ = boxAround(area_, area);
     }
-    const auto word = [](std::int64_t value) {
-        return static_cast<std::int32_t>(std::clamp<std::int64_t>(value, INT32_MIN, INT32_MAX));
-    };
-    area_ = {word(x0), word(y0), word(x1 - x0), word(y1 - y0)};
+    // A render region's size is a 32-bit number.
+    area_.x1 = std::min(area_.x1, area_.x0 + INT32_MAX);
+    area_.y1 = std::min(area_.y1, area_.y0 + INT32_MAX);
     report_.area = area_;
     report_.frame = inputs_.front()->inspected.facts.frame();
 }
@@ -294,10 +297,10 @@ ErrorCode Merge::writeWindows(TagCopier& copier) {
     for (const Window& window : ownWindows_) {
         RIF_TAG tag = window.tag;
         tag.size = kTagHeaderBytes + (compressed ? sizeof kNothingDeflated : 0);
-        tag.p2 = window.box.x;
-        tag.p3 = window.box.y;
-        tag.p4 = window.box.width;
-        tag.p6 = window.box.height;
+        tag.p2 = word(window.box.x0);
+        tag.p3 = word(window.box.y0);
+        tag.p4 = word(window.box.width());
+        tag.p6 = word(window.box.height());
         if (ErrorCode error = copier.add(tag, kNothingDeflated); !error.empty()) return error;
     }
     return {};
@@ -305,7 +308,7 @@ ErrorCode Merge::writeWindows(TagCopier& copier) {
 
 // The box around all; everything else stays as the tag has it.
 ErrorCode Merge::writeRegion(TagCopier& copier, const INFOTAG& tag) {
-    RIRegionInfo region{0, area_.x, area_.y, area_.width, area_.height};
+    RIRegionInfo region{0, word(area_.x0), word(area_.y0), word(area_.width()), word(area_.height())};
     for (const auto& input : inputs_) {
         const FrameFacts& facts = input->inspected.facts;
         if (facts.area() == facts.frame() || !facts.region) continue;

@@ -3,6 +3,7 @@
 #include <zlib.h>
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -65,10 +66,26 @@ inline std::string zipped(const std::string& bytes, int level) {
     return stream;
 }
 
+// x, y, width and height, as records have them.
+inline std::array<std::int32_t, 4> placeOf(const MUtils::PixelBox& box) {
+    const auto word = [](std::int64_t value) { return static_cast<std::int32_t>(value); };
+    return {word(box.x0), word(box.y0), word(box.width()), word(box.height())};
+}
+
 // A bucket of integers.
 inline void addPixels(Bytes& file, int channel, const MUtils::PixelBox& box, const std::string& payload) {
+    const auto [x, y, width, height] = placeOf(box);
     file.tag(TAG_CHAN_INT, static_cast<std::uint32_t>(payload.size()),
-             {RCT_INT, box.x, box.y, box.width, box.height, 0, 0, channel});
+             {RCT_INT, x, y, width, height, 0, 0, channel});
+    file.text(payload);
+}
+
+// The window of a channel of integers.
+inline void addWindow(Bytes& file, int channel, const MUtils::PixelBox& box, const std::string& payload,
+                      std::int32_t mark = kChannelWindowMark) {
+    const auto [x, y, width, height] = placeOf(box);
+    file.tag(TAG_CHAN_INT, static_cast<std::uint32_t>(payload.size()),
+             {RCT_INT, x, y, width, 0, height, mark, channel});
     file.text(payload);
 }
 

@@ -204,7 +204,7 @@ TEST(Merge, AllowsHolesAndUnfinishedFiles) {
     const MergeReport report = merging.run(options);
     ASSERT_EQ(report.state, MergeState::kGood) << report.cause;
     EXPECT_EQ(report.unfinished, std::vector<std::string>{merging.names[1]});
-    EXPECT_EQ(report.holes.boxes, (std::vector<PixelBox>{{20, 0, 10, 12}}));
+    EXPECT_EQ(report.holes.boxes, (std::vector<PixelBox>{{20, 0, 30, 12}}));
     EXPECT_EQ(verdict(merging.output.bytes()), "incomplete");
 
     options.progress = [calls = 0](std::int64_t done, std::int64_t total) mutable {
@@ -216,7 +216,7 @@ TEST(Merge, AllowsHolesAndUnfinishedFiles) {
 
 // Where one piece ends a channel at a window, another that says nothing means its whole area.
 TEST(Merge, KeepsWindowsAndAddsThoseThatPiecesMean) {
-    const PixelBox left{0, 0, 4, 4}, right{4, 0, 4, 4}, small{1, 1, 2, 2}, none{0, 0, 0, 0};
+    const PixelBox left{0, 0, 4, 4}, right{4, 0, 8, 4}, small{1, 1, 3, 3}, none{0, 0, 0, 0};
     struct Piece {
         PixelBox region;
         std::vector<PixelBox> windows, buckets;  // of channel b; a has the region
@@ -226,17 +226,14 @@ TEST(Merge, KeepsWindowsAndAddsThoseThatPiecesMean) {
         file[20] = compressed ? 1 : 0;
         file.i32s({0, RCT_INT, 0, 0}).text("a").zeros(63).i32s({1, RCT_INT, 0, 0}).text("b").zeros(63);
         const PixelBox& r = piece.region;
-        file.tag(TAG_RENDER_REGION, 20).i32s({0, r.x, r.y, r.width, r.height});
+        const auto [x, y, width, height] = placeOf(r);
+        file.tag(TAG_RENDER_REGION, 20).i32s({0, x, y, width, height});
         const auto packed = [&](const std::string& bytes) { return compressed ? zipped(bytes, 9) : bytes; };
         const std::string nothing = packed("");
-        for (const PixelBox& w : piece.windows) {
-            file.tag(TAG_CHAN_INT, static_cast<std::uint32_t>(nothing.size()),
-                     {RCT_INT, w.x, w.y, w.width, 0, w.height, kChannelWindowMark, 1})
-                .text(nothing);
-        }
+        for (const PixelBox& window : piece.windows)
+            addWindow(file, 1, window, nothing);
         const auto bucket = [&](int channel, const PixelBox& box) {
-            addPixels(file, channel, box,
-                      packed(std::string(static_cast<std::size_t>(4 * box.width * box.height), 'v')));
+            addPixels(file, channel, box, packed(std::string(static_cast<std::size_t>(4 * box.area()), 'v')));
         };
         bucket(0, r);
         for (const PixelBox& box : piece.buckets)
@@ -258,9 +255,9 @@ TEST(Merge, KeepsWindowsAndAddsThoseThatPiecesMean) {
          MergeState::kGood,
          {small}},
         {"two of one corner",
-         {{left, {small}, {small}}, {left, {{1, 1, 2, 1}}, {{1, 1, 2, 1}}}},
+         {{left, {small}, {small}}, {left, {{1, 1, 3, 2}}, {{1, 1, 3, 2}}}},
          MergeState::kGood,
-         {small, {1, 1, 2, 1}}},
+         {small, {1, 1, 3, 2}}},
     };
     for (const auto& c : cases) {
         for (const bool compressed : {true, false}) {
@@ -278,7 +275,7 @@ TEST(Merge, KeepsWindowsAndAddsThoseThatPiecesMean) {
             ASSERT_EQ(reading.list(), 0);
             for (int i = 0; i < reading.file.NumTags(); ++i) {
                 const RIF_TAG& tag = *reading.file.GetTag(i);
-                if (tag.p7 == kChannelWindowMark) windows.push_back({tag.p2, tag.p3, tag.p4, tag.p6});
+                if (tag.p7 == kChannelWindowMark) windows.push_back(boxAt(tag.p2, tag.p3, tag.p4, tag.p6));
             }
             EXPECT_THAT(windows, testing::UnorderedElementsAreArray(c.windows));
         }

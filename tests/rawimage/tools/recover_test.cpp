@@ -124,8 +124,8 @@ TEST(Recover, KeepsWhatNoDamageHasTouched) {
     addPixels(open, 0, {0, 0, 16, 8}, pixels);
     for (const char* note : {"one", "two"})
         open.tag(TAG_NOTE, 1024).text(note).zeros(1024 - 3);
-    addPixels(open, 0, {0, 8, 16, 8}, pixels);
-    addPixels(open, 0, {0, 16, 16, 8}, pixels);
+    addPixels(open, 0, {0, 8, 16, 16}, pixels);
+    addPixels(open, 0, {0, 16, 16, 24}, pixels);
     const Bytes finished = closed(open);
     const std::vector<std::string> written = tagsOf(open);
     const std::size_t pixelTag = 40 + pixels.size(), table = open.size();
@@ -306,10 +306,10 @@ TEST(Resume, RendersOnlyWhatIsMissing) {
         file.fill(bytes);
 
         const VerifyReport left = missingPixels(file.path());
-        EXPECT_EQ(left.missingInAny.boxes, (std::vector<PixelBox>{{10, 0, 10, 3}}));
+        EXPECT_EQ(left.missingInAny.boxes, (std::vector<PixelBox>{{10, 0, 20, 3}}));
         ASSERT_EQ(left.missing.size(), 6u);
         for (const MissingPixels& missing : left.missing) {
-            const PixelBox box = missing.channel > 2 ? PixelBox{15, 0, 5, 3} : PixelBox{10, 0, 10, 3};
+            const PixelBox box = missing.channel > 2 ? PixelBox{15, 0, 20, 3} : PixelBox{10, 0, 20, 3};
             EXPECT_EQ(missing.boxes.boxes, std::vector<PixelBox>{box}) << missing.channel;
         }
         ASSERT_EQ(prepareResume(file.path()).state, RecoverState::kGood);

@@ -2,10 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <climits>
-#include <random>
-
-#include "rawimage/area/coverage.h"
 #include "support/bytes.h"
 #include "tests/testing/fault_stream.h"
 #include "tests/testing/sample_file.h"
@@ -14,51 +10,6 @@ using namespace MUtils;
 using namespace testing_tools;
 
 namespace {
-
-std::int64_t countPixels(const std::vector<PixelBox>& boxes, const PixelBox& frame) {
-    std::int64_t pixels = 0;
-    for (int y = frame.y; y < frame.y + frame.height; ++y) {
-        for (int x = frame.x; x < frame.x + frame.width; ++x) {
-            pixels += std::any_of(boxes.begin(), boxes.end(), [x, y](const PixelBox& box) {
-                return x >= box.x && x - box.x < box.width && y >= box.y && y - box.y < box.height;
-            });
-        }
-    }
-    return pixels;
-}
-
-TEST(Coverage, IsWhatCountingPixelsGives) {
-    std::mt19937 random(7);
-    const auto pick = [&random](int first, int last) {
-        return std::uniform_int_distribution<int>(first, last)(random);
-    };
-    for (int round = 0; round < 3000; ++round) {
-        const PixelBox frame{pick(-3, 3), pick(-3, 3), pick(0, 14), pick(0, 11)};
-        std::vector<PixelBox> boxes(static_cast<std::size_t>(pick(0, 12)));
-        for (PixelBox& box : boxes)
-            box = {pick(-6, 15), pick(-6, 12), pick(-2, 9), pick(-2, 7)};
-        ASSERT_EQ(coveredPixels(boxes, frame), countPixels(boxes, frame)) << "round " << round;
-    }
-}
-
-TEST(Coverage, TakesBoxesOfAnyNumbers) {
-    constexpr std::int64_t kLargest = std::int64_t{INT_MAX} * INT_MAX;
-    const PixelBox frame{0, 0, INT_MAX, INT_MAX};
-    const struct {
-        PixelBox box;
-        std::int64_t pixels;
-    } cases[] = {
-        {{0, 0, INT_MAX, INT_MAX}, kLargest},
-        {{INT_MIN, INT_MIN, INT_MAX, INT_MAX}, 0},
-        {{-1, -1, INT_MAX, INT_MAX}, std::int64_t{INT_MAX - 1} * (INT_MAX - 1)},
-        {{INT_MAX - 1, INT_MAX - 2, INT_MAX, INT_MAX}, 2},
-        {{5, 5, INT_MIN, INT_MAX}, 0},
-    };
-    for (const auto& c : cases)
-        EXPECT_EQ(coveredPixels({c.box, c.box}, frame), c.pixels) << c.box.x;
-    EXPECT_EQ(coveredPixels({{0, 0, 9, 9}}, {0, 0, INT_MIN, 9}), 0);
-    EXPECT_EQ(coveredPixels({{INT_MIN, INT_MIN, 4, 4}}, {INT_MIN, INT_MIN + 1, INT_MAX, INT_MAX}), 12);
-}
 
 FileSummary summarise(const std::vector<unsigned char>& bytes) {
     FaultStream stream(bytes);

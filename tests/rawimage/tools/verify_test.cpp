@@ -103,7 +103,7 @@ TEST(Verify, TellsWhereAndWhyAFileIsDamaged) {
             EXPECT_EQ(fault.tagId, c.tagId) << c.cause;
             EXPECT_EQ(fault.end, c.offset == sample.offset(c.tag) ? sample.offset(c.tag + 1) : c.offset)
                 << c.cause;
-            EXPECT_EQ(fault.box, c.tag == pixels ? (PixelBox{5, 0, 5, 3}) : PixelBox()) << c.cause;
+            EXPECT_EQ(fault.box, c.tag == pixels ? (PixelBox{5, 0, 10, 3}) : PixelBox()) << c.cause;
             EXPECT_EQ(fault.channel, c.tag == pixels ? 5 : -1) << c.cause;
             EXPECT_EQ(fault.channelName, c.tag == pixels ? "ffff" : "") << c.cause;
         }
@@ -113,7 +113,7 @@ TEST(Verify, TellsWhereAndWhyAFileIsDamaged) {
         // What is damaged is to be rendered again.
         ASSERT_EQ(report.missing.size(), c.tag == pixels ? 1u : 0u) << c.cause;
         if (c.tag == pixels) {
-            EXPECT_EQ(report.missing[0].boxes.boxes, (std::vector<PixelBox>{{5, 0, 5, 3}}));
+            EXPECT_EQ(report.missing[0].boxes.boxes, (std::vector<PixelBox>{{5, 0, 10, 3}}));
         }
     }
 }
@@ -138,7 +138,7 @@ TEST(Verify, HoldsPixelsAgainstTheirChecksumOnly) {
     for (const auto& c : cases) {
         Bytes file = Bytes().fileHeader(0).tag(TAG_RESOLUTION, 0, {64, 32});
         addPixels(file, 0, {0, 0, 64, 16}, zipped(values, 9));
-        addPixels(file, 0, {0, 16, 64, 16}, c.payload);
+        addPixels(file, 0, {0, 16, 64, 32}, c.payload);
         const VerifyReport report = verify(closed(file));
         EXPECT_THAT(report.cause, HasSubstr(c.cause));
         EXPECT_EQ(report.faults.size(), *c.cause != '\0' ? 1u : 0u) << report.cause;
@@ -148,8 +148,8 @@ TEST(Verify, HoldsPixelsAgainstTheirChecksumOnly) {
 // Of two channels "a" and "b", and one without values.
 TEST(Verify, ListsWhatChannelsLack) {
     using Boxes = std::vector<PixelBox>;
-    const PixelBox frame{0, 0, 8, 4}, left{0, 0, 4, 4}, right{4, 0, 4, 4}, part{2, 1, 4, 2}, top{0, 0, 4, 2};
-    const Boxes corner{{4, 1, 2, 1}, {2, 2, 4, 1}};
+    const PixelBox frame{0, 0, 8, 4}, left{0, 0, 4, 4}, right{4, 0, 8, 4}, part{2, 1, 6, 3}, top{0, 0, 4, 2};
+    const Boxes corner{{4, 1, 6, 2}, {2, 2, 6, 3}};
     const struct {
         const char* what;
         std::vector<std::int32_t> region;  // its record, if the file has one
@@ -161,7 +161,7 @@ TEST(Verify, ListsWhatChannelsLack) {
         {"half of one", {}, frame, {{left, right}, {left}}, {{}, {right}, {right}}},
         {"another half each", {}, frame, {{right}, {left}}, {{left}, {right}, {frame}}},
         {"everything", {}, frame, {}, {{frame}, {frame}, {frame}}},
-        {"nothing of the region", {0, 2, 1, 4, 2}, part, {{part}, {{1, 0, 6, 4}}}, {}},
+        {"nothing of the region", {0, 2, 1, 4, 2}, part, {{part}, {{1, 0, 7, 4}}}, {}},
         {"a corner of the region", {4, 2, 1, 4, 2}, part, {{part}, {top}}, {{}, corner, corner}},
         {"half, region of the whole frame",
          {-1, 2, 1, 4, 2},
@@ -177,8 +177,7 @@ TEST(Verify, ListsWhatChannelsLack) {
         if (!c.region.empty()) file.tag(TAG_RENDER_REGION, 20).raw(c.region.data(), 20);
         for (const int channel : {0, 1}) {
             for (const PixelBox& box : c.buckets[channel]) {
-                const int size = 4 * box.width * box.height;
-                addPixels(file, channel, box, zipped(noise(static_cast<std::size_t>(size)), 9));
+                addPixels(file, channel, box, zipped(noise(static_cast<std::size_t>(4 * box.area())), 9));
             }
         }
         EXPECT_EQ(verdict(closed(file)), c.lacking[2].empty() ? "good" : "incomplete") << c.what;
@@ -202,7 +201,7 @@ TEST(Verify, ExpectsNothingOutsideAChannelsWindow) {
         PixelBox window;
         std::int32_t mark = kChannelWindowMark;
     };
-    const PixelBox frame{0, 0, 8, 4}, left{0, 0, 4, 4}, right{4, 0, 4, 4};
+    const PixelBox frame{0, 0, 8, 4}, left{0, 0, 4, 4}, right{4, 0, 8, 4};
     const struct {
         const char* what;
         std::vector<Stated> windows;
@@ -211,18 +210,18 @@ TEST(Verify, ExpectsNothingOutsideAChannelsWindow) {
         bool region = false;  // the left half is the render region
     } cases[] = {
         {"its window", {{1, left}}, {left}, {}},
-        {"half of its window", {{1, left}}, {{0, 0, 4, 2}}, {{0, 2, 4, 2}}},
-        {"more than its window", {{1, {1, 1, 2, 2}}}, {left}, {}},
+        {"half of its window", {{1, left}}, {{0, 0, 4, 2}}, {{0, 2, 4, 4}}},
+        {"more than its window", {{1, {1, 1, 3, 3}}}, {left}, {}},
         {"no window at all", {{1, {0, 0, 0, 0}}}, {}, {}},
-        {"several windows", {{1, {0, 0, 2, 4}}, {1, {6, 0, 2, 4}}}, {{0, 0, 2, 4}}, {{6, 0, 2, 4}}},
+        {"several windows", {{1, {0, 0, 2, 4}}, {1, {6, 0, 8, 4}}}, {{0, 0, 2, 4}}, {{6, 0, 8, 4}}},
         {"a window of another channel", {{0, left}}, {left}, {right}},
         {"another mark", {{1, left, kChannelWindowMark + 1}}, {left}, {right}},
         {"past the frame", {{1, {0, 0, 9, 4}}}, {left}, {right}},
-        {"before the frame", {{1, {-1, 0, 5, 4}}}, {left}, {right}},
-        {"far past the frame", {{1, {INT_MAX, 0, INT_MAX, 4}}}, {left}, {right}},
-        {"negative", {{1, {4, 4, 4, -4}}}, {left}, {right}},
+        {"before the frame", {{1, {-1, 0, 4, 4}}}, {left}, {right}},
+        {"far past the frame", {{1, boxAt(INT_MAX, 0, INT_MAX, 4)}}, {left}, {right}},
+        {"negative", {{1, {4, 4, 8, 0}}}, {left}, {right}},
         {"beside the render region", {{1, right}}, {}, {}, true},
-        {"partly in the render region", {{1, {2, 0, 4, 4}}}, {}, {{2, 0, 2, 4}}, true},
+        {"partly in the render region", {{1, {2, 0, 6, 4}}}, {}, {{2, 0, 4, 4}}, true},
     };
     for (const auto& c : cases) {
         for (const bool compressed : {true, false}) {
@@ -235,12 +234,9 @@ TEST(Verify, ExpectsNothingOutsideAChannelsWindow) {
             if (c.region) file.tag(TAG_RENDER_REGION, 20).raw(region, 20);
             const std::string nothing = compressed ? zipped("", 9) : "";
             for (const Stated& s : c.windows)
-                file.tag(TAG_CHAN_INT, static_cast<std::uint32_t>(nothing.size()),
-                         {RCT_INT, s.window.x, s.window.y, s.window.width, 0, s.window.height, s.mark,
-                          s.channel})
-                    .text(nothing);
+                addWindow(file, s.channel, s.window, nothing, s.mark);
             const auto bucket = [&](int channel, const PixelBox& box) {
-                const std::string values = noise(static_cast<std::size_t>(4 * box.width * box.height));
+                const std::string values = noise(static_cast<std::size_t>(4 * box.area()));
                 addPixels(file, channel, box, compressed ? zipped(values, 9) : values);
             };
             bucket(0, frame);
@@ -283,7 +279,7 @@ TEST(Verify, AnswersAlikeOnAnyNumberOfThreads) {
 TEST(Verify, ListsManyFaultsUpToABound) {
     Bytes rubble = Bytes().fileHeader(0);
     for (int i = 0; i < 12000; ++i)
-        addPixels(rubble, 0, {i, 0, 1, 1}, zipped("abcd", 1)), rubble.u32(1);
+        addPixels(rubble, 0, {i, 0, i + 1, 1}, zipped("abcd", 1)), rubble.u32(1);
     const VerifyReport report = verify(rubble);
     EXPECT_EQ(report.tags, 12000);
     EXPECT_EQ(report.faults.size(), kMaxVerifyFaults);
