@@ -133,7 +133,9 @@ int ExrFileData::addPart(const char* name) {
 }
 
 Imath::Box2i ExrFileData::windowBox() const {
-    return {{dataWindow.x0, dataWindow.y0}, {lastPixel(dataWindow.x1, 0), lastPixel(dataWindow.y1, 0)}};
+    const auto place = [](std::int64_t value) { return static_cast<int>(value); };
+    return {{place(dataWindow.x0), place(dataWindow.y0)},
+            {lastPixel(place(dataWindow.x1), 0), lastPixel(place(dataWindow.y1), 0)}};
 }
 
 ErrorCode ExrFileData::createFile() {

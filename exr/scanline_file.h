@@ -65,8 +65,8 @@ class ExrFileData : public ExrFileDataBase {
 
     bool multiPart;
     int autoDataWindow = 0;
-    PixelWindow dataWindow;  // what is written
-    int chunkStartY = 0;     // the row that the staging buffers begin with
+    MUtils::PixelBox dataWindow;  // what is written
+    int chunkStartY = 0;          // the row that the staging buffers begin with
     RICameraInfo cameraInfo = {};
     MUtils::CharString extraAttributes;
     int headerCount = 0;  // parts

@@ -73,8 +73,8 @@ void ExrFileData::trimDataWindow(const MUtils::MRRegionData& region) {
         std::find_if(region.channels.begin(), region.channels.end(),
                      [](const MUtils::RegionChannel& channel) { return channel.alias == RCA_ALPHA; });
     if (alpha == region.channels.end() || !holdsValues(alpha->data, width, height, 12)) return;
-    const PixelWindow box = findVisibleBox(*alpha->data, width, height);
-    if (box.height() > 0) dataWindow = box;
+    const MUtils::PixelBox box = findVisibleBox(*alpha->data, width, height);
+    if (!box.empty()) dataWindow = box;
 }
 
 // The file stays open from frame to frame while headers are built for each. Memory is laid out for the
@@ -102,7 +102,7 @@ int ExrFileData::chunkLines(int part, const MUtils::MRRegionData& region) const 
         std::max(kCacheBytes / rowBytes, block * kBlocksPerThread * Imf::globalThreadCount());
     const std::int64_t fitting = std::max<std::int64_t>(std::min(useful, kChunkBytes / (rowLength * 12)), 1);
     const std::int64_t lines = (fitting + block - 1) / block * block;
-    return static_cast<int>(std::min<std::int64_t>(lines, dataWindow.height()));
+    return static_cast<int>(std::min(lines, dataWindow.height()));
 }
 
 // The library has two blocks under way for each thread that it is asked for; how many threads there are is
@@ -135,11 +135,12 @@ void ExrFileData::writePart(int part, MUtils::MRRegionData& region) {
     const int lines = chunkLines(part, region);
     Imf::FrameBuffer frameBuffer;
     setupFrameBuffer(part, frameBuffer, region, lines);
-    for (int y = dataWindow.y0, rows = 0; y < dataWindow.y1; y += rows) {
+    const auto endY = static_cast<int>(dataWindow.y1);
+    for (int y = static_cast<int>(dataWindow.y0), rows = 0; y < endY; y += rows) {
         // The library goes on where it stands, and would read behind the staged rows before it notices.
         if (output.currentScanLine() != y + originY)
             throw std::runtime_error("Scan lines of this frame are already written");
-        rows = std::min(lines, dataWindow.y1 - y);
+        rows = std::min(lines, endY - y);
         moveSlices(frameBuffer, std::int64_t{chunkStartY} - y);
         output.setFrameBuffer(frameBuffer);
         chunkStartY = y;
@@ -153,14 +154,16 @@ void ExrFileData::writePart(int part, MUtils::MRRegionData& region) {
 
 void ExrFileData::setupFrameBuffer(int part, Imf::FrameBuffer& frameBuffer, MUtils::MRRegionData& region,
                                    int lines) {
-    chunkStartY = dataWindow.y0;
+    chunkStartY = static_cast<int>(dataWindow.y0);
     for (int i = 0; i < channels.Count(); ++i) {
         const ExrChanInfo& info = channels[i];
         if (info.part != part || dataOf(info, region) == nullptr) continue;
         const ExrChannelRule& rule = *findExrChannelRule(info.type, info.alias, severalDepthChannels != 0);
-        const std::int64_t bytes = std::int64_t{lines} * dataWindow.width() * rule.valueBytes();
+        const std::int64_t bytes = lines * dataWindow.width() * rule.valueBytes();
         const ValueGrid grid = {stagingBuffers[i].reserve(static_cast<std::size_t>(bytes)),
-                                dataWindow.x0 + originX, dataWindow.y0 + originY, dataWindow.width()};
+                                static_cast<int>(dataWindow.x0) + originX,
+                                static_cast<int>(dataWindow.y0) + originY,
+                                static_cast<int>(dataWindow.width())};
         insertSlices(frameBuffer, rule, info.exrNames, pixelType, grid);
     }
 }
@@ -177,10 +180,10 @@ const MBVTable* ExrFileData::dataOf(const ExrChanInfo& info, const MUtils::MRReg
 void ExrFileData::stageRows(int channel, const MBVTable& data, int y, int rows) {
     const ExrChanInfo& info = channels[channel];
     const ExrChannelRule& rule = *findExrChannelRule(info.type, info.alias, severalDepthChannels != 0);
-    const int rowLength = dataWindow.width();
+    const auto rowLength = static_cast<int>(dataWindow.width());
     unsigned char* staged = stagingBuffers[channel].data();
     for (int row = y; row < y + rows; ++row, staged += std::int64_t{rowLength} * rule.valueBytes()) {
-        data.storeToBuffer(staged, row * width + dataWindow.x0, rowLength);
+        data.storeToBuffer(staged, row * width + static_cast<int>(dataWindow.x0), rowLength);
         if (rule.isInteger()) continue;
         auto* floats = reinterpret_cast<float*>(staged);
         if (rule.components == 3 && info.alias == RCA_ALPHA) averageValues(floats, rowLength);

@@ -47,18 +47,21 @@ int pastLastVisible(const MBVTable& alpha, int begin, int end) {
 
 }  // namespace
 
-PixelWindow findVisibleBox(const MBVTable& alpha, int width, int height) {
+MUtils::PixelBox findVisibleBox(const MBVTable& alpha, int width, int height) {
     const int pixels = width * height;
     const int first = firstVisible(alpha, 0, pixels);
     if (first == pixels) return {};
     const int pastLast = pastLastVisible(alpha, first, pixels);
 
-    PixelWindow box = {width, first / width, 0, (pastLast - 1) / width + 1};
+    const int top = first / width;
+    const int bottom = (pastLast - 1) / width + 1;
+    int left = width;
+    int right = 0;
     // In each row only what is left and right of the columns found so far.
-    for (int y = box.y0; y < box.y1; ++y) {
+    for (int y = top; y < bottom; ++y) {
         const int row = y * width;
-        box.x0 = firstVisible(alpha, row, row + box.x0) - row;
-        box.x1 = pastLastVisible(alpha, row + box.x1, row + width) - row;
+        left = firstVisible(alpha, row, row + left) - row;
+        right = pastLastVisible(alpha, row + right, row + width) - row;
     }
-    return box;
+    return {left, top, right, bottom};
 }

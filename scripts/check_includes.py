@@ -24,7 +24,7 @@ LIBRARY = {
     "rawimage/area": ["rawimage/area", "rawimage", "support"],
     "rawimage/inspect": ["rawimage/inspect", "rawimage/area", "rawimage/read " + PUBLIC, "rawimage", "support"],
     "rawimage/tools": ["rawimage/tools", "rawimage/inspect", "rawimage/area", "rawimage/read " + PUBLIC, "rawimage", "support"],
-    "exr": ["exr", "rawimage/records.h", "rawimage/output_file.h", "support"],
+    "exr": ["exr", "rawimage/records.h", "rawimage/output_file.h", "rawimage/area/pixel_box.h", "support"],
 }
 PROGRAMS = {
     "cli": ["cli", PUBLIC],
