@@ -8,6 +8,8 @@
 
 namespace rimg {
 
+using MUtils::PixelBox;
+
 ZeroedTable::~ZeroedTable() {
     // The base class has nothing to free.
     blocks = nullptr;
@@ -61,7 +63,7 @@ double ChannelRegion::bytesNeeded(const std::vector<ExrChannel>& channels, std::
     return bytesOfPixel * static_cast<double>(pixels);
 }
 
-void ChannelRegion::setBox(const Rect& box) {
+void ChannelRegion::setBox(const PixelBox& box) {
     x0 = static_cast<int>(box.x0);
     y0 = static_cast<int>(box.y0);
     x1 = static_cast<int>(box.x1);
@@ -83,7 +85,7 @@ unsigned char* ChannelRegion::at(std::size_t channel, std::int64_t x, std::int64
     return tables_[channel]->item(static_cast<int>((y - y0) * width + (x - x0)));
 }
 
-void copyPixels(const ChannelRegion& from, const Rect& box, ChannelRegion& to) {
+void copyPixels(const ChannelRegion& from, const PixelBox& box, ChannelRegion& to) {
     to.setBox(box);
     for (std::size_t i = 0; i < from.size(); ++i) {
         if (from.table(i) == nullptr) continue;

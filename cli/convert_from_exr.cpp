@@ -17,10 +17,12 @@
 #include "cli/progress.h"
 #include "cli/raw_output.h"
 #include "cli/report.h"
-#include "rawimage/area/coverage.h"
+#include "rawimage/area/pixel_box.h"
 #include "rawimage/format.h"
 
 namespace rimg {
+
+using MUtils::PixelBox;
 
 namespace {
 
@@ -38,8 +40,8 @@ int pixels(std::int64_t n) {
     return static_cast<int>(n);
 }
 
-std::string placeText(const Rect& rect, std::int64_t x, std::int64_t y) {
-    return MUtils::boxText(MUtils::boxAt(rect.x0 + x, rect.y0 + y, rect.width(), rect.height()));
+std::string placeText(const PixelBox& box, std::int64_t x, std::int64_t y) {
+    return boxText(MUtils::boxAt(box.x0 + x, box.y0 + y, box.width(), box.height()));
 }
 
 // The pixels that have no place in the frame are looked at first, before anything is done for the others.
@@ -187,8 +189,8 @@ class FromExr {
         constexpr int kBitsPerChannel = 32;
         constexpr int kRegionSet = 0;
         RIFile& file = output.file();
-        const Rect& frame = layout_.frame();
-        const Rect& rendered = layout_.rendered();
+        const PixelBox& frame = layout_.frame();
+        const PixelBox& rendered = layout_.rendered();
         output.check(file.WriteHeader(kBitsPerChannel));
         output.check(file.WTResolution(pixels(frame.x1), pixels(frame.y1), input_.pixelAspect()));
         output.check(file.WTRegionsInfo(pixels(layout_.bucketWidth()), pixels(layout_.bucketHeight()), 0));
@@ -203,7 +205,7 @@ class FromExr {
 
     // Of the channels of parts that have less than what is rendered of the frame.
     void writeWindows(RawOutput& output) {
-        std::vector<Rect> windows;
+        std::vector<PixelBox> windows;
         for (int part = 0; part < input_.parts(); ++part)
             windows.push_back(layout_.visible(part));
         for (auto window = windows.begin(); window != windows.end(); ++window) {
@@ -236,11 +238,11 @@ class FromExr {
 
     // Row after row; false when a signal came between two buckets.
     bool writeBuckets(RawOutput& output) {
-        const Rect& grid = layout_.grid();
+        const PixelBox& grid = layout_.grid();
         Progress progress("converting", grid.area());
         for (std::int64_t row = grid.y0; row < grid.y1; ++row) {
             for (int part = 0; part < input_.parts(); ++part) {
-                const Rect rows = layout_.bucketRow(part, row);
+                const PixelBox rows = layout_.bucketRow(part, row);
                 if (!rows.empty()) bands_[static_cast<std::size_t>(part)]->load(rows.y0, rows.y1);
             }
             for (std::int64_t column = grid.x0; column < grid.x1; ++column) {
@@ -310,7 +312,7 @@ class FromExr {
     const FrameLayout layout_;
     const ExrBands bands_;
     ExrRegion region_;
-    std::vector<Rect> areas_;  // what each part gives of the bucket in work
+    std::vector<PixelBox> areas_;  // what each part gives of the bucket in work
     std::int64_t bucketsLost_ = 0;
 };
 

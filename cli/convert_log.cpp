@@ -63,12 +63,7 @@ void ConvertLog::print(ExitCode code, const Failure* failure) const {
               {"remarks", remarks_}};
     if (frame_) json["frame"] = {{"width", frame_->width()}, {"height", frame_->height()}};
     if (origin_) json["origin"] = {{"x", origin_->x0}, {"y", origin_->y0}};
-    if (window_) {
-        json["window"] = {{"x", window_->x0},
-                          {"y", window_->y0},
-                          {"width", window_->width()},
-                          {"height", window_->height()}};
-    }
+    if (window_) json["window"] = jsonOf(*window_);
     for (const ConvertLoss& loss : losses_)
         json["losses"].push_back(jsonOf(loss));
     printJson(json);

@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "cli/convert.h"
-#include "cli/frame_layout.h"
 #include "cli/report.h"
+#include "rawimage/area/pixel_box.h"
 
 namespace rimg {
 
@@ -42,7 +42,7 @@ class ConvertLog {
     void setDirection(const char* to) { to_ = to; }
     void setFrame(std::int64_t width, std::int64_t height) { frame_ = {0, 0, width, height}; }
     void setOrigin(std::int64_t x, std::int64_t y) { origin_ = {x, y, x, y}; }
-    void setWindow(const Rect& window) { window_ = window; }
+    void setWindow(const MUtils::PixelBox& window) { window_ = window; }
     void setChannels(std::size_t count) { channels_ = count; }
     void countRegion() { ++regions_; }
 
@@ -54,9 +54,9 @@ class ConvertLog {
     std::vector<ConvertLoss> losses_;
     std::vector<std::string> remarks_;
     const char* to_ = nullptr;
-    std::optional<Rect> frame_;
-    std::optional<Rect> origin_;
-    std::optional<Rect> window_;
+    std::optional<MUtils::PixelBox> frame_;
+    std::optional<MUtils::PixelBox> origin_;
+    std::optional<MUtils::PixelBox> window_;
     std::size_t channels_ = 0;
     std::int64_t regions_ = 0;
 };

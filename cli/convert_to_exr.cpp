@@ -22,9 +22,13 @@
 #include "cli/report.h"
 #include "cli/tile_layout.h"
 #include "exr/attr_parser.h"
+#include "rawimage/area/tag_box.h"
 #include "support/job_queue.h"
 
 namespace rimg {
+
+using MUtils::boxOf;
+using MUtils::PixelBox;
 
 namespace {
 
@@ -64,9 +68,9 @@ class ToExr {
             moreAttributes_.emplace(options.attributesFrom, namesInText(options.attributes));
         for (const INFOTAG& tag : input_.pixels()) {
             if (!loader_.wants(tag)) continue;
-            const Rect seen = intersect(boxOf(tag), layout_.window());
+            const PixelBox seen = intersect(boxOf(tag), layout_.window());
             if (!seen.empty()) tags_.push_back(&tag);
-            if (!(seen == boxOf(tag))) ++tagsCut_;
+            if (seen != boxOf(tag)) ++tagsCut_;
         }
     }
 
@@ -133,7 +137,7 @@ class ToExr {
     // OpenEXR refuses windows that go further.
     void checkPlace() const {
         constexpr std::int64_t kFarthest = INT_MAX / 2;
-        const Rect& window = layout_.window();
+        const PixelBox& window = layout_.window();
         const MUtils::FrameResolution& frame = *input_.records().resolution;
         const auto fits = [](std::int64_t first, std::int64_t end, std::int64_t origin) {
             return origin + std::min<std::int64_t>(first, 0) > -kFarthest && origin + end <= kFarthest;
@@ -227,12 +231,13 @@ class ToExr {
     // A band of a few tiles is loaded tile by tile: one beside it would be a large part of its memory.
     void writeBand(const TileBand& band, ExrOutput& output, Progress& progress) {
         constexpr std::size_t kFewTiles = 5;
-        const std::vector<Rect> tiles = tiled() ? layout_.tiles(band.box) : std::vector<Rect>{band.box};
+        const std::vector<PixelBox> tiles =
+            tiled() ? layout_.tiles(band.box) : std::vector<PixelBox>{band.box};
         if (tiles.size() <= kFewTiles) {
-            for (const Rect& box : tiles) {
+            for (const PixelBox& box : tiles) {
                 std::vector<const INFOTAG*> tags;
                 std::copy_if(band.tags.begin(), band.tags.end(), std::back_inserter(tags),
-                             [&box](const INFOTAG* tag) { return !intersect(boxOf(*tag), box).empty(); });
+                             [&box](const INFOTAG* tag) { return overlaps(boxOf(*tag), box); });
                 loadRegion(box, tags, progress);
                 writeRegion(region_, output);
             }
@@ -240,13 +245,13 @@ class ToExr {
         }
         loadRegion(band.box, band.tags, progress);
         ChannelRegion tile(channels());
-        for (const Rect& box : tiles) {
+        for (const PixelBox& box : tiles) {
             copyPixels(region_, box, tile);
             writeRegion(tile, output);
         }
     }
 
-    void loadRegion(const Rect& box, const std::vector<const INFOTAG*>& tags, Progress& progress) {
+    void loadRegion(const PixelBox& box, const std::vector<const INFOTAG*>& tags, Progress& progress) {
         region_.setBox(box);
         if (!loader_.load(tags, region_, progress)) stop();
     }

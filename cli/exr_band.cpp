@@ -12,6 +12,8 @@
 
 namespace rimg {
 
+using MUtils::PixelBox;
+
 namespace {
 
 struct Shape {
@@ -21,7 +23,7 @@ struct Shape {
 };
 
 // A band may begin at the last row of a piece and end in the first row of another.
-Shape shapeOf(const Imf::Header& header, const Rect& window, std::int64_t maxRows) {
+Shape shapeOf(const Imf::Header& header, const PixelBox& window, std::int64_t maxRows) {
     Shape shape{};
     if (Imf::isTiled(header.type())) {
         shape.pieceWidth = header.tileDescription().xSize;
@@ -51,7 +53,7 @@ std::int64_t pixelBytes(const Imf::Header& header) {
 
 // OpenEXR keeps some numbers for each row from the start. More rows than pages of an atlas have must at least
 // be there.
-void checkRows(ExrInput& input, int part, const Rect& window) {
+void checkRows(ExrInput& input, int part, const PixelBox& window) {
     constexpr std::int64_t kAlwaysRows = 1 << 22;
     const Imf::Header& header = input.header(part);
     if (Imf::isTiled(header.type()) || window.height() <= kAlwaysRows) return;
@@ -66,7 +68,7 @@ void checkRows(ExrInput& input, int part, const Rect& window) {
 
 double ExrBand::bytesNeeded(const ExrInput& input, int part, std::int64_t maxRows) {
     const Imf::Header& header = input.header(part);
-    const Rect window = input.window(part);
+    const PixelBox window = input.window(part);
     const Shape shape = shapeOf(header, window, maxRows);
     const double values = static_cast<double>(shape.capacity) * static_cast<double>(window.width());
     return values * static_cast<double>(channelCount(header)) * sizeof(std::uint32_t);
@@ -216,7 +218,7 @@ void ExrBand::noteLoss(std::int64_t row, const std::string& cause, std::int64_t 
     loss_.onlyMissing = loss_.onlyMissing && missing;
 }
 
-bool ExrBand::holds(const Rect& area) const {
+bool ExrBand::holds(const PixelBox& area) const {
     const std::int64_t firstColumn = (area.x0 - window_.x0) / pieceWidth_;
     const std::int64_t endColumn = (area.x1 - 1 - window_.x0) / pieceWidth_ + 1;
     for (std::int64_t y = area.y0; y < area.y1; ++y) {

@@ -41,7 +41,7 @@ class ExrBand {
     void load(std::int64_t y0, std::int64_t y1);
 
     // True when every pixel of `area`, which lies within the loaded rows, could be read.
-    bool holds(const Rect& area) const;
+    bool holds(const MUtils::PixelBox& area) const;
 
     // The value of channel `channel` of this part, counted from its first, at (x, y); its row goes on behind
     // it.
@@ -49,7 +49,7 @@ class ExrBand {
         return values_.get() + (channel * capacity_ + y - firstRow_) * window_.width() + (x - window_.x0);
     }
 
-    const Rect& window() const { return window_; }
+    const MUtils::PixelBox& window() const { return window_; }
     const ExrLoss& loss() const { return loss_; }
 
   private:
@@ -65,7 +65,7 @@ class ExrBand {
 
     ExrInput& input_;
     const int part_;
-    const Rect window_;
+    const MUtils::PixelBox window_;
     // Pieces are what can be read or lost alone: a tile, or the scan lines that are compressed together.
     std::int64_t pieceWidth_ = 0;
     std::int64_t pieceHeight_ = 0;

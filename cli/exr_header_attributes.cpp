@@ -15,6 +15,8 @@
 
 namespace rimg {
 
+using MUtils::PixelBox;
+
 namespace {
 
 // How pixels are stored, and where they are.
@@ -64,7 +66,7 @@ bool hasEmptyCamera(const Imf::Header& header) {
 }
 
 bool isCarried(const Imf::Header& header, const std::string& name, const Imf::Attribute& attribute,
-               const ExrMetadata& metadata, const Rect& rendered) {
+               const ExrMetadata& metadata, const PixelBox& rendered) {
     if (isCamera(name)) return metadata.camera || hasEmptyCamera(header);
     if (name == "note") return isText(attribute, metadata.note);
     if (name == "scene") return isText(attribute, metadata.scene);
@@ -77,7 +79,7 @@ bool isCarried(const Imf::Header& header, const std::string& name, const Imf::At
         const auto* box = dynamic_cast<const Imf::Box2iAttribute*>(&attribute);
         if (box == nullptr) return false;
         const Imath::Box2i& b = box->value();
-        return Rect{b.min.x, b.min.y, std::int64_t{b.max.x} + 1, std::int64_t{b.max.y} + 1} == rendered;
+        return PixelBox{b.min.x, b.min.y, std::int64_t{b.max.x} + 1, std::int64_t{b.max.y} + 1} == rendered;
     }
     return false;
 }
@@ -94,7 +96,7 @@ bool hasOwnScreenWindow(const ExrInput& input) {
 }
 
 std::vector<std::string> droppedAttributes(const ExrInput& input, const ExrMetadata& metadata,
-                                           const Rect& rendered) {
+                                           const PixelBox& rendered) {
     std::vector<std::string> dropped;
     for (int part = 0; part < input.parts(); ++part) {
         const Imf::Header& header = input.header(part);

@@ -15,7 +15,7 @@ namespace rimg {
 // describe the pixels' storage and windows do not count, nor those that go into tags: the camera, texts, a
 // render region that is `rendered`.
 std::vector<std::string> droppedAttributes(const ExrInput& input, const ExrMetadata& metadata,
-                                           const Rect& rendered);
+                                           const MUtils::PixelBox& rendered);
 
 // True when some part has another screen window than files of raw images get, (0, 0) and 1.
 bool hasOwnScreenWindow(const ExrInput& input);

@@ -15,6 +15,8 @@
 
 namespace rimg {
 
+using MUtils::PixelBox;
+
 namespace {
 
 std::string inPart(const Imf::Header& header, int parts) {
@@ -84,9 +86,9 @@ void ExrInput::open() {
 
 // All parts share a display window; OpenEXR sees to that.
 void ExrInput::measureFrame(FrameChoice choice) {
-    Rect frame = choice == FrameChoice::kDataWindow ? Rect() : displayWindow();
+    PixelBox frame = choice == FrameChoice::kDataWindow ? PixelBox() : displayWindow();
     for (int part = 0; choice != FrameChoice::kDisplayWindow && part < parts(); ++part)
-        frame = bound(frame, window(part));
+        frame = boxAround(frame, window(part));
     originX_ = frame.x0;
     originY_ = frame.y0;
     width_ = frame.width();
@@ -117,20 +119,20 @@ void ExrInput::listChannels(int part) {
     }
 }
 
-Rect ExrInput::seenFromFrame(const Imath::Box2i& box) const {
+PixelBox ExrInput::seenFromFrame(const Imath::Box2i& box) const {
     return {box.min.x - originX_, box.min.y - originY_, box.max.x - originX_ + 1, box.max.y - originY_ + 1};
 }
 
-Rect ExrInput::window(int part) const {
+PixelBox ExrInput::window(int part) const {
     return seenFromFrame(header(part).dataWindow());
 }
 
-Rect ExrInput::displayWindow() const {
+PixelBox ExrInput::displayWindow() const {
     return seenFromFrame(header(0).displayWindow());
 }
 
-std::vector<Rect> ExrInput::windows() const {
-    std::vector<Rect> result;
+std::vector<PixelBox> ExrInput::windows() const {
+    std::vector<PixelBox> result;
     for (int part = 0; part < parts(); ++part)
         result.push_back(window(part));
     return result;

@@ -13,7 +13,7 @@
 #include "cli/convert.h"
 #include "cli/exr_chunks.h"
 #include "cli/exr_stream.h"
-#include "cli/frame_layout.h"
+#include "rawimage/area/pixel_box.h"
 #include "rawimage/records.h"
 
 namespace rimg {
@@ -43,8 +43,8 @@ class ExrInput {
 
     int parts() const { return file_->parts(); }
     // The data window of a part. It may reach past the frame on any side, or lie outside it.
-    Rect window(int part) const;
-    std::vector<Rect> windows() const;
+    MUtils::PixelBox window(int part) const;
+    std::vector<MUtils::PixelBox> windows() const;
     // As groupChannels() takes them.
     std::vector<std::string> partNames() const;
     // Of all parts, part after part; within a part in the order of its header.
@@ -52,7 +52,7 @@ class ExrInput {
     ExrMetadata metadata() const;
 
     // The display window; (0, 0, width, height) when it is the frame.
-    Rect displayWindow() const;
+    MUtils::PixelBox displayWindow() const;
 
     // For the readers of pixels: the file, the stream under it, what is known of its blocks, and the frame's
     // first pixel in the file's coordinates.
@@ -67,7 +67,7 @@ class ExrInput {
     void open();
     void measureFrame(FrameChoice choice);
     void listChannels(int part);
-    Rect seenFromFrame(const Imath::Box2i& box) const;
+    MUtils::PixelBox seenFromFrame(const Imath::Box2i& box) const;
 
     const std::string path_;
     ExrStream stream_;

@@ -7,6 +7,8 @@
 
 namespace rimg {
 
+using MUtils::PixelBox;
+
 namespace {
 
 int valueSize(const GroupedChannel& channel) {
@@ -46,7 +48,8 @@ ExrRegion::ExrRegion(const ExrInput& input, const std::vector<GroupedChannel>& c
     }
 }
 
-MRRegionData* ExrRegion::load(const ExrBands& bands, const std::vector<Rect>& areas, const Rect& area) {
+MRRegionData* ExrRegion::load(const ExrBands& bands, const std::vector<PixelBox>& areas,
+                              const PixelBox& area) {
     setBox(area);
     for (std::size_t i = 0; i < channels_.size(); ++i) {
         const GroupedChannel& channel = channels_[i];
@@ -58,7 +61,7 @@ MRRegionData* ExrRegion::load(const ExrBands& bands, const std::vector<Rect>& ar
     return &region_;
 }
 
-MRRegionData* ExrRegion::announce(const std::vector<Rect>& windows, const Rect& window) {
+MRRegionData* ExrRegion::announce(const std::vector<PixelBox>& windows, const PixelBox& window) {
     setBox({window.x0, window.y0, window.x1, window.y0});
     for (std::size_t i = 0; i < channels_.size(); ++i) {
         const bool stated = windows[static_cast<std::size_t>(channels_[i].part)] == window;
@@ -67,7 +70,7 @@ MRRegionData* ExrRegion::announce(const std::vector<Rect>& windows, const Rect& 
     return &region_;
 }
 
-void ExrRegion::setBox(const Rect& box) {
+void ExrRegion::setBox(const PixelBox& box) {
     region_.x0 = static_cast<int>(box.x0);
     region_.y0 = static_cast<int>(box.y0);
     region_.x1 = static_cast<int>(box.x1);
@@ -77,7 +80,7 @@ void ExrRegion::setBox(const Rect& box) {
 }
 
 // A clipped bucket fills the start of the table; the writer takes width * height values from there.
-void ExrRegion::loadChannel(const ExrBand& band, const GroupedChannel& channel, const Rect& area,
+void ExrRegion::loadChannel(const ExrBand& band, const GroupedChannel& channel, const PixelBox& area,
                             MBVTable& table) {
     const int first = firstSource_[static_cast<std::size_t>(channel.part)];
     const auto components = static_cast<std::size_t>(channel.components);

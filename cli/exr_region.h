@@ -7,7 +7,7 @@
 #include "cli/channel_grouping.h"
 #include "cli/exr_band.h"
 #include "cli/exr_input.h"
-#include "cli/frame_layout.h"
+#include "rawimage/area/pixel_box.h"
 #include "rawimage/records.h"
 
 namespace rimg {
@@ -45,15 +45,17 @@ class ExrRegion {
 
     // The region of the pixels `area`, valid until the next call. It has the values of the channels of those
     // parts whose entry in `areas` is `area`, which `bands` hold; the other channels have no data.
-    MRRegionData* load(const ExrBands& bands, const std::vector<Rect>& areas, const Rect& area);
+    MRRegionData* load(const ExrBands& bands, const std::vector<MUtils::PixelBox>& areas,
+                       const MUtils::PixelBox& area);
 
     // A region without pixels as wide as `window`, valid likewise, of the channels of those parts whose entry
     // in `windows` is it.
-    MRRegionData* announce(const std::vector<Rect>& windows, const Rect& window);
+    MRRegionData* announce(const std::vector<MUtils::PixelBox>& windows, const MUtils::PixelBox& window);
 
   private:
-    void setBox(const Rect& box);
-    void loadChannel(const ExrBand& band, const GroupedChannel& channel, const Rect& area, MBVTable& table);
+    void setBox(const MUtils::PixelBox& box);
+    void loadChannel(const ExrBand& band, const GroupedChannel& channel, const MUtils::PixelBox& area,
+                     MBVTable& table);
 
     const std::vector<GroupedChannel>& channels_;
     std::vector<int> firstSource_;  // of each part, in the file's list of channels

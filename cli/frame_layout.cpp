@@ -2,25 +2,17 @@
 
 namespace rimg {
 
-Rect intersect(const Rect& a, const Rect& b) {
-    return {std::max(a.x0, b.x0), std::max(a.y0, b.y0), std::min(a.x1, b.x1), std::min(a.y1, b.y1)};
-}
+using MUtils::PixelBox;
 
-Rect bound(const Rect& a, const Rect& b) {
-    if (a.empty()) return b;
-    if (b.empty()) return a;
-    return {std::min(a.x0, b.x0), std::min(a.y0, b.y0), std::max(a.x1, b.x1), std::max(a.y1, b.y1)};
-}
-
-FrameLayout::FrameLayout(std::int64_t width, std::int64_t height, const std::vector<Rect>& windows,
+FrameLayout::FrameLayout(std::int64_t width, std::int64_t height, const std::vector<PixelBox>& windows,
                          std::int64_t bucketWidth, std::int64_t bucketHeight)
     : frame_{0, 0, width, height},
       bucketWidth_(std::min(bucketWidth, width)),
       bucketHeight_(std::min(bucketHeight, height)) {
-    for (const Rect& window : windows) {
-        const Rect seen = intersect(window, frame_);
-        visible_.push_back(seen.empty() ? Rect() : seen);
-        rendered_ = bound(rendered_, visible_.back());
+    for (const PixelBox& window : windows) {
+        const PixelBox seen = intersect(window, frame_);
+        visible_.push_back(seen.empty() ? PixelBox() : seen);
+        rendered_ = boxAround(rendered_, visible_.back());
         cutPixels_ += window.area() - seen.area();
     }
     if (!rendered_.empty()) {
@@ -29,12 +21,12 @@ FrameLayout::FrameLayout(std::int64_t width, std::int64_t height, const std::vec
     }
 }
 
-Rect FrameLayout::bucket(int part, std::int64_t column, std::int64_t row) const {
+PixelBox FrameLayout::bucket(int part, std::int64_t column, std::int64_t row) const {
     return intersect(visible(part), {column * bucketWidth_, row * bucketHeight_, (column + 1) * bucketWidth_,
                                      (row + 1) * bucketHeight_});
 }
 
-Rect FrameLayout::bucketRow(int part, std::int64_t row) const {
+PixelBox FrameLayout::bucketRow(int part, std::int64_t row) const {
     return intersect(visible(part), {0, row * bucketHeight_, frame_.x1, (row + 1) * bucketHeight_});
 }
 

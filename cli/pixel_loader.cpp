@@ -11,8 +11,12 @@
 #include "cli/interrupt.h"
 #include "cli/report.h"
 #include "rawimage/area/coverage.h"
+#include "rawimage/area/tag_box.h"
 
 namespace rimg {
+
+using MUtils::boxOf;
+using MUtils::PixelBox;
 
 namespace {
 
@@ -37,7 +41,8 @@ double decodingBytes(const std::vector<const INFOTAG*>& tags) {
 // Shows an inflater where the values of a tag go: the rows of `box` into a region, the rest nowhere.
 class RowRooms final : public PixelRooms {
   public:
-    RowRooms(const Rect& from, const Rect& box, int valueSize, std::size_t channel, ChannelRegion& region)
+    RowRooms(const PixelBox& from, const PixelBox& box, int valueSize, std::size_t channel,
+             ChannelRegion& region)
         : from_(from), box_(box), valueSize_(valueSize), channel_(channel), region_(region) {}
 
     Room next() override {
@@ -58,8 +63,8 @@ class RowRooms final : public PixelRooms {
     }
 
   private:
-    const Rect from_;
-    const Rect box_;
+    const PixelBox from_;
+    const PixelBox box_;
     const int valueSize_;
     const std::size_t channel_;
     ChannelRegion& region_;
@@ -68,15 +73,7 @@ class RowRooms final : public PixelRooms {
     unsigned char dropped_[16384];
 };
 
-MUtils::PixelBox pixelBox(const Rect& r) {
-    return {r.x0, r.y0, r.x1, r.y1};
-}
-
 }  // namespace
-
-Rect boxOf(const RIF_TAG& tag) {
-    return {tag.p2, tag.p3, std::int64_t{tag.p2} + tag.p4, std::int64_t{tag.p3} + tag.p5};
-}
 
 PixelLoader::PixelLoader(const RawInput& input, const std::vector<ExrChannel>& channels, int threads) {
     for (std::size_t i = 0; i < channels.size(); ++i) {
@@ -129,16 +126,16 @@ std::size_t PixelLoader::usefulThreads(const Job& job) const {
 
 // True when a pixel of a channel has several tags, whose order counts.
 bool PixelLoader::overlap(const Job& job) const {
-    std::map<std::int32_t, std::vector<MUtils::PixelBox>> boxes;
+    std::map<std::int32_t, std::vector<PixelBox>> boxes;
     std::map<std::int32_t, std::int64_t> areas;
     for (const INFOTAG* tag : job.tags) {
-        const Rect box = intersect(boxOf(*tag), job.region.box());
+        const PixelBox box = intersect(boxOf(*tag), job.region.box());
         if (box.empty()) continue;
-        boxes[tag->p8].push_back(pixelBox(box));
+        boxes[tag->p8].push_back(box);
         areas[tag->p8] += box.area();
     }
     for (const auto& [channel, list] : boxes) {
-        if (MUtils::coveredPixels(list, pixelBox(job.region.box())) != areas[channel]) return true;
+        if (coveredPixels(list, job.region.box()) != areas[channel]) return true;
     }
     return false;
 }
@@ -177,23 +174,23 @@ void PixelLoader::noteLoss(const INFOTAG& tag, const char* cause) {
 void PixelLoader::restore(const Job& job, std::size_t lost, PixelDecoder& decoder) {
     const INFOTAG& tag = *job.tags[lost];
     const std::size_t channel = byIndex_.at(tag.p8);
-    const Rect box = intersect(boxOf(tag), job.region.box());
+    const PixelBox box = intersect(boxOf(tag), job.region.box());
     const int valueSize = findPixelKind(tag.id)->valueSize;
     if (valueBytes(tag) <= kLargestHeld || valueSize != job.region.table(channel)->itemSize) return;
     for (std::int64_t y = box.y0; y < box.y1; ++y)
         std::memset(job.region.at(channel, box.x0, y), 0, static_cast<std::size_t>(box.width() * valueSize));
     for (std::size_t i = 0; i < lost; ++i) {
         const INFOTAG& earlier = *job.tags[i];
-        const Rect common = intersect(boxOf(earlier), box);
+        const PixelBox common = intersect(boxOf(earlier), box);
         if (earlier.p8 != tag.p8 || common.empty()) continue;
         if (place(earlier, common, job.region, decoder) != nullptr) restore(job, i, decoder);
     }
 }
 
 // Copies the values of a tag that lie in `box`, a part of the region. Null, or why there are none.
-const char* PixelLoader::place(const INFOTAG& tag, const Rect& box, ChannelRegion& region,
+const char* PixelLoader::place(const INFOTAG& tag, const PixelBox& box, ChannelRegion& region,
                                PixelDecoder& decoder) {
-    const Rect from = boxOf(tag);
+    const PixelBox from = boxOf(tag);
     const std::size_t channel = byIndex_.at(tag.p8);
     if (findPixelKind(tag.id)->valueSize != region.table(channel)->itemSize)
         return "the values are of another type than the channel's";

@@ -10,14 +10,11 @@
 
 #include "cli/channel_region.h"
 #include "cli/exr_channels.h"
-#include "cli/frame_layout.h"
 #include "cli/progress.h"
 #include "cli/raw_input.h"
+#include "rawimage/area/pixel_box.h"
 
 namespace rimg {
-
-// The box of the pixels that a tag has.
-Rect boxOf(const RIF_TAG& tag);
 
 // Puts rectangles of a frame together from the tags of a raw image.
 class PixelLoader {
@@ -57,7 +54,8 @@ class PixelLoader {
     std::size_t usefulThreads(const Job& job) const;
     bool overlap(const Job& job) const;
     void work(Job& job, PixelDecoder& decoder, Progress* progress);
-    const char* place(const INFOTAG& tag, const Rect& box, ChannelRegion& region, PixelDecoder& decoder);
+    const char* place(const INFOTAG& tag, const MUtils::PixelBox& box, ChannelRegion& region,
+                      PixelDecoder& decoder);
     void noteLoss(const INFOTAG& tag, const char* cause);
     void restore(const Job& job, std::size_t lost, PixelDecoder& decoder);
 

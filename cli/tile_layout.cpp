@@ -5,8 +5,12 @@
 
 #include "cli/pixel_loader.h"
 #include "cli/report.h"
+#include "rawimage/area/tag_box.h"
 
 namespace rimg {
+
+using MUtils::boxOf;
+using MUtils::PixelBox;
 
 namespace {
 
@@ -29,7 +33,7 @@ TileLayout::TileLayout(const RawInput& input, bool tiled) {
     window_ = {0, 0, records.resolution->width, records.resolution->height};
     if (tiled && records.region && records.region->kind != -1) {
         const RIRegionInfo& r = *records.region;
-        const Rect box{r.left, r.top, std::int64_t{r.left} + r.width, std::int64_t{r.top} + r.height};
+        const PixelBox box = MUtils::boxAt(r.left, r.top, r.width, r.height);
         if (!box.empty() && box.x1 <= INT_MAX && box.y1 <= INT_MAX) {
             window_ = box;
             region_ = r;
@@ -57,7 +61,7 @@ std::vector<TileBand> TileLayout::bands(const std::vector<const INFOTAG*>& tags)
     // For each border below a row, how many more tags cross it than the one above.
     std::vector<std::int64_t> crossing(rows + 1);
     for (const INFOTAG* tag : tags) {
-        const Rect box = intersect(boxOf(*tag), window_);
+        const PixelBox box = intersect(boxOf(*tag), window_);
         if (box.empty()) continue;
         ++crossing[static_cast<std::size_t>(rowOf(box.y0))];
         --crossing[static_cast<std::size_t>(rowOf(box.y1 - 1))];
@@ -73,14 +77,14 @@ std::vector<TileBand> TileLayout::bands(const std::vector<const INFOTAG*>& tags)
         crossed += crossing[row];
     }
     for (const INFOTAG* tag : tags) {
-        const Rect box = intersect(boxOf(*tag), window_);
+        const PixelBox box = intersect(boxOf(*tag), window_);
         if (!box.empty()) bands[bandOf[static_cast<std::size_t>(rowOf(box.y0))]].tags.push_back(tag);
     }
     return bands;
 }
 
-std::vector<Rect> TileLayout::tiles(const Rect& band) const {
-    std::vector<Rect> result;
+std::vector<PixelBox> TileLayout::tiles(const PixelBox& band) const {
+    std::vector<PixelBox> result;
     for (std::int64_t y = band.y0; y < band.y1; y += tileHeight_) {
         for (std::int64_t x = band.x0; x < band.x1; x += tileWidth_)
             result.push_back(intersect({x, y, x + tileWidth_, y + tileHeight_}, band));

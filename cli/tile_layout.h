@@ -5,14 +5,14 @@
 #include <string>
 #include <vector>
 
-#include "cli/frame_layout.h"
 #include "cli/raw_input.h"
+#include "rawimage/area/pixel_box.h"
 
 namespace rimg {
 
 // Pixels that are loaded together, and the tags that have them, in file order.
 struct TileBand {
-    Rect box;
+    MUtils::PixelBox box;
     std::vector<const INFOTAG*> tags;
 };
 
@@ -26,7 +26,7 @@ class TileLayout {
     TileLayout(const RawInput& input, bool tiled);
 
     // Within the range of an int, its ends too.
-    const Rect& window() const { return window_; }
+    const MUtils::PixelBox& window() const { return window_; }
     std::int64_t tileWidth() const { return tileWidth_; }
     std::int64_t tileHeight() const { return tileHeight_; }
     // The record that makes a writer take this window; none for the frame.
@@ -38,12 +38,12 @@ class TileLayout {
     std::vector<TileBand> bands(const std::vector<const INFOTAG*>& tags) const;
 
     // The tiles of a band, row after row.
-    std::vector<Rect> tiles(const Rect& band) const;
+    std::vector<MUtils::PixelBox> tiles(const MUtils::PixelBox& band) const;
 
   private:
     std::int64_t rowOf(std::int64_t y) const { return (y - window_.y0) / tileHeight_; }
 
-    Rect window_;
+    MUtils::PixelBox window_;
     std::int64_t tileWidth_ = 0;
     std::int64_t tileHeight_ = 0;
     std::optional<RIRegionInfo> region_;
