@@ -11,7 +11,7 @@
 #include "output_file.h"
 
 class RegionPacker;
-struct PixelShape;
+class TagDecoder;
 
 // A raw image file, written or read.
 //
@@ -186,9 +186,6 @@ class RIFile : public RIFileBase {
     int goToEnd(std::int64_t walked);
     int cutAt(long offset, bool& cut);
     int scanTags(int* channelMask);
-    int parsePixels(const RIF_TAG& tag, RIFileCallback& callback);
-    int readZippedPixels(const RIF_TAG& tag, const PixelShape& shape);
-    int readRawPixels(const RIF_TAG& tag, const PixelShape& shape);
 
     // After Append, until ReadInfoTags succeeds: the position is anywhere.
     bool mustListFirst_ = false;
@@ -199,6 +196,5 @@ class RIFile : public RIFileBase {
     std::unique_ptr<RegionChannels> regionChannels_;
     std::unique_ptr<RegionPacker> packer_;
     MUtils::Deflater deflater_;
-    MUtils::Inflater inflater_;
-    MBVTable pixels_{1, kMaxBlockBytes};
+    std::unique_ptr<TagDecoder> decoder_;
 };

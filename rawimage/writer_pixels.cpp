@@ -3,6 +3,7 @@
 #include <utility>
 #include <vector>
 
+#include "rawimage/read/tag_decoder.h"
 #include "rawimage/region_packer.h"
 #include "rawimage/writer.h"
 
@@ -46,7 +47,9 @@ struct RIFile::RegionChannels {
     std::vector<RegionPacker::Order> orders;
 };
 
-RIFile::RIFile() : regionChannels_(std::make_unique<RegionChannels>()) {
+RIFile::RIFile()
+    : regionChannels_(std::make_unique<RegionChannels>()),
+      decoder_(std::make_unique<TagDecoder>(zipBuf, rawBuf)) {
     memStream.Open();
 }
 

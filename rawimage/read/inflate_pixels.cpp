@@ -6,6 +6,7 @@
 using MUtils::InflateFlow;
 using MUtils::Inflater;
 using MUtils::ScratchBuffer;
+using MUtils::ValueRooms;
 
 namespace {
 
@@ -20,13 +21,13 @@ int valuesPerBlock(const PixelShape& shape) {
 
 // Offers the blocks of a table as room, each allocated when the ones before it are full: a stream that ends
 // early has cost no more than it gave.
-class BlockRoom : public InflateFlow {
+class BlockRooms final : public ValueRooms {
   public:
-    BlockRoom(const PixelShape& shape, MBVTable& pixels) : shape_(shape), pixels_(pixels) {
+    BlockRooms(const PixelShape& shape, MBVTable& pixels) : shape_(shape), pixels_(pixels) {
         pixels_.initReusing(std::min(shape.count, valuesPerBlock(shape)), shape.valueSize, kMaxBlockBytes);
     }
 
-    Room nextRoom() final {
+    Room next() override {
         const int values = std::min(valuesPerBlock(shape_), shape_.count - offered_);
         if (values == 0) return {};
         pixels_.setCount(offered_ + values);
@@ -35,9 +36,6 @@ class BlockRoom : public InflateFlow {
                 static_cast<std::size_t>(values) * static_cast<std::size_t>(shape_.valueSize)};
     }
 
-  protected:
-    ~BlockRoom() = default;
-
   private:
     const PixelShape& shape_;
     MBVTable& pixels_;
@@ -45,10 +43,26 @@ class BlockRoom : public InflateFlow {
     int block_ = 0;
 };
 
-class HeldPayload final : public BlockRoom {
+class PayloadFlow : public InflateFlow {
   public:
-    HeldPayload(const PixelShape& shape, const unsigned char* payload, std::size_t size, MBVTable& pixels)
-        : BlockRoom(shape, pixels), payload_(payload), size_(size) {}
+    explicit PayloadFlow(ValueRooms& rooms) : rooms_(rooms) {}
+
+    Room nextRoom() final {
+        const ValueRooms::Room room = rooms_.next();
+        return {room.data, room.size};
+    }
+
+  protected:
+    ~PayloadFlow() = default;
+
+  private:
+    ValueRooms& rooms_;
+};
+
+class HeldPayload final : public PayloadFlow {
+  public:
+    HeldPayload(const unsigned char* payload, std::size_t size, ValueRooms& rooms)
+        : PayloadFlow(rooms), payload_(payload), size_(size) {}
 
     Input nextInput() override { return {payload_, std::exchange(size_, 0)}; }
 
@@ -57,11 +71,10 @@ class HeldPayload final : public BlockRoom {
     std::size_t size_;
 };
 
-class StreamedPayload final : public BlockRoom {
+class StreamedPayload final : public PayloadFlow {
   public:
-    StreamedPayload(const PixelShape& shape, PStream& stream, std::int64_t size, ScratchBuffer& piece,
-                    MBVTable& pixels)
-        : BlockRoom(shape, pixels), stream_(stream), left_(size), piece_(piece) {
+    StreamedPayload(PStream& stream, std::int64_t size, ScratchBuffer& piece, ValueRooms& rooms)
+        : PayloadFlow(rooms), stream_(stream), left_(size), piece_(piece) {
         piece_.reserve(static_cast<std::size_t>(kPiece));
     }
 
@@ -116,7 +129,8 @@ PixelFault inflatePixels(const PixelShape& shape, const unsigned char* payload, 
         return code != 0 ? PixelFault::kNotInflatable : PixelFault::kWrongLength;
     }
     if (!fitsOneBlock(shape)) {
-        HeldPayload flow(shape, payload, size, pixels);
+        BlockRooms rooms(shape, pixels);
+        HeldPayload flow(payload, size, rooms);
         const int code = inflater.uncompress(flow, inflated);
         return faultOf(shape, code, inflated);
     }
@@ -129,14 +143,20 @@ PixelFault inflatePixels(const PixelShape& shape, const unsigned char* payload, 
 
 bool readInflated(PStream& stream, std::int64_t payloadBytes, const PixelShape& shape, ScratchBuffer& payload,
                   Inflater& inflater, MBVTable& pixels, PixelFault& fault) {
-    fault = PixelFault::kNotInflatable;
-    if (!mayHold(stream, payloadBytes) || !inPieces(shape, payloadBytes)) {
-        if (!readPayload(stream, payloadBytes, payload)) return false;
-        fault =
-            inflatePixels(shape, payload.data(), static_cast<std::size_t>(payloadBytes), inflater, pixels);
-        return true;
+    if (mayHold(stream, payloadBytes) && inPieces(shape, payloadBytes)) {
+        BlockRooms rooms(shape, pixels);
+        return readInflated(stream, payloadBytes, shape, payload, inflater, rooms, fault);
     }
-    StreamedPayload flow(shape, stream, payloadBytes, payload, pixels);
+    fault = PixelFault::kNotInflatable;
+    if (!readPayload(stream, payloadBytes, payload)) return false;
+    fault = inflatePixels(shape, payload.data(), static_cast<std::size_t>(payloadBytes), inflater, pixels);
+    return true;
+}
+
+bool readInflated(PStream& stream, std::int64_t payloadBytes, const PixelShape& shape, ScratchBuffer& piece,
+                  Inflater& inflater, ValueRooms& rooms, PixelFault& fault) {
+    fault = PixelFault::kNotInflatable;
+    StreamedPayload flow(stream, payloadBytes, piece, rooms);
     if (shape.sound()) {
         std::size_t inflated = 0;
         const int code = inflater.uncompress(flow, inflated);

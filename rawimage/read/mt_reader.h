@@ -7,6 +7,8 @@
 #include "../../support/job_queue.h"
 #include "../writer.h"
 
+struct PixelShape;
+
 // A raw image file whose ParseFile decodes pixel tags on worker threads. One thread reads the whole file; see
 // rawimage/read/callback.h for what is called where.
 //

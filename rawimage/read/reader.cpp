@@ -2,7 +2,6 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
-#include <new>
 #include <utility>
 
 #include "rawimage/read/callback.h"
@@ -10,13 +9,6 @@
 #include "rawimage/read/torn_tail.h"
 #include "rawimage/writer.h"
 #include "support/bytes.h"
-
-namespace {
-
-constexpr int kStopVerdict = 0;
-constexpr int kSkipVerdict = 2;
-
-}  // namespace
 
 ErrorCode RIFile::Open(const char* fileName, PStream* openStream) {
     delete std::exchange(ownStream, nullptr);
@@ -266,50 +258,5 @@ int RIFile::ParseFile(RIFileCallback& callback) {
 }
 
 int RIFile::ParseTag(RIF_TAG& tag, RIFileCallback* callback) {
-    const int verdict = callback->parseTag(tag);
-    if (verdict == kStopVerdict) return -9;
-    if (verdict == kSkipVerdict) return 0;
-    return isPixelTag(tag.id) ? parsePixels(tag, *callback) : decodeRecord(*stream, tag, *callback);
-}
-
-int RIFile::parsePixels(const RIF_TAG& tag, RIFileCallback& callback) {
-    const PixelShape shape = pixelShape(tag);
-    const bool compressed = (header.flags & RIF_COMPRESSED) != 0;
-    int code;
-    try {
-        code = compressed ? readZippedPixels(tag, shape) : readRawPixels(tag, shape);
-    } catch (const std::bad_alloc&) {
-        code = compressed ? -14 : -16;
-    }
-    if (code != 0) return code;
-    return callback.setImageData(pixels_, shape.count, tag.p8, tag.p2, tag.p3, tag.p4, tag.p5, tag.p6, tag.p7)
-               ? 0
-               : -17;
-}
-
-int RIFile::readZippedPixels(const RIF_TAG& tag, const PixelShape& shape) {
-    PixelFault fault = PixelFault::kNone;
-    if (!readInflated(*stream, tag.payloadBytes(), shape, zipBuf, inflater_, pixels_, fault)) return -13;
-    switch (fault) {
-        case PixelFault::kNotInflatable: return -14;
-        case PixelFault::kWrongLength: return -15;
-        case PixelFault::kNone: break;
-    }
-    return 0;
-}
-
-int RIFile::readRawPixels(const RIF_TAG& tag, const PixelShape& shape) {
-    // A shorter payload would give the next tag's bytes as pixels. What a longer one has behind the values is
-    // walked over.
-    const bool shorter = tag.size >= kTagHeaderBytes && tag.payloadBytes() < shape.bytes;
-    if (shorter || !mayHold(*stream, shape.bytes)) return -16;
-    if (stream->Length() < 0) {
-        if (!readPayload(*stream, shape.bytes, rawBuf)) return -16;
-        pixels_.initReusing(shape.count, shape.valueSize, kMaxBlockBytes);
-        pixels_.loadFromBuffer(rawBuf.data(), shape.count);
-        return 0;
-    }
-    pixels_.initReusing(shape.count, shape.valueSize, kMaxBlockBytes);
-    int got = 0;
-    return pixels_.read(stream, 0, shape.count, got) == 0 && got == shape.count ? 0 : -16;
+    return decoder_->decode(*stream, tag, (header.flags & RIF_COMPRESSED) != 0, *callback);
 }

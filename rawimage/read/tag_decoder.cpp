@@ -4,6 +4,7 @@
 #include <climits>
 #include <cstring>
 #include <memory>
+#include <new>
 
 #include "rawimage/read/callback.h"
 #include "support/bytes.h"
@@ -258,4 +259,95 @@ int decodeRecord(PStream& stream, const RIF_TAG& tag, RIFileCallback& callback) 
         // Bucket sizes, the table and the stamp text have no operation: no reader delivers them.
         default: return 0;
     }
+}
+
+namespace {
+
+constexpr int kStopVerdict = 0;
+constexpr int kSkipVerdict = 2;
+
+int codeOf(PixelFault fault) {
+    switch (fault) {
+        case PixelFault::kNotInflatable: return MUtils::kPixelsNotInflatable;
+        case PixelFault::kWrongLength: return MUtils::kPixelsWrongLength;
+        case PixelFault::kNone: break;
+    }
+    return 0;
+}
+
+// False also for a payload that is shorter than the values: the next tag's bytes would be read as pixels.
+// What a longer one has behind the values is not read.
+bool mayHoldRaw(PStream& stream, const RIF_TAG& tag, const PixelShape& shape) {
+    const bool shorter = tag.size >= kTagHeaderBytes && tag.payloadBytes() < shape.bytes;
+    return !shorter && mayHold(stream, shape.bytes);
+}
+
+bool readRooms(PStream& stream, std::int64_t bytes, MUtils::ValueRooms& rooms) {
+    while (bytes > 0) {
+        const MUtils::ValueRooms::Room room = rooms.next();
+        const std::int64_t size = std::min(bytes, static_cast<std::int64_t>(room.size));
+        if (size == 0 || !readExactly(stream, room.data, static_cast<int>(size))) return false;
+        bytes -= size;
+    }
+    return true;
+}
+
+}  // namespace
+
+int TagDecoder::decode(PStream& stream, RIF_TAG& tag, bool compressed, RIFileCallback& callback) {
+    const int verdict = callback.parseTag(tag);
+    if (verdict == kStopVerdict) return -9;
+    if (verdict == kSkipVerdict) return 0;
+    return isPixelTag(tag.id) ? deliverPixels(stream, tag, compressed, callback)
+                              : decodeRecord(stream, tag, callback);
+}
+
+int TagDecoder::deliverPixels(PStream& stream, const RIF_TAG& tag, bool compressed,
+                              RIFileCallback& callback) {
+    const PixelShape shape = pixelShape(tag);
+    int code;
+    try {
+        code = compressed ? readZipped(stream, tag, shape) : readRaw(stream, tag, shape);
+    } catch (const std::bad_alloc&) {
+        code = compressed ? MUtils::kPixelsNotInflatable : MUtils::kPixelsUnreadable;
+    }
+    if (code != 0) return code;
+    return callback.setImageData(pixels_, shape.count, tag.p8, tag.p2, tag.p3, tag.p4, tag.p5, tag.p6, tag.p7)
+               ? 0
+               : MUtils::kPixelsRefused;
+}
+
+int TagDecoder::readZipped(PStream& stream, const RIF_TAG& tag, const PixelShape& shape) {
+    PixelFault fault = PixelFault::kNone;
+    const bool whole = readInflated(stream, tag.payloadBytes(), shape, zipped_, inflater_, pixels_, fault);
+    return whole ? codeOf(fault) : MUtils::kPixelsCutShort;
+}
+
+int TagDecoder::readRaw(PStream& stream, const RIF_TAG& tag, const PixelShape& shape) {
+    if (!mayHoldRaw(stream, tag, shape)) return MUtils::kPixelsUnreadable;
+    if (stream.Length() < 0) {
+        if (!readPayload(stream, shape.bytes, raw_)) return MUtils::kPixelsUnreadable;
+        pixels_.initReusing(shape.count, shape.valueSize, kMaxBlockBytes);
+        pixels_.loadFromBuffer(raw_.data(), shape.count);
+        return 0;
+    }
+    pixels_.initReusing(shape.count, shape.valueSize, kMaxBlockBytes);
+    int got = 0;
+    const bool whole = pixels_.read(&stream, 0, shape.count, got) == 0 && got == shape.count;
+    return whole ? 0 : MUtils::kPixelsUnreadable;
+}
+
+int TagDecoder::readPixels(PStream& stream, const RIF_TAG& tag, bool compressed, MUtils::ValueRooms& rooms) {
+    const PixelShape shape = pixelShape(tag);
+    if (!compressed) {
+        const bool read = mayHoldRaw(stream, tag, shape) && readRooms(stream, shape.bytes, rooms);
+        return read ? 0 : MUtils::kPixelsUnreadable;
+    }
+    if (!mayHold(stream, tag.payloadBytes())) return MUtils::kPixelsCutShort;
+    if (!shape.sound()) return MUtils::kPixelsNotInflatable;
+    const std::size_t most = MUtils::inflateLimit(static_cast<std::size_t>(tag.payloadBytes()));
+    if (static_cast<std::size_t>(shape.bytes) > most) return MUtils::kPixelsWrongLength;
+    PixelFault fault = PixelFault::kNone;
+    const bool whole = readInflated(stream, tag.payloadBytes(), shape, zipped_, inflater_, rooms, fault);
+    return whole ? codeOf(fault) : MUtils::kPixelsCutShort;
 }

@@ -7,6 +7,7 @@
 #include "../../support/pstream.h"
 #include "../../support/scratch_buffer.h"
 #include "../format.h"
+#include "tag_reader.h"
 
 class RIFileCallback;
 
@@ -37,6 +38,11 @@ bool readInflated(PStream& stream, std::int64_t payloadBytes, const PixelShape& 
                   MUtils::ScratchBuffer& payload, MUtils::Inflater& inflater, MBVTable& pixels,
                   PixelFault& fault);
 
+// The same for values that go to `rooms`; `piece` is the working memory.
+bool readInflated(PStream& stream, std::int64_t payloadBytes, const PixelShape& shape,
+                  MUtils::ScratchBuffer& piece, MUtils::Inflater& inflater, MUtils::ValueRooms& rooms,
+                  PixelFault& fault);
+
 // True when `stream` may hold `size` more bytes: false when it knows that it does not, or `size` is negative.
 bool mayHold(PStream& stream, std::int64_t size);
 
@@ -52,3 +58,26 @@ bool readExactly(PStream& stream, void* bytes, int size);
 // Decodes any tag that is not a pixel tag; the stream stands at its payload. Returns 0 or the code of the
 // operation that failed, see RIFileCallback. Tags without an operation of their own give 0.
 int decodeRecord(PStream& stream, const RIF_TAG& tag, RIFileCallback& callback);
+
+// Decodes tags of any kind, with working memory that it keeps from tag to tag. The two buffers are the
+// owner's: payloads go to `zipped`, and to `raw` values whose stream does not know its length.
+class TagDecoder {
+  public:
+    TagDecoder(MUtils::ScratchBuffer& zipped, MUtils::ScratchBuffer& raw) : zipped_(zipped), raw_(raw) {}
+
+    // Decodes the tag whose payload the stream is at. Codes as of RIFile::ParseTag.
+    int decode(PStream& stream, RIF_TAG& tag, bool compressed, RIFileCallback& callback);
+
+    // Reads the values of the pixel tag whose payload the stream is at. Codes as of TagReader::readPixels.
+    int readPixels(PStream& stream, const RIF_TAG& tag, bool compressed, MUtils::ValueRooms& rooms);
+
+  private:
+    int deliverPixels(PStream& stream, const RIF_TAG& tag, bool compressed, RIFileCallback& callback);
+    int readZipped(PStream& stream, const RIF_TAG& tag, const PixelShape& shape);
+    int readRaw(PStream& stream, const RIF_TAG& tag, const PixelShape& shape);
+
+    MUtils::ScratchBuffer& zipped_;
+    MUtils::ScratchBuffer& raw_;
+    MUtils::Inflater inflater_;
+    MBVTable pixels_{1, kMaxBlockBytes};
+};
