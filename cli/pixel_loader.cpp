@@ -26,15 +26,11 @@ constexpr double kDecodingBytes = 1 << 29;
 // Values beyond this go to their places piece by piece; others are held, which is faster.
 constexpr std::int64_t kLargestHeld = 1 << 20;
 
-std::int64_t valueBytes(const INFOTAG& tag) {
-    return boxOf(tag).area() * findPixelKind(tag.id)->valueSize;
-}
-
 // A decoder's memory: the payload and the values.
 double decodingBytes(const std::vector<const INFOTAG*>& tags) {
     std::int64_t most = 1;
     for (const INFOTAG* tag : tags)
-        most = std::max(most, std::min(valueBytes(*tag), kLargestHeld));
+        most = std::max(most, std::min(MUtils::pixelBytes(*tag), kLargestHeld));
     return 2.0 * static_cast<double>(most);
 }
 
@@ -176,7 +172,7 @@ void PixelLoader::restore(const Job& job, std::size_t lost, PixelDecoder& decode
     const std::size_t channel = byIndex_.at(tag.p8);
     const PixelBox box = intersect(boxOf(tag), job.region.box());
     const int valueSize = findPixelKind(tag.id)->valueSize;
-    if (valueBytes(tag) <= kLargestHeld || valueSize != job.region.table(channel)->itemSize) return;
+    if (MUtils::pixelBytes(tag) <= kLargestHeld || valueSize != job.region.table(channel)->itemSize) return;
     for (std::int64_t y = box.y0; y < box.y1; ++y)
         std::memset(job.region.at(channel, box.x0, y), 0, static_cast<std::size_t>(box.width() * valueSize));
     for (std::size_t i = 0; i < lost; ++i) {
@@ -194,7 +190,7 @@ const char* PixelLoader::place(const INFOTAG& tag, const PixelBox& box, ChannelR
     const std::size_t channel = byIndex_.at(tag.p8);
     if (findPixelKind(tag.id)->valueSize != region.table(channel)->itemSize)
         return "the values are of another type than the channel's";
-    if (valueBytes(tag) > kLargestHeld) {
+    if (MUtils::pixelBytes(tag) > kLargestHeld) {
         RowRooms rooms(from, box, region.table(channel)->itemSize, channel, region);
         return decoder.decode(tag, rooms);
     }

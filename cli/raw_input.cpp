@@ -152,8 +152,8 @@ class LargePayload final : public MUtils::InflateFlow {
 
 const char* PixelDecoder::decode(const INFOTAG& tag, PixelRooms& rooms) {
     if (stream->Seek(static_cast<long>(tag.offset) + kTagHeaderBytes) != 0) return "cannot be read";
-    const std::int64_t expected =
-        std::int64_t{tag.p4} * tag.p5 * std::int64_t{findPixelKind(tag.id)->valueSize};
+    const std::int64_t expected = MUtils::pixelBytes(tag);
+    if (expected < 0) return kOtherLength;
     if ((header.flags & RIF_COMPRESSED) == 0) {
         if (tag.payloadBytes() < expected) return "the values cannot be read";
         for (PixelRooms::Room room = rooms.next(); room.size > 0; room = rooms.next()) {

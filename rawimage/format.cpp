@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 
 #include "support/bytes.h"
 
@@ -13,13 +14,6 @@ constexpr RIF_PIXEL_KIND kPixelKinds[] = {
     {RCT_FLOAT, TAG_CHAN_FLOAT, 4}, {RCT_COLOR, TAG_CHAN_FLOAT3, 12},  {RCT_FLOAT2, TAG_CHAN_FLOAT2, 8},
     {RCT_INT, TAG_CHAN_INT, 4},     {RCT_VECTOR, TAG_CHAN_FLOAT3, 12}, {RCT_FLOAT4, TAG_CHAN_FLOAT4, 16},
 };
-
-constexpr const char* kTagNames[] = {
-    "resolution",   "regions info", "float3 pixels", "float2 pixels", "float pixels",  "int pixels",
-    "channel info", "tag table",    "camera",        "render region", "preview",       "scene",
-    "stamp",        "note",         "float4 pixels", "stamp text",    "overlay texts", "settings",
-};
-static_assert(std::size(kTagNames) == kLastTagId - kFirstTagId + 1, "a name for each tag");
 
 // Walks over a record field by field.
 class FieldWriter {
@@ -117,8 +111,15 @@ const RIF_PIXEL_KIND* findPixelKind(std::uint32_t tagId) {
     return row != std::end(kPixelKinds) ? row : nullptr;
 }
 
-const char* tagName(std::uint32_t tagId) {
-    return tagId >= kFirstTagId && tagId <= kLastTagId ? kTagNames[tagId - kFirstTagId] : "unknown";
+std::int64_t MUtils::valuesBytes(std::int32_t width, std::int32_t height, int valueSize) {
+    if (width < 0 || height < 0) return -1;
+    const std::int64_t count = std::int64_t{width} * height;
+    return count <= std::numeric_limits<std::int32_t>::max() / valueSize ? count * valueSize : -1;
+}
+
+std::int64_t MUtils::pixelBytes(const RIF_TAG& tag) {
+    const RIF_PIXEL_KIND* kind = findPixelKind(tag.id);
+    return kind != nullptr ? valuesBytes(tag.p4, tag.p5, kind->valueSize) : 0;
 }
 
 void encodeHeader(const RIF_HEADER& header, unsigned char bytes[kFileHeaderBytes]) {

@@ -111,6 +111,16 @@ inline bool isPixelTag(std::uint32_t tagId) {
     return findPixelKind(tagId) != nullptr;
 }
 
+namespace MUtils {
+
+// Bytes of width x height values; -1 when a side is negative, or for more bytes than 31 bits count.
+std::int64_t valuesBytes(std::int32_t width, std::int32_t height, int valueSize);
+// Bytes of the values of a pixel tag, uncompressed; -1 when its parameters make no sense, 0 for any other
+// tag.
+std::int64_t pixelBytes(const RIF_TAG& tag);
+
+}  // namespace MUtils
+
 // "note", "camera", "float3 pixels", ...; "unknown" for an id that the format does not have.
 const char* tagName(std::uint32_t tagId);
 

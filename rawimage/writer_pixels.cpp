@@ -11,9 +11,8 @@ namespace {
 
 // The bytes of width x height values, or -1 when a tag cannot hold as many.
 std::int64_t valueBytes(int width, int height, int valueSize) {
-    const std::int64_t count = std::int64_t{width} * height;
-    const bool sound = width >= 0 && height >= 0 && count <= (INT_MAX - kTagHeaderBytes) / valueSize;
-    return sound ? count * valueSize : -1;
+    const std::int64_t bytes = MUtils::valuesBytes(width, height, valueSize);
+    return bytes <= INT_MAX - kTagHeaderBytes ? bytes : -1;
 }
 
 // True when `data` can give `count` values of the size that the tag promises, so that the payload will have

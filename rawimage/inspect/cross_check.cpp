@@ -5,25 +5,12 @@
 
 #include "rawimage/inspect/channel_check.h"
 #include "rawimage/inspect/header_evidence.h"
-#include "rawimage/inspect/payload_pool.h"
-#include "rawimage/inspect/tag_check.h"
+#include "rawimage/table_entries.h"
 #include "support/bytes.h"
 
 namespace MUtils {
 
 namespace {
-
-// Tags that every writer enters in the table.
-bool mustBeListed(const RIF_TAG& tag) {
-    switch (tag.id) {
-        case TAG_CHANNEL_INFO:
-        case TAG_INFO_TAGS:
-        case TAG_CAMERA_INFO:
-        case TAG_RENDER_REGION:
-        case TAG_SCENE_INFO: return false;
-        default: return true;
-    }
-}
 
 bool sameHeader(const RIF_TAG& a, const RIF_TAG& b) {
     return a.id == b.id && a.size == b.size && a.p1 == b.p1 && a.p2 == b.p2 && a.p3 == b.p3 && a.p4 == b.p4 &&
@@ -121,18 +108,12 @@ bool CrossCheck::inGap(std::uint64_t offset) const {
 }
 
 void CrossCheck::readTable() {
-    constexpr std::int64_t kEntriesAtOnce = 1024;
     listed_.resize(scan_.tags.size());
     const INFOTAG& table = scan_.tags.back();
-    const auto start = static_cast<std::int64_t>(table.offset) + kTagHeaderBytes;
-    ScratchBuffer bytes;
-    for (std::int64_t first = 0; first < table.p1; first += kEntriesAtOnce) {
-        const std::int64_t count = std::min(kEntriesAtOnce, table.p1 - first);
-        if (!readPayloadAt(stream_, start + first * kInfoTagBytes, count * kInfoTagBytes, bytes))
-            return addFault(start + first * kInfoTagBytes, "the table cannot be read");
-        for (std::int64_t i = 0; i < count; ++i)
-            matchEntry(decodeInfoTag(bytes.data() + i * kInfoTagBytes), start + (first + i) * kInfoTagBytes);
-    }
+    TableEntries entries(stream_, static_cast<std::int64_t>(table.offset) + kTagHeaderBytes, table.p1);
+    for (INFOTAG entry; entries.next(entry);)
+        matchEntry(entry, entries.entryOffset());
+    if (entries.failed()) addFault(entries.nextOffset(), "the table cannot be read");
 }
 
 void CrossCheck::matchEntry(const INFOTAG& entry, std::int64_t entryOffset) {
@@ -170,12 +151,13 @@ void CrossCheck::settleDifferences() {
     const FrameFacts facts = readFrameFacts(stream_, kept);
     // Each is judged by all the others, those that will go included.
     const std::vector<const char*> before = dropped_;
+    const TagRules rules = rulesOf(scan_);
     HeaderEvidence evidence(scan_.tags, before, facts);
     for (const Difference& difference : differences_) {
         const INFOTAG& tag = scan_.tags[difference.tag];
         if (dropped_[difference.tag] != nullptr) continue;
-        const bool possible = headerFault(difference.entry, static_cast<std::int64_t>(tag.offset),
-                                          scan_.fileBytes, scan_.compressed) == nullptr;
+        const bool possible = rules.headerFault(difference.entry, static_cast<std::int64_t>(tag.offset),
+                                                scan_.fileBytes) == nullptr;
         if (possible && !proven_[difference.tag] && evidence.entryIsRight(difference.tag, difference.entry)) {
             dropped_[difference.tag] = "header that differs from its table entry and from the other tags";
             continue;
@@ -202,7 +184,7 @@ void CrossCheck::checkUnlisted() {
     }
     for (std::size_t i = 0; i + 1 < scan_.tags.size(); ++i) {
         const INFOTAG& tag = scan_.tags[i];
-        if (listed_[i] || dropped_[i] != nullptr || !mustBeListed(tag)) continue;
+        if (listed_[i] || dropped_[i] != nullptr || !isAlwaysListed(tag.id)) continue;
         if (!tableDoubted_ && !isPixelTag(tag.id) && confirmed.count(tag.id) > 0 && !isMisplaced(tag)) {
             dropped_[i] = "header that the table does not have";
         } else {

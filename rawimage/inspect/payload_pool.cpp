@@ -22,9 +22,9 @@ bool readPayloadAt(PStream& stream, std::int64_t offset, std::int64_t size, Scra
     return stream.Seek(static_cast<long>(offset)) == 0 && readPayload(stream, size, buffer);
 }
 
-PayloadPool::PayloadPool(PStream& stream, int threads, bool compressed)
+PayloadPool::PayloadPool(PStream& stream, int threads, const TagRules& rules)
     : stream_(stream),
-      compressed_(compressed),
+      rules_(rules),
       threads_(threads < 1 ? getNumProcessors() : std::min(threads, kMaxThreads)) {}
 
 PayloadPool::~PayloadPool() {
@@ -36,7 +36,9 @@ void PayloadPool::begin(std::size_t tags) {
     const int threads = std::min(threads_, useful);
     threaded_ = threads > 1;
     if (threaded_) startThreads(threads, kSlotsForAThread * (threads + 1));
-    checks_ = std::vector<PayloadCheck>(threaded_ ? static_cast<std::size_t>(numThreads()) : 1);
+    checks_.clear();
+    for (int i = 0; i < (threaded_ ? numThreads() : 1); ++i)
+        checks_.emplace_back(rules_);
     slots_ = std::vector<Slot>(threaded_ ? static_cast<std::size_t>(numSlots()) : 1);
     filling_ = -1;
     held_ = 0;
@@ -133,7 +135,7 @@ int PayloadPool::jobProc(int threadIndex, int jobIndex, void* /*data*/) {
 void PayloadPool::examine(PayloadCheck& check, const Slot& slot) {
     for (const Item& item : slot.items) {
         const char* cause = check.fault(item.tag, slot.bytes.data() + item.start,
-                                        static_cast<std::size_t>(item.tag.payloadBytes()), compressed_);
+                                        static_cast<std::size_t>(item.tag.payloadBytes()));
         if (cause != nullptr) addBad(item.index, cause);
     }
 }

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <mutex>
 #include <vector>
@@ -30,7 +31,7 @@ class PayloadPool final : private JobQueue {
     using Progress = std::function<bool(std::int64_t done, std::int64_t total)>;
 
     // `threads` below 1: one for each processor. 1 does everything on the calling thread.
-    PayloadPool(PStream& stream, int threads, bool compressed);
+    PayloadPool(PStream& stream, int threads, const TagRules& rules);
     ~PayloadPool();
 
     // Checks those of `tags` that `wanted` picks and fills `bad`, in the order of `tags`. False when
@@ -62,10 +63,10 @@ class PayloadPool final : private JobQueue {
     int jobProc(int threadIndex, int jobIndex, void* data) override;
 
     PStream& stream_;
-    const bool compressed_;
+    const TagRules rules_;
     const int threads_;
     bool threaded_ = false;
-    std::vector<PayloadCheck> checks_;  // by worker
+    std::deque<PayloadCheck> checks_;  // by worker
     std::vector<Slot> slots_;
     int filling_ = -1;      // the slot that is not handed over yet
     std::size_t held_ = 0;  // capacity of all slots

@@ -5,8 +5,8 @@
 
 #include "rawimage/inspect/cross_check.h"
 #include "rawimage/inspect/payload_pool.h"
+#include "rawimage/inspect/pixel_storage.h"
 #include "rawimage/inspect/tag_check.h"
-#include "rawimage/inspect/tag_search.h"
 
 namespace MUtils {
 
@@ -17,35 +17,22 @@ constexpr int kFlagsPosition = 20;
 constexpr std::int64_t kForeignBytes = 16 << 20;
 constexpr std::int64_t kSector = 512;  // what a disk writes at a time, at the least
 
-// How much of a header tells how large its payload is.
-int bytesThatSaySize(const RIF_TAG& tag) {
-    constexpr int kFirst = 8, kField = 4;  // behind id and size; each parameter
-    switch (tag.id) {
-        case TAG_CHANNEL_INFO:
-        case TAG_PREVIEW: return kFirst + 2 * kField;
-        case TAG_INFO_TAGS:
-        case TAG_STAMP:
-        case TAG_OVERLAY_TEXTS:
-        case TAG_SETTINGS: return kFirst + kField;
-        default: return isPixelTag(tag.id) ? kFirst + 5 * kField : kFirst;
-    }
-}
-
 class Scanner {
   public:
     Scanner(PStream& stream, const InspectOptions& options, TagScan& scan)
-        : stream_(stream), options_(options), scan_(scan), search_(stream, scan, options) {}
+        : stream_(stream), options_(options), scan_(scan), storage_(stream, scan, options) {}
 
+    // False when the stream does not hold a raw image.
     bool begin();
     void run();
 
   private:
     using Place = TagSearch::Place;
 
-    bool findFirst(std::int64_t end);
-    std::pair<std::int64_t, bool> searchEither(std::int64_t from, std::int64_t end);
+    TagSearch& search() { return storage_.search(); }
+    const TagRules& rules() { return search().rules(); }
+
     void checkFlags(std::int64_t first);
-    bool fits(const RIF_TAG& tag, std::int64_t offset, bool compressed);
     bool isSound(Place& place, std::int64_t offset, std::int64_t end, bool thorough, Place& there,
                  std::int64_t& resume);
     void walk(std::int64_t from, std::int64_t end, bool thorough, std::vector<INFOTAG>& tags);
@@ -59,92 +46,36 @@ class Scanner {
     PStream& stream_;
     const InspectOptions& options_;
     TagScan& scan_;
-    TagSearch search_;
+    PixelStorage storage_;
 };
 
 bool Scanner::begin() {
-    ScratchBuffer bytes;
-    if (!readPayloadAt(stream_, 0, kFileHeaderBytes, bytes)) return false;
-    scan_.header = decodeHeader(bytes.data());
-    scan_.compressed = (scan_.header.flags & RIF_COMPRESSED) != 0;
     if (scan_.header.magic == RIF_MAGIC) {
         checkFlags(kFileHeaderBytes);
         return true;
     }
     scan_.faults.push_back({0, "the file does not begin with the format's magic", {}});
-    const bool wiped = std::all_of(bytes.data(), bytes.data() + kFileHeaderBytes,
-                                   [](unsigned char byte) { return byte == 0; });
-    return findFirst(wiped ? scan_.fileBytes : std::min(scan_.fileBytes, kForeignBytes));
-}
-
-// Where the file header is gone, what the flags said may be gone with it: the earlier tag tells.
-bool Scanner::findFirst(std::int64_t end) {
-    const auto [first, compressed] = searchEither(kFileHeaderBytes, end);
-    scan_.compressed = compressed;
+    unsigned char bytes[kFileHeaderBytes];
+    encodeHeader(scan_.header, bytes);
+    const bool wiped = std::all_of(bytes, std::end(bytes), [](unsigned char byte) { return byte == 0; });
+    const std::int64_t end = wiped ? scan_.fileBytes : std::min(scan_.fileBytes, kForeignBytes);
+    const std::int64_t first = storage_.findFirstTag(end);
     if (first < end) checkFlags(first);
     return first < end;
 }
 
-// The first tag before `end` that stands, whether pixels are compressed or not, and which of the two; what is
-// believed of them where that makes no difference.
-std::pair<std::int64_t, bool> Scanner::searchEither(std::int64_t from, std::int64_t end) {
-    const bool stated = scan_.compressed;
-    std::pair<std::int64_t, bool> first{end, stated};
-    for (const bool assumed : {stated, !stated}) {
-        scan_.compressed = assumed;
-        const std::int64_t found = search_.search(from, first.first, scan_.fileBytes);
-        if (found < first.first) first = {found, assumed};
-    }
-    scan_.compressed = stated;
-    return first;
-}
-
-bool Scanner::fits(const RIF_TAG& tag, std::int64_t offset, bool compressed) {
-    scan_.compressed = compressed;
-    return headerFault(tag, offset, scan_.fileBytes, compressed) == nullptr &&
-           search_.payloadFault(tag, offset) == nullptr;
-}
-
-// A flag that a damaged file header has lost: when none of the first pixel tags is what the flag says, and
-// all that can be reached are what it denies, the flag is wrong. In a sound file the first one settles it.
 void Scanner::checkFlags(std::int64_t first) {
-    constexpr int kTagsAsked = 16;
-    constexpr int kTagsPassed = 1000;
-    constexpr int kTimesAstray = 4;
-    const bool stated = scan_.compressed;
-    int asked = 0;
-    int denied = 0;
-    int astray = 0;
-    std::int64_t offset = first;
-    for (int i = 0; i < kTagsPassed && asked < kTagsAsked && offset < scan_.fileBytes; ++i) {
-        const Place place = search_.look(offset, scan_.fileBytes);
-        bool leadsOn = search_.leadsOn(place, offset);
-        if (place.whole && isPixelTag(place.tag.id)) {
-            ++asked;
-            // Most tags settle it by their size alone.
-            const bool mayDeny = headerFault(place.tag, offset, scan_.fileBytes, !stated) == nullptr;
-            const bool right = mayDeny ? fits(place.tag, offset, stated) : place.fault == nullptr;
-            if (!right && mayDeny) denied += fits(place.tag, offset, !stated) ? 1 : 0;
-            scan_.compressed = stated;
-            // A stream that inflates as it should settles it, too, whatever the size says.
-            if (right || (stated && mayDeny && search_.endsEarly(place.tag, offset))) return;
-            leadsOn = leadsOn || mayDeny;
-        }
-        if (!leadsOn && ++astray > kTimesAstray) break;
-        offset = leadsOn ? offset + place.tag.size : searchEither(offset + 1, scan_.fileBytes).first;
-    }
-    // One tag alone that denies the flag may be the one that is damaged: its size leads astray.
-    if (denied == 0 || (astray > 0 && denied < 2)) return;
-    scan_.compressed = !stated;
-    scan_.faults.push_back({kFlagsPosition, "the flags deny how pixels are stored", {}});
+    if (storage_.deniedByTags(first))
+        scan_.faults.push_back({kFlagsPosition, "the flags deny how pixels are stored", {}});
+    scan_.compressed = search().rules().compressed();
 }
 
 void Scanner::run() {
     std::vector<INFOTAG> tags;
     walk(kFileHeaderBytes, scan_.fileBytes, false, tags);
     scan_.tags.swap(tags);
-    if (!search_.stopped()) checkPayloads();
-    scan_.stopped = scan_.stopped || search_.stopped();
+    if (!storage_.stopped()) checkPayloads();
+    scan_.stopped = scan_.stopped || storage_.stopped();
     if (!scan_.stopped) crossCheck(stream_, scan_);
 }
 
@@ -154,13 +85,13 @@ void Scanner::run() {
 bool Scanner::isSound(Place& place, std::int64_t offset, std::int64_t end, bool thorough, Place& there,
                       std::int64_t& resume) {
     const std::int64_t next = offset + place.tag.size;
-    there = search_.look(next, end);
+    there = search().look(next, end);
     const bool goesOn = there.fault == nullptr || next == scan_.fileBytes;
-    if (thorough || !goesOn) place.fault = search_.payloadFault(place.tag, offset);
-    if (place.fault == nullptr && next < scan_.fileBytes) place.fault = search_.tableFault(place.tag, offset);
-    if (place.fault != nullptr || goesOn || provesItself(place.tag, scan_.compressed))
-        return place.fault == nullptr;
-    const std::int64_t across = search_.tagsAcross(place.tag, offset, end);
+    if (thorough || !goesOn) place.fault = search().payloadFault(place.tag, offset);
+    if (place.fault == nullptr && next < scan_.fileBytes)
+        place.fault = search().tableFault(place.tag, offset);
+    if (place.fault != nullptr || goesOn || rules().provesItself(place.tag)) return place.fault == nullptr;
+    const std::int64_t across = search().tagsAcross(place.tag, offset, end);
     if (across == next) return true;
     place.fault = "payload that lacks bytes";
     resume = across;
@@ -169,9 +100,9 @@ bool Scanner::isSound(Place& place, std::int64_t offset, std::int64_t end, bool 
 
 void Scanner::walk(std::int64_t from, std::int64_t end, bool thorough, std::vector<INFOTAG>& tags) {
     constexpr std::size_t kTagsBetweenCalls = 4096;
-    Place place = search_.look(from, end);
-    for (std::int64_t offset = from; offset < end && !search_.stopped();) {
-        if (tags.size() % kTagsBetweenCalls == 0 && !search_.going(0)) break;
+    Place place = search().look(from, end);
+    for (std::int64_t offset = from; offset < end && !storage_.stopped();) {
+        if (tags.size() % kTagsBetweenCalls == 0 && !search().going(0)) break;
         Place there;
         std::int64_t resume = -1;
         if (place.fault == nullptr && isSound(place, offset, end, thorough, there, resume)) {
@@ -183,10 +114,10 @@ void Scanner::walk(std::int64_t from, std::int64_t end, bool thorough, std::vect
             offset += entry.size;
             continue;
         }
-        const std::int64_t next = resume >= 0 ? resume : search_.nextAfter(offset, place, end);
+        const std::int64_t next = resume >= 0 ? resume : search().nextAfter(offset, place, end);
         addGap(offset, next, place, next == scan_.fileBytes && isTorn(offset, next, place));
         offset = next;
-        place = search_.look(offset, end);
+        place = search().look(offset, end);
     }
 }
 
@@ -205,8 +136,8 @@ void Scanner::addGap(std::int64_t offset, std::int64_t end, const Place& place, 
 bool Scanner::isTorn(std::int64_t offset, std::int64_t end, const Place& place) {
     if (end - offset < kTagHeaderBytes) return true;
     if (endsInZeros(offset, end) && !isDamaged(place, offset)) return true;
-    return place.whole && cutInPayload(place.tag, offset, end, scan_.compressed) &&
-           !search_.endsEarly(place.tag, offset);
+    return place.whole && rules().cutInPayload(place.tag, offset, end) &&
+           !search().endsEarly(place.tag, offset);
 }
 
 // Whether the header is neither what a writer writes nor what a power cut leaves of it: whole, nothing, or a
@@ -214,13 +145,13 @@ bool Scanner::isTorn(std::int64_t offset, std::int64_t end, const Place& place) 
 bool Scanner::isDamaged(const Place& place, std::int64_t offset) {
     if (!place.whole || place.tag.id == 0) return false;
     const std::int64_t there = kSector - offset % kSector;
-    if (there < bytesThatSaySize(place.tag)) {
+    if (there < headerBytesOfSize(place.tag)) {
         unsigned char header[kTagHeaderBytes];
         encodeTag(place.tag, header);
         if (std::all_of(header + there, std::end(header), [](unsigned char byte) { return byte == 0; }))
             return false;
     }
-    return !cutInPayload(place.tag, offset, offset, scan_.compressed);
+    return !rules().cutInPayload(place.tag, offset, offset);
 }
 
 bool Scanner::endsInZeros(std::int64_t offset, std::int64_t end) {
@@ -234,9 +165,9 @@ void Scanner::checkPayloads() {
     std::vector<PayloadPool::Bad> bad;
     if (options_.depth == InspectDepth::kHeaders) return;
     const bool pixels = options_.depth == InspectDepth::kPayloads;
-    PayloadPool pool(stream_, pixels ? options_.threads : 1, scan_.compressed);
+    PayloadPool pool(stream_, pixels ? options_.threads : 1, rules());
     const auto wanted = [this, pixels](const RIF_TAG& tag) {
-        return pixels || (!isPixelTag(tag.id) && PayloadCheck::looksAt(tag, scan_.compressed));
+        return pixels || (!isPixelTag(tag.id) && PayloadCheck::looksAt(tag, rules()));
     };
     scan_.stopped = !pool.check(scan_.tags, wanted, options_.progress, bad);
     if (!bad.empty()) replaceBadTags(bad);
@@ -257,7 +188,7 @@ void Scanner::replaceBadTags(const std::vector<PayloadPool::Bad>& bad) {
         const auto offset = static_cast<std::int64_t>(tag.offset);
         const std::int64_t end = offset + tag.size;
         const Place place{tag, true, bad[next++].cause};
-        const std::int64_t inner = search_.nextAfter(offset, place, end);
+        const std::int64_t inner = search().nextAfter(offset, place, end);
         if (inner == end && place.fault == PayloadCheck::kBytesBehindPixels) {
             kept.push_back(tag);
             continue;
@@ -275,7 +206,9 @@ void Scanner::replaceBadTags(const std::vector<PayloadPool::Bad>& bad) {
 bool scanTags(PStream& stream, const InspectOptions& options, TagScan& scan) {
     scan = TagScan();
     scan.fileBytes = stream.Length();
-    if (scan.fileBytes < kFileHeaderBytes) return false;
+    ScratchBuffer bytes;
+    if (scan.fileBytes < kFileHeaderBytes || !readPayloadAt(stream, 0, kFileHeaderBytes, bytes)) return false;
+    scan.header = decodeHeader(bytes.data());
     Scanner scanner(stream, options, scan);
     if (!scanner.begin()) return false;
     scanner.run();

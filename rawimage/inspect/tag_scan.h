@@ -1,8 +1,13 @@
 #pragma once
 
 #include "rawimage/inspect/inspection.h"
+#include "rawimage/tag_rules.h"
 
 namespace MUtils {
+
+inline TagRules rulesOf(const TagScan& scan) {
+    return TagRules(scan.compressed);
+}
 
 // Takes the file on `stream`, which knows its length, apart. Behind a tag that is not sound the next one is
 // where the table or what is left of the damaged tag says; failing that it is searched byte by byte, by its

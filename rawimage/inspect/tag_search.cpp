@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "rawimage/inspect/payload_pool.h"
-#include "rawimage/payload_range.h"
+#include "rawimage/table_entries.h"
 #include "support/bytes.h"
 
 namespace MUtils {
@@ -15,19 +15,10 @@ constexpr std::int64_t kFirstChunk = 1 << 12;
 constexpr std::int64_t kLargestChunk = 1 << 16;
 constexpr std::int64_t kBudgetPerByte = 64;
 constexpr std::int64_t kLeastBudget = 1 << 25;
-constexpr std::int64_t kEntriesAtOnce = 1024;
-
-// Payloads that may hold anything, whole files with tags of their own, too; and a table, which looks like
-// tags.
-bool isOpaque(std::uint32_t tagId) {
-    return tagId == TAG_STAMP || tagId == TAG_OVERLAY_TEXTS || tagId == TAG_SETTINGS ||
-           tagId == TAG_INFO_TAGS;
-}
 
 }  // namespace
 
-void TableExtents::load(PStream& stream, const TagScan& scan) {
-    extents_.clear();
+TableExtents::TableExtents(PStream& stream, const TagScan& scan, const TagRules& rules) {
     const std::uint64_t stored = scan.header.infoTagsOffset;
     const std::int64_t lastPlace = scan.fileBytes - kTagHeaderBytes;
     if (lastPlace < kFileHeaderBytes || stored < kFileHeaderBytes ||
@@ -37,20 +28,13 @@ void TableExtents::load(PStream& stream, const TagScan& scan) {
     ScratchBuffer bytes;
     if (!readPayloadAt(stream, offset, kTagHeaderBytes, bytes)) return;
     const RIF_TAG tag = decodeTag(bytes.data());
-    if (tag.id != TAG_INFO_TAGS || headerFault(tag, offset, scan.fileBytes, scan.compressed) != nullptr)
-        return;
-    for (std::int64_t first = 0; first < tag.p1; first += kEntriesAtOnce) {
-        const std::int64_t count = std::min(kEntriesAtOnce, tag.p1 - first);
-        const std::int64_t start = offset + kTagHeaderBytes + first * kInfoTagBytes;
-        if (!readPayloadAt(stream, start, count * kInfoTagBytes, bytes)) break;
-        for (std::int64_t i = 0; i < count; ++i) {
-            const INFOTAG entry = decodeInfoTag(bytes.data() + i * kInfoTagBytes);
-            if (entry.offset < kFileHeaderBytes || entry.offset > static_cast<std::uint64_t>(lastPlace))
-                continue;
-            const auto at = static_cast<std::int64_t>(entry.offset);
-            if (headerFault(entry, at, scan.fileBytes, scan.compressed) == nullptr)
-                extents_.push_back({at, at + entry.size, isOpaque(entry.id)});
-        }
+    if (tag.id != TAG_INFO_TAGS || rules.headerFault(tag, offset, scan.fileBytes) != nullptr) return;
+    TableEntries entries(stream, offset + kTagHeaderBytes, tag.p1);
+    for (INFOTAG entry; entries.next(entry);) {
+        if (entry.offset < kFileHeaderBytes || entry.offset > static_cast<std::uint64_t>(lastPlace)) continue;
+        const auto at = static_cast<std::int64_t>(entry.offset);
+        if (rules.headerFault(entry, at, scan.fileBytes) == nullptr)
+            extents_.push_back({at, at + entry.size, isOpaque(entry.id)});
     }
     std::sort(extents_.begin(), extents_.end(),
               [](const Extent& a, const Extent& b) { return a.offset < b.offset; });
@@ -76,10 +60,13 @@ std::int64_t TableExtents::endOf(std::int64_t offset) const {
     return extent != extents_.end() && extent->offset == offset ? extent->end : -1;
 }
 
-TagSearch::TagSearch(PStream& stream, const TagScan& scan, const InspectOptions& options)
+TagSearch::TagSearch(PStream& stream, const TagScan& scan, const InspectOptions& options,
+                     const TagRules& rules)
     : stream_(stream),
       scan_(scan),
       options_(options),
+      rules_(rules),
+      check_(rules),
       budget_(std::min(scan.fileBytes, INT64_MAX / (2 * kBudgetPerByte)) * kBudgetPerByte + kLeastBudget) {}
 
 bool TagSearch::going(std::int64_t offset) {
@@ -88,9 +75,8 @@ bool TagSearch::going(std::int64_t offset) {
 }
 
 const TableExtents& TagSearch::table() {
-    if (tableFlag_ != scan_.compressed) table_.load(stream_, scan_);
-    tableFlag_ = scan_.compressed;
-    return table_;
+    if (!table_) table_.emplace(stream_, scan_, rules_);
+    return *table_;
 }
 
 bool TagSearch::readAt(std::int64_t offset, unsigned char* bytes, int size) {
@@ -111,59 +97,52 @@ TagSearch::Place TagSearch::look(std::int64_t offset, std::int64_t end) {
     }
     place.whole = true;
     place.tag = decodeTag(bytes);
-    place.fault = headerFault(place.tag, offset, end, scan_.compressed);
+    place.fault = rules_.headerFault(place.tag, offset, end);
     return place;
 }
 
 bool TagSearch::leadsOn(const Place& place, std::int64_t offset) const {
     if (place.fault == nullptr || offset > scan_.fileBytes - kTagHeaderBytes) return true;
-    return place.whole && cutInPayload(place.tag, offset, scan_.fileBytes, scan_.compressed);
+    return place.whole && rules_.cutInPayload(place.tag, offset, scan_.fileBytes);
 }
 
 const char* TagSearch::payloadFault(const RIF_TAG& tag, std::int64_t offset) {
-    if (!PayloadCheck::looksAt(tag, scan_.compressed)) return nullptr;
+    if (!PayloadCheck::looksAt(tag, rules_)) return nullptr;
     budget_ -= tag.size;
     if (budget_ < 0) return "too much damage to look through";
     if (!readPayloadAt(stream_, offset + kTagHeaderBytes, tag.payloadBytes(), payload_))
         return "payload cannot be read";
     const std::int64_t before = check_.inflated();
-    const char* fault =
-        check_.fault(tag, payload_.data(), static_cast<std::size_t>(tag.payloadBytes()), scan_.compressed);
+    const char* fault = check_.fault(tag, payload_.data(), static_cast<std::size_t>(tag.payloadBytes()));
     budget_ -= check_.inflated() - before;
     return fault;
 }
 
 const char* TagSearch::tableFault(const RIF_TAG& tag, std::int64_t offset) {
     if (tag.id != TAG_INFO_TAGS) return nullptr;
+    budget_ -= tag.payloadBytes();
+    if (budget_ < 0) return "too much damage to look through";
     std::int64_t foreign = 0;
-    for (std::int64_t first = 0; first < tag.p1; first += kEntriesAtOnce) {
-        const std::int64_t count = std::min(kEntriesAtOnce, tag.p1 - first);
-        const std::int64_t start = offset + kTagHeaderBytes + first * kInfoTagBytes;
-        budget_ -= count * kInfoTagBytes;
-        if (budget_ < 0) return "too much damage to look through";
-        if (!readPayloadAt(stream_, start, count * kInfoTagBytes, payload_)) return "payload cannot be read";
-        for (std::int64_t i = 0; i < count; ++i) {
-            const INFOTAG entry = decodeInfoTag(payload_.data() + i * kInfoTagBytes);
-            const bool before =
-                entry.offset >= kFileHeaderBytes && entry.offset < static_cast<std::uint64_t>(offset);
-            foreign += before && entry.id >= kFirstTagId && entry.id <= kLastTagId ? 0 : 1;
-        }
+    TableEntries entries(stream_, offset + kTagHeaderBytes, tag.p1);
+    for (INFOTAG entry; entries.next(entry);) {
+        const bool before =
+            entry.offset >= kFileHeaderBytes && entry.offset < static_cast<std::uint64_t>(offset);
+        foreign += before && isKnownTag(entry.id) ? 0 : 1;
     }
+    if (entries.failed()) return "payload cannot be read";
     return 2 * foreign > tag.p1 ? "table of entries that lead nowhere" : nullptr;
 }
 
 // By what the payload holds, whatever the size says; -1 when it cannot be told.
 std::int64_t TagSearch::naturalEnd(const RIF_TAG& tag, std::int64_t offset, std::int64_t end) {
     const std::int64_t start = offset + kTagHeaderBytes;
-    const std::int64_t most = mostPayload(tag, scan_.compressed);
-    const std::int64_t size =
-        std::min(most == PayloadRange::kAny ? PayloadCheck::kLongestText : most, end - start);
+    const std::int64_t most = rules_.mostPayload(tag);
+    const std::int64_t size = std::min(most == PayloadRange::kAny ? kLongestCheckedText : most, end - start);
     if (size <= 0 || budget_ < size) return -1;
     budget_ -= size;
     if (!readPayloadAt(stream_, start, size, payload_)) return -1;
     const std::int64_t before = check_.inflated();
-    const std::int64_t natural =
-        check_.naturalSize(tag, payload_.data(), static_cast<std::size_t>(size), scan_.compressed);
+    const std::int64_t natural = check_.naturalSize(tag, payload_.data(), static_cast<std::size_t>(size));
     budget_ -= check_.inflated() - before;
     return natural >= 0 ? start + natural : -1;
 }
@@ -174,8 +153,8 @@ bool TagSearch::endsEarly(const RIF_TAG& tag, std::int64_t offset) {
 
 bool TagSearch::stands(const RIF_TAG& tag, std::int64_t offset, std::int64_t end) {
     // A checksum says more than a table, but a blob may be a file with checksums of its own.
-    const bool proves = provesItself(tag, scan_.compressed);
-    if (headerFault(tag, offset, end, scan_.compressed) != nullptr || !unusedParametersClear(tag) ||
+    const bool proves = rules_.provesItself(tag);
+    if (rules_.headerFault(tag, offset, end) != nullptr || !unusedParametersClear(tag) ||
         table().covers(offset, proves) || payloadFault(tag, offset) != nullptr)
         return false;
     if (proves || table().endOf(offset) == offset + tag.size) return true;
@@ -206,17 +185,16 @@ bool TagSearch::mayResume(std::int64_t offset, std::int64_t end, bool weakly) {
     if (!clear || isTableEntry(offset)) return false;
     const std::int64_t next = offset + place.tag.size;
     if (!weakly || next == end || leadsOn(look(next, end), next)) return true;
-    if (provesItself(place.tag, scan_.compressed)) return payloadFault(place.tag, offset) == nullptr;
-    return place.tag.payloadBytes() > 0 &&
-           payloadByParameters(place.tag, scan_.compressed) == place.tag.payloadBytes();
+    if (rules_.provesItself(place.tag)) return payloadFault(place.tag, offset) == nullptr;
+    return place.tag.payloadBytes() > 0 && rules_.payloadByParameters(place.tag) == place.tag.payloadBytes();
 }
 
 std::int64_t TagSearch::nextAfter(std::int64_t offset, const Place& place, std::int64_t end) {
     if (!place.whole) return search(offset + 1, end);
     const RIF_TAG& tag = place.tag;
     const std::int64_t start = offset + kTagHeaderBytes;
-    const std::int64_t byParameters = payloadByParameters(tag, scan_.compressed);
-    const bool cut = cutInPayload(tag, offset, end, scan_.compressed);
+    const std::int64_t byParameters = rules_.payloadByParameters(tag);
+    const bool cut = rules_.cutInPayload(tag, offset, end);
     // Nobody hides tags in a note or a record, so a tag under one that seems cut was written behind it.
     if (cut && byParameters >= 0 && end == scan_.fileBytes)
         return isOpaque(tag.id) ? end : search(start, end);
@@ -224,7 +202,7 @@ std::int64_t TagSearch::nextAfter(std::int64_t offset, const Place& place, std::
     if (listed >= start && mayResume(listed, end, false)) return listed;
     const std::int64_t bySize = offset + tag.size;
     // What points beyond a tag that stands is the damaged field.
-    const bool proves = provesItself(tag, scan_.compressed);
+    const bool proves = rules_.provesItself(tag);
     const bool confirmed = sizeConfirmed(tag);
     const bool isText = tag.id == TAG_SCENE_INFO || tag.id == TAG_STAMP_TEXT;
     std::pair<std::int64_t, bool> ways[] = {

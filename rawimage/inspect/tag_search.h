@@ -15,9 +15,8 @@ namespace MUtils {
 // payload holds for tags.
 class TableExtents {
   public:
-    // Reads the table that the header's offset leads to, if there is one, in place of an earlier one. Throws
-    // std::bad_alloc.
-    void load(PStream& stream, const TagScan& scan);
+    // Reads the table that the header's offset leads to, if there is one. Throws std::bad_alloc.
+    TableExtents(PStream& stream, const TagScan& scan, const TagRules& rules);
 
     // True when `offset` lies inside a tag, behind its first byte; one that may hold tags, where `holdsTags`
     // asks for that.
@@ -47,8 +46,9 @@ class TagSearch {
         const char* fault = nullptr;  // what is wrong with it, or null
     };
 
-    // `scan` has the file's length and header; both must outlive the search.
-    TagSearch(PStream& stream, const TagScan& scan, const InspectOptions& options);
+    // `scan` has the file's length and header; it, the stream and the options must outlive the search.
+    TagSearch(PStream& stream, const TagScan& scan, const InspectOptions& options, const TagRules& rules);
+    const TagRules& rules() const { return rules_; }
 
     // The header at `offset`, for a tag that ends by `end`.
     Place look(std::int64_t offset, std::int64_t end);
@@ -95,11 +95,11 @@ class TagSearch {
     PStream& stream_;
     const TagScan& scan_;
     const InspectOptions& options_;
+    const TagRules rules_;
     PayloadCheck check_;
     ScratchBuffer payload_;
     ScratchBuffer chunk_;
-    TableExtents table_;
-    std::optional<bool> tableFlag_;  // what was believed of the pixels when the table was loaded
+    std::optional<TableExtents> table_;  // loaded when it is first asked
     bool stopped_ = false;
     // Payload bytes that may still be read and inflated here, so that hostile files come to an end. Damage
     // costs a few payloads for each place.

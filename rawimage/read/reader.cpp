@@ -7,6 +7,7 @@
 #include "rawimage/read/callback.h"
 #include "rawimage/read/tag_decoder.h"
 #include "rawimage/read/torn_tail.h"
+#include "rawimage/table_entries.h"
 #include "rawimage/writer.h"
 #include "support/bytes.h"
 
@@ -81,21 +82,11 @@ int RIFile::ReadInfoTags(int* channelMask) {
 // Lists entries from the position on, many at a time, up to `count` of them; those of a piece that cannot be
 // read as a whole are left to read one by one. Returns how many it listed.
 int RIFile::readEntries(std::int64_t count) {
-    constexpr int kAtOnce = 1024;
-    unsigned char bytes[kAtOnce * kInfoTagBytes];
+    MUtils::TableEntries entries(*stream, stream->Tell(), count);
     int listed = 0;
-    while (listed < count) {
-        const int entries = static_cast<int>(std::min<std::int64_t>(kAtOnce, count - listed));
-        const std::int64_t start = stream->Tell();
-        int got = 0;
-        if (stream->Read(bytes, entries * kInfoTagBytes, got) != 0 || got != entries * kInfoTagBytes) {
-            (void)stream->Seek(static_cast<long>(start));
-            break;
-        }
-        for (int i = 0; i < entries; ++i)
-            infoTags.Append(decodeInfoTag(bytes + i * kInfoTagBytes));
-        listed += entries;
-    }
+    for (INFOTAG entry; entries.next(entry); ++listed)
+        infoTags.Append(entry);
+    if (entries.failed()) (void)stream->Seek(static_cast<long>(entries.nextOffset()));
     return listed;
 }
 
@@ -134,8 +125,7 @@ int RIFile::dropTable(const RIF_TAG& table, long offset) {
     std::int64_t end = 0;
     if (const int code = findEnd(*stream, offset, end); code != 0) return code;
     // An offset that is damaged may lead into a payload, or to a table that is not the last one.
-    const bool compressed = (header.flags & RIF_COMPRESSED) != 0;
-    if (!isTableAtEnd(*stream, table, offset, end, compressed)) return -5;
+    if (!isTableAtEnd(*stream, table, offset, end, MUtils::TagRules(header))) return -5;
     bool cut = false;
     if (const int code = cutAt(offset, cut); code != 0 || !cut) return code;
     const unsigned char noTable[8] = {};
@@ -164,8 +154,7 @@ int RIFile::goToEnd(std::int64_t walked) {
         code != 0) {
         return code;
     }
-    const bool compressed = (header.flags & RIF_COMPRESSED) != 0;
-    if (walked == end || !endsInTornTag(*stream, tags, count, end, compressed))
+    if (walked == end || !endsInTornTag(*stream, tags, count, end, MUtils::TagRules(header)))
         return stream->Seek(static_cast<long>(end));
     // Half a header is shorter than what goes over it.
     if (walked < end) return stream->Seek(static_cast<long>(walked));

@@ -51,20 +51,15 @@ constexpr std::int64_t kUnasked = 1 << 17;     // the most that is read without 
 constexpr std::int64_t kFirstPiece = 1 << 20;  // of a payload whose length the stream cannot confirm
 constexpr std::int64_t kLargestRead = 1 << 30;
 
-std::int64_t valueBytes(std::int64_t count, int valueSize) {
-    return count < 0 || count > INT_MAX / valueSize ? -1 : count * valueSize;
-}
-
 }  // namespace
 
 PixelShape pixelShape(const RIF_TAG& tag) {
     PixelShape shape;
     const RIF_PIXEL_KIND* kind = findPixelKind(tag.id);
     if (kind == nullptr) return shape;
-    const std::int64_t count = std::int64_t{tag.p4} * tag.p5;
     shape.valueSize = kind->valueSize;
-    shape.bytes = valueBytes(count, kind->valueSize);
-    if (shape.sound()) shape.count = static_cast<int>(count);
+    shape.bytes = MUtils::pixelBytes(tag);
+    if (shape.sound()) shape.count = static_cast<int>(shape.bytes / shape.valueSize);
     return shape;
 }
 
@@ -160,10 +155,9 @@ int decodeRegionTag(PStream& stream, RIFileCallback& callback) {
 // The size comes from width and height, not from the tag's size field.
 int decodePreview(PStream& stream, const RIF_TAG& tag, RIFileCallback& callback) {
     constexpr int kPixelBytes = sizeof(MUtils::RGB24);
-    const std::int64_t count = std::int64_t{tag.p1} * tag.p2;
-    const std::int64_t bytes = valueBytes(count, kPixelBytes);
+    const std::int64_t bytes = MUtils::valuesBytes(tag.p1, tag.p2, kPixelBytes);
     if (!mayHold(stream, bytes)) return -20;
-    const int values = static_cast<int>(count);
+    const int values = static_cast<int>(bytes / kPixelBytes);
     MBVTable pixels(1, kMaxBlockBytes);
     int got = 0;
     if (stream.Length() >= 0) {

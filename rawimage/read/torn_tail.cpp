@@ -4,43 +4,27 @@
 #include <cstring>
 #include <new>
 
-#include "rawimage/payload_range.h"
 #include "rawimage/read/tag_decoder.h"
+#include "rawimage/tag_rules.h"
 #include "support/bytes.h"
 #include "support/deflate.h"
 #include "support/scratch_buffer.h"
 
 using MUtils::Inflater;
-using MUtils::PayloadRange;
+using MUtils::kLongestCheckedText;
 using MUtils::ScratchBuffer;
+using MUtils::TagRules;
 
 namespace {
 
-constexpr std::int64_t kLongestText = 1 << 20;  // longer ones are not read to be sure of them
 constexpr int kChunk = 1 << 14;
 
-bool isKnown(std::uint32_t tagId) {
-    return tagId >= kFirstTagId && tagId <= kLastTagId;
-}
-
 bool isText(const RIF_TAG& tag) {
-    return tag.id == TAG_SCENE_INFO || tag.id == TAG_STAMP_TEXT;
+    return MUtils::textStart(tag) >= 0;
 }
 
-std::int64_t textStart(const RIF_TAG& tag) {
-    return tag.id == TAG_SCENE_INFO ? 4 : 0;
-}
-
-bool sizeFits(const RIF_TAG& tag, bool compressed) {
-    const PayloadRange range = MUtils::payloadRange(tag, compressed);
-    const std::int64_t payload = tag.payloadBytes();
-    return isKnown(tag.id) && range.possible() && payload >= range.least && payload <= range.most;
-}
-
-// Whether the parameters leave one size only.
-bool sizeIsCertain(const RIF_TAG& tag, bool compressed) {
-    const PayloadRange range = MUtils::payloadRange(tag, compressed);
-    return range.least == range.most;
+bool sizeFits(const RIF_TAG& tag, const TagRules& rules) {
+    return MUtils::isKnownTag(tag.id) && rules.payloadRange(tag).contains(tag.payloadBytes());
 }
 
 bool readAt(PStream& stream, std::int64_t offset, std::int64_t size, ScratchBuffer& bytes) {
@@ -49,7 +33,7 @@ bool readAt(PStream& stream, std::int64_t offset, std::int64_t size, ScratchBuff
 
 // Where the text's first NUL is among `size` bytes of payload, -1 when there is none.
 std::int64_t firstNul(const RIF_TAG& tag, const ScratchBuffer& bytes, std::int64_t size) {
-    const std::int64_t start = std::min(textStart(tag), size);
+    const std::int64_t start = std::min(MUtils::textStart(tag), size);
     const auto rest = static_cast<std::size_t>(size - start);
     const void* nul = rest > 0 ? std::memchr(bytes.data() + start, 0, rest) : nullptr;
     return nul != nullptr ? static_cast<const unsigned char*>(nul) - bytes.data() : -1;
@@ -72,25 +56,25 @@ Inflated inflated(const RIF_TAG& tag, const ScratchBuffer& bytes, std::int64_t s
 }
 
 // Whether the payload ends where the size says by what it holds.
-bool endsAsItSays(PStream& stream, const INFOTAG& tag, bool compressed) {
-    if (sizeIsCertain(tag, compressed)) return true;
+bool endsAsItSays(PStream& stream, const INFOTAG& tag, const TagRules& rules) {
+    if (rules.payloadRange(tag).certain()) return true;
     const std::int64_t size = tag.payloadBytes();
     // Values that were stored as they are, which a compressed file may have too.
     if (isPixelTag(tag.id) && size == MUtils::pixelBytes(tag)) return true;
-    if (!isPixelTag(tag.id) && (!isText(tag) || size > kLongestText)) return false;
+    if (!isPixelTag(tag.id) && (!isText(tag) || size > kLongestCheckedText)) return false;
     ScratchBuffer bytes;
     if (!readAt(stream, static_cast<std::int64_t>(tag.offset) + kTagHeaderBytes, size, bytes)) return false;
-    if (isText(tag)) return size == textStart(tag) || firstNul(tag, bytes, size) == size - 1;
+    if (isText(tag)) return size == MUtils::textStart(tag) || firstNul(tag, bytes, size) == size - 1;
     const Inflated pixels = inflated(tag, bytes, size);
     return pixels.whole && pixels.used == size;
 }
 
 // Whether the bytes up to `end` are the beginning of the payload, and of nothing that ends before.
-bool breaksOff(PStream& stream, const INFOTAG& tag, std::int64_t end, bool compressed) {
-    if (sizeIsCertain(tag, compressed)) return true;
+bool breaksOff(PStream& stream, const INFOTAG& tag, std::int64_t end, const TagRules& rules) {
+    if (rules.payloadRange(tag).certain()) return true;
     const std::int64_t start = static_cast<std::int64_t>(tag.offset) + kTagHeaderBytes;
     const std::int64_t size = end - start;
-    if (!isPixelTag(tag.id) && (!isText(tag) || size > kLongestText)) return false;
+    if (!isPixelTag(tag.id) && (!isText(tag) || size > kLongestCheckedText)) return false;
     ScratchBuffer bytes;
     if (!readAt(stream, start, size, bytes)) return false;
     if (isText(tag)) return firstNul(tag, bytes, size) < 0;
@@ -114,7 +98,7 @@ bool beginsAHeader(PStream& stream, std::int64_t offset, std::int64_t end) {
 
 // Whether a tag begins anywhere between the two places: one that its parameters confirm, or right at
 // `offset`, where a walk comes to, any of a known id. What cannot be read may be one.
-bool mayHoldATag(PStream& stream, std::int64_t offset, std::int64_t end, bool compressed) {
+bool mayHoldATag(PStream& stream, std::int64_t offset, std::int64_t end, const TagRules& rules) {
     unsigned char bytes[kChunk];
     bool first = true;
     for (; end - offset >= kTagHeaderBytes; first = false) {
@@ -122,8 +106,8 @@ bool mayHoldATag(PStream& stream, std::int64_t offset, std::int64_t end, bool co
         if (stream.Seek(static_cast<long>(offset)) != 0 || !readExactly(stream, bytes, size)) return true;
         const int places = size - kTagHeaderBytes + 1;
         for (int i = 0; i < places; ++i) {
-            if (!isKnown(MUtils::loadU32(bytes + i))) continue;
-            if ((first && i == 0) || sizeFits(decodeTag(bytes + i), compressed)) return true;
+            if (!MUtils::isKnownTag(MUtils::loadU32(bytes + i))) continue;
+            if ((first && i == 0) || sizeFits(decodeTag(bytes + i), rules)) return true;
         }
         offset += places;
     }
@@ -144,8 +128,8 @@ int findEnd(PStream& stream, std::int64_t from, std::int64_t& end) {
     return code != 0 && stream.IsEOF() ? 0 : code;
 }
 
-bool endsInTornTag(PStream& stream, const INFOTAG* tags, int count, std::int64_t end, bool compressed) {
-    const auto fits = [compressed](const INFOTAG& tag) { return sizeFits(tag, compressed); };
+bool endsInTornTag(PStream& stream, const INFOTAG* tags, int count, std::int64_t end, const TagRules& rules) {
+    const auto fits = [&rules](const INFOTAG& tag) { return sizeFits(tag, rules); };
     if (!std::all_of(tags, tags + count, fits)) return false;
     const std::int64_t walked = count > 0
                                     ? static_cast<std::int64_t>(tags[count - 1].offset) + tags[count - 1].size
@@ -153,20 +137,20 @@ bool endsInTornTag(PStream& stream, const INFOTAG* tags, int count, std::int64_t
     const bool halfHeader = walked < end;
     const int before = halfHeader ? count - 1 : count - 2;
     try {
-        if (before >= 0 && !endsAsItSays(stream, tags[before], compressed)) return false;
+        if (before >= 0 && !endsAsItSays(stream, tags[before], rules)) return false;
         return halfHeader ? beginsAHeader(stream, walked, end)
-                          : breaksOff(stream, tags[count - 1], end, compressed);
+                          : breaksOff(stream, tags[count - 1], end, rules);
     } catch (const std::bad_alloc&) {
         return false;
     }
 }
 
 bool isTableAtEnd(PStream& stream, const RIF_TAG& table, std::int64_t offset, std::int64_t end,
-                  bool compressed) {
+                  const TagRules& rules) {
     const std::int64_t rest = end - offset;
     const std::int64_t byEntries = kTagHeaderBytes + std::int64_t{std::max(table.p1, 0)} * kInfoTagBytes;
     const std::int64_t bySize = std::max<std::int64_t>(table.size, kTagHeaderBytes);
     if (rest == byEntries || rest == bySize) return true;
     // Entries look like tags: where the counts differ, those behind the smaller one keep the file whole.
-    return !mayHoldATag(stream, offset + std::min(byEntries, bySize), end, compressed);
+    return !mayHoldATag(stream, offset + std::min(byEntries, bySize), end, rules);
 }

@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "rawimage/inspect/payload_pool.h"
-#include "rawimage/payload_range.h"
+#include "rawimage/tag_rules.h"
 #include "rawimage/tools/channel_stats.h"
 #include "support/bytes.h"
 

@@ -5,6 +5,8 @@
 #include <system_error>
 #include <utility>
 
+#include "rawimage/tag_rules.h"
+
 namespace MUtils {
 
 namespace {
@@ -12,10 +14,6 @@ namespace {
 constexpr std::int64_t kPiece = 1 << 24;  // between two calls of the progress
 constexpr std::int64_t kChunk = 1 << 20;  // through memory
 constexpr const char* kOperation = "copy";
-
-bool goesIntoTable(std::uint32_t id) {
-    return id != TAG_CAMERA_INFO && id != TAG_RENDER_REGION && id != TAG_SCENE_INFO && id != TAG_INFO_TAGS;
-}
 
 // A code of 0 is a short count without an error.
 ErrorCode writeFailure(int code) {
@@ -49,7 +47,8 @@ ErrorCode TagCopier::begin(const char* fileName, bool compressed) {
 }
 
 void TagCopier::list(const INFOTAG& tag) {
-    if (goesIntoTable(tag.id)) infoTags.Append(tag);
+    const TagRow* row = findTagRow(tag.id);
+    if (row == nullptr || row->inTable != TableEntry::kNever) infoTags.Append(tag);
 }
 
 ErrorCode TagCopier::copy(PStream& source, const std::vector<INFOTAG>& tags,
