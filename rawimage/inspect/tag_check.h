@@ -10,8 +10,6 @@
 
 namespace MUtils {
 
-}
-
 // True for a tag that states a channel's window, maybe a malformed one.
 inline bool statesWindow(const RIF_TAG& tag) {
     return isPixelTag(tag.id) && tag.p5 == 0 && tag.p7 == kChannelWindowMark;
