@@ -52,7 +52,8 @@ class ChannelCheck {
 bool ChannelCheck::takeLists(PStream& stream) {
     for (const INFOTAG& tag : tags_) {
         if (!isChannelList(tag)) continue;
-        const std::vector<RIF_CHANNEL> list = readChannelList(stream, tag);
+        std::vector<RIF_CHANNEL> list;
+        (void)readChannelList(stream, tag, list);
         for (std::size_t i = 0; i < list.size(); ++i) {
             if (i == types_.size()) types_.push_back(list[i].type);
             if (types_[i] != list[i].type) return false;

@@ -148,7 +148,8 @@ void CrossCheck::settleDifferences() {
     for (std::size_t i = 0; i < scan_.tags.size(); ++i) {
         if (dropped_[i] == nullptr) kept.push_back(scan_.tags[i]);
     }
-    const FrameFacts facts = readFrameFacts(stream_, kept);
+    FrameFacts facts;
+    (void)readFrameFacts(stream_, kept, facts);
     // Each is judged by all the others, those that will go included.
     const std::vector<const char*> before = dropped_;
     const TagRules rules = rulesOf(scan_);

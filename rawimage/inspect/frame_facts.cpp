@@ -35,29 +35,34 @@ std::string FrameFacts::channelName(int index) const {
     return index >= 0 && at < channels.size() && channels[at].index == index ? channels[at].name : "";
 }
 
-std::vector<RIF_CHANNEL> readChannelList(PStream& stream, const INFOTAG& tag) {
-    std::vector<RIF_CHANNEL> list;
+bool readChannelList(PStream& stream, const INFOTAG& tag, std::vector<RIF_CHANNEL>& list) {
+    list.clear();
     ScratchBuffer bytes;
     const auto start = static_cast<std::int64_t>(tag.offset) + kTagHeaderBytes;
-    if (!readPayloadAt(stream, start, tag.payloadBytes(), bytes)) return list;
+    if (!readPayloadAt(stream, start, tag.payloadBytes(), bytes)) return false;
     for (std::int32_t i = 0; i < tag.p1; ++i)
         list.push_back(decodeChannel(bytes.data() + std::int64_t{i} * kChannelRecordBytes));
-    return list;
+    return true;
 }
 
-FrameFacts readFrameFacts(PStream& stream, const std::vector<INFOTAG>& tags) {
-    FrameFacts facts;
+const INFOTAG* readFrameFacts(PStream& stream, const std::vector<INFOTAG>& tags, FrameFacts& facts) {
+    facts = FrameFacts();
+    const INFOTAG* unreadable = nullptr;
     const auto withId = [](std::uint32_t id) { return [id](const RIF_TAG& tag) { return tag.id == id; }; };
     if (const INFOTAG* tag = lastTag(tags, withId(TAG_RESOLUTION))) facts.resolution = *tag;
     if (const INFOTAG* tag = lastTag(tags, withId(TAG_REGIONS_INFO))) facts.buckets = *tag;
     if (const INFOTAG* tag = lastTag(tags, withId(TAG_RENDER_REGION))) {
         ScratchBuffer bytes;
         const auto start = static_cast<std::int64_t>(tag->offset) + kTagHeaderBytes;
-        if (readPayloadAt(stream, start, kRegionRecordBytes, bytes))
+        if (readPayloadAt(stream, start, kRegionRecordBytes, bytes)) {
             facts.region = decodeRegion(bytes.data());
+        } else {
+            unreadable = tag;
+        }
     }
-    if (const INFOTAG* tag = lastTag(tags, isChannelList)) facts.channels = readChannelList(stream, *tag);
-    return facts;
+    const INFOTAG* list = lastTag(tags, isChannelList);
+    if (list != nullptr && !readChannelList(stream, *list, facts.channels)) unreadable = list;
+    return unreadable;
 }
 
 }  // namespace MUtils

@@ -6,10 +6,10 @@
 
 namespace MUtils {
 
-// Throws std::bad_alloc.
-FrameFacts readFrameFacts(PStream& stream, const std::vector<INFOTAG>& tags);
+// Returns the tag of a record that cannot be read, null when all can. Throws std::bad_alloc.
+const INFOTAG* readFrameFacts(PStream& stream, const std::vector<INFOTAG>& tags, FrameFacts& facts);
 
-// The records of a channel list; none when it cannot be read.
-std::vector<RIF_CHANNEL> readChannelList(PStream& stream, const INFOTAG& tag);
+// The records of a channel list. False when it cannot be read; there are none then.
+bool readChannelList(PStream& stream, const INFOTAG& tag, std::vector<RIF_CHANNEL>& list);
 
 }  // namespace MUtils

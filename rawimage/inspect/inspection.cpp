@@ -207,7 +207,8 @@ Inspection inspectStream(PStream& stream, const InspectOptions& options) {
                  0);
     }
     if (!isRawImage || file.stopped) return file;
-    file.facts = readFrameFacts(stream, file.tags);
+    if (const INFOTAG* tag = readFrameFacts(stream, file.tags, file.facts))
+        file.faults.push_back({static_cast<std::int64_t>(tag->offset), "payload cannot be read", *tag});
     file.area = file.facts.area();
     listMissing(file, options.repairedIsMissing);
     if (file.state != FileState::kGood) return file;

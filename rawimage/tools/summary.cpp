@@ -22,6 +22,7 @@ class SummaryReader {
     void take(const INFOTAG& tag);
 
   private:
+    bool read(const INFOTAG& tag, std::int64_t start, std::int64_t size);
     StoredText readText(const INFOTAG& tag, std::int64_t start);
     void readCamera(const INFOTAG& tag);
     void readScene(const INFOTAG& tag);
@@ -51,27 +52,34 @@ void SummaryReader::take(const INFOTAG& tag) {
     }
 }
 
+// A payload's bytes, or damage where they cannot be read.
+bool SummaryReader::read(const INFOTAG& tag, std::int64_t start, std::int64_t size) {
+    const auto offset = static_cast<std::int64_t>(tag.offset);
+    if (readPayloadAt(stream_, offset + kTagHeaderBytes + start, size, bytes_)) return true;
+    if (summary_.state == FileState::kDamaged) return false;
+    summary_.state = FileState::kDamaged;
+    summary_.cause = "payload cannot be read";
+    summary_.faultOffset = offset;
+    return false;
+}
+
 // The text of a payload from its byte `start` on, up to its NUL.
 StoredText SummaryReader::readText(const INFOTAG& tag, std::int64_t start) {
     StoredText text{tag.payloadBytes() - start, {}};
     if (text.bytes > kMaxSummaryText || text.bytes < 1) return text;
-    const auto place = static_cast<std::int64_t>(tag.offset) + kTagHeaderBytes + start;
-    if (!readPayloadAt(stream_, place, text.bytes, bytes_)) return text;
+    if (!read(tag, start, text.bytes)) return text;
     const auto* letters = reinterpret_cast<const char*>(bytes_.data());
     text.text.assign(letters, strnlen(letters, static_cast<std::size_t>(text.bytes)));
     return text;
 }
 
 void SummaryReader::readCamera(const INFOTAG& tag) {
-    const auto place = static_cast<std::int64_t>(tag.offset) + kTagHeaderBytes;
-    if (readPayloadAt(stream_, place, kCameraRecordBytes, bytes_))
-        summary_.camera = decodeCamera(bytes_.data());
+    if (read(tag, 0, kCameraRecordBytes)) summary_.camera = decodeCamera(bytes_.data());
 }
 
 void SummaryReader::readScene(const INFOTAG& tag) {
     constexpr int kValueBytes = 4;
-    const auto place = static_cast<std::int64_t>(tag.offset) + kTagHeaderBytes;
-    if (!readPayloadAt(stream_, place, kValueBytes, bytes_)) return;
+    if (!read(tag, 0, kValueBytes)) return;
     const int value = loadI32(bytes_.data());
     summary_.scene = SceneSummary{value, readText(tag, kValueBytes)};
 }
