@@ -84,6 +84,8 @@ TEST(Summary, TakesTheLastListAndShowsChannelsOutsideOfIt) {
     for (const int flags : {1, 2})
         bytes.tag(TAG_CHANNEL_INFO, 80, {1, 80}).i32s({0, 1, 126, flags}).text("name").zeros(60);
     addPixels(bytes, 0, 2, 9);
+    // A single tag of a channel that is not listed counts as damaged.
+    addPixels(bytes, -3, 1, 1);
     addPixels(bytes, -3, 1, 1);
     const FileSummary summary = summarise(bytes);
     EXPECT_EQ(summary.state, FileState::kUnfinished);
@@ -95,8 +97,8 @@ TEST(Summary, TakesTheLastListAndShowsChannelsOutsideOfIt) {
     EXPECT_EQ(summary.channels[1].record.index, -3);
     EXPECT_EQ(summary.channels[1].coveredPixels, 2);
 
-    for (int i = 0; i < kMaxUnlistedChannels + 4; ++i)
-        addPixels(bytes, 10 + i, 0, 0);
+    for (int i = 0; i < 2 * (kMaxUnlistedChannels + 4); ++i)
+        addPixels(bytes, 10 + i / 2, 0, 0);
     EXPECT_EQ(summarise(bytes).furtherChannels, 5);
 }
 
