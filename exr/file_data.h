@@ -8,9 +8,9 @@
 #include <memory>
 
 #include "rawimage/records.h"
+#include "support/byte_buffer.h"
 #include "support/char_string.h"
 #include "support/error_code.h"
-#include "support/scratch_buffer.h"
 #include "support/table.h"
 
 class ExrHeaderEditor;
@@ -48,7 +48,7 @@ class ExrFileDataBase {
     // Null until the channels are set. An array of one header for each part; attributes go into the first.
     std::unique_ptr<Imf::Header[]> header;
     // One for each channel; pixels are brought into shape there where the caller's memory does not have it.
-    MUtils::Table<MUtils::ScratchBuffer, 100> stagingBuffers;
+    MUtils::Table<MUtils::ByteBuffer, 100> stagingBuffers;
     MUtils::CharString fileName;
     // The opening of the output file was tried, whether it worked or not.
     int fileCreated = 0;

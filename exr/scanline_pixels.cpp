@@ -9,6 +9,7 @@
 
 #include "exr/scanline_file.h"
 #include "exr/slices.h"
+#include "support/scratch_buffer.h"
 
 namespace {
 
@@ -160,7 +161,7 @@ void ExrFileData::setupFrameBuffer(int part, Imf::FrameBuffer& frameBuffer, MUti
         if (info.part != part || dataOf(info, region) == nullptr) continue;
         const ExrChannelRule& rule = *findExrChannelRule(info.type, info.alias, severalDepthChannels != 0);
         const std::int64_t bytes = lines * dataWindow.width() * rule.valueBytes();
-        const ValueGrid grid = {stagingBuffers[i].reserve(static_cast<std::size_t>(bytes)),
+        const ValueGrid grid = {reserve(stagingBuffers[i], static_cast<std::size_t>(bytes)),
                                 static_cast<int>(dataWindow.x0) + originX,
                                 static_cast<int>(dataWindow.y0) + originY,
                                 static_cast<int>(dataWindow.width())};

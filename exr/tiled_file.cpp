@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "exr/output_stream.h"
+#include "support/scratch_buffer.h"
 
 namespace {
 
@@ -186,7 +187,7 @@ const unsigned char* ExrTiledFileData::contiguousValues(const MBVTable& data, in
     if (count <= data.itemsPerBlock) return data.item(0);
     if (channel >= stagingBuffers.Count()) stagingBuffers.setCount(channel + 1);
     const auto bytes = static_cast<std::size_t>(count) * static_cast<std::size_t>(data.itemSize);
-    unsigned char* staged = stagingBuffers[channel].reserve(bytes);
+    unsigned char* staged = reserve(stagingBuffers[channel], bytes);
     data.storeToBuffer(staged, 0, count);
     return staged;
 }

@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "rawimage/format.h"
+#include "support/scratch_buffer.h"
 
 namespace {
 
@@ -32,13 +33,13 @@ const char* gather(const MBVTable& data, int count, int size, PMemStream& memStr
 }  // namespace
 
 const char* packChannel(const MBVTable& data, int count, int size, int level, MUtils::Deflater& deflater,
-                        PMemStream& memStream, MUtils::ScratchBuffer& zipBuf, std::size_t& zippedSize) {
+                        PMemStream& memStream, MUtils::ByteBuffer& zipBuf, std::size_t& zippedSize) {
     const unsigned char* bytes = nullptr;
     if (const char* failure = gather(data, count, size, memStream, bytes)) return failure;
     // The bound is this formula's, not zlib's own; the room is what the buffer has grown to.
     const auto bound = static_cast<std::uint32_t>(size * 1.01 + 12.0);
-    if (!zipBuf.tryReserve(bound)) return kNotPacked;
-    zippedSize = zipBuf.capacity();
+    if (!tryReserve(zipBuf, bound)) return kNotPacked;
+    zippedSize = zipBuf.capacity;
     const int code =
         deflater.compress(zipBuf.data(), zippedSize, bytes, static_cast<std::size_t>(size), level);
     return code != 0 || zippedSize > INT_MAX - kTagHeaderBytes ? kNotPacked : nullptr;

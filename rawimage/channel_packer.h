@@ -2,10 +2,10 @@
 
 #include <cstddef>
 
+#include "support/byte_buffer.h"
 #include "support/deflate.h"
 #include "support/mbvtable.h"
 #include "support/pstream.h"
-#include "support/scratch_buffer.h"
 
 // packChannel's message when there is no memory or the stream is larger than a tag can be.
 constexpr const char* kNotPacked = "Error compressing data buffer.";
@@ -15,4 +15,4 @@ constexpr const char* kNotPacked = "Error compressing data buffer.";
 // which is open. Null on success, else the message of the step that failed; the buffers keep what memory they
 // got.
 const char* packChannel(const MBVTable& data, int count, int size, int level, MUtils::Deflater& deflater,
-                        PMemStream& memStream, MUtils::ScratchBuffer& zipBuf, std::size_t& zippedSize);
+                        PMemStream& memStream, MUtils::ByteBuffer& zipBuf, std::size_t& zippedSize);

@@ -4,6 +4,8 @@
 #include <chrono>
 #include <cstring>
 
+#include "support/scratch_buffer.h"
+
 namespace {
 
 // Regions that a channel's cost is averaged over: a single one may have nothing in it.
@@ -90,7 +92,7 @@ void RegionPacker::pack(Packed& packed, int level, Tools& tools) {
     const Order& order = packed.order;
     packed.failure = packChannel(*order.data, order.count, order.size, level, tools.deflater, tools.memStream,
                                  tools.zipBuf, packed.size);
-    if (packed.failure == nullptr && !packed.bytes.tryReserve(packed.size)) packed.failure = kNotPacked;
+    if (packed.failure == nullptr && !tryReserve(packed.bytes, packed.size)) packed.failure = kNotPacked;
     if (packed.failure == nullptr) std::memcpy(packed.bytes.data(), tools.zipBuf.data(), packed.size);
     const std::int64_t cost = std::chrono::nanoseconds(Clock::now() - begun).count();
     packed.cost = packed.timed ? packed.cost + (cost - packed.cost) / kCostMemory : cost;

@@ -38,7 +38,7 @@ class RegionPacker final : private JobQueue {
   private:
     struct Packed {
         Order order;
-        MUtils::ScratchBuffer bytes;
+        MUtils::ByteBuffer bytes;
         std::size_t size = 0;
         const char* failure = nullptr;
         bool done = false;
@@ -50,7 +50,7 @@ class RegionPacker final : private JobQueue {
     struct Tools {
         MUtils::Deflater deflater;
         PMemStream memStream;
-        MUtils::ScratchBuffer zipBuf;
+        MUtils::ByteBuffer zipBuf;
     };
 
     int jobProc(int threadIndex, int jobIndex, void* data) override;

@@ -2,13 +2,15 @@
 
 #include <algorithm>
 
+#include "support/scratch_buffer.h"
+
 namespace MUtils {
 
 bool TableEntries::readPiece() {
     constexpr std::int64_t kMostEntries = 1024;
     const std::int64_t entries = std::min(kMostEntries, left_);
     const auto bytes = static_cast<int>(entries * kInfoTagBytes);
-    piece_.reserve(static_cast<std::size_t>(bytes));
+    reserve(piece_, static_cast<std::size_t>(bytes));
     pieceOffset_ = nextOffset();
     pieceEntries_ = given_ = 0;
     int got = 0;

@@ -3,8 +3,8 @@
 #include <cstdint>
 
 #include "rawimage/format.h"
+#include "support/byte_buffer.h"
 #include "support/pstream.h"
-#include "support/scratch_buffer.h"
 
 namespace MUtils {
 
@@ -34,7 +34,7 @@ class TableEntries {
     std::int64_t pieceEntries_ = 0;
     std::int64_t given_ = 0;  // of the piece
     bool failed_ = false;
-    ScratchBuffer piece_;
+    ByteBuffer piece_;
 };
 
 }  // namespace MUtils

@@ -5,12 +5,23 @@
 #include <utility>
 
 #include "rawimage/open_error.h"
+#include "rawimage/packing.h"
 #include "support/bytes.h"
+#include "support/scratch_buffer.h"
 
 using MUtils::bitsFromFloat;
 using MUtils::storeU64;
 
 RIFileBase::~RIFileBase() = default;
+
+RIFile::RIFile() : packing_(std::make_unique<Packing>()) {
+    memStream.Open();
+}
+
+RIFile::~RIFile() {
+    delete ownStream;
+    memStream.Close();
+}
 
 PFileStream* RIFile::makeOwnStream() {
     auto* file = new PFileStream;
@@ -84,7 +95,7 @@ ErrorCode RIFile::writeTable() {
     const std::int64_t size = std::int64_t{entries} * kInfoTagBytes;
     if (size > INT_MAX - kTagHeaderBytes) return ErrorCode("Close", -1, "Error writing info tags buffer.");
     const int bytes = static_cast<int>(size);
-    if (!rawBuf.tryReserve(static_cast<std::size_t>(bytes))) {
+    if (!tryReserve(rawBuf, static_cast<std::size_t>(bytes))) {
         return ErrorCode("Close", -1, "Error writing info tags buffer.");
     }
     if (ErrorCode error = WriteTagHeader(TAG_INFO_TAGS, bytes, entries); !error.empty()) return error;

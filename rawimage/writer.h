@@ -2,11 +2,9 @@
 
 #include <cstdint>
 #include <memory>
-#include <vector>
 
-#include "../support/deflate.h"
+#include "../support/byte_buffer.h"
 #include "../support/job_queue.h"
-#include "../support/scratch_buffer.h"
 #include "format.h"
 #include "output_file.h"
 
@@ -147,8 +145,8 @@ class RIFile : public RIFileBase {
     PList<INFOTAG> infoTags{100};
     RIF_HEADER header;
     PMemStream memStream{1000};
-    MUtils::ScratchBuffer zipBuf;
-    MUtils::ScratchBuffer rawBuf;
+    MUtils::ByteBuffer zipBuf;
+    MUtils::ByteBuffer rawBuf;
 
     // Reads the file header at offset 0 into `header`; short or failed reads leave `complete` false and the
     // rest zero.
@@ -160,7 +158,7 @@ class RIFile : public RIFileBase {
     struct Blob;
     struct Record;
     struct Channel;
-    struct RegionChannels;
+    struct Packing;
 
     static ErrorCode chained(ErrorCode cause, const char* operation, const char* message);
 
@@ -176,7 +174,7 @@ class RIFile : public RIFileBase {
     ErrorCode writeValues(const char* operation, std::uint32_t id, int valueSize, const MBVTable& data,
                           const std::int32_t (&p)[8]);
     ErrorCode writeChannel(const Channel& channel, RegionPacker* packer);
-    RegionPacker* startPacking(const std::vector<Channel>& channels);
+    RegionPacker* startPacking();
     const char* pack(const Channel& channel, RegionPacker* packer, int count, const unsigned char*& zipped,
                      std::size_t& zippedSize);
 
@@ -190,11 +188,8 @@ class RIFile : public RIFileBase {
     // After Append, until ReadInfoTags succeeds: the position is anywhere.
     bool mustListFirst_ = false;
     bool syncOnClose_ = true;
-    int compressionLevel_ = kCompressionLevel;
-    int compressionThreads_ = 1;
-    ThreadManager* compressionManager_ = nullptr;
-    std::unique_ptr<RegionChannels> regionChannels_;
-    std::unique_ptr<RegionPacker> packer_;
-    MUtils::Deflater deflater_;
-    std::unique_ptr<TagDecoder> decoder_;
+    std::unique_ptr<Packing> packing_;
+    // Made by the first ParseTag, and released by the function that comes with it: the writer does not know
+    // the decoder.
+    std::unique_ptr<TagDecoder, void (*)(TagDecoder*)> decoder_{nullptr, nullptr};
 };

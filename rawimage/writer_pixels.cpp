@@ -3,9 +3,7 @@
 #include <utility>
 #include <vector>
 
-#include "rawimage/read/tag_decoder.h"
-#include "rawimage/region_packer.h"
-#include "rawimage/writer.h"
+#include "rawimage/packing.h"
 
 namespace {
 
@@ -23,43 +21,14 @@ bool holds(const MBVTable& data, int count, int valueSize) {
 
 }  // namespace
 
-// One channel on its way into a tag.
-struct RIFile::Channel {
-    const MBVTable* data = nullptr;
-    int index = 0;
-    RegionChannelType type = RCT_NONE;
-    int x = 0, y = 0, width = 0, height = 0;
-    int p6 = 0, p7 = 0;
-    // Where the other threads' packing of it stands in their order; none when this thread packs it.
-    std::size_t place = 0;
-
-    // Bytes of the values, -1 when a tag cannot hold as many or the type is unknown.
-    std::int64_t bytes() const {
-        const RIF_PIXEL_KIND* kind = findChannelKind(type);
-        return kind != nullptr ? valueBytes(width, height, kind->valueSize) : -1;
-    }
-};
-
-// The channels of the region that is being written, kept for the next one.
-struct RIFile::RegionChannels {
-    std::vector<Channel> channels;
-    std::vector<RegionPacker::Order> orders;
-};
-
-RIFile::RIFile()
-    : regionChannels_(std::make_unique<RegionChannels>()),
-      decoder_(std::make_unique<TagDecoder>(zipBuf, rawBuf)) {
-    memStream.Open();
-}
-
-RIFile::~RIFile() {
-    delete ownStream;
-    memStream.Close();
+std::int64_t RIFile::Channel::bytes() const {
+    const RIF_PIXEL_KIND* kind = findChannelKind(type);
+    return kind != nullptr ? valueBytes(width, height, kind->valueSize) : -1;
 }
 
 ErrorCode RIFile::WTRegion(MRRegionData* region, int /*a*/, int b, int c) {
     if (region == nullptr) return ErrorCode("WTRegion", -1, "No region data.");
-    std::vector<Channel>& channels = regionChannels_->channels;
+    std::vector<Channel>& channels = packing_->channels;
     channels.clear();
     // Last channel first, deliberately: the order of the tags in the file.
     for (int i = region->numChannels() - 1; i >= 0; --i) {
@@ -68,8 +37,8 @@ ErrorCode RIFile::WTRegion(MRRegionData* region, int /*a*/, int b, int c) {
         channels.push_back({channel.data, i, channel.type, region->x0, region->y0, region->width,
                             region->height, b, c, channels.size()});
     }
-    RegionPacker* packer = startPacking(channels);
-    // However this ends, nobody reads the region any more.
+    RegionPacker* packer = startPacking();
+    // However this ends, no thread reads the region any more.
     struct Finisher {
         RegionPacker* packer;
         ~Finisher() {
@@ -88,35 +57,36 @@ ErrorCode RIFile::WTRegion(MRRegionData* region, int /*a*/, int b, int c) {
     return mustListFirst_ ? ErrorCode("WTRegion", -1, "Error writing channel buffer.") : ErrorCode();
 }
 
-// Puts the other threads to work on the channels, when there are some and there is something to pack.
-RegionPacker* RIFile::startPacking(const std::vector<Channel>& channels) {
+// Starts the other threads on the region's channels. Returns null when this thread packs them.
+RegionPacker* RIFile::startPacking() {
+    Packing& packing = *packing_;
     const bool compressed = (header.flags & RIF_COMPRESSED) != 0;
-    if (compressionThreads_ < 2 || !compressed || channels.size() < 2 || stream == nullptr) return nullptr;
-    if (packer_ == nullptr)
-        packer_ = std::make_unique<RegionPacker>(compressionManager_, compressionThreads_);
-    std::vector<RegionPacker::Order>& orders = regionChannels_->orders;
-    orders.clear();
-    for (const Channel& channel : channels) {
+    if (packing.threads < 2 || !compressed || packing.channels.size() < 2 || stream == nullptr)
+        return nullptr;
+    if (packing.packer == nullptr)
+        packing.packer = std::make_unique<RegionPacker>(packing.manager, packing.threads);
+    packing.orders.clear();
+    for (const Channel& channel : packing.channels) {
         const std::int64_t bytes = channel.bytes();
         RegionPacker::Order order;
         if (bytes >= 0 && channel.data->capacity > 0) {
             order = {channel.data, static_cast<int>(bytes / findChannelKind(channel.type)->valueSize),
                      static_cast<int>(bytes)};
         }
-        orders.push_back(order);
+        packing.orders.push_back(order);
     }
-    packer_->start(orders, compressionLevel_);
-    return packer_.get();
+    packing.packer->start(packing.orders, packing.level);
+    return packing.packer.get();
 }
 
 void RIFile::setCompressionThreads(ThreadManager* manager, int threads) {
-    packer_.reset();
-    compressionManager_ = manager;
-    compressionThreads_ = threads < 1 ? MUtils::getNumProcessors() : threads;
+    packing_->packer.reset();
+    packing_->manager = manager;
+    packing_->threads = threads < 1 ? MUtils::getNumProcessors() : threads;
 }
 
 void RIFile::setCompressionLevel(int level) {
-    compressionLevel_ = std::clamp(level, 1, kCompressionLevel);
+    packing_->level = std::clamp(level, 1, kCompressionLevel);
 }
 
 ErrorCode RIFile::WTChan(MBVTable& data, int /*unused*/, int channelIndex, char* /*name*/,
@@ -163,12 +133,12 @@ ErrorCode RIFile::writeChannel(const Channel& channel, RegionPacker* packer) {
     return {};
 }
 
-// Null with the zlib stream of the channel, packed by other threads or by this one; else what went wrong.
+// Returns null with the zlib stream of the channel, packed by other threads or by this one; else the message.
 const char* RIFile::pack(const Channel& channel, RegionPacker* packer, int count,
                          const unsigned char*& zipped, std::size_t& zippedSize) {
-    if (packer != nullptr) return packer->take(channel.place, zipped, zippedSize);
-    const char* failure = packChannel(*channel.data, count, static_cast<int>(zippedSize), compressionLevel_,
-                                      deflater_, memStream, zipBuf, zippedSize);
+    if (packer != nullptr) return packer->take(channel.order, zipped, zippedSize);
+    const char* failure = packChannel(*channel.data, count, static_cast<int>(zippedSize), packing_->level,
+                                      packing_->deflater, memStream, zipBuf, zippedSize);
     zipped = zipBuf.data();
     return failure;
 }

@@ -115,7 +115,7 @@ int PFileStream::Close() {
     const int code = ::close(descriptor_) != 0 ? errno : 0;
     descriptor_ = -1;
     buffered_ = 0;
-    buffer_.release();
+    buffer_.reset();
     return writeError_ != 0 ? writeError_ : code;
 }
 
@@ -124,7 +124,7 @@ int PFileStream::fromBuffer(unsigned char* data, int size) {
     const std::int64_t at = position_ - bufferStart_;
     if (size <= 0 || at < 0 || at >= buffered_) return 0;
     const int taken = static_cast<int>(std::min<std::int64_t>(buffered_ - at, size));
-    std::memcpy(data, buffer_.data() + at, static_cast<std::size_t>(taken));
+    std::memcpy(data, buffer_.get() + at, static_cast<std::size_t>(taken));
     position_ += taken;
     return taken;
 }
@@ -138,9 +138,9 @@ int PFileStream::refill(unsigned char* rest, int size, int& got) {
     const std::int64_t jump = position_ - (bufferStart_ + buffered_);
     const bool onwards = jump >= 0 && jump <= readAhead_;
     readAhead_ = onwards ? std::min(readAhead_ * 2, kMaxReadAhead) : kFirstReadAhead;
-    unsigned char* buffer = buffer_.reserve(kMaxReadAhead);
+    if (buffer_ == nullptr) buffer_.reset(new unsigned char[kMaxReadAhead]);
     const iovec pieces[2] = {{rest, static_cast<std::size_t>(size)},
-                             {buffer, static_cast<std::size_t>(readAhead_)}};
+                             {buffer_.get(), static_cast<std::size_t>(readAhead_)}};
     ssize_t total;
     do {
         total = ::preadv(descriptor_, pieces, 2, position_);

@@ -2,7 +2,6 @@
 #include <cerrno>
 #include <cstring>
 #include <limits>
-#include <new>
 
 #include "support/pstream.h"
 
@@ -24,11 +23,11 @@ int skipBy(bool open, long distance, std::int64_t& position, bool& shortRead) {
     return seekTo(open, position + distance, position, shortRead);
 }
 
-// Copies up to `size` bytes out of `bytes`, which hold `length`.
-int readFrom(const unsigned char* bytes, std::int64_t length, std::int64_t& position, void* data, int size) {
-    const std::int64_t left = std::max<std::int64_t>(length - position, 0);
+// Copies up to `size` bytes out of `bytes`.
+int readFrom(const std::vector<unsigned char>& bytes, std::int64_t& position, void* data, int size) {
+    const std::int64_t left = std::max<std::int64_t>(static_cast<std::int64_t>(bytes.size()) - position, 0);
     const int got = static_cast<int>(std::min<std::int64_t>(left, std::max(size, 0)));
-    if (got > 0) std::memcpy(data, bytes + position, static_cast<std::size_t>(got));
+    if (got > 0) std::memcpy(data, bytes.data() + position, static_cast<std::size_t>(got));
     position += got;
     return got;
 }
@@ -54,7 +53,7 @@ int PMemStream::Close() {
 int PMemStream::Read(void* data, int size, int& bytesRead) {
     bytesRead = 0;
     if (!open_) return EBADF;
-    bytesRead = readFrom(bytes_.data(), length_, position_, data, size);
+    bytesRead = readFrom(bytes_, position_, data, size);
     shortRead_ = bytesRead < size;
     return 0;
 }
@@ -64,20 +63,16 @@ int PMemStream::Write(const void* data, int size, int& bytesWritten) {
     if (!open_) return EBADF;
     if (size <= 0) return 0;
     if (position_ > std::numeric_limits<std::int64_t>::max() - size) return EFBIG;
-    const std::int64_t end = position_ + size;
-    if (end > static_cast<std::int64_t>(bytes_.capacity())) {
-        try {
-            const auto doubled = static_cast<std::int64_t>(bytes_.capacity()) * 2;
-            bytes_.grow(static_cast<std::size_t>(std::max(end, doubled)), static_cast<std::size_t>(length_));
-        } catch (const std::bad_alloc&) {
-            return ENOMEM;
-        }
+    const auto* from = static_cast<const unsigned char*>(data);
+    try {
+        if (position_ > Length()) bytes_.resize(static_cast<std::size_t>(position_));
+        const auto over = static_cast<int>(std::min<std::int64_t>(Length() - position_, size));
+        if (over > 0) std::memcpy(bytes_.data() + position_, from, static_cast<std::size_t>(over));
+        bytes_.insert(bytes_.end(), from + over, from + size);
+    } catch (const std::exception&) {
+        return ENOMEM;
     }
-    unsigned char* bytes = bytes_.data();
-    if (position_ > length_) std::memset(bytes + length_, 0, static_cast<std::size_t>(position_ - length_));
-    std::memcpy(bytes + position_, data, static_cast<std::size_t>(size));
-    position_ = end;
-    length_ = std::max(length_, end);
+    position_ += size;
     bytesWritten = size;
     return 0;
 }
@@ -92,18 +87,14 @@ int PMemStream::Skip(long distance) {
 
 int PMemStream::Truncate() {
     if (!open_) return EBADF;
-    length_ = std::min(length_, position_);
+    if (position_ < Length()) bytes_.resize(static_cast<std::size_t>(position_));
     return 0;
 }
 
 void PBufStream::Alloc(int size) {
-    size_ = 0;
     position_ = 0;
-    bytes_.release();
-    size = std::max(size, 0);
-    bytes_.reserve(static_cast<std::size_t>(size));
-    if (size > 0) std::memset(bytes_.data(), 0, static_cast<std::size_t>(size));
-    size_ = size;
+    bytes_ = {};  // before the new memory is allocated
+    bytes_.resize(static_cast<std::size_t>(std::max(size, 0)));
 }
 
 int PBufStream::Open() {
@@ -121,7 +112,7 @@ int PBufStream::Close() {
 int PBufStream::Read(void* data, int size, int& bytesRead) {
     bytesRead = 0;
     if (!open_) return EBADF;
-    bytesRead = readFrom(bytes_.data(), size_, position_, data, size);
+    bytesRead = readFrom(bytes_, position_, data, size);
     shortRead_ = bytesRead < size;
     return 0;
 }
@@ -129,7 +120,7 @@ int PBufStream::Read(void* data, int size, int& bytesRead) {
 int PBufStream::Write(const void* data, int size, int& bytesWritten) {
     bytesWritten = 0;
     if (!open_) return EBADF;
-    const std::int64_t room = std::max<std::int64_t>(size_ - position_, 0);
+    const std::int64_t room = std::max<std::int64_t>(Length() - position_, 0);
     bytesWritten = static_cast<int>(std::min<std::int64_t>(room, std::max(size, 0)));
     if (bytesWritten > 0) {
         std::memcpy(bytes_.data() + position_, data, static_cast<std::size_t>(bytesWritten));
@@ -148,7 +139,7 @@ int PBufStream::Skip(long distance) {
 
 int PBufStream::Truncate() {
     if (!open_) return EBADF;
-    return position_ >= size_ ? 0 : ENOTSUP;
+    return position_ >= Length() ? 0 : ENOTSUP;
 }
 
 }  // namespace MUtils

@@ -2,9 +2,9 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <string>
-
-#include "scratch_buffer.h"
+#include <vector>
 
 namespace MUtils {
 
@@ -137,7 +137,7 @@ class PFileStream : public PStream {
     std::int64_t position_ = 0;  // the caller's
     std::int64_t length_ = 0;    // as last asked; -1 for a device
 
-    ScratchBuffer buffer_;
+    std::unique_ptr<unsigned char[]> buffer_;
     std::int64_t bufferStart_ = 0;  // file offset of the first buffered byte
     int buffered_ = 0;              // valid bytes in buffer_
     int readAhead_ = 0;  // bytes to fetch beyond what is asked for; grows while reading straight on
@@ -161,13 +161,12 @@ class PMemStream : public PStream {
     int Seek(long position) override;
     int Skip(long distance) override;
     std::int64_t Tell() override { return position_; }
-    bool IsEOF() override { return position_ >= length_ || shortRead_; }
+    bool IsEOF() override { return position_ >= Length() || shortRead_; }
     int Truncate() override;
-    std::int64_t Length() override { return length_; }
+    std::int64_t Length() override { return static_cast<std::int64_t>(bytes_.size()); }
 
   private:
-    ScratchBuffer bytes_;
-    std::int64_t length_ = 0;
+    std::vector<unsigned char> bytes_;
     std::int64_t position_ = 0;
     bool open_ = false;
     bool shortRead_ = false;
@@ -183,7 +182,7 @@ class PBufStream : public PStream {
     // Drops the contents and holds `size` zero bytes from now on; a negative size counts as 0. Throws
     // std::bad_alloc.
     void Alloc(int size);
-    int Size() const { return size_; }
+    int Size() const { return static_cast<int>(bytes_.size()); }
     unsigned char* GetBuf() { return bytes_.data(); }
     const unsigned char* GetBuf() const { return bytes_.data(); }
 
@@ -196,14 +195,13 @@ class PBufStream : public PStream {
     int Seek(long position) override;
     int Skip(long distance) override;
     std::int64_t Tell() override { return position_; }
-    bool IsEOF() override { return position_ >= size_ || shortRead_; }
+    bool IsEOF() override { return position_ >= Length() || shortRead_; }
     // The size is fixed: succeeds at the end, else ENOTSUP.
     int Truncate() override;
-    std::int64_t Length() override { return size_; }
+    std::int64_t Length() override { return Size(); }
 
   private:
-    ScratchBuffer bytes_;
-    int size_ = 0;
+    std::vector<unsigned char> bytes_;
     std::int64_t position_ = 0;
     bool open_ = false;
     bool shortRead_ = false;

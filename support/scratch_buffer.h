@@ -6,56 +6,47 @@
 #include <new>
 #include <utility>
 
+#include "support/byte_buffer.h"
+
+// Byte buffers as working memory: they only ever grow, to exactly the size that is asked for.
+
 namespace MUtils {
 
-// A block of bytes that is reused from call to call and only ever grows. Growing drops the old contents and
-// allocates exactly what was asked for.
-class ScratchBuffer {
-  public:
-    unsigned char* data() { return bytes_.get(); }
-    const unsigned char* data() const { return bytes_.get(); }
-    std::size_t capacity() const { return capacity_; }
+inline void release(ByteBuffer& buffer) {
+    buffer.bytes.reset();
+    buffer.capacity = 0;
+}
 
-    // Makes room for `size` bytes; the contents are undefined afterwards when it grew. Throws std::bad_alloc,
-    // and is then empty.
-    unsigned char* reserve(std::size_t size) {
-        if (size > capacity_) {
-            release();
-            bytes_.reset(new unsigned char[size]);
-            capacity_ = size;
-        }
-        return bytes_.get();
+// Makes room for `size` bytes and returns them. When the buffer grows, its contents are undefined afterwards.
+// Throws std::bad_alloc, and the buffer is then empty.
+inline unsigned char* reserve(ByteBuffer& buffer, std::size_t size) {
+    if (size > buffer.capacity) {
+        release(buffer);
+        buffer.bytes.reset(new unsigned char[size]);
+        buffer.capacity = size;
     }
+    return buffer.data();
+}
 
-    // As reserve(), but false when there is no memory.
-    bool tryReserve(std::size_t size) noexcept {
-        try {
-            reserve(size);
-        } catch (const std::bad_alloc&) {
-            return false;
-        }
-        return true;
+// As reserve(), but returns false when there is no memory.
+inline bool tryReserve(ByteBuffer& buffer, std::size_t size) noexcept {
+    try {
+        reserve(buffer, size);
+    } catch (const std::bad_alloc&) {
+        return false;
     }
+    return true;
+}
 
-    // As reserve(), but keeps the first `used` bytes.
-    unsigned char* grow(std::size_t size, std::size_t used) {
-        if (size > capacity_) {
-            std::unique_ptr<unsigned char[]> larger(new unsigned char[size]);
-            if (used > 0) std::memcpy(larger.get(), bytes_.get(), used);
-            bytes_ = std::move(larger);
-            capacity_ = size;
-        }
-        return bytes_.get();
+// As reserve(), but keeps the first `used` bytes.
+inline unsigned char* grow(ByteBuffer& buffer, std::size_t size, std::size_t used) {
+    if (size > buffer.capacity) {
+        std::unique_ptr<unsigned char[]> larger(new unsigned char[size]);
+        if (used > 0) std::memcpy(larger.get(), buffer.data(), used);
+        buffer.bytes = std::move(larger);
+        buffer.capacity = size;
     }
-
-    void release() {
-        bytes_.reset();
-        capacity_ = 0;
-    }
-
-  private:
-    std::unique_ptr<unsigned char[]> bytes_;
-    std::size_t capacity_ = 0;
-};
+    return buffer.data();
+}
 
 }  // namespace MUtils

@@ -37,7 +37,7 @@ std::string FrameFacts::channelName(int index) const {
 
 bool readChannelList(PStream& stream, const INFOTAG& tag, std::vector<RIF_CHANNEL>& list) {
     list.clear();
-    ScratchBuffer bytes;
+    ByteBuffer bytes;
     const auto start = static_cast<std::int64_t>(tag.offset) + kTagHeaderBytes;
     if (!readPayloadAt(stream, start, tag.payloadBytes(), bytes)) return false;
     for (std::int32_t i = 0; i < tag.p1; ++i)
@@ -52,7 +52,7 @@ const INFOTAG* readFrameFacts(PStream& stream, const std::vector<INFOTAG>& tags,
     if (const INFOTAG* tag = lastTag(tags, withId(TAG_RESOLUTION))) facts.resolution = *tag;
     if (const INFOTAG* tag = lastTag(tags, withId(TAG_REGIONS_INFO))) facts.buckets = *tag;
     if (const INFOTAG* tag = lastTag(tags, withId(TAG_RENDER_REGION))) {
-        ScratchBuffer bytes;
+        ByteBuffer bytes;
         const auto start = static_cast<std::int64_t>(tag->offset) + kTagHeaderBytes;
         if (readPayloadAt(stream, start, kRegionRecordBytes, bytes)) {
             facts.region = decodeRegion(bytes.data());

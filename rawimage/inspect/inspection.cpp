@@ -117,7 +117,7 @@ void decide(Inspection& file) {
 }
 
 bool headerCanBeRead(PStream& stream) {
-    ScratchBuffer bytes;
+    ByteBuffer bytes;
     return readPayloadAt(stream, 0, kFileHeaderBytes, bytes);
 }
 

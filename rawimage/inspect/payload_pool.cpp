@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <new>
 
-#include "rawimage/read/tag_decoder.h"
+#include "support/scratch_buffer.h"
 
 namespace MUtils {
 
@@ -17,10 +17,6 @@ constexpr std::size_t kSlotBytes = 1 << 15;
 constexpr std::size_t kSlotTags = 64;
 
 }  // namespace
-
-bool readPayloadAt(PStream& stream, std::int64_t offset, std::int64_t size, ScratchBuffer& buffer) {
-    return stream.Seek(static_cast<long>(offset)) == 0 && readPayload(stream, size, buffer);
-}
 
 PayloadPool::PayloadPool(PStream& stream, int threads, const TagRules& rules)
     : stream_(stream),
@@ -111,15 +107,15 @@ void PayloadPool::handOver() {
 // Once the slots hold too much together, all give it back, so that after a run of large payloads the small
 // ones do not pay for them.
 void PayloadPool::makeRoom(Slot& slot, std::size_t size) {
-    if (size <= slot.bytes.capacity()) return;
+    if (size <= slot.bytes.capacity) return;
     if (held_ + size > kMaxHeldBytes) {
         if (threaded_) waitJobs(nullptr);
         for (Slot& other : slots_)
-            other.bytes.release();
+            release(other.bytes);
         held_ = 0;
     }
-    held_ += size - slot.bytes.capacity();
-    slot.bytes.reserve(size);
+    held_ += size - slot.bytes.capacity;
+    reserve(slot.bytes, size);
 }
 
 int PayloadPool::jobProc(int threadIndex, int jobIndex, void* /*data*/) {

@@ -8,14 +8,11 @@
 #include <vector>
 
 #include "rawimage/inspect/tag_check.h"
+#include "support/bounded_read.h"
 #include "support/job_queue.h"
 #include "support/pstream.h"
-#include "support/scratch_buffer.h"
 
 namespace MUtils {
-
-// Reads exactly `size` bytes at `offset`; false when the stream fails or ends first.
-bool readPayloadAt(PStream& stream, std::int64_t offset, std::int64_t size, ScratchBuffer& buffer);
 
 // Checks the payloads of many tags on several threads; the calling thread reads. Small ones are handed over
 // several at a time. What is held is bounded by kMaxHeldBytes, or by a single payload that is larger.
@@ -49,7 +46,7 @@ class PayloadPool final : private JobQueue {
     struct Slot {
         std::vector<Item> items;
         std::size_t used = 0;
-        ScratchBuffer bytes;
+        ByteBuffer bytes;
     };
 
     void begin(std::size_t tags);

@@ -156,7 +156,7 @@ bool Scanner::isDamaged(const Place& place, std::int64_t offset) {
 
 bool Scanner::endsInZeros(std::int64_t offset, std::int64_t end) {
     const std::int64_t tail = std::min(kSector, end - offset);
-    ScratchBuffer bytes;
+    ByteBuffer bytes;
     return readPayloadAt(stream_, end - tail, tail, bytes) &&
            std::all_of(bytes.data(), bytes.data() + tail, [](unsigned char byte) { return byte == 0; });
 }
@@ -206,7 +206,7 @@ void Scanner::replaceBadTags(const std::vector<PayloadPool::Bad>& bad) {
 bool scanTags(PStream& stream, const InspectOptions& options, TagScan& scan) {
     scan = TagScan();
     scan.fileBytes = stream.Length();
-    ScratchBuffer bytes;
+    ByteBuffer bytes;
     if (scan.fileBytes < kFileHeaderBytes || !readPayloadAt(stream, 0, kFileHeaderBytes, bytes)) return false;
     scan.header = decodeHeader(bytes.data());
     Scanner scanner(stream, options, scan);

@@ -6,6 +6,7 @@
 #include "rawimage/inspect/payload_pool.h"
 #include "rawimage/table_entries.h"
 #include "support/bytes.h"
+#include "support/scratch_buffer.h"
 
 namespace MUtils {
 
@@ -25,7 +26,7 @@ TableExtents::TableExtents(PStream& stream, const TagScan& scan, const TagRules&
         stored > static_cast<std::uint64_t>(lastPlace))
         return;
     const auto offset = static_cast<std::int64_t>(stored);
-    ScratchBuffer bytes;
+    ByteBuffer bytes;
     if (!readPayloadAt(stream, offset, kTagHeaderBytes, bytes)) return;
     const RIF_TAG tag = decodeTag(bytes.data());
     if (tag.id != TAG_INFO_TAGS || rules.headerFault(tag, offset, scan.fileBytes) != nullptr) return;
@@ -229,7 +230,7 @@ std::int64_t TagSearch::nextAfter(std::int64_t offset, const Place& place, std::
 // As many bytes as can be read of those asked for.
 int TagSearch::readChunk(std::int64_t offset, std::int64_t size) {
     int got = 0;
-    unsigned char* bytes = chunk_.reserve(static_cast<std::size_t>(kLargestChunk + kTagHeaderBytes));
+    unsigned char* bytes = reserve(chunk_, static_cast<std::size_t>(kLargestChunk + kTagHeaderBytes));
     if (stream_.Seek(static_cast<long>(offset)) != 0) return 0;
     (void)stream_.Read(bytes, static_cast<int>(size), got);
     return got;

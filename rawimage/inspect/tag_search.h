@@ -6,8 +6,8 @@
 
 #include "rawimage/inspect/tag_check.h"
 #include "rawimage/inspect/tag_scan.h"
+#include "support/byte_buffer.h"
 #include "support/pstream.h"
-#include "support/scratch_buffer.h"
 
 namespace MUtils {
 
@@ -97,8 +97,8 @@ class TagSearch {
     const InspectOptions& options_;
     const TagRules rules_;
     PayloadCheck check_;
-    ScratchBuffer payload_;
-    ScratchBuffer chunk_;
+    ByteBuffer payload_;
+    ByteBuffer chunk_;
     std::optional<TableExtents> table_;  // loaded when it is first asked
     bool stopped_ = false;
     // Payload bytes that may still be read and inflated here, so that hostile files come to an end. Damage

@@ -2,10 +2,11 @@
 #include <utility>
 
 #include "rawimage/read/tag_decoder.h"
+#include "support/scratch_buffer.h"
 
+using MUtils::ByteBuffer;
 using MUtils::InflateFlow;
 using MUtils::Inflater;
-using MUtils::ScratchBuffer;
 using MUtils::ValueRooms;
 
 namespace {
@@ -73,9 +74,9 @@ class HeldPayload final : public PayloadFlow {
 
 class StreamedPayload final : public PayloadFlow {
   public:
-    StreamedPayload(PStream& stream, std::int64_t size, ScratchBuffer& piece, ValueRooms& rooms)
+    StreamedPayload(PStream& stream, std::int64_t size, ByteBuffer& piece, ValueRooms& rooms)
         : PayloadFlow(rooms), stream_(stream), left_(size), piece_(piece) {
-        piece_.reserve(static_cast<std::size_t>(kPiece));
+        reserve(piece_, static_cast<std::size_t>(kPiece));
     }
 
     Input nextInput() override {
@@ -96,7 +97,7 @@ class StreamedPayload final : public PayloadFlow {
   private:
     PStream& stream_;
     std::int64_t left_;
-    ScratchBuffer& piece_;
+    ByteBuffer& piece_;
     bool whole_ = true;
 };
 
@@ -141,7 +142,7 @@ PixelFault inflatePixels(const PixelShape& shape, const unsigned char* payload, 
     return faultOf(shape, code, inflated);
 }
 
-bool readInflated(PStream& stream, std::int64_t payloadBytes, const PixelShape& shape, ScratchBuffer& payload,
+bool readInflated(PStream& stream, std::int64_t payloadBytes, const PixelShape& shape, ByteBuffer& payload,
                   Inflater& inflater, MBVTable& pixels, PixelFault& fault) {
     if (mayHold(stream, payloadBytes) && inPieces(shape, payloadBytes)) {
         BlockRooms rooms(shape, pixels);
@@ -153,7 +154,7 @@ bool readInflated(PStream& stream, std::int64_t payloadBytes, const PixelShape& 
     return true;
 }
 
-bool readInflated(PStream& stream, std::int64_t payloadBytes, const PixelShape& shape, ScratchBuffer& piece,
+bool readInflated(PStream& stream, std::int64_t payloadBytes, const PixelShape& shape, ByteBuffer& piece,
                   Inflater& inflater, ValueRooms& rooms, PixelFault& fault) {
     fault = PixelFault::kNotInflatable;
     StreamedPayload flow(stream, payloadBytes, piece, rooms);

@@ -4,6 +4,26 @@
 
 #include "rawimage/read/callback.h"
 #include "rawimage/read/tag_decoder.h"
+#include "support/scratch_buffer.h"
+
+// What a worker needs to decode a tag.
+struct RIFileMT::ThreadBuffers {
+    MUtils::Inflater inflater;
+    MBVTable pixels{1, kMaxBlockBytes};
+};
+
+// A tag on its way to a worker.
+struct RIFileMT::JobRecord {
+    RIF_TAG tag;
+    const unsigned char* payload = nullptr;  // in the bytes of its batch
+};
+
+// What a slot of the queue holds. Its records are kBatchTags from kBatchTags times the slot on.
+struct RIFileMT::Batch {
+    MUtils::ByteBuffer bytes;
+    std::size_t used = 0;
+    int tags = 0;
+};
 
 RIFileMT::RIFileJobManager::~RIFileJobManager() {
     releaseThreads();
@@ -138,7 +158,7 @@ RIFileMT::Batch& RIFileMT::batchFor(std::size_t payloadBytes) {
 // Behind what the batch holds; a larger payload than a batch has it alone.
 bool RIFileMT::readInto(Batch& batch, std::int64_t size, int& status) {
     if (batch.used == 0 || size == 0) {
-        batch.bytes.reserve(kBatchBytes);
+        reserve(batch.bytes, kBatchBytes);
         return readPayload(*stream, size, batch.bytes, status);
     }
     int got = 0;
@@ -181,17 +201,16 @@ int RIFileMT::ParsePixelsTagMT(int threadIndex, int jobIndex) {
     // The callback may have made it a tag without values.
     if (!isPixelTag(job.tag.id)) return 0;
     ThreadBuffers& buffers = *threadBuffers_[static_cast<std::size_t>(threadIndex)];
-    const PixelShape shape = pixelShape(job.tag);
-    if (const int code = decodeJob(buffers, job, payloadBytes, shape); code != 0) return code;
+    if (const int code = decodeJob(buffers, job, payloadBytes); code != 0) return code;
     const RIF_TAG& tag = job.tag;
-    return callback_->setImageData(buffers.pixels, shape.count, tag.p8, tag.p2, tag.p3, tag.p4, tag.p5,
-                                   tag.p6, tag.p7)
+    return callback_->setImageData(buffers.pixels, buffers.pixels.count, tag.p8, tag.p2, tag.p3, tag.p4,
+                                   tag.p5, tag.p6, tag.p7)
                ? 0
                : -105;
 }
 
-int RIFileMT::decodeJob(ThreadBuffers& buffers, const JobRecord& job, std::size_t payloadBytes,
-                        const PixelShape& shape) {
+int RIFileMT::decodeJob(ThreadBuffers& buffers, const JobRecord& job, std::size_t payloadBytes) {
+    const PixelShape shape = pixelShape(job.tag);
     if ((header.flags & RIF_COMPRESSED) == 0) {
         if (!shape.sound() || payloadBytes < static_cast<std::size_t>(shape.bytes)) return -104;
         buffers.pixels.initReusing(shape.count, shape.valueSize, kMaxBlockBytes);

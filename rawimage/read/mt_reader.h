@@ -7,8 +7,6 @@
 #include "../../support/job_queue.h"
 #include "../writer.h"
 
-struct PixelShape;
-
 // A raw image file whose ParseFile decodes pixel tags on worker threads. One thread reads the whole file; see
 // rawimage/read/callback.h for what is called where.
 //
@@ -51,22 +49,9 @@ class RIFileMT : public RIFile {
     static constexpr int kBatchTags = 64;
 
   private:
-    // What a worker needs to decode a tag.
-    struct ThreadBuffers {
-        MUtils::Inflater inflater;
-        MBVTable pixels{1, kMaxBlockBytes};
-    };
-    // A tag on its way to a worker.
-    struct JobRecord {
-        RIF_TAG tag;
-        const unsigned char* payload = nullptr;  // in the bytes of its batch
-    };
-    // What a slot of the queue holds. Its records are kBatchTags from kBatchTags times the slot on.
-    struct Batch {
-        MUtils::ScratchBuffer bytes;
-        std::size_t used = 0;
-        int tags = 0;
-    };
+    struct ThreadBuffers;
+    struct JobRecord;
+    struct Batch;
 
     void matchQueue();
     int walk(RIFileCallback& callback);
@@ -75,8 +60,7 @@ class RIFileMT : public RIFile {
     bool readInto(Batch& batch, std::int64_t size, int& status);
     void handOver();
     int parseBatch(int threadIndex, int slot);
-    int decodeJob(ThreadBuffers& buffers, const JobRecord& job, std::size_t payloadBytes,
-                  const PixelShape& shape);
+    int decodeJob(ThreadBuffers& buffers, const JobRecord& job, std::size_t payloadBytes);
 
     std::unique_ptr<RIFileJobManager> jobManager_;
     int threads_;

@@ -247,5 +247,7 @@ int RIFile::ParseFile(RIFileCallback& callback) {
 }
 
 int RIFile::ParseTag(RIF_TAG& tag, RIFileCallback* callback) {
+    if (decoder_ == nullptr)
+        decoder_ = {new TagDecoder(zipBuf, rawBuf), [](TagDecoder* decoder) { delete decoder; }};
     return decoder_->decode(*stream, tag, (header.flags & RIF_COMPRESSED) != 0, *callback);
 }

@@ -8,47 +8,12 @@
 
 #include "rawimage/read/callback.h"
 #include "support/bytes.h"
+#include "support/scratch_buffer.h"
 
-using MUtils::ScratchBuffer;
-
-int RIFileCallback::parseTag(RIF_TAG&) {
-    return 1;
-}
-bool RIFileCallback::setCameraInfo(const RICameraInfo&) {
-    return true;
-}
-bool RIFileCallback::setRenderRegion(const RIRegionInfo&) {
-    return true;
-}
-bool RIFileCallback::setPreview(MBVTable&, int, int, int) {
-    return true;
-}
-bool RIFileCallback::setSceneInfo(RISceneInfo) {
-    return true;
-}
-MUtils::RGB24* RIFileCallback::getPreviewBuffer() {
-    return nullptr;
-}
-bool RIFileCallback::setStampData(PBufStream*) {
-    return true;
-}
-bool RIFileCallback::setNote(const char*) {
-    return true;
-}
-const char* RIFileCallback::getNote() {
-    return nullptr;
-}
-bool RIFileCallback::setOverlayTextData(PBufStream*) {
-    return true;
-}
-bool RIFileCallback::setMirtSettings(PBufStream*) {
-    return true;
-}
+using MUtils::ByteBuffer;
 
 namespace {
 
-constexpr std::int64_t kUnasked = 1 << 17;     // the most that is read without asking for the stream's length
-constexpr std::int64_t kFirstPiece = 1 << 20;  // of a payload whose length the stream cannot confirm
 constexpr std::int64_t kLargestRead = 1 << 30;
 
 }  // namespace
@@ -61,44 +26,6 @@ PixelShape pixelShape(const RIF_TAG& tag) {
     shape.bytes = MUtils::pixelBytes(tag);
     if (shape.sound()) shape.count = static_cast<int>(shape.bytes / shape.valueSize);
     return shape;
-}
-
-bool mayHold(PStream& stream, std::int64_t size) {
-    if (size < 0) return false;
-    const std::int64_t length = stream.Length();
-    return length < 0 || size <= length - stream.Tell();
-}
-
-bool readPayload(PStream& stream, std::int64_t size, ScratchBuffer& buffer, int& status) {
-    status = 0;
-    if (size < 0) return false;
-    const std::int64_t length = size > kUnasked ? stream.Length() : -1;
-    if (length >= 0 && size > length - stream.Tell()) {
-        // As if all that is left had been read.
-        status = stream.Seek(static_cast<long>(length));
-        return false;
-    }
-    if (length >= 0) buffer.reserve(static_cast<std::size_t>(size));
-    std::int64_t have = 0;
-    for (std::int64_t piece = length >= 0 ? kLargestRead : kFirstPiece; have < size; piece = have) {
-        const std::int64_t next = std::min({size - have, piece, kLargestRead});
-        buffer.grow(static_cast<std::size_t>(have + next), static_cast<std::size_t>(have));
-        int got = 0;
-        status = stream.Read(buffer.data() + have, static_cast<int>(next), got);
-        if (status != 0 || got < next) return false;
-        have += next;
-    }
-    return true;
-}
-
-bool readPayload(PStream& stream, std::int64_t size, ScratchBuffer& buffer) {
-    int status = 0;
-    return readPayload(stream, size, buffer, status);
-}
-
-bool readExactly(PStream& stream, void* bytes, int size) {
-    int got = 0;
-    return stream.Read(bytes, size, got) == 0 && got == size;
 }
 
 namespace {
@@ -164,7 +91,7 @@ int decodePreview(PStream& stream, const RIF_TAG& tag, RIFileCallback& callback)
         pixels.initNotResizable(values, kPixelBytes, kMaxBlockBytes);
         if (pixels.read(&stream, 0, values, got) != 0 || got < values) return -20;
     } else {
-        ScratchBuffer buffer;
+        ByteBuffer buffer;
         if (!readPayload(stream, bytes, buffer)) return -20;
         pixels.initNotResizable(values, kPixelBytes, kMaxBlockBytes);
         pixels.loadFromBuffer(buffer.data(), values);
@@ -177,9 +104,9 @@ int decodeScene(PStream& stream, const RIF_TAG& tag, RIFileCallback& callback) {
     unsigned char value[kValueBytes] = {};
     if (!readExactly(stream, value, kValueBytes)) return -1;
     const std::int64_t textBytes = tag.payloadBytes() - kValueBytes;
-    ScratchBuffer text;
+    ByteBuffer text;
     if (!readPayload(stream, textBytes, text)) return -1;
-    text.grow(static_cast<std::size_t>(textBytes) + 1, static_cast<std::size_t>(textBytes))[textBytes] = 0;
+    grow(text, static_cast<std::size_t>(textBytes) + 1, static_cast<std::size_t>(textBytes))[textBytes] = 0;
     const RISceneInfo scene(MUtils::loadI32(value), reinterpret_cast<const char*>(text.data()));
     return callback.setSceneInfo(scene) ? 0 : -1;
 }
@@ -193,7 +120,7 @@ int decodeBlob(PStream& stream, const RIF_TAG& tag, RIFileCallback& callback,
         blob.Alloc(tag.p1);
         if (!readExactly(stream, blob.GetBuf(), tag.p1)) return -22;
     } else {
-        ScratchBuffer buffer;
+        ByteBuffer buffer;
         if (!readPayload(stream, tag.p1, buffer)) return -22;
         blob.Alloc(tag.p1);
         if (tag.p1 > 0) std::memcpy(blob.GetBuf(), buffer.data(), static_cast<std::size_t>(tag.p1));
@@ -207,18 +134,18 @@ int readNote(PStream& stream, const RIF_TAG& tag, RIFileCallback& callback) {
     std::int64_t size = std::max<std::int64_t>(tag.payloadBytes(), 0);
     const std::int64_t length = stream.Length();
     if (length >= 0) size = std::clamp<std::int64_t>(length - stream.Tell(), 0, size);
-    ScratchBuffer text;
+    ByteBuffer text;
     std::int64_t have = 0;
     for (std::int64_t piece = length >= 0 ? kLargestRead : kNoteBytes; have < size;
          piece = std::min(have, kLargestRead)) {
         const auto next = static_cast<int>(std::min(size - have, piece));
-        text.grow(static_cast<std::size_t>(have + next), static_cast<std::size_t>(have));
+        grow(text, static_cast<std::size_t>(have + next), static_cast<std::size_t>(have));
         int got = 0;
         const int code = stream.Read(text.data() + have, next, got);
         have += std::max(got, 0);
         if (code != 0 || got < next) break;
     }
-    text.grow(static_cast<std::size_t>(have) + 1, static_cast<std::size_t>(have))[have] = 0;
+    grow(text, static_cast<std::size_t>(have) + 1, static_cast<std::size_t>(have))[have] = 0;
     callback.setNote(reinterpret_cast<const char*>(text.data()));
     return 0;
 }

@@ -2,17 +2,15 @@
 
 #include <cstdint>
 
-#include "../../support/deflate.h"
-#include "../../support/mbvtable.h"
-#include "../../support/pstream.h"
-#include "../../support/scratch_buffer.h"
-#include "../format.h"
-#include "tag_reader.h"
+#include "rawimage/format.h"
+#include "rawimage/read/tag_reader.h"
+#include "support/bounded_read.h"
+#include "support/deflate.h"
+#include "support/mbvtable.h"
 
 class RIFileCallback;
 
-// The one decoder of tags, for both readers. Nothing here trusts a size: each is checked against what the
-// stream holds, or read in growing pieces where the stream cannot tell, before memory is allocated for it.
+// The one decoder of tags, for all readers. It trusts no size, see support/bounded_read.h.
 
 // The values that a pixel tag claims to hold.
 struct PixelShape {
@@ -35,25 +33,13 @@ PixelFault inflatePixels(const PixelShape& shape, const unsigned char* payload, 
 // whole, so that the values are all that is in memory. False when the stream fails or ends first, whatever
 // the bytes before that were; `payload` is the working memory.
 bool readInflated(PStream& stream, std::int64_t payloadBytes, const PixelShape& shape,
-                  MUtils::ScratchBuffer& payload, MUtils::Inflater& inflater, MBVTable& pixels,
+                  MUtils::ByteBuffer& payload, MUtils::Inflater& inflater, MBVTable& pixels,
                   PixelFault& fault);
 
 // The same for values that go to `rooms`; `piece` is the working memory.
 bool readInflated(PStream& stream, std::int64_t payloadBytes, const PixelShape& shape,
-                  MUtils::ScratchBuffer& piece, MUtils::Inflater& inflater, MUtils::ValueRooms& rooms,
+                  MUtils::ByteBuffer& piece, MUtils::Inflater& inflater, MUtils::ValueRooms& rooms,
                   PixelFault& fault);
-
-// True when `stream` may hold `size` more bytes: false when it knows that it does not, or `size` is negative.
-bool mayHold(PStream& stream, std::int64_t size);
-
-// Reads exactly `size` bytes to `buffer`, which grows with what really comes when the stream does not know
-// its length. False when the stream fails or ends first; `status` receives the stream's code, which is 0 when
-// it ended.
-bool readPayload(PStream& stream, std::int64_t size, MUtils::ScratchBuffer& buffer, int& status);
-bool readPayload(PStream& stream, std::int64_t size, MUtils::ScratchBuffer& buffer);
-
-// Reads exactly `size` bytes; false when the stream fails or gives fewer.
-bool readExactly(PStream& stream, void* bytes, int size);
 
 // Decodes any tag that is not a pixel tag; the stream stands at its payload. Returns 0 or the code of the
 // operation that failed, see RIFileCallback. Tags without an operation of their own give 0.
@@ -63,7 +49,7 @@ int decodeRecord(PStream& stream, const RIF_TAG& tag, RIFileCallback& callback);
 // owner's: payloads go to `zipped`, and to `raw` values whose stream does not know its length.
 class TagDecoder {
   public:
-    TagDecoder(MUtils::ScratchBuffer& zipped, MUtils::ScratchBuffer& raw) : zipped_(zipped), raw_(raw) {}
+    TagDecoder(MUtils::ByteBuffer& zipped, MUtils::ByteBuffer& raw) : zipped_(zipped), raw_(raw) {}
 
     // Decodes the tag whose payload the stream is at. Codes as of RIFile::ParseTag.
     int decode(PStream& stream, RIF_TAG& tag, bool compressed, RIFileCallback& callback);
@@ -76,8 +62,8 @@ class TagDecoder {
     int readZipped(PStream& stream, const RIF_TAG& tag, const PixelShape& shape);
     int readRaw(PStream& stream, const RIF_TAG& tag, const PixelShape& shape);
 
-    MUtils::ScratchBuffer& zipped_;
-    MUtils::ScratchBuffer& raw_;
+    MUtils::ByteBuffer& zipped_;
+    MUtils::ByteBuffer& raw_;
     MUtils::Inflater inflater_;
     MBVTable pixels_{1, kMaxBlockBytes};
 };

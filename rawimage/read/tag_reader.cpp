@@ -19,8 +19,8 @@ const char* pixelCodeText(int code) {
 struct TagReader::State {
     PStream& stream;
     const bool compressed;
-    ScratchBuffer zipped;
-    ScratchBuffer raw;
+    ByteBuffer zipped;
+    ByteBuffer raw;
     TagDecoder decoder{zipped, raw};
 
     State(PStream& source, bool isCompressed) : stream(source), compressed(isCompressed) {}

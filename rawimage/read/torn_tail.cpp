@@ -4,15 +4,14 @@
 #include <cstring>
 #include <new>
 
-#include "rawimage/read/tag_decoder.h"
 #include "rawimage/tag_rules.h"
+#include "support/bounded_read.h"
 #include "support/bytes.h"
 #include "support/deflate.h"
-#include "support/scratch_buffer.h"
 
+using MUtils::ByteBuffer;
 using MUtils::Inflater;
 using MUtils::kLongestCheckedText;
-using MUtils::ScratchBuffer;
 using MUtils::TagRules;
 
 namespace {
@@ -27,12 +26,8 @@ bool sizeFits(const RIF_TAG& tag, const TagRules& rules) {
     return MUtils::isKnownTag(tag.id) && rules.payloadRange(tag).contains(tag.payloadBytes());
 }
 
-bool readAt(PStream& stream, std::int64_t offset, std::int64_t size, ScratchBuffer& bytes) {
-    return stream.Seek(static_cast<long>(offset)) == 0 && readPayload(stream, size, bytes);
-}
-
 // Where the text's first NUL is among `size` bytes of payload, -1 when there is none.
-std::int64_t firstNul(const RIF_TAG& tag, const ScratchBuffer& bytes, std::int64_t size) {
+std::int64_t firstNul(const RIF_TAG& tag, const ByteBuffer& bytes, std::int64_t size) {
     const std::int64_t start = std::min(MUtils::textStart(tag), size);
     const auto rest = static_cast<std::size_t>(size - start);
     const void* nul = rest > 0 ? std::memchr(bytes.data() + start, 0, rest) : nullptr;
@@ -46,7 +41,7 @@ struct Inflated {
     bool tooMany;
 };
 
-Inflated inflated(const RIF_TAG& tag, const ScratchBuffer& bytes, std::int64_t size) {
+Inflated inflated(const RIF_TAG& tag, const ByteBuffer& bytes, std::int64_t size) {
     Inflater inflater;
     const auto expected = static_cast<std::size_t>(MUtils::pixelBytes(tag));
     std::size_t came = expected;
@@ -62,8 +57,9 @@ bool endsAsItSays(PStream& stream, const INFOTAG& tag, const TagRules& rules) {
     // Values that were stored as they are, which a compressed file may have too.
     if (isPixelTag(tag.id) && size == MUtils::pixelBytes(tag)) return true;
     if (!isPixelTag(tag.id) && (!isText(tag) || size > kLongestCheckedText)) return false;
-    ScratchBuffer bytes;
-    if (!readAt(stream, static_cast<std::int64_t>(tag.offset) + kTagHeaderBytes, size, bytes)) return false;
+    ByteBuffer bytes;
+    if (!readPayloadAt(stream, static_cast<std::int64_t>(tag.offset) + kTagHeaderBytes, size, bytes))
+        return false;
     if (isText(tag)) return size == MUtils::textStart(tag) || firstNul(tag, bytes, size) == size - 1;
     const Inflated pixels = inflated(tag, bytes, size);
     return pixels.whole && pixels.used == size;
@@ -75,8 +71,8 @@ bool breaksOff(PStream& stream, const INFOTAG& tag, std::int64_t end, const TagR
     const std::int64_t start = static_cast<std::int64_t>(tag.offset) + kTagHeaderBytes;
     const std::int64_t size = end - start;
     if (!isPixelTag(tag.id) && (!isText(tag) || size > kLongestCheckedText)) return false;
-    ScratchBuffer bytes;
-    if (!readAt(stream, start, size, bytes)) return false;
+    ByteBuffer bytes;
+    if (!readPayloadAt(stream, start, size, bytes)) return false;
     if (isText(tag)) return firstNul(tag, bytes, size) < 0;
     const Inflated pixels = inflated(tag, bytes, size);
     return !pixels.tooMany && pixels.used == size;
@@ -86,8 +82,8 @@ bool breaksOff(PStream& stream, const INFOTAG& tag, std::int64_t end, const TagR
 bool beginsAHeader(PStream& stream, std::int64_t offset, std::int64_t end) {
     constexpr std::int64_t kIdBytes = 4;
     const std::int64_t size = std::min(end - offset, kIdBytes);
-    ScratchBuffer bytes;
-    if (!readAt(stream, offset, size, bytes)) return false;
+    ByteBuffer bytes;
+    if (!readPayloadAt(stream, offset, size, bytes)) return false;
     for (std::uint32_t id = kFirstTagId; id <= kLastTagId; ++id) {
         unsigned char known[kIdBytes];
         MUtils::storeU32(known, id);

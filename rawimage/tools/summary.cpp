@@ -29,7 +29,7 @@ class SummaryReader {
 
     PStream& stream_;
     FileSummary& summary_;
-    ScratchBuffer bytes_;
+    ByteBuffer bytes_;
 };
 
 void SummaryReader::take(const INFOTAG& tag) {

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "rawimage/tag_rules.h"
+#include "support/scratch_buffer.h"
 
 namespace MUtils {
 
@@ -122,7 +123,7 @@ ErrorCode TagCopier::copyBytes(PStream& source, std::int64_t offset, std::int64_
 
 // From position to position.
 ErrorCode TagCopier::copyChunk(PStream& source, int size) {
-    unsigned char* chunk = chunk_.reserve(static_cast<std::size_t>(size));
+    unsigned char* chunk = reserve(chunk_, static_cast<std::size_t>(size));
     const auto offset = static_cast<long long>(source.Tell());
     int got = 0;
     const int code = source.Read(chunk, size, got);

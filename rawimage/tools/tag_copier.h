@@ -6,6 +6,7 @@
 
 #include "rawimage/inspect/inspection.h"
 #include "rawimage/writer.h"
+#include "support/byte_buffer.h"
 
 namespace MUtils {
 
@@ -54,7 +55,7 @@ class TagCopier : public RIFile {
     Progress progress_;
     std::int64_t copied_ = 0;
     bool stopped_ = false;
-    ScratchBuffer chunk_;
+    ByteBuffer chunk_;
 };
 
 }  // namespace MUtils
