@@ -19,6 +19,8 @@
 #include <string>
 #include <type_traits>
 
+#include "exr/header_facts.h"
+
 namespace {
 
 constexpr const char* kOperation = "WriteEXRExtraAttributes";
@@ -157,12 +159,10 @@ Imf::Header sampleHeader() {
     for (const char* name : {"name", "type", "stampText"})
         insert(header, name, std::string());
     header.channels().insert("Z", Imf::Channel());
-    insert(header, "cameraTransform", Imath::M44f());
-    insert(header, "cameraProjection", 0);
-    for (const char* name :
-         {"cameraAperture", "cameraFov", "cameraTargetDistance", "cameraNearRange", "cameraFarRange",
-          "cameraNearClip", "cameraFarClip", "cameraFocalLength", "cameraFNumber"})
-        insert(header, name, 0.0f);
+    insert(header, MUtils::kCameraTransformAttribute, Imath::M44f());
+    insert(header, MUtils::kCameraProjectionAttribute, 0);
+    for (const MUtils::CameraAttribute& attribute : MUtils::kCameraAttributes)
+        insert(header, attribute.name, 0.0f);
     return header;
 }
 

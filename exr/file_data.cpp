@@ -16,6 +16,7 @@
 #include "exr/attr_parser.h"
 #include "exr/guarded.h"
 #include "exr/half_convert.h"
+#include "exr/header_facts.h"
 #include "exr/output_stream.h"
 
 namespace {
@@ -48,21 +49,10 @@ ErrorCode ExrFileDataBase::setCameraInfo(const RICameraInfo& camera) {
     Imath::M44f transform;
     static_assert(sizeof transform.x == sizeof camera.transform);
     std::memcpy(transform.x, camera.transform, sizeof transform.x);
-    header[0].insert("cameraTransform", Imf::M44fAttribute(transform));
-    header[0].insert("cameraProjection", Imf::IntAttribute(camera.projection));
-    const std::pair<const char*, float> floats[] = {
-        {"cameraAperture", camera.aperture},
-        {"cameraFov", camera.fov},
-        {"cameraTargetDistance", camera.targetDistance},
-        {"cameraNearRange", camera.nearRange},
-        {"cameraFarRange", camera.farRange},
-        {"cameraNearClip", camera.nearClip},
-        {"cameraFarClip", camera.farClip},
-        {"cameraFocalLength", camera.focalLength},
-        {"cameraFNumber", camera.fNumber},
-    };
-    for (const auto& [name, value] : floats)
-        header[0].insert(name, Imf::FloatAttribute(value));
+    header[0].insert(MUtils::kCameraTransformAttribute, Imf::M44fAttribute(transform));
+    header[0].insert(MUtils::kCameraProjectionAttribute, Imf::IntAttribute(camera.projection));
+    for (const MUtils::CameraAttribute& attribute : MUtils::kCameraAttributes)
+        header[0].insert(attribute.name, Imf::FloatAttribute(camera.*attribute.field));
     return {};
 }
 

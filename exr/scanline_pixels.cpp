@@ -7,6 +7,7 @@
 #include <iterator>
 #include <stdexcept>
 
+#include "exr/header_facts.h"
 #include "exr/scanline_file.h"
 #include "exr/slices.h"
 #include "support/scratch_buffer.h"
@@ -21,13 +22,6 @@ constexpr std::int64_t kCacheBytes = 2 << 20;
 constexpr std::int64_t kBlocksPerThread = 4;
 // How many times the threads that there are the library may be told of.
 constexpr std::int64_t kMostThreads = 8;
-
-// Chunks of whole compression blocks, so that no block is split between two writes.
-int scanLinesPerBlock(Imf::Compression compression) {
-    constexpr int kLines[] = {1, 1, 1, 16, 32, 16, 32, 32, 32, 256};
-    const auto row = static_cast<std::size_t>(compression);
-    return row < std::size(kLines) ? kLines[row] : 1;
-}
 
 // Each three floats become their mean. The order of the sum and the factor are part of the result's last bit.
 void averageValues(float* values, int count) {
@@ -90,7 +84,8 @@ void ExrFileData::requireOpenedLayout() const {
     if (!same) throw std::runtime_error("The open file was made for another frame");
 }
 
-// Whole compression blocks, as many as the cache holds and the threads need, within the budget.
+// Whole compression blocks, so that none is split between two writes: as many as the cache holds and the
+// threads need, within the budget.
 int ExrFileData::chunkLines(int part, const MUtils::MRRegionData& region) const {
     const std::int64_t rowLength = dataWindow.width();
     std::int64_t rowBytes = 1;
@@ -98,7 +93,7 @@ int ExrFileData::chunkLines(int part, const MUtils::MRRegionData& region) const 
         const MBVTable* data = info.part == part ? dataOf(info, region) : nullptr;
         if (data != nullptr) rowBytes += rowLength * data->itemSize;
     }
-    const std::int64_t block = scanLinesPerBlock(header[0].compression());
+    const std::int64_t block = MUtils::linesPerBlock(header[0].compression());
     const std::int64_t useful =
         std::max(kCacheBytes / rowBytes, block * kBlocksPerThread * Imf::globalThreadCount());
     const std::int64_t fitting = std::max<std::int64_t>(std::min(useful, kChunkBytes / (rowLength * 12)), 1);
@@ -111,7 +106,7 @@ int ExrFileData::chunkLines(int part, const MUtils::MRRegionData& region) const 
 // would spend their time on waking each other.
 int ExrFileData::threadsToAskFor() const {
     const int threads = Imf::globalThreadCount();
-    if (scanLinesPerBlock(header[0].compression()) > 1) return threads;
+    if (MUtils::linesPerBlock(header[0].compression()) > 1) return threads;
     std::int64_t rowBytes = 1;
     for (int part = 0; part < headerCount; ++part) {
         std::int64_t pixelBytes = 0;
