@@ -1,7 +1,6 @@
 #include "cli/output_file.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -12,9 +11,9 @@
 #include <tuple>
 #include <utility>
 
-#include "cli/files.h"
 #include "cli/interrupt.h"
 #include "cli/report.h"
+#include "support/files.h"
 
 namespace rimg {
 
@@ -119,7 +118,7 @@ void OutputFile::refuseInputs(const std::string& name, const std::vector<std::st
     // A terminal or /dev/null is no file that could be lost.
     if (::stat(output.c_str(), &status) != 0 || S_ISCHR(status.st_mode)) return;
     for (const std::string& input : inputs) {
-        if (sameFile(input, output))
+        if (MUtils::isSameFile(input.c_str(), output.c_str()))
             throw Failure(ExitCode::kUsage, name == "-" ? "standard output" : name,
                           "input and output are the same file");
     }
@@ -167,8 +166,7 @@ bool OutputFile::lookAtFile(dev_t device, ino_t inode) {
 void OutputFile::lockTarget() {
     older_ = ::open(target_.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
     if (older_ < 0) fail(errno);
-    // A file system that knows no locks does without.
-    if (::flock(older_, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) fail(EWOULDBLOCK);
+    if (const int code = MUtils::lockForWriting(older_); code != 0) fail(code);
 }
 
 void OutputFile::makePart() {

@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "cli/safe_text.h"
+#include "support/pstream.h"
 
 namespace rimg {
 
@@ -45,8 +46,7 @@ std::string systemMessage(int code) {
 }
 
 std::string outputCause(int code) {
-    const bool locked = code == EWOULDBLOCK;
-    return "cannot be written: " + (locked ? "another writer has the file open" : systemMessage(code));
+    return "cannot be written: " + MUtils::openErrorText(code);
 }
 
 std::string outputCause(const ErrorCode& error) {

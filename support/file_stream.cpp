@@ -1,5 +1,4 @@
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
 #include <unistd.h>
@@ -9,6 +8,7 @@
 #include <cstring>
 #include <limits>
 
+#include "support/files.h"
 #include "support/pstream.h"
 
 namespace MUtils {
@@ -102,11 +102,12 @@ int PFileStream::Open() {
     return 0;
 }
 
-// A file system that knows no locks does without.
 int PFileStream::lockAndEmpty(int descriptor, bool regular) const {
     if (!regular || !writes(access_)) return 0;
     const bool alone = (share_ & kShareWrite) == 0;
-    if (alone && ::flock(descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) return EWOULDBLOCK;
+    if (alone) {
+        if (const int code = lockForWriting(descriptor); code != 0) return code;
+    }
     return startsAnew(disposition_) && ::ftruncate(descriptor, 0) != 0 ? errno : 0;
 }
 

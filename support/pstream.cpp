@@ -35,7 +35,7 @@ int PStream::StreamCopy(PStream& source, PStream& target, int chunkSize) {
 }
 
 std::string openErrorText(int code) {
-    return code == EWOULDBLOCK ? "Another writer has the file open" : std::generic_category().message(code);
+    return code == EWOULDBLOCK ? "another writer has the file open" : std::generic_category().message(code);
 }
 
 }  // namespace MUtils

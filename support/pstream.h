@@ -208,7 +208,7 @@ class PBufStream : public PStream {
 };
 
 // What a code that Open or Create of a file gave means, in the system's words ("No such file or directory");
-// that of the lock, EWOULDBLOCK, is "Another writer has the file open".
+// that of the lock, EWOULDBLOCK, is "another writer has the file open".
 std::string openErrorText(int code);
 
 }  // namespace MUtils

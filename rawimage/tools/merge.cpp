@@ -13,6 +13,7 @@
 #include "rawimage/inspect/tag_check.h"
 #include "rawimage/tools/tag_copier.h"
 #include "support/bytes.h"
+#include "support/files.h"
 
 namespace MUtils {
 

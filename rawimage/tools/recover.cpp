@@ -4,6 +4,7 @@
 
 #include "rawimage/tools/recover_report.h"
 #include "rawimage/tools/tag_copier.h"
+#include "support/files.h"
 
 namespace MUtils {
 

@@ -1,9 +1,9 @@
 #include "rawimage/tools/recover_report.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <system_error>
 #include <utility>
+
+#include "support/pstream.h"
 
 namespace MUtils {
 
@@ -25,9 +25,7 @@ RecoverReport recoverFailure(RecoverState state, std::string cause) {
 }
 
 RecoverReport cannotOpenForRecovery(int code) {
-    return recoverFailure(RecoverState::kCannotOpen, code == EWOULDBLOCK
-                                                         ? "another writer has the file open"
-                                                         : std::generic_category().message(code));
+    return recoverFailure(RecoverState::kCannotOpen, openErrorText(code));
 }
 
 void setWriteFailure(RecoverReport& report, ErrorCode error) {

@@ -1,7 +1,6 @@
 #include "rawimage/tools/tag_copier.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <system_error>
 #include <utility>
 
@@ -29,11 +28,6 @@ ErrorCode writeAll(PStream& stream, const void* bytes, int size) {
 }
 
 }  // namespace
-
-bool isSameFile(const char* a, const char* b) {
-    std::error_code ignored;
-    return std::filesystem::equivalent(a, b, ignored);
-}
 
 ErrorCode TagCopier::begin(const char* fileName, bool compressed) {
     if (ErrorCode error = Create(fileName, nullptr); !error.empty()) return error;

@@ -10,9 +10,6 @@
 
 namespace MUtils {
 
-// True when both names lead to one existing file, through links too.
-bool isSameFile(const char* a, const char* b);
-
 // Writes a raw image file out of tags of others, byte for byte as they are there. Errors as RIFile's; what
 // cannot be read of a source is an error too.
 class TagCopier : public RIFile {

@@ -394,7 +394,7 @@ TEST(ExrFailures, AFailedOpenHasItsReason) {
     RIFile raw, second;
     ASSERT_EQ(texts({raw.Create(file.path.c_str(), nullptr)}), "");
     const ErrorCode locked = second.Create(file.path.c_str(), nullptr);
-    EXPECT_STREQ(locked.message(1), "Another writer has the file open");
+    EXPECT_STREQ(locked.message(1), "another writer has the file open");
     const struct {
         std::string name, reason;
         int code;

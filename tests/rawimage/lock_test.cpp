@@ -4,9 +4,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <thread>
 
 #include "rawimage/writer.h"
+#include "support/files.h"
 #include "tests/testing/collect.h"
 #include "tests/testing/memory_file.h"
 #include "tests/testing/run_program.h"
@@ -54,20 +57,46 @@ TEST(Lock, KeepsASecondWriterOutAndNoReader) {
             const ErrorCode error =
                 create ? second.Create(file.path(), nullptr) : second.Append(file.path(), nullptr);
             EXPECT_EQ(error.getError(), EWOULDBLOCK);
-            EXPECT_THAT(error.describe(), testing::HasSubstr("Another writer has the file open"));
+            EXPECT_THAT(error.describe(), testing::HasSubstr("another writer has the file open"));
         }
+        EXPECT_TRUE(MUtils::isBeingWritten(file.path()));
         EXPECT_EQ(file.bytes().size(), 32u) << "nothing is emptied that another one has open";
         CollectCallback seen;
         ASSERT_TRUE(reader.Open(file.path(), nullptr).empty());
         EXPECT_EQ(reader.ParseFile(seen), 0);
         EXPECT_TRUE(first.Create(file.path(), nullptr).empty()) << "its own lock is no hindrance";
         ASSERT_TRUE(first.Close().empty());
+        EXPECT_FALSE(MUtils::isBeingWritten(file.path())) << "readers do not count";
 
         RIFile third;
         EXPECT_TRUE(third.Append(file.path(), nullptr).empty()) << "though a reader has it open";
     }
     RIFile fourth;
     EXPECT_TRUE(fourth.Append(file.path(), nullptr).empty()) << "the third one went without Close";
+}
+
+TEST(Lock, IsNeitherTakenNorWaitedForByWhoAsksForIt) {
+    const TempFolder folder;
+    const std::string pipe = folder / "pipe";
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    const std::string missing = folder / "missing";
+    for (const std::string& name : {pipe, missing, folder / ""})
+        EXPECT_FALSE(MUtils::isBeingWritten(name.c_str())) << name;
+    EXPECT_FALSE(MUtils::isBeingWritten(nullptr));
+    EXPECT_NE(::access(missing.c_str(), F_OK), 0) << "created";
+
+    MemoryFile file;
+    std::atomic<bool> stop{false};
+    std::thread asking([&] {
+        while (!stop)
+            (void)MUtils::isBeingWritten(file.path());
+    });
+    for (int i = 0; i < 200; ++i) {
+        RIFile writer;
+        EXPECT_EQ(writer.Append(file.path(), nullptr).getError(), 0);
+    }
+    stop = true;
+    asking.join();
 }
 
 TEST(Sync, BringsTagsToTheDiskBeforeTheOffset) {

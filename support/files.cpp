@@ -1,0 +1,50 @@
+#include "support/files.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <filesystem>
+#include <system_error>
+#include <thread>
+
+namespace MUtils {
+
+bool isSameFile(const char* a, const char* b) {
+    std::error_code ignored;
+    return std::filesystem::equivalent(a, b, ignored);
+}
+
+namespace {
+
+bool isTaken(int descriptor, int kind) {
+    return ::flock(descriptor, kind | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+}
+
+}  // namespace
+
+bool isBeingWritten(const char* fileName) {
+    struct stat status;
+    // To open anything else may wait, or do something to a device.
+    if (fileName == nullptr || ::stat(fileName, &status) != 0 || !S_ISREG(status.st_mode)) return false;
+    const int descriptor = ::open(fileName, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (descriptor < 0) return false;
+    const bool taken = isTaken(descriptor, LOCK_SH);
+    ::close(descriptor);
+    return taken;
+}
+
+// isBeingWritten() holds a shared lock for a moment: only a refusal that lasts is another writer's.
+int lockForWriting(int descriptor) {
+    constexpr int kTries = 20;
+    for (int i = 1; isTaken(descriptor, LOCK_EX); ++i) {
+        if (i == kTries) return EWOULDBLOCK;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return 0;
+}
+
+}  // namespace MUtils
