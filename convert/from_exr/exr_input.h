@@ -9,10 +9,10 @@
 #include <string>
 #include <vector>
 
-#include "cli/channel_grouping.h"
 #include "cli/convert.h"
-#include "cli/exr_chunks.h"
-#include "cli/exr_stream.h"
+#include "convert/exr_stream.h"
+#include "convert/from_exr/channel_grouping.h"
+#include "convert/from_exr/exr_chunks.h"
 #include "rawimage/area/pixel_box.h"
 #include "rawimage/records.h"
 

@@ -1,4 +1,4 @@
-#include "cli/raw_output.h"
+#include "convert/from_exr/raw_output.h"
 
 #include "cli/report.h"
 

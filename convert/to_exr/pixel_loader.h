@@ -8,10 +8,10 @@
 #include <mutex>
 #include <vector>
 
-#include "cli/channel_region.h"
-#include "cli/exr_channels.h"
 #include "cli/progress.h"
-#include "cli/raw_input.h"
+#include "convert/to_exr/channel_region.h"
+#include "convert/to_exr/exr_channels.h"
+#include "convert/to_exr/raw_input.h"
 #include "rawimage/area/pixel_box.h"
 
 namespace rimg {

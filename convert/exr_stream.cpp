@@ -1,4 +1,4 @@
-#include "cli/exr_stream.h"
+#include "convert/exr_stream.h"
 
 #include <OpenEXR/Iex.h>
 

@@ -1,4 +1,4 @@
-#include "cli/pixel_loader.h"
+#include "convert/to_exr/pixel_loader.h"
 
 #include <algorithm>
 #include <climits>

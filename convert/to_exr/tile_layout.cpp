@@ -1,10 +1,10 @@
-#include "cli/tile_layout.h"
+#include "convert/to_exr/tile_layout.h"
 
 #include <algorithm>
 #include <climits>
 
-#include "cli/pixel_loader.h"
 #include "cli/report.h"
+#include "convert/to_exr/pixel_loader.h"
 #include "rawimage/area/tag_box.h"
 
 namespace rimg {

@@ -1,4 +1,4 @@
-#include "cli/exr_channels.h"
+#include "convert/to_exr/exr_channels.h"
 
 #include <fnmatch.h>
 

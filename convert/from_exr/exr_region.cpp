@@ -1,4 +1,4 @@
-#include "cli/exr_region.h"
+#include "convert/from_exr/exr_region.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -1,4 +1,4 @@
-#include "cli/exr_band.h"
+#include "convert/from_exr/exr_band.h"
 
 #include <OpenEXR/ImfChannelList.h>
 #include <OpenEXR/ImfPartType.h>

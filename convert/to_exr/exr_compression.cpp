@@ -1,4 +1,4 @@
-#include "cli/exr_compression.h"
+#include "convert/to_exr/exr_compression.h"
 
 #include <algorithm>
 

@@ -5,7 +5,7 @@
 #include <memory>
 #include <vector>
 
-#include "cli/exr_channels.h"
+#include "convert/to_exr/exr_channels.h"
 #include "rawimage/area/pixel_box.h"
 #include "rawimage/records.h"
 #include "support/mbvtable.h"

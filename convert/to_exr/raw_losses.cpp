@@ -1,4 +1,4 @@
-#include "cli/raw_losses.h"
+#include "convert/to_exr/raw_losses.h"
 
 #include <algorithm>
 #include <set>

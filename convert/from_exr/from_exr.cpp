@@ -6,17 +6,17 @@
 #include <utility>
 #include <vector>
 
-#include "cli/channel_grouping.h"
 #include "cli/convert_log.h"
-#include "cli/exr_band.h"
-#include "cli/exr_header_attributes.h"
-#include "cli/exr_input.h"
-#include "cli/exr_region.h"
-#include "cli/frame_layout.h"
 #include "cli/interrupt.h"
 #include "cli/progress.h"
-#include "cli/raw_output.h"
 #include "cli/report.h"
+#include "convert/exr_header_attributes.h"
+#include "convert/from_exr/channel_grouping.h"
+#include "convert/from_exr/exr_band.h"
+#include "convert/from_exr/exr_input.h"
+#include "convert/from_exr/exr_region.h"
+#include "convert/from_exr/frame_layout.h"
+#include "convert/from_exr/raw_output.h"
 #include "rawimage/area/pixel_box.h"
 #include "rawimage/format.h"
 

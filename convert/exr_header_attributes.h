@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/exr_input.h"
+#include "convert/from_exr/exr_input.h"
 #include "exr/attr_parser.h"
 
 namespace rimg {

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/exr_channels.h"
+#include "convert/to_exr/exr_channels.h"
 
 namespace rimg {
 

@@ -1,4 +1,4 @@
-#include "cli/exr_chunks.h"
+#include "convert/from_exr/exr_chunks.h"
 
 #include <OpenEXR/ImfHeader.h>
 #include <OpenEXR/ImfPartType.h>

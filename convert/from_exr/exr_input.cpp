@@ -1,4 +1,4 @@
-#include "cli/exr_input.h"
+#include "convert/from_exr/exr_input.h"
 
 #include <OpenEXR/ImfChannelList.h>
 #include <OpenEXR/ImfFloatAttribute.h>

@@ -4,9 +4,9 @@
 #include <memory>
 #include <vector>
 
-#include "cli/channel_grouping.h"
-#include "cli/exr_band.h"
-#include "cli/exr_input.h"
+#include "convert/from_exr/channel_grouping.h"
+#include "convert/from_exr/exr_band.h"
+#include "convert/from_exr/exr_input.h"
 #include "rawimage/area/pixel_box.h"
 #include "rawimage/records.h"
 

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/raw_input.h"
+#include "convert/to_exr/raw_input.h"
 #include "rawimage/format.h"
 
 namespace rimg {

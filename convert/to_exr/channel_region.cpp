@@ -1,4 +1,4 @@
-#include "cli/channel_region.h"
+#include "convert/to_exr/channel_region.h"
 
 #include <sys/mman.h>
 

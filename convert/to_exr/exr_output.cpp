@@ -1,4 +1,4 @@
-#include "cli/exr_output.h"
+#include "convert/to_exr/exr_output.h"
 
 #include <new>
 

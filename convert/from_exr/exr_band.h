@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/exr_input.h"
+#include "convert/from_exr/exr_input.h"
 
 namespace rimg {
 

@@ -1,4 +1,4 @@
-#include "cli/exr_header_attributes.h"
+#include "convert/exr_header_attributes.h"
 
 #include <OpenEXR/ImfBoxAttribute.h>
 #include <OpenEXR/ImfIntAttribute.h>
@@ -10,8 +10,8 @@
 #include <new>
 #include <utility>
 
-#include "cli/exr_stream.h"
 #include "cli/report.h"
+#include "convert/exr_stream.h"
 
 namespace rimg {
 

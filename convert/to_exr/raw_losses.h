@@ -5,9 +5,9 @@
 
 #include "cli/convert_log.h"
 #include "cli/exit_codes.h"
-#include "cli/exr_channels.h"
-#include "cli/pixel_loader.h"
-#include "cli/raw_input.h"
+#include "convert/to_exr/exr_channels.h"
+#include "convert/to_exr/pixel_loader.h"
+#include "convert/to_exr/raw_input.h"
 
 namespace rimg {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/raw_input.h"
+#include "convert/to_exr/raw_input.h"
 #include "rawimage/area/pixel_box.h"
 
 namespace rimg {

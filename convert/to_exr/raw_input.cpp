@@ -1,4 +1,4 @@
-#include "cli/raw_input.h"
+#include "convert/to_exr/raw_input.h"
 
 #include <algorithm>
 

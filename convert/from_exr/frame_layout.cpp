@@ -1,4 +1,4 @@
-#include "cli/frame_layout.h"
+#include "convert/from_exr/frame_layout.h"
 
 namespace rimg {
 

@@ -1,4 +1,4 @@
-#include "cli/exr_attributes.h"
+#include "convert/to_exr/exr_attributes.h"
 
 #include <climits>
 #include <cstdint>
