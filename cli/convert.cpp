@@ -1,5 +1,4 @@
-#include "cli/convert.h"
-
+#include <OpenEXR/ImfThreading.h>
 #include <strings.h>
 
 #include <CLI/CLI.hpp>
@@ -10,22 +9,27 @@
 #include <memory>
 #include <string>
 
-#include "cli/convert_log.h"
+#include "cli/convert_output.h"
 #include "cli/output_file.h"
 #include "cli/report.h"
 #include "cli/size_option.h"
+#include "cli/tool_progress.h"
 #include "cli/verbs.h"
-#include "exr/exr_file.h"
 #include "rawimage/writer.h"
+#include "support/job_queue.h"
 #include "support/pstream.h"
 
 namespace rimg {
 
 namespace {
 
-enum class Format { kOther, kExr, kRaw };
+using Format = ImageFormat;
+using MUtils::Conversion;
+using MUtils::ConvertReport;
+using MUtils::ConvertState;
+using MUtils::FrameChoice;
 
-// By the file's content; its name tells nothing.
+// By the file's content, whatever its name is.
 Format formatOf(const std::string& path) {
     constexpr unsigned char kExrMagic[4] = {0x76, 0x2f, 0x31, 0x01};
     PFileStream stream;
@@ -53,87 +57,162 @@ const char* nameOf(Format format) {
     return format == Format::kExr ? "an OpenEXR file" : "a raw image";
 }
 
-// What the ending of the output's name stands for.
+// The format that the ending of the output's name asks for.
 Format endingOf(const std::string& path) {
     const std::string ending = std::filesystem::path(path).extension().string();
     if (strcasecmp(ending.c_str(), ".exr") == 0) return Format::kExr;
     return strcasecmp(ending.c_str(), ".rimg") == 0 ? Format::kRaw : Format::kOther;
 }
 
-// The output's format, by --to and by its name. Where neither says anything it is the other one.
-void checkWanted(Format input, Format to, const ConvertOptions& options) {
-    const Format ending = endingOf(options.output);
-    if (to != Format::kOther && ending != Format::kOther && to != ending) {
-        throw Failure(ExitCode::kUsage, options.output,
-                      std::string("--to asks for ") + nameOf(to) + ", the name is that of " + nameOf(ending));
+// The output's format is that of --to or of its name, else the one that the input is not.
+void checkWanted(const ConvertVerb& verb) {
+    const Format ending = endingOf(verb.output);
+    if (verb.to != Format::kOther && ending != Format::kOther && verb.to != ending) {
+        throw Failure(
+            ExitCode::kUsage, verb.output,
+            std::string("--to asks for ") + nameOf(verb.to) + ", the name is that of " + nameOf(ending));
     }
-    const Format wanted = to != Format::kOther ? to : ending;
-    if (wanted != input) return;
-    throw Failure(ExitCode::kUsage, options.output,
-                  std::string("nothing to convert: ") + options.input + " is " + nameOf(input) + " already");
+    const Format wanted = verb.to != Format::kOther ? verb.to : ending;
+    if (wanted != verb.from) return;
+    throw Failure(ExitCode::kUsage, verb.output,
+                  std::string("nothing to convert: ") + verb.input + " is " + nameOf(verb.from) + " already");
 }
 
-// Refuses what cannot be meant, and answers the input's format.
-Format checkedFormat(const CLI::App& verb, Format to, const ConvertOptions& options) {
-    const Format format = formatOf(options.input);
-    OutputFile::refuseInputs(options.output, {options.input, options.attributesFrom});
+// Finds out the input's format, and refuses options that contradict it or each other.
+void checkOptions(const CLI::App& app, ConvertVerb& verb) {
+    const Format format = formatOf(verb.input);
+    OutputFile::refuseInputs(verb.output, {verb.input, verb.toExr.attributesFrom});
     if (format == Format::kOther)
-        throw Failure(ExitCode::kUnreadable, options.input, "neither an OpenEXR file nor a raw image");
-    checkWanted(format, to, options);
+        throw Failure(ExitCode::kUnreadable, verb.input, "neither an OpenEXR file nor a raw image");
+    verb.from = format;
+    checkWanted(verb);
     const bool toExr = format == Format::kRaw;
-    refuseOptions(verb, toExr ? kFromExr : kToExr, toExr ? "OpenEXR files as input" : "raw images as input");
-    return format;
+    refuseOptions(app, toExr ? kFromExr : kToExr, toExr ? "OpenEXR files as input" : "raw images as input");
 }
 
-ExitCode convertTelling(const CLI::App& verb, Format to, const ConvertOptions& options) {
-    ConvertLog log(options);
+ExitCode exitCodeOf(ConvertState state) {
+    switch (state) {
+        case ConvertState::kGood: return ExitCode::kGood;
+        case ConvertState::kIncomplete: return ExitCode::kIncomplete;
+        case ConvertState::kDamaged: return ExitCode::kDamaged;
+        case ConvertState::kCannotOpen:
+        case ConvertState::kNotThisFormat:
+        case ConvertState::kLocked: return ExitCode::kUnreadable;
+        case ConvertState::kOverscan:
+        case ConvertState::kOutsideFrame: return ExitCode::kMismatch;
+        case ConvertState::kBadOption: return ExitCode::kUsage;
+        case ConvertState::kStopped: return ExitCode::kStopped;
+        case ConvertState::kUnsupported:
+        case ConvertState::kTooLarge:
+        case ConvertState::kWriteFailed:
+        case ConvertState::kFailed: break;
+    }
+    return ExitCode::kFailure;
+}
+
+// Why there is no output.
+Failure failureOf(const ConvertVerb& verb, const ConvertReport& report) {
+    const bool ofOption = report.state == ConvertState::kBadOption;
+    const std::string file = report.file.empty() && !ofOption ? verb.output : report.file;
+    return {exitCodeOf(report.state), file, (ofOption ? "--" : "") + report.cause + hintFor(verb, report),
+            report.offset.value_or(Failure::kNoOffset)};
+}
+
+void refuseLosses(const ConvertVerb& verb, const ConvertReport& report) {
+    if (!verb.strict || report.losses.empty()) return;
+    const std::string what = report.losses.size() == 1 ? "this loss" : "these losses";
+    throw Failure(ExitCode::kMismatch, verb.input,
+                  "--strict does not allow " + what + "; nothing was written");
+}
+
+// The output is created only after the input has been found convertible.
+ExitCode convertInto(const ConvertVerb& verb, Conversion& conversion, ToolProgress& progress) {
+    const ConvertReport& report = conversion.report();
+    NotePrinter notes(verb);
+    const bool ready = conversion.prepare();
+    notes.print(report);
+    if (!ready) throw failureOf(verb, report);
+    refuseLosses(verb, report);
+    OutputFile output(verb.output, OutputFile::Kind::kFile, {verb.input, verb.toExr.attributesFrom});
+    const bool written = conversion.run(output.path());
+    progress.clear();
+    if (!written) {
+        const Failure failure = failureOf(verb, report);
+        throw Failure(failure.code(), output.named(failure.file()), output.named(failure.what()),
+                      failure.offset());
+    }
+    output.commit();
+    notes.print(report);
+    return exitCodeOf(report.state);
+}
+
+std::unique_ptr<Conversion> makeConversion(ConvertVerb& verb, ToolProgress& progress) {
+    if (verb.from == Format::kExr) {
+        verb.fromExr.threads = verb.threads;
+        verb.fromExr.progress = progress.callback();
+        return MUtils::makeFromExr(verb.input, verb.fromExr);
+    }
+    verb.toExr.threads = verb.threads > 0 ? verb.threads : MUtils::getNumProcessors();
+    verb.toExr.progress = progress.callback();
+    Imf::setGlobalThreadCount(verb.toExr.threads);
+    return MUtils::makeToExr(verb.input, verb.toExr);
+}
+
+ExitCode runConvert(const CLI::App& app, ConvertVerb& verb) {
+    std::unique_ptr<Conversion> conversion;
+    const auto print = [&](ExitCode code, const Failure* failure) {
+        if (!verb.json) return;
+        const ConvertReport report = conversion != nullptr ? conversion->report() : ConvertReport();
+        printConvertJson(verb, report, code, failure);
+    };
     try {
-        const bool toExr = checkedFormat(verb, to, options) == Format::kRaw;
-        log.setDirection(toExr ? "exr" : "raw");
-        const ExitCode code = toExr ? convertToExr(options, log) : convertFromExr(options, log);
-        if (options.json) log.print(code, nullptr);
+        checkOptions(app, verb);
+        ToolProgress progress("converting");
+        conversion = makeConversion(verb, progress);
+        const ExitCode code = convertInto(verb, *conversion, progress);
+        print(code, nullptr);
+        flushOutput();
         return code;
     } catch (const Failure& failure) {
-        if (options.json && failure.code() != ExitCode::kUsage) {
-            log.print(failure.code(), &failure);
-        }
+        if (failure.code() != ExitCode::kUsage) print(failure.code(), &failure);
         throw;
     }
 }
 
-ExitCode convert(const CLI::App& verb, Format to, const ConvertOptions& options) {
-    const ExitCode code = convertTelling(verb, to, options);
-    flushOutput();
-    return code;
-}
-
-void addFromExrOptions(CLI::App& verb, ConvertOptions& options, std::string& bucket) {
-    verb.add_option("--bucket", bucket, "bucket size in pixels")
+void addFromExrOptions(CLI::App& app, MUtils::FromExrOptions& options) {
+    app.add_option_function<std::string>(
+           "--bucket",
+           [&options](const std::string& text) {
+               const PixelSize size = parseSize(text);
+               options.bucketWidth = size.width;
+               options.bucketHeight = size.height;
+           },
+           "bucket size in pixels")
         ->type_name("WxH")
         ->check(checkSize)
-        ->capture_default_str()
+        ->default_str("64x64")
         ->group(kFromExr);
-    verb.add_option("--level", options.level, "compression, 1 (fast) to 9 (small)")
+    app.add_option("--level", options.level, "compression, 1 (fast) to 9 (small)")
         ->check(CLI::Range(1, kCompressionLevel))
         ->capture_default_str()
         ->group(kFromExr);
     static const std::map<std::string, FrameChoice> kFrames{{"display", FrameChoice::kDisplayWindow},
                                                             {"data", FrameChoice::kDataWindow},
                                                             {"union", FrameChoice::kUnion}};
-    verb.add_option_function<std::string>(
-            "--frame", [&options](const std::string& name) { options.frame = kFrames.at(name); },
-            "the window that becomes the frame: that of the display, of the data (of all parts), or both "
-            "together. Default: display")
+    app.add_option_function<std::string>(
+           "--frame", [&options](const std::string& name) { options.frame = kFrames.at(name); },
+           "the window that becomes the frame: that of the display, of the data (of all parts), or both "
+           "together. Default: display")
         ->type_name("NAME")
         ->check(CLI::IsMember(kFrames))
         ->group(kFromExr);
-    verb.add_flag("--crop-overscan", options.cropOverscan,
-                  "leave out pixels outside the frame, which are code 6 otherwise")
+    app.add_flag("--crop-overscan", options.cropOverscan,
+                 "leave out pixels outside the frame, which are code 6 otherwise")
         ->group(kFromExr);
 }
 
 // "X,Y", either of them negative or not.
-std::string parseOrigin(const std::string& text, ConvertOptions& options) {
+std::string parseOrigin(const std::string& text, MUtils::ToExrOptions& options) {
     const char* const end = text.data() + text.size();
     const auto x = std::from_chars(text.data(), end, options.originX);
     if (x.ec == std::errc() && x.ptr != end && *x.ptr == ',') {
@@ -145,48 +224,48 @@ std::string parseOrigin(const std::string& text, ConvertOptions& options) {
 
 // CLI11's transformers tell numbers where it is to tell names, so the names are looked up here.
 template <class Names>
-void addChoice(CLI::App& verb, const std::string& name, const Names& names, int& value,
+void addChoice(CLI::App& app, const std::string& name, const Names& names, int& value,
                const std::string& standard, const std::string& help) {
-    verb.add_option_function<std::string>(
-            name, [&names, &value](const std::string& chosen) { value = names.at(chosen); },
-            help + ". Default: " + standard)
+    app.add_option_function<std::string>(
+           name, [&names, &value](const std::string& chosen) { value = names.at(chosen); },
+           help + ". Default: " + standard)
         ->type_name("NAME")
         ->check(CLI::IsMember(names))
         ->group(kToExr);
 }
 
-void addToExrOptions(CLI::App& verb, ConvertOptions& options) {
+void addToExrOptions(CLI::App& app, MUtils::ToExrOptions& options) {
     static const std::map<std::string, int> kKinds{
         {"scanline", ExrFile::kScanline}, {"multipart", ExrFile::kMultiPart}, {"tiled", ExrFile::kTiled}};
     static const std::map<std::string, int> kBits{{"16", 16}, {"32", 32}};
     static const std::map<std::string, int> kCompressions{{"none", 1}, {"rle", 2},   {"zips", 3}, {"zip", 4},
                                                           {"piz", 5},  {"pxr24", 6}, {"b44", 7},  {"b44a", 8},
                                                           {"dwaa", 9}, {"dwab", 10}};
-    addChoice(verb, "--kind", kKinds, options.kind, "scanline", "layout of the file");
-    addChoice(verb, "--bits", kBits, options.bits, "32, which loses nothing",
+    addChoice(app, "--kind", kKinds, options.kind, "scanline", "layout of the file");
+    addChoice(app, "--bits", kBits, options.bits, "32, which loses nothing",
               "bits of a floating-point value");
-    addChoice(verb, "--compression", kCompressions, options.compression, "zips", "compression");
-    verb.add_flag("--auto-data-window", options.autoDataWindow,
-                  "data window around the pixels whose alpha is not 0; not for tiles")
+    addChoice(app, "--compression", kCompressions, options.compression, "zips", "compression");
+    app.add_flag("--auto-data-window", options.autoDataWindow,
+                 "data window around the pixels whose alpha is not 0; not for tiles")
         ->group(kToExr);
-    verb.add_option_function<std::string>(
-            "--origin", [&options](const std::string& text) { parseOrigin(text, options); },
-            "where the display window begins; the data window moves with it. Default: 0,0")
+    app.add_option_function<std::string>(
+           "--origin", [&options](const std::string& text) { parseOrigin(text, options); },
+           "where the display window begins; the data window moves with it. Default: 0,0")
         ->type_name("X,Y")
         ->check([](const std::string& text) {
-            ConvertOptions checked;
+            MUtils::ToExrOptions checked;
             return parseOrigin(text, checked);
         })
         ->group(kToExr);
-    verb.add_option("--attributes-from", options.attributesFrom,
-                    "OpenEXR file whose attributes go along, those of its pixels and of the raw image's own "
-                    "tags aside")
+    app.add_option("--attributes-from", options.attributesFrom,
+                   "OpenEXR file whose attributes go along, those of its pixels and of the raw image's own "
+                   "tags aside")
         ->type_name("FILE.exr")
         ->group(kToExr);
-    verb.add_option("--attributes", options.attributes, "more header attributes: \"name=value; name=value\"")
+    app.add_option("--attributes", options.attributes, "more header attributes: \"name=value; name=value\"")
         ->type_name("TEXT")
         ->group(kToExr);
-    verb.add_option("--channels", options.channels, "only channels that one of these patterns fits")
+    app.add_option("--channels", options.channels, "only channels that one of these patterns fits")
         ->type_name("GLOB,...")
         ->delimiter(',')
         ->allow_extra_args(false)
@@ -196,9 +275,7 @@ void addToExrOptions(CLI::App& verb, ConvertOptions& options) {
 }  // namespace
 
 void addConvertVerb(CLI::App& app, ExitCode& result) {
-    auto options = std::make_shared<ConvertOptions>();
-    auto bucket = std::make_shared<std::string>("64x64");
-    auto to = std::make_shared<Format>(Format::kOther);
+    auto options = std::make_shared<ConvertVerb>();
     CLI::App* verb = app.add_subcommand(
         "convert",
         "Turn an OpenEXR file into a raw image, bucket by bucket, or a raw image into an OpenEXR file");
@@ -210,20 +287,19 @@ void addConvertVerb(CLI::App& app, ExitCode& result) {
         ->check(CLI::Range(1, 1024));
     static const std::map<std::string, Format> kFormats{{"exr", Format::kExr}, {"raw", Format::kRaw}};
     verb->add_option_function<std::string>(
-            "--to", [to](const std::string& name) { *to = kFormats.at(name); },
+            "--to", [options](const std::string& name) { options->to = kFormats.at(name); },
             "Format of OUT, raw or exr. Default: by its ending, .rimg or .exr, else the other one than IN's")
         ->type_name("NAME")
         ->check(CLI::IsMember(kFormats));
     verb->add_flag("--strict", options->strict,
                    "Fail with code 6, before anything is written, if OUT would lack anything of IN");
     verb->add_flag("--json", options->json, "Print what was done and lost as a JSON object");
-    addFromExrOptions(*verb, *options, *bucket);
-    addToExrOptions(*verb, *options);
-    verb->callback([verb, options, bucket, to, &result] {
-        if (options->autoDataWindow && options->kind == ExrFile::kTiled)
+    addFromExrOptions(*verb, options->fromExr);
+    addToExrOptions(*verb, options->toExr);
+    verb->callback([verb, options, &result] {
+        if (options->toExr.autoDataWindow && options->toExr.kind == ExrFile::kTiled)
             throw Failure(ExitCode::kUsage, "", "--auto-data-window is not for tiled files");
-        options->bucket = parseSize(*bucket);
-        result = convert(*verb, *to, *options);
+        result = runConvert(*verb, *options);
     });
 }
 

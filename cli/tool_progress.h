@@ -17,6 +17,8 @@ class ToolProgress {
 
     // For the function's option; must not outlive the object.
     std::function<bool(std::int64_t done, std::int64_t total)> callback();
+    // Clears the line. A later call of the callback begins another one.
+    void clear() { bar_.reset(); }
 
   private:
     const std::string task_;

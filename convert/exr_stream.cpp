@@ -4,15 +4,13 @@
 
 #include <limits>
 
-#include "cli/report.h"
+#include "convert/open_input.h"
+#include "convert/texts.h"
 
-namespace rimg {
+namespace MUtils {
 
 ExrStream::ExrStream(const std::string& path) : Imf::IStream(path.c_str()) {
-    if (const int code = file_.Open(path.c_str(), PFileStream::kRead, 1, PFileStream::kOpenExisting);
-        code != 0) {
-        throw Failure(ExitCode::kUnreadable, path, systemMessage(code));
-    }
+    openInput(file_, path);
 }
 
 bool ExrStream::read(char bytes[], int size) {
@@ -29,4 +27,4 @@ void ExrStream::seekg(std::uint64_t position) {
     if (far || file_.Seek(static_cast<long>(position)) != 0) throw Iex::InputExc("a block beyond any file");
 }
 
-}  // namespace rimg
+}  // namespace MUtils

@@ -17,6 +17,8 @@ ANY = "(any)"
 
 # What each folder may include of ours: a folder's headers, one header, public headers of a folder ("folder PUBLIC"),
 # all public headers, or anything. Folders of the library are listed one by one; below the others all is alike.
+BELOW_CONVERT = [f"{room} {PUBLIC}" for room in ["exr", "rawimage/tools", "rawimage/inspect", "rawimage/area", "rawimage/read"]]
+BELOW_CONVERT += ["rawimage", "support"]
 LIBRARY = {
     "support": ["support"],
     "rawimage": ["rawimage", "support"],
@@ -25,6 +27,9 @@ LIBRARY = {
     "rawimage/inspect": ["rawimage/inspect", "rawimage/area", "rawimage/read " + PUBLIC, "rawimage", "support"],
     "rawimage/tools": ["rawimage/tools", "rawimage/inspect", "rawimage/area", "rawimage/read " + PUBLIC, "rawimage", "support"],
     "exr": ["exr", "rawimage/records.h", "rawimage/output_file.h", "rawimage/area/pixel_box.h", "support"],
+    "convert": ["convert", *BELOW_CONVERT],
+    "convert/from_exr": ["convert/from_exr", "convert", *BELOW_CONVERT],
+    "convert/to_exr": ["convert/to_exr", "convert", *BELOW_CONVERT],
 }
 PROGRAMS = {
     "cli": ["cli", PUBLIC],
@@ -39,7 +44,7 @@ CHECKS = ["tests/", "bench/", "fuzz/"]
 FOREIGN = [
     ("zlib", re.compile(r"z(lib|conf)\.h$"), ["support/deflate.cpp"] + CHECKS),
     ("libdeflate", re.compile(r"libdeflate\.h$"), ["support/deflate.cpp"]),
-    ("OpenEXR", re.compile(r"(OpenEXR/|Imath/|Imf|Imath|Iex|IlmThread|half|openexr)"), ["exr/", "cli/"] + CHECKS),
+    ("OpenEXR", re.compile(r"(OpenEXR/|Imath/|Imf|Imath|Iex|IlmThread|half|openexr)"), ["exr/", "convert/", "cli/convert.cpp"] + CHECKS),
     ("CLI11", re.compile(r"CLI/"), ["cli/", "examples/"]),
     ("nlohmann-json", re.compile(r"nlohmann/"), ["cli/", "tests/"]),
     ("libpng", re.compile(r"png(conf)?\.h$"), ["cli/", "tests/"]),

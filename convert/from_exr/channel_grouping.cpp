@@ -7,7 +7,7 @@
 
 #include "rawimage/format.h"
 
-namespace rimg {
+namespace MUtils {
 
 namespace {
 
@@ -231,4 +231,4 @@ Grouping groupChannels(const std::vector<std::string>& partNames,
     return Grouper(partNames, channels).run();
 }
 
-}  // namespace rimg
+}  // namespace MUtils

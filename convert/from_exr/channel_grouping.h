@@ -6,7 +6,7 @@
 
 #include "rawimage/records.h"
 
-namespace rimg {
+namespace MUtils {
 
 // One channel of an OpenEXR file, as the header of its part lists it.
 struct SourceChannel {
@@ -52,4 +52,4 @@ struct Grouping {
 // taken gets "~2", "~3" ...
 Grouping groupChannels(const std::vector<std::string>& partNames, const std::vector<SourceChannel>& channels);
 
-}  // namespace rimg
+}  // namespace MUtils

@@ -8,11 +8,10 @@
 #include <cstring>
 #include <new>
 
-#include "cli/report.h"
+#include "convert/convert_error.h"
+#include "exr/header_facts.h"
 
-namespace rimg {
-
-using MUtils::PixelBox;
+namespace MUtils {
 
 namespace {
 
@@ -22,7 +21,7 @@ struct Shape {
     std::int64_t capacity;
 };
 
-// A band may begin at the last row of a piece and end in the first row of another.
+// A band may begin with the last row of a piece and end with the first row of another one.
 Shape shapeOf(const Imf::Header& header, const PixelBox& window, std::int64_t maxRows) {
     Shape shape{};
     if (Imf::isTiled(header.type())) {
@@ -51,17 +50,17 @@ std::int64_t pixelBytes(const Imf::Header& header) {
     return bytes;
 }
 
-// OpenEXR keeps some numbers for each row from the start. More rows than pages of an atlas have must at least
-// be there.
+// OpenEXR allocates some numbers for each row at once. Of more rows than large images have, half must be in
+// the file.
 void checkRows(ExrInput& input, int part, const PixelBox& window) {
     constexpr std::int64_t kAlwaysRows = 1 << 22;
     const Imf::Header& header = input.header(part);
     if (Imf::isTiled(header.type()) || window.height() <= kAlwaysRows) return;
     const std::int64_t there = input.chunks().chunksThere(part) * linesPerBlock(header.compression());
     if (window.height() / 2 <= there) return;
-    throw Failure(ExitCode::kDamaged, input.path(),
-                  "claims " + std::to_string(window.height()) + " rows of pixels, and has " +
-                      std::to_string(std::min(there, window.height())));
+    throw ConvertError(ConvertState::kDamaged, input.path(),
+                       "claims " + std::to_string(window.height()) + " rows of pixels, and has " +
+                           std::to_string(std::min(there, window.height())));
 }
 
 }  // namespace
@@ -94,9 +93,9 @@ ExrBand::ExrBand(ExrInput& input, int part, std::int64_t maxRows)
     } catch (const std::bad_alloc&) {
         throw;
     } catch (const std::exception& error) {
-        throw Failure(ExitCode::kDamaged, input.path(), error.what());
+        throw ConvertError(ConvertState::kDamaged, input.path(), error.what());
     }
-    // Not cleared: memory that no pixel reaches is never touched, whatever the header claims.
+    // Not cleared: pages that no pixel reaches cost nothing, whatever the header claims.
     const std::int64_t values = capacity_ * window_.width() * channelCount(header);
     values_.reset(new std::uint32_t[static_cast<std::size_t>(values)]);
 }
@@ -139,7 +138,7 @@ Imf::FrameBuffer ExrBand::frameBuffer() const {
     return buffer;
 }
 
-// All at once first; only when that fails piece by piece, to know which ones are lost.
+// Reads all rows at once, and only when that fails piece by piece, to find out which ones are lost.
 void ExrBand::readUpTo(std::int64_t end) {
     const std::int64_t begin = endRow_;
     endRow_ = end;
@@ -156,7 +155,7 @@ void ExrBand::readUpTo(std::int64_t end) {
         } catch (const std::exception&) {
         }
     }
-    // A first piece that fails again may have been kept by OpenEXR and is then not read twice.
+    // OpenEXR may still hold the first piece, and then does not read it again.
     std::int64_t keptFrom = input_.stream().firstRead();
     for (std::int64_t row = begin; row < end; row += pieceHeight_) {
         for (std::int64_t column = 0; column < columns_; ++column) {
@@ -176,7 +175,8 @@ void ExrBand::readUpTo(std::int64_t end) {
     }
 }
 
-// Notes the pieces that are too short to be pixels as lost; they are never read. True when there are none.
+// Notes the pieces that are too short for their pixels as lost; they are never read. True when there are
+// none.
 bool ExrBand::dropUnjustified(std::int64_t begin, std::int64_t end) {
     bool all = true;
     for (std::int64_t row = begin; row < end; row += pieceHeight_) {
@@ -186,7 +186,7 @@ bool ExrBand::dropUnjustified(std::int64_t begin, std::int64_t end) {
             const std::int64_t index = (row - window_.y0) / pieceHeight_ * columns_ + column;
             if (input_.chunks().mayHold(part_, index, rows * width * pixelBytes_)) continue;
             readable_[pieceIndex(row, column)] = all = false;
-            noteLoss(row, "its bytes cannot stand for so many pixels", ExrStream::kNothingRead);
+            noteLoss(row, "is too short for its pixels", ExrStream::kNothingRead);
         }
     }
     return all;
@@ -206,7 +206,8 @@ void ExrBand::tryRead(std::int64_t row, std::int64_t endRow, std::int64_t column
 }
 
 void ExrBand::noteLoss(std::int64_t row, const std::string& cause, std::int64_t offset) {
-    // OpenEXR has one kind of exception for everything. What was never written is told apart by its words.
+    // OpenEXR throws one kind of exception for everything: only its words show that a block was never
+    // written.
     const auto says = [&cause](const char* words) { return cause.find(words) != std::string::npos; };
     const bool missing = !input_.file().partComplete(part_) && (says("missing") || says("end of file"));
     if (loss_.pieces++ == 0) {
@@ -229,4 +230,4 @@ bool ExrBand::holds(const PixelBox& area) const {
     return true;
 }
 
-}  // namespace rimg
+}  // namespace MUtils

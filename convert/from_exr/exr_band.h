@@ -12,7 +12,7 @@
 
 #include "convert/from_exr/exr_input.h"
 
-namespace rimg {
+namespace MUtils {
 
 // What of a part could not be read.
 struct ExrLoss {
@@ -24,24 +24,24 @@ struct ExrLoss {
     std::int64_t offset = ExrStream::kNothingRead;  // in the file, of the first one, when it is known
 };
 
-// Reads one part from top to bottom, a band of rows at a time, with all its channels. In memory are the
-// blocks of scan lines, or the tiles, that meet the band, and nothing of the rest. Every value is 32 bits
+// Reads one part from top to bottom, a band of rows at a time, with all its channels. Only the blocks of scan
+// lines, or the tiles, that meet the band are in memory. Every value is 32 bits
 // wide: float values as they are, half values as the floats that equal them, UINT as it is.
 class ExrBand {
   public:
-    // `input` must live longer. Bands will be of at most `maxRows` rows. Throws Failure when the part's first
-    // block cannot even be prepared for reading.
+    // `input` must live longer. Bands will be of at most `maxRows` rows. Throws ConvertError (kDamaged) when
+    // the part claims rows that the file cannot have, or its first block cannot be prepared for reading.
     ExrBand(ExrInput& input, int part, std::int64_t maxRows);
 
     // The memory that such a reader takes, in bytes; asked for before one is made.
     static double bytesNeeded(const ExrInput& input, int part, std::int64_t maxRows);
 
-    // Reads the rows y0 .. y1 - 1, which lie within the part's window and not above rows loaded earlier. What
-    // cannot be read is noted as a loss.
+    // Reads the rows y0 .. y1 - 1, which lie within the part's window and not above rows loaded earlier.
+    // Pixels that cannot be read are a loss.
     void load(std::int64_t y0, std::int64_t y1);
 
     // True when every pixel of `area`, which lies within the loaded rows, could be read.
-    bool holds(const MUtils::PixelBox& area) const;
+    bool holds(const PixelBox& area) const;
 
     // The value of channel `channel` of this part, counted from its first, at (x, y); its row goes on behind
     // it.
@@ -49,7 +49,7 @@ class ExrBand {
         return values_.get() + (channel * capacity_ + y - firstRow_) * window_.width() + (x - window_.x0);
     }
 
-    const MUtils::PixelBox& window() const { return window_; }
+    const PixelBox& window() const { return window_; }
     const ExrLoss& loss() const { return loss_; }
 
   private:
@@ -65,7 +65,7 @@ class ExrBand {
 
     ExrInput& input_;
     const int part_;
-    const MUtils::PixelBox window_;
+    const PixelBox window_;
     // Pieces are what can be read or lost alone: a tile, or the scan lines that are compressed together.
     std::int64_t pieceWidth_ = 0;
     std::int64_t pieceHeight_ = 0;
@@ -82,4 +82,4 @@ class ExrBand {
     ExrLoss loss_;
 };
 
-}  // namespace rimg
+}  // namespace MUtils

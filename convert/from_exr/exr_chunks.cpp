@@ -5,28 +5,28 @@
 #include <OpenEXR/ImfTileDescription.h>
 
 #include <algorithm>
-#include <iterator>
 
-#include "cli/report.h"
+#include "convert/open_input.h"
+#include "exr/header_facts.h"
 #include "support/bytes.h"
 
-namespace rimg {
+namespace MUtils {
 
 namespace {
 
 constexpr std::int64_t kEntryBytes = 8;
-constexpr int kFirstAttribute = 8;          // behind magic and version
-constexpr std::int64_t kFramingBytes = 64;  // what a compressor may spare a block, and more
+constexpr int kFirstAttribute = 8;          // after magic and version
+constexpr std::int64_t kFramingBytes = 64;  // more than a compressor may save on a block
 
 std::int64_t ceilDivide(std::int64_t a, std::int64_t b) {
     return (a + b - 1) / b;
 }
 
 std::int64_t loadInt(const unsigned char* bytes) {
-    return static_cast<std::int32_t>(MUtils::loadU32(bytes));
+    return static_cast<std::int32_t>(loadU32(bytes));
 }
 
-// The fewest bytes that so much of pixels can be compressed to.
+// The fewest bytes that so many bytes of pixels can be compressed to.
 std::int64_t leastPacked(Imf::Compression compression, std::int64_t rawBytes) {
     constexpr std::int64_t kDeflate = 1032;
     constexpr std::int64_t kRunLengths = 64;
@@ -45,15 +45,8 @@ std::int64_t leastPacked(Imf::Compression compression, std::int64_t rawBytes) {
 
 }  // namespace
 
-std::int64_t linesPerBlock(Imf::Compression compression) {
-    constexpr int kLines[] = {1, 1, 1, 16, 32, 16, 32, 32, 32, 256};
-    const auto index = static_cast<std::size_t>(compression);
-    return index < std::size(kLines) ? kLines[index] : 1;
-}
-
 ExrChunks::ExrChunks(const std::string& path, const Imf::MultiPartInputFile& file) : file_(file) {
-    const int code = stream_.Open(path.c_str(), PFileStream::kRead, 1, PFileStream::kOpenExisting);
-    if (code != 0) throw Failure(ExitCode::kUnreadable, path, systemMessage(code));
+    openInput(stream_, path);
     length_ = stream_.Length();
     std::int64_t at = endOfHeaders();
     bool severalLevels = false;
@@ -88,7 +81,7 @@ bool ExrChunks::readAt(std::int64_t offset, void* bytes, int size) {
 }
 
 // OpenEXR has read the headers, so they are sound: attributes of a name, a type, a size and as many bytes,
-// and a byte 0 behind the last one of a header, and behind the last header of a file of several parts.
+// then a byte 0, and one more after the last header of a file of several parts.
 std::int64_t ExrChunks::endOfHeaders() {
     std::int64_t at = kFirstAttribute;
     const auto skipText = [&] {
@@ -122,7 +115,7 @@ void ExrChunks::survey(Part& part) {
         part.complete = part.complete && there;
         if (!there) return;
         for (std::int64_t i = 0; i < count; ++i) {
-            const std::uint64_t offset = MUtils::loadU64(entries + i * kEntryBytes);
+            const std::uint64_t offset = loadU64(entries + i * kEntryBytes);
             const bool inFile = offset > 0 && offset < static_cast<std::uint64_t>(length_);
             part.there += inFile ? 1 : 0;
             part.complete = part.complete && inFile;
@@ -130,13 +123,13 @@ void ExrChunks::survey(Part& part) {
     }
 }
 
-// Before its pixels a chunk has its part's number, in a file of several parts, then its line or the place and
-// level of its tile, then its size.
+// A chunk begins with its part's number in a file of several parts, then its line or the place and level of
+// its tile, then its size.
 std::int64_t ExrChunks::leadBytes(const Part& part) const {
     return (file_.parts() > 1 ? 4 : 0) + (part.tiled ? 16 : 4) + 4;
 }
 
-// Where a table is not complete, OpenEXR goes from chunk to chunk through the file. So does this.
+// Goes from chunk to chunk through the file, as OpenEXR does where a table is not complete.
 void ExrChunks::walk(std::int64_t offset) {
     for (;;) {
         unsigned char lead[24];
@@ -174,7 +167,7 @@ bool ExrChunks::mayHold(int number, std::int64_t index, std::int64_t rawBytes) {
     if (found != part.found.end() && found->second < least) return false;
     unsigned char bytes[kEntryBytes];
     if (!readAt(part.table + index * kEntryBytes, bytes, sizeof bytes)) return true;
-    const auto offset = static_cast<std::int64_t>(MUtils::loadU64(bytes));
+    const auto offset = static_cast<std::int64_t>(loadU64(bytes));
     if (offset <= 0 || offset >= length_) return true;
     const std::int64_t leading = leadBytes(part);
     if (!readAt(offset + leading - 4, bytes, 4)) return true;
@@ -185,4 +178,4 @@ std::int64_t ExrChunks::chunksThere(int part) {
     return parts_[static_cast<std::size_t>(part)].there;
 }
 
-}  // namespace rimg
+}  // namespace MUtils

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <OpenEXR/ImfCompression.h>
 #include <OpenEXR/ImfMultiPartInputFile.h>
 
 #include <cstddef>
@@ -11,24 +10,20 @@
 
 #include "support/pstream.h"
 
-namespace rimg {
+namespace MUtils {
 
-// Scan lines that OpenEXR compresses together, by compression. Any other number would still work, but a fault
-// would then cost more lines or more time.
-std::int64_t linesPerBlock(Imf::Compression compression);
-
-// Where an OpenEXR file has its chunks, blocks of scan lines or tiles, and how many bytes each one takes,
-// looked up without OpenEXR: that prepares memory for whatever a header claims, and takes what lies in it for
-// pixels when an uncompressed chunk is shorter than them.
+// The places and sizes of an OpenEXR file's chunks, which are blocks of scan lines or tiles, read without
+// OpenEXR: it allocates memory for whatever a header claims, and passes off what that memory contains as
+// pixels when an uncompressed chunk is shorter than they are.
 class ExrChunks {
   public:
-    // `file` is the opened one and must live longer. Throws Failure (kUnreadable) when it does not open
-    // again.
+    // `file` is the opened one and must live longer. Throws ConvertError (kCannotOpen) when it does not
+    // open again.
     ExrChunks(const std::string& path, const Imf::MultiPartInputFile& file);
 
-    // False when chunk `index` of a part (in the order of its table; blocks from the top, tiles row after
-    // row) is there, and its bytes cannot possibly stand for `rawBytes` of pixels. A chunk that is not there
-    // is no concern of this.
+    // False when chunk `index` of a part (in the order of its table: blocks from the top, tiles row after
+    // row) is in the file, and is too short for `rawBytes` of pixels by any compression. True for a chunk
+    // that is not in the file.
     bool mayHold(int part, std::int64_t index, std::int64_t rawBytes);
 
     // Chunks of the part that begin within the file.
@@ -56,4 +51,4 @@ class ExrChunks {
     std::vector<Part> parts_;
 };
 
-}  // namespace rimg
+}  // namespace MUtils

@@ -11,11 +11,10 @@
 #include <cstring>
 #include <new>
 
-#include "cli/report.h"
+#include "convert/convert_error.h"
+#include "exr/header_facts.h"
 
-namespace rimg {
-
-using MUtils::PixelBox;
+namespace MUtils {
 
 namespace {
 
@@ -23,36 +22,19 @@ std::string inPart(const Imf::Header& header, int parts) {
     return parts > 1 && header.hasName() ? " in part \"" + header.name() + '"' : "";
 }
 
-struct CameraField {
-    const char* attribute;
-    float RICameraInfo::*member;
-};
-
-constexpr CameraField kCameraFields[] = {
-    {"cameraAperture", &RICameraInfo::aperture},
-    {"cameraFov", &RICameraInfo::fov},
-    {"cameraTargetDistance", &RICameraInfo::targetDistance},
-    {"cameraNearRange", &RICameraInfo::nearRange},
-    {"cameraFarRange", &RICameraInfo::farRange},
-    {"cameraNearClip", &RICameraInfo::nearClip},
-    {"cameraFarClip", &RICameraInfo::farClip},
-    {"cameraFocalLength", &RICameraInfo::focalLength},
-    {"cameraFNumber", &RICameraInfo::fNumber},
-};
-
 std::optional<RICameraInfo> cameraOf(const Imf::Header& header) {
-    const auto* transform = header.findTypedAttribute<Imf::M44fAttribute>("cameraTransform");
-    const auto* projection = header.findTypedAttribute<Imf::IntAttribute>("cameraProjection");
+    const auto* transform = header.findTypedAttribute<Imf::M44fAttribute>(kCameraTransformAttribute);
+    const auto* projection = header.findTypedAttribute<Imf::IntAttribute>(kCameraProjectionAttribute);
     if (transform == nullptr || projection == nullptr) return {};
     // Writers of scan lines put zeros where there was no camera.
     if (transform->value() == Imath::M44f(0.0f)) return {};
     RICameraInfo camera{};
     std::memcpy(camera.transform, transform->value().x, sizeof camera.transform);
     camera.projection = projection->value();
-    for (const CameraField& field : kCameraFields) {
-        const auto* value = header.findTypedAttribute<Imf::FloatAttribute>(field.attribute);
+    for (const CameraAttribute& attribute : kCameraAttributes) {
+        const auto* value = header.findTypedAttribute<Imf::FloatAttribute>(attribute.name);
         if (value == nullptr) return {};
-        camera.*field.member = value->value();
+        camera.*attribute.field = value->value();
     }
     return camera;
 }
@@ -74,17 +56,18 @@ ExrInput::ExrInput(const std::string& path, FrameChoice frame) : path_(path), st
 
 void ExrInput::open() {
     try {
-        // Without threads OpenEXR keeps one block of lines or one tile of each part; the compression of the
-        // raw image takes far longer than reading.
+        // Without threads OpenEXR holds one block of lines or one tile of each part in memory. Compressing
+        // the raw image takes far longer than reading.
         file_ = std::make_unique<Imf::MultiPartInputFile>(stream_, 0);
     } catch (const std::bad_alloc&) {
         throw;
     } catch (const std::exception& error) {
-        throw Failure(ExitCode::kDamaged, path_, error.what(), static_cast<std::int64_t>(stream_.tellg()));
+        throw ConvertError(ConvertState::kDamaged, path_, error.what(),
+                           static_cast<std::int64_t>(stream_.tellg()));
     }
 }
 
-// All parts share a display window; OpenEXR sees to that.
+// All parts share a display window: OpenEXR opens no other files.
 void ExrInput::measureFrame(FrameChoice choice) {
     PixelBox frame = choice == FrameChoice::kDataWindow ? PixelBox() : displayWindow();
     for (int part = 0; choice != FrameChoice::kDisplayWindow && part < parts(); ++part)
@@ -94,9 +77,9 @@ void ExrInput::measureFrame(FrameChoice choice) {
     width_ = frame.width();
     height_ = frame.height();
     if (width_ < 1 || height_ < 1 || width_ > INT_MAX || height_ > INT_MAX) {
-        throw Failure(ExitCode::kFailure, path_,
-                      "a frame of " + std::to_string(width_) + " x " + std::to_string(height_) +
-                          " pixels does not fit into a raw image");
+        throw ConvertError(ConvertState::kUnsupported, path_,
+                           "a frame of " + std::to_string(width_) + " x " + std::to_string(height_) +
+                               " pixels does not fit into a raw image");
     }
 }
 
@@ -104,16 +87,17 @@ void ExrInput::listChannels(int part) {
     const Imf::Header& header = file_->header(part);
     if (!header.hasType() || !Imf::isImage(header.type())) {
         const std::string type = header.hasType() ? header.type() : "";
-        throw Failure(ExitCode::kFailure, path_,
-                      "only scan lines and tiles can be converted; the pixels" + inPart(header, parts()) +
-                          " are of the type \"" + type + '"');
+        throw ConvertError(ConvertState::kUnsupported, path_,
+                           "only scan lines and tiles can be converted; the pixels" +
+                               inPart(header, parts()) + " are of the type \"" + type + '"');
     }
     const Imf::ChannelList& list = header.channels();
     for (auto channel = list.begin(); channel != list.end(); ++channel) {
         if (channel.channel().xSampling != 1 || channel.channel().ySampling != 1) {
-            throw Failure(ExitCode::kFailure, path_,
-                          std::string("the channel \"") + channel.name() + '"' + inPart(header, parts()) +
-                              " is subsampled, which a raw image cannot carry");
+            throw ConvertError(ConvertState::kUnsupported, path_,
+                               std::string("the channel \"") + channel.name() + '"' +
+                                   inPart(header, parts()) +
+                                   " is subsampled, which a raw image cannot carry");
         }
         channels_.push_back({part, channel.name(), channel.channel().type == Imf::UINT});
     }
@@ -146,7 +130,7 @@ std::vector<std::string> ExrInput::partNames() const {
     return names;
 }
 
-// Of each item the first part that has it counts: the writers put what belongs to the frame into one part.
+// The first part that has an item counts: the writers put what belongs to the frame into one part.
 ExrMetadata ExrInput::metadata() const {
     ExrMetadata result;
     for (int part = parts(); part-- > 0;) {
@@ -160,4 +144,4 @@ ExrMetadata ExrInput::metadata() const {
     return result;
 }
 
-}  // namespace rimg
+}  // namespace MUtils

@@ -9,16 +9,16 @@
 #include <string>
 #include <vector>
 
-#include "cli/convert.h"
 #include "convert/exr_stream.h"
 #include "convert/from_exr/channel_grouping.h"
 #include "convert/from_exr/exr_chunks.h"
+#include "convert/from_exr/from_exr.h"
 #include "rawimage/area/pixel_box.h"
 #include "rawimage/records.h"
 
-namespace rimg {
+namespace MUtils {
 
-// Frame metadata that OpenEXR files of this format's writers carry as header attributes.
+// Frame metadata that the OpenEXR writers make header attributes of.
 struct ExrMetadata {
     std::optional<RICameraInfo> camera;  // only when all its attributes are there with the right types
     std::optional<std::string> stampText;
@@ -31,8 +31,8 @@ struct ExrMetadata {
 // All positions are relative to the frame, whose first pixel is (0, 0).
 class ExrInput {
   public:
-    // Throws Failure: kUnreadable when the file cannot be opened, kDamaged when its headers make no sense,
-    // kFailure for content that a raw image cannot carry (deep pixels, subsampled channels, frames too large
+    // Throws ConvertError: kCannotOpen, kDamaged when the headers make no sense, kUnsupported for content
+    // that a raw image cannot carry (deep pixels, subsampled channels, frames too large
     // for it).
     ExrInput(const std::string& path, FrameChoice frame);
 
@@ -43,8 +43,8 @@ class ExrInput {
 
     int parts() const { return file_->parts(); }
     // The data window of a part. It may reach past the frame on any side, or lie outside it.
-    MUtils::PixelBox window(int part) const;
-    std::vector<MUtils::PixelBox> windows() const;
+    PixelBox window(int part) const;
+    std::vector<PixelBox> windows() const;
     // As groupChannels() takes them.
     std::vector<std::string> partNames() const;
     // Of all parts, part after part; within a part in the order of its header.
@@ -52,9 +52,9 @@ class ExrInput {
     ExrMetadata metadata() const;
 
     // The display window; (0, 0, width, height) when it is the frame.
-    MUtils::PixelBox displayWindow() const;
+    PixelBox displayWindow() const;
 
-    // For the readers of pixels: the file, the stream under it, what is known of its blocks, and the frame's
+    // For the readers of pixels: the file, the stream under it, the sizes of its blocks, and the frame's
     // first pixel in the file's coordinates.
     Imf::MultiPartInputFile& file() const { return *file_; }
     ExrStream& stream() { return stream_; }
@@ -67,7 +67,7 @@ class ExrInput {
     void open();
     void measureFrame(FrameChoice choice);
     void listChannels(int part);
-    MUtils::PixelBox seenFromFrame(const Imath::Box2i& box) const;
+    PixelBox seenFromFrame(const Imath::Box2i& box) const;
 
     const std::string path_;
     ExrStream stream_;
@@ -80,4 +80,4 @@ class ExrInput {
     std::vector<SourceChannel> channels_;
 };
 
-}  // namespace rimg
+}  // namespace MUtils

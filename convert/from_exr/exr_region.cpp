@@ -5,9 +5,7 @@
 
 #include "rawimage/format.h"
 
-namespace rimg {
-
-using MUtils::PixelBox;
+namespace MUtils {
 
 namespace {
 
@@ -97,4 +95,4 @@ void ExrRegion::loadChannel(const ExrBand& band, const GroupedChannel& channel, 
     table.loadFromBuffer(values_.data(), static_cast<int>(area.area()));
 }
 
-}  // namespace rimg
+}  // namespace MUtils

@@ -10,7 +10,7 @@
 #include "rawimage/area/pixel_box.h"
 #include "rawimage/records.h"
 
-namespace rimg {
+namespace MUtils {
 
 // The readers of a file's parts; null for a part that has nothing within the frame.
 using ExrBands = std::vector<std::unique_ptr<ExrBand>>;
@@ -29,8 +29,8 @@ class GroupedDescription final : public RegionChannelCallback {
     const GroupedChannel* channel_;
 };
 
-// The render channels of an OpenEXR file as the writers take them: the list of their descriptions, and a
-// region that carries one bucket after another in the same memory.
+// The render channels of an OpenEXR file as the writers take them: the list of their descriptions, and one
+// region for all buckets, one after the other.
 class ExrRegion {
   public:
     // `input` and `channels` must live longer. Buckets will be of at most `maxPixels` pixels.
@@ -41,29 +41,28 @@ class ExrRegion {
     // The memory that such a region takes, in bytes, with the writer's copies of the channel in work.
     static double bytesNeeded(const std::vector<GroupedChannel>& channels, std::int64_t maxPixels);
 
-    MUtils::Table<RegionChannelCallback*, 100>* descriptions() { return &list_; }
+    Table<RegionChannelCallback*, 100>* descriptions() { return &list_; }
 
     // The region of the pixels `area`, valid until the next call. It has the values of the channels of those
     // parts whose entry in `areas` is `area`, which `bands` hold; the other channels have no data.
-    MRRegionData* load(const ExrBands& bands, const std::vector<MUtils::PixelBox>& areas,
-                       const MUtils::PixelBox& area);
+    MRRegionData* load(const ExrBands& bands, const std::vector<PixelBox>& areas, const PixelBox& area);
 
     // A region without pixels as wide as `window`, valid likewise, of the channels of those parts whose entry
     // in `windows` is it.
-    MRRegionData* announce(const std::vector<MUtils::PixelBox>& windows, const MUtils::PixelBox& window);
+    MRRegionData* announce(const std::vector<PixelBox>& windows, const PixelBox& window);
 
   private:
-    void setBox(const MUtils::PixelBox& box);
-    void loadChannel(const ExrBand& band, const GroupedChannel& channel, const MUtils::PixelBox& area,
+    void setBox(const PixelBox& box);
+    void loadChannel(const ExrBand& band, const GroupedChannel& channel, const PixelBox& area,
                      MBVTable& table);
 
     const std::vector<GroupedChannel>& channels_;
     std::vector<int> firstSource_;  // of each part, in the file's list of channels
     std::vector<GroupedDescription> descriptions_;
-    MUtils::Table<RegionChannelCallback*, 100> list_;  // points into descriptions_
+    Table<RegionChannelCallback*, 100> list_;  // points into descriptions_
     std::vector<std::unique_ptr<MBVTable>> tables_;
     MRRegionData region_;  // points to tables_
     std::vector<std::uint32_t> values_;
 };
 
-}  // namespace rimg
+}  // namespace MUtils

@@ -1,8 +1,6 @@
 #include "convert/from_exr/frame_layout.h"
 
-namespace rimg {
-
-using MUtils::PixelBox;
+namespace MUtils {
 
 FrameLayout::FrameLayout(std::int64_t width, std::int64_t height, const std::vector<PixelBox>& windows,
                          std::int64_t bucketWidth, std::int64_t bucketHeight)
@@ -30,4 +28,4 @@ PixelBox FrameLayout::bucketRow(int part, std::int64_t row) const {
     return intersect(visible(part), {0, row * bucketHeight_, frame_.x1, (row + 1) * bucketHeight_});
 }
 
-}  // namespace rimg
+}  // namespace MUtils

@@ -1,34 +1,27 @@
+#include "convert/from_exr/from_exr.h"
+
 #include <algorithm>
-#include <cmath>
-#include <cstdio>
 #include <cstring>
-#include <memory>
 #include <utility>
 #include <vector>
 
-#include "cli/convert_log.h"
-#include "cli/interrupt.h"
-#include "cli/progress.h"
-#include "cli/report.h"
-#include "convert/exr_header_attributes.h"
 #include "convert/from_exr/channel_grouping.h"
+#include "convert/from_exr/dropped_attributes.h"
 #include "convert/from_exr/exr_band.h"
 #include "convert/from_exr/exr_input.h"
 #include "convert/from_exr/exr_region.h"
 #include "convert/from_exr/frame_layout.h"
 #include "convert/from_exr/raw_output.h"
-#include "rawimage/area/pixel_box.h"
+#include "convert/texts.h"
+#include "convert/two_steps.h"
 #include "rawimage/format.h"
 
-namespace rimg {
-
-using MUtils::PixelBox;
+namespace MUtils {
 
 namespace {
 
-constexpr double kMebibyte = 1 << 20;
 constexpr std::size_t kMaxNote = kNoteBytes - 1;
-constexpr double kMaxMemory = 2048 * kMebibyte;
+constexpr double kMaxMemory = 1U << 31;
 constexpr std::int64_t kMaxBucketPixels = 1 << 26;  // the largest channel of a bucket stays below 2^31 bytes
 
 std::string countOf(std::int64_t n, const std::string& what) {
@@ -41,36 +34,35 @@ int pixels(std::int64_t n) {
 }
 
 std::string placeText(const PixelBox& box, std::int64_t x, std::int64_t y) {
-    return boxText(MUtils::boxAt(box.x0 + x, box.y0 + y, box.width(), box.height()));
+    return boxText(boxAt(box.x0 + x, box.y0 + y, box.width(), box.height()));
 }
 
-// The pixels that have no place in the frame are looked at first, before anything is done for the others.
-FrameLayout layoutOf(const ExrInput& input, const ConvertOptions& options, ConvertLog& log) {
-    const PixelSize& bucket = options.bucket;
-    FrameLayout layout(input.frameWidth(), input.frameHeight(), input.windows(), bucket.width, bucket.height);
-    log.setFrame(input.frameWidth(), input.frameHeight());
-    log.setOrigin(input.originX(), input.originY());
+// Pixels outside the frame end the conversion before anything is done for the others.
+FrameLayout layoutOf(const ExrInput& input, const FromExrOptions& options, ConvertReport& report) {
+    if (options.bucketWidth < 1 || options.bucketHeight < 1)
+        throw ConvertError(ConvertState::kBadOption, "", "bucket: has no pixels");
+    FrameLayout layout(input.frameWidth(), input.frameHeight(), input.windows(), options.bucketWidth,
+                       options.bucketHeight);
+    report.frame = layout.frame();
+    report.originX = input.originX();
+    report.originY = input.originY();
     const std::string cut = countOf(layout.cutPixels(), "pixel");
     if (layout.rendered().empty()) {
-        throw Failure(ExitCode::kMismatch, input.path(),
-                      "all pixels (" + cut +
-                          ") lie outside the display window; --frame data or --frame "
-                          "union keeps them");
+        throw ConvertError(ConvertState::kOutsideFrame, input.path(),
+                           "all pixels (" + cut + ") lie outside the display window");
     }
-    log.setWindow(layout.rendered());
+    report.window = layout.rendered();
     if (layout.cutPixels() == 0) return layout;
     if (!options.cropOverscan) {
-        throw Failure(ExitCode::kMismatch, input.path(),
-                      cut +
-                          " outside the display window would be lost; --frame data or --frame union keeps "
-                          "them, --crop-overscan leaves them out");
+        throw ConvertError(ConvertState::kOverscan, input.path(),
+                           cut + " outside the display window would be lost");
     }
-    log.lose(
+    report.losses.push_back(
         {"overscan", input.path(), cut + " outside the display window left out", {}, layout.cutPixels()});
     return layout;
 }
 
-// Allocates what grows with the file's windows only once all of it is known to stay within bounds.
+// Allocates what grows with the file's windows only when all of it together is within bounds.
 ExrBands makeBands(ExrInput& input, const FrameLayout& layout, const std::vector<GroupedChannel>& channels) {
     const auto inFrame = [&](int part) { return !layout.visible(part).empty(); };
     double bytes = ExrRegion::bytesNeeded(channels, layout.maxBucketPixels());
@@ -78,15 +70,14 @@ ExrBands makeBands(ExrInput& input, const FrameLayout& layout, const std::vector
         if (inFrame(part)) bytes += ExrBand::bytesNeeded(input, part, layout.maxBucketRows());
     }
     if (layout.maxBucketPixels() > kMaxBucketPixels) {
-        throw Failure(ExitCode::kFailure, input.path(),
-                      "buckets of " + std::to_string(layout.maxBucketPixels()) + " pixels are too large");
+        throw ConvertError(
+            ConvertState::kTooLarge, input.path(),
+            "buckets of " + std::to_string(layout.maxBucketPixels()) + " pixels are too large");
     }
     if (bytes > kMaxMemory) {
-        char text[128];
-        std::snprintf(text, sizeof text,
-                      "a row of buckets would take %.0f MiB of memory; %.0f MiB are allowed",
-                      std::ceil(bytes / kMebibyte), kMaxMemory / kMebibyte);
-        throw Failure(ExitCode::kFailure, input.path(), text);
+        throw ConvertError(ConvertState::kTooLarge, input.path(),
+                           "a row of buckets would take " + mebibytes(bytes) + " of memory; " +
+                               mebibytes(kMaxMemory) + " are allowed");
     }
     ExrBands bands;
     for (int part = 0; part < input.parts(); ++part) {
@@ -96,91 +87,83 @@ ExrBands makeBands(ExrInput& input, const FrameLayout& layout, const std::vector
     return bands;
 }
 
-// The conversion of one file.
+// The job of makeFromExr().
 class FromExr {
   public:
-    FromExr(const ConvertOptions& options, ConvertLog& log)
+    FromExr(const std::string& input, const FromExrOptions& options, ConvertReport& report)
         : options_(options),
-          log_(log),
-          input_(options.input, options.frame),
+          report_(report),
+          input_(input, options.frame),
           metadata_(input_.metadata()),
           grouping_(groupChannels(input_.partNames(), input_.channels())),
-          layout_(layoutOf(input_, options, log)),
+          layout_(layoutOf(input_, options, report)),
           bands_(makeBands(input_, layout_, grouping_.channels)),
           region_(input_, grouping_.channels, pixels(layout_.maxBucketPixels())),
-          areas_(bands_.size()) {}
+          areas_(bands_.size()) {
+        report.channels = static_cast<std::int64_t>(grouping_.channels.size());
+        notePlace();
+        noteAttributes();
+        noteTexts();
+        noteLevels();
+        for (const std::string& text : grouping_.renamed)
+            lose("name", text);
+    }
 
-    ExitCode run() {
-        tellWhatIsLeftOut();
-        log_.refuseLosses();
-        log_.setChannels(grouping_.channels.size());
-        RawOutput output(options_.output, {options_.input});
+    std::vector<std::string> inputs() const { return {input_.path()}; }
+
+    ConvertState run(const std::string& path) {
+        RawOutput output(path);
         output.file().setCompressionThreads(nullptr, options_.threads);
         output.file().setCompressionLevel(options_.level);
         writeHead(output);
-        if (!writeBuckets(output))
-            throw Failure(ExitCode::kStopped, options_.output, "stopped; nothing was written");
+        writeBuckets(output);
         output.close();
-        return tellLosses();
+        return noteUnread();
     }
 
   private:
-    void tellWhatIsLeftOut() const {
-        tellPlace();
-        tellAttributes();
-        tellTexts();
+    // A loss of the input's.
+    void lose(const char* kind, const std::string& text, std::vector<std::string> names = {}) {
+        report_.losses.push_back({kind, input_.path(), text, std::move(names)});
+    }
+
+    void noteLevels() {
         for (int part = 0; part < input_.parts(); ++part) {
             const Imf::Header& header = input_.header(part);
             if (!header.hasTileDescription() || header.tileDescription().mode == Imf::ONE_LEVEL) continue;
-            log_.lose(
-                {"levels", options_.input, "only the full resolution is taken, not its smaller levels"});
-            break;
+            lose("levels", "only the full resolution is taken, not its smaller levels");
+            return;
         }
-        log_.lose("name", options_.input, grouping_.renamed, "more channels get other names");
     }
 
-    // A raw image has neither a display window beside its frame nor a corner elsewhere than at (0, 0).
-    void tellPlace() const {
+    // A raw image has no display window besides its frame, which begins at (0, 0).
+    void notePlace() {
         const std::int64_t x = input_.originX(), y = input_.originY();
-        const std::string back = "--origin " + std::to_string(x) + ',' + std::to_string(y);
-        if (!(input_.displayWindow() == layout_.frame())) {
-            log_.lose({"display", options_.input,
-                       "the frame is " + placeText(layout_.frame(), x, y) + ", the display window " +
-                           placeText(input_.displayWindow(), x, y) + " is not kept; " + back +
-                           " gives the frame its place again"});
+        if (input_.displayWindow() != layout_.frame()) {
+            lose("display", "the frame is " + placeText(layout_.frame(), x, y) + ", the display window " +
+                                placeText(input_.displayWindow(), x, y) + " is not kept");
         } else if (x != 0 || y != 0) {
-            log_.lose({"origin", options_.input,
-                       "the display window begins at (" + std::to_string(x) + ", " + std::to_string(y) +
-                           "), which is not kept; " + back + " gives it back"});
+            lose("origin", "the display window begins at (" + std::to_string(x) + ", " + std::to_string(y) +
+                               "), which is not kept");
         }
     }
 
-    void tellAttributes() const {
+    void noteAttributes() {
         const std::vector<std::string> names = droppedAttributes(input_, metadata_, layout_.rendered());
-        if (hasOwnScreenWindow(input_))
-            log_.lose({"screenWindow", options_.input, "the screen window is not kept"});
-        if (names.empty()) return;
-        std::string list;
-        for (const std::string& name : names)
-            list += (list.empty() ? "" : ", ") + name;
-        log_.lose({"attributes", options_.input,
-                   "these attributes are not kept (--attributes-from copies them from here): " + list,
-                   names});
+        if (hasOwnScreenWindow(input_)) lose("screenWindow", "the screen window is not kept");
+        if (!names.empty()) lose("attributes", "these attributes are not kept: " + joined(names), names);
     }
 
-    void tellTexts() const {
+    void noteTexts() {
         const std::pair<const char*, const std::optional<std::string>*> texts[] = {
             {"note", &metadata_.note}, {"stamp text", &metadata_.stampText}, {"scene", &metadata_.scene}};
         for (const auto& [name, text] : texts) {
             const std::string what = std::string("the ") + name + " is cut ";
             if (!*text) continue;
             if ((*text)->find('\0') != std::string::npos) {
-                log_.lose({"text", options_.input, what + "at its first NUL", {name}});
+                lose("text", what + "at its first NUL", {name});
             } else if (text == &metadata_.note && (*text)->size() > kMaxNote) {
-                log_.lose({"text",
-                           options_.input,
-                           what + "to " + std::to_string(kMaxNote) + " characters",
-                           {name}});
+                lose("text", what + "to " + std::to_string(kMaxNote) + " characters", {name});
             }
         }
     }
@@ -203,7 +186,7 @@ class FromExr {
         writeWindows(output);
     }
 
-    // Of the channels of parts that have less than what is rendered of the frame.
+    // The windows of channels of parts that have only some of the rendered pixels.
     void writeWindows(RawOutput& output) {
         std::vector<PixelBox> windows;
         for (int part = 0; part < input_.parts(); ++part)
@@ -230,32 +213,28 @@ class FromExr {
     void writeNote(RawOutput& output, const std::string& text) const {
         const std::string note = text.substr(0, kMaxNote);
         const ErrorCode error = output.file().WTNote(note.c_str());
-        // A note that fills half of its place or more is answered with an error although all of it is
-        // written.
-        const bool answeredSo = std::strlen(note.c_str()) >= kNoteBytes / 2;
-        if (!answeredSo || output.broken()) output.check(error);
+        // For a note that fills half of its place or more WTNote returns an error although it writes all.
+        const bool falseError = std::strlen(note.c_str()) >= kNoteBytes / 2;
+        if (!falseError || output.broken()) output.check(error);
     }
 
-    // Row after row; false when a signal came between two buckets.
-    bool writeBuckets(RawOutput& output) {
+    void writeBuckets(RawOutput& output) {
         const PixelBox& grid = layout_.grid();
-        Progress progress("converting", grid.area());
+        WorkCount buckets(options_.progress, grid.area());
         for (std::int64_t row = grid.y0; row < grid.y1; ++row) {
             for (int part = 0; part < input_.parts(); ++part) {
                 const PixelBox rows = layout_.bucketRow(part, row);
                 if (!rows.empty()) bands_[static_cast<std::size_t>(part)]->load(rows.y0, rows.y1);
             }
             for (std::int64_t column = grid.x0; column < grid.x1; ++column) {
-                if (stopRequested()) return false;
                 writeBucket(output, column, row);
-                progress.advance();
+                buckets.add(1);
             }
         }
-        return true;
     }
 
-    // One region for all parts that have the same pixels of the bucket. A part of which some pixels of the
-    // bucket cannot be read gives none.
+    // Writes one region for all parts that have the same pixels of the bucket. A part that has pixels of the
+    // bucket that cannot be read is left out.
     void writeBucket(RawOutput& output, std::int64_t column, std::int64_t row) {
         for (std::size_t part = 0; part < areas_.size(); ++part) {
             areas_[part] = layout_.bucket(static_cast<int>(part), column, row);
@@ -266,46 +245,53 @@ class FromExr {
         for (auto area = areas_.begin(); area != areas_.end(); ++area) {
             if (area->empty() || std::find(areas_.begin(), area, *area) != area) continue;
             output.check(output.file().WTRegion(region_.load(bands_, areas_, *area), 0, 0, 0));
-            log_.countRegion();
+            ++report_.regions;
         }
     }
 
-    ExitCode tellLosses() const {
-        ExitCode result = ExitCode::kGood;
+    // Of the pixels; the worst state of all parts.
+    ConvertState noteUnread() {
         for (int part = 0; part < input_.parts(); ++part)
-            result = worse(result, tellLossesOf(part));
+            report_.inputState = std::max(report_.inputState, noteUnreadOf(part));
         if (bucketsLost_ > 0) {
-            log_.lose({"buckets",
-                       options_.output,
-                       countOf(bucketsLost_, "bucket") + " could not be filled and are left out",
-                       {},
-                       bucketsLost_});
+            report_.losses.push_back(
+                {"buckets",
+                 "",
+                 countOf(bucketsLost_, "bucket") + " could not be filled and are left out",
+                 {},
+                 bucketsLost_});
         }
-        return result;
+        switch (report_.inputState) {
+            case FileState::kGood: return ConvertState::kGood;
+            case FileState::kUnfinished: return ConvertState::kIncomplete;
+            default: return ConvertState::kDamaged;
+        }
     }
 
-    ExitCode tellLossesOf(int part) const {
+    FileState noteUnreadOf(int part) {
         const std::string where = input_.parts() > 1 ? "part \"" + input_.header(part).name() + "\": " : "";
         const ExrBand* band = bands_[static_cast<std::size_t>(part)].get();
         if (band == nullptr || band->loss().pieces == 0) {
-            if (input_.file().partComplete(part)) return ExitCode::kGood;
-            log_.remark(options_.input, where + "never finished; all that is in the frame could be read");
-            return ExitCode::kIncomplete;
+            if (input_.file().partComplete(part)) return FileState::kGood;
+            report_.remarks.push_back({"unfinished", input_.path(),
+                                       where + "never finished; all that is in the frame could be read"});
+            return FileState::kUnfinished;
         }
         const ExrLoss& loss = band->loss();
-        log_.lose({loss.onlyMissing ? "missing" : "damage",
-                   options_.input,
-                   where + countOf(loss.pieces, "block") + " of pixels between the rows " +
-                       std::to_string(loss.firstRow) + " and " + std::to_string(loss.lastRow) +
-                       " cannot be read: " + loss.cause,
-                   {},
-                   loss.pieces,
-                   loss.offset});
-        return loss.onlyMissing ? ExitCode::kIncomplete : ExitCode::kDamaged;
+        const bool placed = loss.offset != ExrStream::kNothingRead;
+        report_.losses.push_back({loss.onlyMissing ? "missing" : "damage",
+                                  input_.path(),
+                                  where + countOf(loss.pieces, "block") + " of pixels between the rows " +
+                                      std::to_string(loss.firstRow) + " and " + std::to_string(loss.lastRow) +
+                                      " cannot be read: " + loss.cause,
+                                  {},
+                                  loss.pieces,
+                                  placed ? std::optional(loss.offset) : std::nullopt});
+        return loss.onlyMissing ? FileState::kUnfinished : FileState::kDamaged;
     }
 
-    const ConvertOptions& options_;
-    ConvertLog& log_;
+    const FromExrOptions& options_;
+    ConvertReport& report_;
     ExrInput input_;
     const ExrMetadata metadata_;
     const Grouping grouping_;
@@ -318,8 +304,13 @@ class FromExr {
 
 }  // namespace
 
-ExitCode convertFromExr(const ConvertOptions& options, ConvertLog& log) {
-    return FromExr(options, log).run();
+std::unique_ptr<Conversion> makeFromExr(const std::string& input, const FromExrOptions& options) {
+    return std::make_unique<TwoSteps<FromExr, FromExrOptions>>(input, options);
 }
 
-}  // namespace rimg
+ConvertReport convertFromExr(const std::string& input, const std::string& output,
+                             const FromExrOptions& options) {
+    return runBoth(*makeFromExr(input, options), output);
+}
+
+}  // namespace MUtils

@@ -1,8 +1,11 @@
 #include "convert/from_exr/raw_output.h"
 
-#include "cli/report.h"
+#include <cerrno>
 
-namespace rimg {
+#include "convert/convert_error.h"
+#include "convert/texts.h"
+
+namespace MUtils {
 
 int RawOutput::Stream::Write(const void* data, int size, int& bytesWritten) {
     const int code = PFileStream::Write(data, size, bytesWritten);
@@ -13,25 +16,23 @@ int RawOutput::Stream::Write(const void* data, int size, int& bytesWritten) {
     return code;
 }
 
-RawOutput::RawOutput(const std::string& path, const std::vector<std::string>& inputs)
-    : output_(path, OutputFile::Kind::kFile, inputs) {
-    if (const int code = stream_.Create(output_.path().c_str(), 0); code != 0) {
-        throw outputFailure(output_.name(), code);
+RawOutput::RawOutput(const std::string& path) {
+    if (const int code = stream_.Create(path.c_str(), 0); code != 0) {
+        throw ConvertError(code == EWOULDBLOCK ? ConvertState::kLocked : ConvertState::kWriteFailed, "",
+                           "cannot be written: " + openErrorText(code));
     }
-    check(file_.Create(output_.path().c_str(), &stream_));
+    check(file_.Create(path.c_str(), &stream_));
 }
 
-void RawOutput::check(const ErrorCode& error) {
+void RawOutput::check(const ErrorCode& error) const {
     if (error.empty()) return;
-    const std::string cause = output_.named(error.describe());
-    if (!broken()) throw Failure(ExitCode::kFailure, output_.name(), cause);
-    throw Failure(ExitCode::kFailure, output_.name(), systemMessage(stream_.error) + ": " + cause,
-                  stream_.errorOffset);
+    if (!broken()) throw ConvertError(ConvertState::kWriteFailed, "", error.describe());
+    throw ConvertError(ConvertState::kWriteFailed, "", systemMessage(stream_.error) + ": " + error.describe(),
+                       stream_.errorOffset);
 }
 
 void RawOutput::close() {
     check(file_.Close());
-    output_.commit();
 }
 
-}  // namespace rimg
+}  // namespace MUtils

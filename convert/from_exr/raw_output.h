@@ -2,34 +2,33 @@
 
 #include <cstdint>
 #include <string>
-#include <vector>
 
-#include "cli/output_file.h"
 #include "rawimage/writer.h"
 #include "support/pstream.h"
 
-namespace rimg {
+namespace MUtils {
 
-// A raw image that a verb writes. It turns every error into a Failure (kFailure) that names the file, the
-// place where writing broke off, what the system said, and the chain of operations.
+// The raw image that a conversion writes. Every error becomes a ConvertError (kWriteFailed) with the place
+// where writing broke off, what the system said, and the chain of operations.
 class RawOutput {
   public:
-    explicit RawOutput(const std::string& path, const std::vector<std::string>& inputs = {});
+    // Throws ConvertError also for a file that another writer has open (kLocked).
+    explicit RawOutput(const std::string& path);
     RawOutput(const RawOutput&) = delete;
     RawOutput& operator=(const RawOutput&) = delete;
 
     RIFile& file() { return file_; }
 
     // Throws when `error` is one.
-    void check(const ErrorCode& error);
+    void check(const ErrorCode& error) const;
     // True when the system has refused a write; every later one is refused too.
     bool broken() const { return stream_.error != 0; }
 
-    // Writes the table of tags and puts the file in its place.
+    // Writes the table of tags and closes the file.
     void close();
 
   private:
-    // Remembers where and why the first write failed: the writer passes on neither.
+    // Remembers where and why the first write failed, which the writer does not pass on.
     class Stream : public PFileStream {
       public:
         int Write(const void* data, int size, int& bytesWritten) override;
@@ -38,9 +37,8 @@ class RawOutput {
         std::int64_t errorOffset = 0;
     };
 
-    OutputFile output_;
     Stream stream_;
     RIFile file_;
 };
 
-}  // namespace rimg
+}  // namespace MUtils

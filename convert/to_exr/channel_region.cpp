@@ -6,9 +6,7 @@
 #include <cstring>
 #include <new>
 
-namespace rimg {
-
-using MUtils::PixelBox;
+namespace MUtils {
 
 ZeroedTable::~ZeroedTable() {
     // The base class has nothing to free.
@@ -95,4 +93,4 @@ void copyPixels(const ChannelRegion& from, const PixelBox& box, ChannelRegion& t
     }
 }
 
-}  // namespace rimg
+}  // namespace MUtils

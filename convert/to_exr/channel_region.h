@@ -10,7 +10,7 @@
 #include "rawimage/records.h"
 #include "support/mbvtable.h"
 
-namespace rimg {
+namespace MUtils {
 
 // Values in one piece that are 0 until they are written, and take no memory until then: a frame of which
 // little is there costs little.
@@ -46,8 +46,8 @@ class ChannelRegion final : public MRRegionData {
 
     // Becomes a region of the pixels of `box`, with undefined values, each channel's in one piece. No channel
     // may need more than 2^31 - 1 bytes. Memory is kept from box to box.
-    void setBox(const MUtils::PixelBox& box);
-    MUtils::PixelBox box() const { return {x0, y0, x1, y1}; }
+    void setBox(const PixelBox& box);
+    PixelBox box() const { return {x0, y0, x1, y1}; }
     // All values become 0.
     void clear();
 
@@ -63,6 +63,6 @@ class ChannelRegion final : public MRRegionData {
 
 // Makes `to` a region of the pixels of `box`, which lies in the box of `from`, with its values. Both are of
 // the same channels.
-void copyPixels(const ChannelRegion& from, const MUtils::PixelBox& box, ChannelRegion& to);
+void copyPixels(const ChannelRegion& from, const PixelBox& box, ChannelRegion& to);
 
-}  // namespace rimg
+}  // namespace MUtils

@@ -3,7 +3,7 @@
 #include <climits>
 #include <cstdint>
 
-namespace rimg {
+namespace MUtils {
 
 namespace {
 
@@ -11,7 +11,7 @@ void add(ExrAttributes& attributes, const std::string& name, const std::string& 
     attributes.text += (attributes.text.empty() ? "" : "; ") + name + '=' + value;
 }
 
-// In quotes, so that a text stays one whatever it looks like. Inner quotes do no harm.
+// In quotes, so that the parser takes a text that looks like a number for a text. Inner quotes are kept.
 void addText(ExrAttributes& attributes, const std::string& name, const std::string& text) {
     if (text.empty()) return;
     if (text.find_first_of("=;") != std::string::npos) {
@@ -33,7 +33,7 @@ void addRegion(ExrAttributes& attributes, const RIRegionInfo& region) {
 
 }  // namespace
 
-ExrAttributes exrAttributes(const MUtils::FileSummary& records, bool withStampText) {
+ExrAttributes exrAttributes(const FileSummary& records, bool withStampText) {
     ExrAttributes attributes;
     if (records.note) addText(attributes, "note", records.note->text);
     if (records.scene) {
@@ -50,4 +50,4 @@ std::string joinAttributes(const std::string& first, const std::string& second) 
     return first + "; " + second;
 }
 
-}  // namespace rimg
+}  // namespace MUtils

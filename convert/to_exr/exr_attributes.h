@@ -5,20 +5,20 @@
 
 #include "rawimage/tools/summary.h"
 
-namespace rimg {
+namespace MUtils {
 
 // Records of a raw image as a text of extra attributes.
 struct ExrAttributes {
     std::string text;
-    // Names of the attributes whose text cannot be written so: nothing protects '=' and ';' there.
+    // Names of the attributes whose text has a '=' or ';': nothing protects these there.
     std::vector<std::string> leftOut;
 };
 
 // "note", "scene" and "sceneValue", "renderRegion" (box2i, when one is set), and, `withStampText`,
 // "stampText": those that the file has.
-ExrAttributes exrAttributes(const MUtils::FileSummary& records, bool withStampText);
+ExrAttributes exrAttributes(const FileSummary& records, bool withStampText);
 
 // Joins two texts, either of which may be empty or end in a semicolon.
 std::string joinAttributes(const std::string& first, const std::string& second);
 
-}  // namespace rimg
+}  // namespace MUtils

@@ -7,10 +7,10 @@
 #include <set>
 #include <utility>
 
-#include "cli/report.h"
+#include "convert/convert_error.h"
 #include "exr/exr_file.h"
 
-namespace rimg {
+namespace MUtils {
 
 namespace {
 
@@ -26,7 +26,7 @@ class Naming {
   public:
     Naming(const std::vector<ExrChannel>& channels, int kind) : kind_(kind) {
         const auto isDepth = [](const ExrChannel& channel) {
-            return channel.alias == RCA_DEPTH && (channel.flags & MUtils::kChannelSkippedInExr) == 0;
+            return channel.alias == RCA_DEPTH && (channel.flags & kChannelSkippedInExr) == 0;
         };
         severalDepths_ = std::count_if(channels.begin(), channels.end(), isDepth) > 1;
     }
@@ -111,8 +111,8 @@ void applyGlobs(const std::string& file, const std::vector<std::string>& globs,
             return channel.isWritten() && fits(glob, channel);
         });
         if (any) continue;
-        throw Failure(ExitCode::kUsage, file,
-                      "--channels: \"" + glob + "\" fits no channel that goes into OpenEXR files");
+        throw ConvertError(ConvertState::kBadOption, file,
+                           "channels: \"" + glob + "\" fits no channel that goes into OpenEXR files");
     }
     const auto unwanted = [&](const ExrChannel& channel) {
         return std::none_of(globs.begin(), globs.end(),
@@ -132,7 +132,7 @@ ExrChannel::ExrChannel(const RIF_CHANNEL& record)
       flags(record.flags) {}
 
 bool ExrChannel::isWritten() const {
-    return findChannelKind(type) != nullptr && (flags & MUtils::kChannelSkippedInExr) == 0;
+    return findChannelKind(type) != nullptr && (flags & kChannelSkippedInExr) == 0;
 }
 
 int ExrChannel::valueSize() const {
@@ -143,17 +143,17 @@ ExrChannels selectExrChannels(const RawInput& input, const std::vector<std::stri
     const std::string& file = input.path();
     ExrChannels result;
     std::vector<ExrChannel>& channels = result.channels;
-    for (const MUtils::ChannelSummary& channel : input.records().channels)
+    for (const ChannelSummary& channel : input.records().channels)
         channels.emplace_back(channel.record);
-    if (channels.empty()) throw Failure(input.codeOfLack(), file, "has no channel list" + input.whyNot());
+    if (channels.empty()) input.refuseWithout("channel list");
     applyGlobs(file, globs, channels);
     const auto isWritten = [](const ExrChannel& channel) { return channel.isWritten(); };
     if (std::none_of(channels.begin(), channels.end(), isWritten))
-        throw Failure(ExitCode::kFailure, file, "has no channel that goes into OpenEXR files");
+        throw ConvertError(ConvertState::kUnsupported, file, "has no channel that goes into OpenEXR files");
     if (channels.size() > kMaxChannels) {
-        throw Failure(ExitCode::kFailure, file,
-                      "has " + std::to_string(channels.size()) + " channels; at most " +
-                          std::to_string(kMaxChannels) + " go into one file, choose with --channels");
+        throw ConvertError(ConvertState::kUnsupported, file,
+                           "has " + std::to_string(channels.size()) + " channels; at most " +
+                               std::to_string(kMaxChannels) + " go into one file");
     }
     const Naming naming(channels, kind);
     Claims claims(naming);
@@ -169,4 +169,4 @@ ExrChannels selectExrChannels(const RawInput& input, const std::vector<std::stri
     return result;
 }
 
-}  // namespace rimg
+}  // namespace MUtils

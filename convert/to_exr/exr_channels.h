@@ -6,9 +6,9 @@
 #include "convert/to_exr/raw_input.h"
 #include "rawimage/format.h"
 
-namespace rimg {
+namespace MUtils {
 
-// A channel of a raw image, as a writer of OpenEXR files is told of it.
+// A channel of a raw image, as the OpenEXR writers take it.
 class ExrChannel final : public RegionChannelCallback {
   public:
     explicit ExrChannel(const RIF_CHANNEL& record);
@@ -40,8 +40,8 @@ struct ExrChannels {
 // alpha and depth by role go first, and of other channels the first one keeps its name, the next gets "~2",
 // "~3" ... A second channel of the same role goes under its own name.
 //
-// Throws Failure: kUsage when a glob fits no channel that is written, RawInput::codeOfLack() when there is no
-// list, kFailure when nothing would be written or there are too many channels.
+// Throws ConvertError: kBadOption when a glob fits no channel that is written, kUnsupported when nothing
+// would be written or there are too many channels, and for a file without a channel list.
 ExrChannels selectExrChannels(const RawInput& input, const std::vector<std::string>& globs, int kind);
 
-}  // namespace rimg
+}  // namespace MUtils

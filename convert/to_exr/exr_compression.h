@@ -1,14 +1,15 @@
 #pragma once
 
-#include <string>
+#include <optional>
 #include <vector>
 
+#include "convert/conversion.h"
 #include "convert/to_exr/exr_channels.h"
 
-namespace rimg {
+namespace MUtils {
 
-// What OpenEXR does with the channels other than a compression's name promises, in one line; "" when it does
-// what was asked. `compression` as ExrFile numbers them, `bits` of a value that is no integer.
-std::string storageRemark(int compression, int bits, const std::vector<ExrChannel>& channels);
+// A remark on what OpenEXR does with the channels that a compression's name does not promise, if anything.
+// `compression` as ExrFile numbers them, `bits` of a value that is no integer.
+std::optional<ConvertNote> storageRemark(int compression, int bits, const std::vector<ExrChannel>& channels);
 
-}  // namespace rimg
+}  // namespace MUtils

@@ -2,17 +2,16 @@
 
 #include <new>
 
-#include "cli/report.h"
+#include "convert/convert_error.h"
 
-namespace rimg {
+namespace MUtils {
 
-ExrOutput::ExrOutput(const std::string& path, int kind, const std::vector<std::string>& inputs)
-    : output_(path, OutputFile::Kind::kFile, inputs), file_(kind) {
-    run([this](ExrFile& file) { return file.Create(output_.path().c_str(), nullptr); });
+ExrOutput::ExrOutput(const std::string& path, int kind) : file_(kind) {
+    run([&path](ExrFile& file) { return file.Create(path.c_str(), nullptr); });
 }
 
 ExrOutput::~ExrOutput() {
-    // Nobody to tell: a failure is on its way already.
+    // After a failure that is reported already.
     if (open_) (void)file_.Close();
 }
 
@@ -23,17 +22,14 @@ void ExrOutput::run(const std::function<ErrorCode(ExrFile&)>& operation) {
     } catch (const std::bad_alloc&) {
         throw;
     } catch (const std::exception& exception) {
-        throw Failure(ExitCode::kFailure, output_.name(), output_.named(exception.what()));
+        throw ConvertError(ConvertState::kWriteFailed, "", exception.what());
     }
-    if (!error.empty()) {
-        throw Failure(ExitCode::kFailure, output_.name(), output_.named(error.describe()));
-    }
+    if (!error.empty()) throw ConvertError(ConvertState::kWriteFailed, "", error.describe());
 }
 
 void ExrOutput::close() {
     run([](ExrFile& file) { return file.Close(); });
     open_ = false;
-    output_.commit();
 }
 
-}  // namespace rimg
+}  // namespace MUtils

@@ -2,19 +2,17 @@
 
 #include <functional>
 #include <string>
-#include <vector>
 
-#include "cli/output_file.h"
 #include "exr/exr_file.h"
 
-namespace rimg {
+namespace MUtils {
 
-// An OpenEXR file that a verb writes. It turns every error, and every exception of OpenEXR, into a Failure
-// (kFailure) that names the file and gives the chain of operations.
+// The OpenEXR file that a conversion writes. Every error, and every exception of OpenEXR, becomes a
+// ConvertError (kWriteFailed) with the chain of operations.
 class ExrOutput {
   public:
     // `kind` is an ExrFile::Kind.
-    ExrOutput(const std::string& path, int kind, const std::vector<std::string>& inputs = {});
+    ExrOutput(const std::string& path, int kind);
     ~ExrOutput();
     ExrOutput(const ExrOutput&) = delete;
     ExrOutput& operator=(const ExrOutput&) = delete;
@@ -22,13 +20,12 @@ class ExrOutput {
     // Runs an operation of the file.
     void run(const std::function<ErrorCode(ExrFile&)>& operation);
 
-    // Finishes the file and puts it in its place.
+    // Finishes the file.
     void close();
 
   private:
-    OutputFile output_;
     ExrFile file_;
     bool open_ = true;
 };
 
-}  // namespace rimg
+}  // namespace MUtils

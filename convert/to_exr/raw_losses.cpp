@@ -3,108 +3,106 @@
 #include <algorithm>
 #include <set>
 
-#include "cli/report.h"
 #include "rawimage/area/tag_box.h"
 
-namespace rimg {
+namespace MUtils {
 
 namespace {
-
-using MUtils::PixelBox;
 
 constexpr std::size_t kMostFaults = 10;
 constexpr std::size_t kMostBoxes = 10;
 
-struct Fault {
-    std::int64_t offset;
-    std::string text;
-};
-
-std::string pixelsOf(const PixelBox& box, int channel, const std::string& name) {
-    return "pixels " + boxText(box) + " of channel " + std::to_string(channel) +
-           (name.empty() ? "" : " \"" + name + '"') + ": ";
+std::string bucketText(const char* what, const FileFault& fault) {
+    const std::string name = fault.channelName.empty() ? "" : ' ' + fault.channelName;
+    return what + (' ' + boxText(fault.box)) + " of channel " + std::to_string(fault.channel) + name + ": ";
 }
 
-std::string nameOf(const RawInput& input, int channel) {
-    for (const MUtils::ChannelSummary& listed : input.records().channels) {
-        if (listed.record.index == channel) return listed.record.name;
+// Adds the faults to `notes`. `what` is the word for a bucket.
+void addFaults(const std::vector<FileFault>& faults, const char* what, const std::string& file,
+               std::vector<ConvertNote>& notes) {
+    for (const FileFault& fault : faults) {
+        std::string text = (isPixelTag(fault.tagId) ? bucketText(what, fault) : "") + fault.cause;
+        if (fault.count > 1) text += " (" + std::to_string(fault.count) + " times)";
+        notes.push_back({"damage", file, text, {}, {}, fault.offset});
     }
-    return {};
 }
 
-std::vector<Fault> faultsOf(const RawInput& input, const std::vector<PixelLoader::Loss>& lost) {
-    std::vector<Fault> faults;
-    for (const MUtils::FileFault& fault : input.state().faults) {
-        const bool pixels = isPixelTag(fault.tagId);
-        faults.push_back(
-            {fault.offset,
-             (pixels ? pixelsOf(fault.box, fault.channel, fault.channelName) : "") + fault.cause});
+std::vector<ConvertNote> damageOf(const RawInput& input, const std::vector<PixelLoader::Loss>& unread) {
+    constexpr const char* kDamaged = "damaged bucket";
+    FileFaults faults = faultsOf(input.inspection());
+    for (const PixelLoader::Loss& loss : unread) {
+        FileFault fault;
+        fault.offset = static_cast<std::int64_t>(loss.tag.offset);
+        fault.tagId = loss.tag.id;
+        fault.box = boxOf(loss.tag);
+        fault.channel = loss.tag.p8;
+        fault.channelName = input.inspection().facts.channelName(loss.tag.p8);
+        fault.cause = loss.cause;
+        faults.lost.push_back(fault);
     }
-    for (const PixelLoader::Loss& loss : lost) {
-        const std::int32_t channel = loss.tag.p8;
-        faults.push_back({static_cast<std::int64_t>(loss.tag.offset),
-                          pixelsOf(MUtils::boxOf(loss.tag), channel, nameOf(input, channel)) + loss.cause});
-    }
-    std::stable_sort(faults.begin(), faults.end(),
-                     [](const Fault& a, const Fault& b) { return a.offset < b.offset; });
-    return faults;
+    std::vector<ConvertNote> notes;
+    addFaults(faults.lost, kDamaged, input.path(), notes);
+    addFaults(faults.repaired, "bucket", input.path(), notes);
+    addFaults(faults.doubts, "bucket", input.path(), notes);
+    std::stable_sort(notes.begin(), notes.end(),
+                     [](const ConvertNote& a, const ConvertNote& b) { return a.offset < b.offset; });
+    return notes;
+}
+
+void noteDamage(std::vector<ConvertNote> notes, std::int64_t further, ConvertReport& report) {
+    const std::size_t listed = std::min(notes.size(), kMostFaults);
+    const std::int64_t more = static_cast<std::int64_t>(notes.size() - listed) + further;
+    const std::string file = notes.front().file;
+    std::move(notes.begin(), notes.begin() + static_cast<std::ptrdiff_t>(listed),
+              std::back_inserter(report.losses));
+    if (more > 0) report.losses.push_back({"damage", file, std::to_string(more) + " more faults", {}, more});
 }
 
 // The pixels that some written channel lacks.
-MUtils::MissingBoxes missingOf(const RawInput& input, const std::vector<ExrChannel>& channels) {
+MissingBoxes missingOf(const Inspection& file, const std::vector<ExrChannel>& channels) {
     std::set<int> written;
     for (const ExrChannel& channel : channels) {
         if (channel.isWritten()) written.insert(channel.index);
     }
     std::vector<PixelBox> lacking;
     bool truncated = false;
-    for (const MUtils::MissingPixels& missing : input.state().missing) {
+    for (const MissingPixels& missing : file.missing) {
         if (written.count(missing.channel) == 0) continue;
         lacking.insert(lacking.end(), missing.boxes.boxes.begin(), missing.boxes.boxes.end());
         truncated = truncated || missing.boxes.truncated;
     }
     if (lacking.empty()) return {{}, truncated};
-    MUtils::MissingBoxes result = MUtils::unitedBoxes(lacking, input.state().area);
+    MissingBoxes result = unitedBoxes(lacking, file.area);
     result.truncated = result.truncated || truncated;
     return result;
 }
 
-void tellFaults(const RawInput& input, const std::vector<Fault>& faults, ConvertLog& log) {
-    for (std::size_t i = 0; i < std::min(faults.size(), kMostFaults); ++i)
-        log.lose({"damage", input.path(), faults[i].text, {}, {}, faults[i].offset});
-    const std::int64_t more = static_cast<std::int64_t>(faults.size()) -
-                              static_cast<std::int64_t>(std::min(faults.size(), kMostFaults)) +
-                              input.state().furtherFaults;
-    if (more > 0) {
-        log.lose({"damage",
-                  input.path(),
-                  std::to_string(more) + " more faults; rimg verify lists them",
-                  {},
-                  more});
-    }
-}
-
-void tellMissing(const MUtils::MissingBoxes& missing, const std::string& output, ConvertLog& log) {
+void noteMissing(const MissingBoxes& missing, ConvertReport& report) {
     std::string text = "these pixels are missing in some channel, and are 0:";
     for (std::size_t i = 0; i < std::min(missing.boxes.size(), kMostBoxes); ++i)
         text += ' ' + boxText(missing.boxes[i]);
-    if (missing.boxes.size() > kMostBoxes || missing.truncated) text += " and more; rimg missing lists them";
-    log.lose({"missing", output, text});
+    if (missing.boxes.size() > kMostBoxes || missing.truncated) text += " and more";
+    report.losses.push_back({"missing", "", text});
 }
 
 }  // namespace
 
-ExitCode tellLosses(const RawInput& input, const std::vector<ExrChannel>& channels,
-                    const std::vector<PixelLoader::Loss>& lost, const std::string& output, ConvertLog& log) {
-    const std::vector<Fault> faults = faultsOf(input, lost);
-    tellFaults(input, faults, log);
-    const bool unfinished = input.state().state == MUtils::FileState::kUnfinished;
-    if (unfinished) log.remark(input.path(), input.state().cause);
-    const MUtils::MissingBoxes missing = missingOf(input, channels);
+ConvertState noteRawLosses(const RawInput& input, const std::vector<ExrChannel>& channels,
+                           const std::vector<PixelLoader::Loss>& unread, ConvertReport& report) {
+    const Inspection& file = input.inspection();
+    std::vector<ConvertNote> damage = damageOf(input, unread);
+    const bool damaged = !damage.empty();
+    if (damaged) {
+        noteDamage(std::move(damage), file.furtherFaults, report);
+        report.inputState = FileState::kDamaged;
+    }
+    const bool unfinished = file.state == FileState::kUnfinished;
+    if (unfinished) report.remarks.push_back({"unfinished", input.path(), file.cause});
+    const MissingBoxes missing = missingOf(file, channels);
     const bool lacksPixels = !missing.boxes.empty() || missing.truncated;
-    if (lacksPixels) tellMissing(missing, output, log);
-    if (!faults.empty()) return ExitCode::kDamaged;
-    return unfinished || lacksPixels ? ExitCode::kIncomplete : ExitCode::kGood;
+    if (lacksPixels) noteMissing(missing, report);
+    if (damaged) return ConvertState::kDamaged;
+    return unfinished || lacksPixels ? ConvertState::kIncomplete : ConvertState::kGood;
 }
 
-}  // namespace rimg
+}  // namespace MUtils

@@ -1,20 +1,18 @@
 #pragma once
 
-#include <string>
 #include <vector>
 
-#include "cli/convert_log.h"
-#include "cli/exit_codes.h"
+#include "convert/conversion.h"
 #include "convert/to_exr/exr_channels.h"
 #include "convert/to_exr/pixel_loader.h"
 #include "convert/to_exr/raw_input.h"
 
-namespace rimg {
+namespace MUtils {
 
-// Enters in the log what a conversion could not take from a raw image, and answers for it: kDamaged when
-// something is lost, kIncomplete when the file was never finished or lacks pixels of a channel that was
-// wanted.
-ExitCode tellLosses(const RawInput& input, const std::vector<ExrChannel>& channels,
-                    const std::vector<PixelLoader::Loss>& lost, const std::string& output, ConvertLog& log);
+// Enters in the report the damage of a raw image, with the tags that could not be read (`unread`), and the
+// pixels that the written channels lack. Returns the state of the conversion: kDamaged when there is any
+// damage, kIncomplete when the file was never finished or lacks pixels of a written channel.
+ConvertState noteRawLosses(const RawInput& input, const std::vector<ExrChannel>& channels,
+                           const std::vector<PixelLoader::Loss>& unread, ConvertReport& report);
 
-}  // namespace rimg
+}  // namespace MUtils

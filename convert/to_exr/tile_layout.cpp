@@ -3,21 +3,17 @@
 #include <algorithm>
 #include <climits>
 
-#include "cli/report.h"
-#include "convert/to_exr/pixel_loader.h"
+#include "convert/convert_error.h"
 #include "rawimage/area/tag_box.h"
 
-namespace rimg {
-
-using MUtils::boxOf;
-using MUtils::PixelBox;
+namespace MUtils {
 
 namespace {
 
 constexpr std::int64_t kDefaultTile = 64;
-// A tile is in memory several times while it is compressed.
+// OpenEXR holds several copies of a tile while it compresses it.
 constexpr std::int64_t kMaxTilePixels = 1 << 20;
-// Of each the library and the writer keep some bytes from the start.
+// OpenEXR and the writer allocate some bytes for each tile at once.
 constexpr std::int64_t kMaxTiles = 1 << 22;
 
 std::int64_t ceilDivide(std::int64_t a, std::int64_t b) {
@@ -26,19 +22,20 @@ std::int64_t ceilDivide(std::int64_t a, std::int64_t b) {
 
 }  // namespace
 
-TileLayout::TileLayout(const RawInput& input, bool tiled) {
-    const MUtils::FileSummary& records = input.records();
+TileLayout::TileLayout(const RawInput& input, bool tiled, ConvertReport& report) {
+    const FileSummary& records = input.records();
     if (!records.resolution || records.resolution->width < 1 || records.resolution->height < 1)
-        throw Failure(input.codeOfLack(), input.path(), "has no resolution" + input.whyNot());
+        input.refuseWithout("resolution");
     window_ = {0, 0, records.resolution->width, records.resolution->height};
     if (tiled && records.region && records.region->kind != -1) {
         const RIRegionInfo& r = *records.region;
-        const PixelBox box = MUtils::boxAt(r.left, r.top, r.width, r.height);
+        const PixelBox box = boxAt(r.left, r.top, r.width, r.height);
         if (!box.empty() && box.x1 <= INT_MAX && box.y1 <= INT_MAX) {
             window_ = box;
             region_ = r;
         } else {
-            report(input.path(), "the render region has no pixels; the whole frame is the data window");
+            report.remarks.push_back({"region", input.path(),
+                                      "the render region has no pixels; the whole frame is the data window"});
         }
     }
     const bool announced = records.buckets && records.buckets->width > 0 && records.buckets->height > 0 &&
@@ -51,8 +48,8 @@ TileLayout::TileLayout(const RawInput& input, bool tiled) {
     const std::int64_t columns = ceilDivide(window_.width(), tileWidth_);
     const std::int64_t rows = ceilDivide(window_.height(), tileHeight_);
     if (tiled && columns > kMaxTiles / rows) {
-        throw Failure(ExitCode::kFailure, input.path(),
-                      std::to_string(columns) + " x " + std::to_string(rows) + " tiles are too many");
+        throw ConvertError(ConvertState::kUnsupported, input.path(),
+                           std::to_string(columns) + " x " + std::to_string(rows) + " tiles are too many");
     }
 }
 
@@ -92,4 +89,4 @@ std::vector<PixelBox> TileLayout::tiles(const PixelBox& band) const {
     return result;
 }
 
-}  // namespace rimg
+}  // namespace MUtils

@@ -98,14 +98,10 @@ std::int64_t framePixels(const FileSummary& summary) {
     return std::int64_t{summary.resolution->width} * summary.resolution->height;
 }
 
-FileSummary summariseStream(PStream& stream, bool keepTags) {
-    InspectOptions options;
-    options.depth = InspectDepth::kRecords;
-    options.threads = 1;
-    Inspection file = inspectStream(stream, options);
+FileSummary summarise(PStream& stream, const Inspection& file) {
     FileSummary summary;
     summary.state = file.state;
-    summary.cause = std::move(file.cause);
+    summary.cause = file.cause;
     summary.faultOffset = file.causeOffset;
     summary.fileBytes = std::max<std::int64_t>(file.fileBytes, 0);
     summary.header = file.header;
@@ -120,6 +116,15 @@ FileSummary summariseStream(PStream& stream, bool keepTags) {
         if (isPixelTag(tag.id)) stats.add(tag, pixelBytes(tag));
     }
     stats.summarise(file.facts.channels, summary);
+    return summary;
+}
+
+FileSummary summariseStream(PStream& stream, bool keepTags) {
+    InspectOptions options;
+    options.depth = InspectDepth::kRecords;
+    options.threads = 1;
+    Inspection file = inspectStream(stream, options);
+    FileSummary summary = summarise(stream, file);
     if (keepTags) summary.tags = std::move(file.tags);
     return summary;
 }

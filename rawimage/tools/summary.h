@@ -103,4 +103,8 @@ FileSummary summariseFile(const char* fileName, bool keepTags);
 // The same for an open stream, which is left open at no particular position.
 FileSummary summariseStream(PStream& stream, bool keepTags);
 
+// The same for a stream that has been inspected to the depth of records or more. Without the tags, which are
+// those of the inspection.
+FileSummary summarise(PStream& stream, const Inspection& file);
+
 }  // namespace MUtils

@@ -41,7 +41,7 @@ TEST(ToExr, WhatIsLostIsToldAndTheRestConverted) {
     const auto fromFifth = [](int x, int y) { return x >= 16 && y >= 16; };
     const auto none = [](int, int) { return false; };
     const std::string where =
-        "offset " + std::to_string(offset) + ": pixels 16x8+16+16 of channel 0 \"color\": ";
+        "offset " + std::to_string(offset) + ": damaged bucket 16x8+16+16 of channel 0 color: ";
     const struct {
         const char* name;
         std::string bytes;

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "../../rawimage/format.h"
+#include "../conversion.h"
+
+namespace MUtils {
+
+// The pixels of an OpenEXR file that become the frame of the raw image.
+enum class FrameChoice { kDisplayWindow, kDataWindow, kUnion };
+
+struct FromExrOptions {
+    int bucketWidth = 64;  // pixels, 1 or more
+    int bucketHeight = 64;
+    int level = kCompressionLevel;  // 1 (fast) to 9 (small)
+    FrameChoice frame = FrameChoice::kDisplayWindow;
+    bool cropOverscan = false;  // leave out pixels outside the frame
+    int threads = 0;            // that compress; below 1: one for each processor
+    ConvertProgress progress;
+};
+
+// Turns an OpenEXR file (scan-line, tiled or multi-part) into a raw image, bucket by bucket, as a renderer
+// would write it. Values are kept bit for bit: half and float become float, UINT stays integer. Channels
+// whose names differ in the last letter only become one channel: x.R, x.G and x.B the colour x. Buckets lie
+// on a grid that begins at the frame's first pixel, and are clipped to the data window. A bucket of which
+// some pixels cannot be read is left out. The output does not depend on the number of threads.
+//
+// In memory are a row of buckets and the blocks of the file that it meets, at most 2 GiB.
+std::unique_ptr<Conversion> makeFromExr(const std::string& input, const FromExrOptions& options);
+
+// Both steps at once, whatever is lost.
+ConvertReport convertFromExr(const std::string& input, const std::string& output,
+                             const FromExrOptions& options);
+
+}  // namespace MUtils

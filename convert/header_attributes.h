@@ -1,0 +1,15 @@
+#pragma once
+
+#include <string>
+
+// What the names of OpenEXR header attributes stand for in conversions.
+
+namespace MUtils {
+
+// True for an attribute that describes how pixels are stored, and where they are.
+bool isStructural(const std::string& name);
+
+// True for an attribute that the OpenEXR writers make of a raw image's tag.
+bool standsForTag(const std::string& name);
+
+}  // namespace MUtils

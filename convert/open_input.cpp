@@ -1,0 +1,12 @@
+#include "convert/open_input.h"
+
+#include "convert/convert_error.h"
+
+namespace MUtils {
+
+void openInput(PFileStream& stream, const std::string& path) {
+    const int code = stream.Open(path.c_str(), PFileStream::kRead, 1, PFileStream::kOpenExisting);
+    if (code != 0) throw ConvertError(ConvertState::kCannotOpen, path, openErrorText(code));
+}
+
+}  // namespace MUtils
