@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "rawimage/area/tag_box.h"
-#include "rawimage/inspect/tag_check.h"
+#include "rawimage/tag_rules.h"
 
 namespace MUtils {
 
@@ -39,7 +39,7 @@ bool HeaderEvidence::agreesWithCaller(std::size_t index, const RIF_TAG& header) 
 bool HeaderEvidence::leavesOthersFree(std::size_t index, const RIF_TAG& header) const {
     const PixelBox box = boxOf(header);
     for (std::size_t i = 0; i < tags_.size(); ++i) {
-        const bool other = i != index && dropped_[i] == nullptr && isPixelTag(tags_[i].id);
+        const bool other = i != index && ignored_[i] == nullptr && isPixelTag(tags_[i].id);
         if (other && tags_[i].p8 == header.p8 && overlaps(box, boxOf(tags_[i]))) return false;
     }
     return true;
@@ -50,13 +50,20 @@ void HeaderEvidence::survey() {
     surveyed_ = true;
     for (std::size_t i = 0; i < tags_.size(); ++i) {
         const INFOTAG& tag = tags_[i];
-        if (dropped_[i] != nullptr) continue;
+        if (ignored_[i] != nullptr) continue;
         ++counts_[tag.id];
         if (!isPixelTag(tag.id)) continue;
+        if (tag.p4 < 1 || tag.p5 < 1) continue;
         right_ = std::max(right_, std::int64_t{tag.p2} + tag.p4);
         bottom_ = std::max(bottom_, std::int64_t{tag.p3} + tag.p5);
         widest_ = std::max(widest_, tag.p4);
         highest_ = std::max(highest_, tag.p5);
+    }
+    for (std::size_t i = 0; i < tags_.size() && !sizesVary_; ++i) {
+        const INFOTAG& tag = tags_[i];
+        if (ignored_[i] != nullptr || !isPixelTag(tag.id) || tag.p4 < 1 || tag.p5 < 1) continue;
+        const bool full = tag.p4 == widest_ || std::int64_t{tag.p2} + tag.p4 == right_;
+        sizesVary_ = !full || (tag.p5 != highest_ && std::int64_t{tag.p3} + tag.p5 != bottom_);
     }
 }
 
@@ -70,31 +77,46 @@ int HeaderEvidence::countOf(std::uint32_t id) {
 bool HeaderEvidence::agreesWithPixels(const RIF_TAG& header) {
     survey();
     if (header.id == TAG_RESOLUTION) return header.p1 == right_ && header.p2 == bottom_;
-    return header.p1 == widest_ && header.p2 == highest_;
+    return header.p1 == widest_ && header.p2 == highest_ && (header.p3 != 0) == sizesVary_;
 }
 
-bool HeaderEvidence::entryIsRight(std::size_t index, const RIF_TAG& entry) {
+// A frame with room for all buckets.
+bool HeaderEvidence::holdsPixels(const RIF_TAG& header) {
+    return header.id == TAG_RESOLUTION && header.p1 >= right_ && header.p2 >= bottom_;
+}
+
+int HeaderEvidence::comparePixels(std::size_t index, const RIF_TAG& entry) {
     const RIF_TAG& tag = tags_[index];
-    if (tag.id != entry.id) {
-        // Metadata comes once. What is there again under the tag's id and nowhere under the entry's is
-        // mislabelled.
-        return !isPixelTag(tag.id) && countOf(tag.id) > 1 && countOf(entry.id) == 0;
-    }
-    if (tag.id == TAG_RESOLUTION || tag.id == TAG_REGIONS_INFO)
-        return compare(tag, entry, [this](const RIF_TAG& header) { return agreesWithPixels(header); }) > 0;
-    if (!isPixelTag(tag.id)) return false;
-    int better = compare(tag, entry, [this](const RIF_TAG& header) { return agreesWithList(header); });
-    if (better == 0)
-        better = compare(tag, entry, [&](const RIF_TAG& header) { return agreesWithBucket(index, header); });
-    if (better == 0)
-        better = compare(tag, entry, [&](const RIF_TAG& header) { return agreesWithCaller(index, header); });
-    if (better == 0) {
-        better = compare(tag, entry,
-                         [&](const RIF_TAG& header) { return overlaps(boxOf(header), facts_.frame()); });
-    }
-    if (better == 0)
-        better = compare(tag, entry, [&](const RIF_TAG& header) { return leavesOthersFree(index, header); });
-    return better > 0;
+    int found = better(tag, entry, [this](const RIF_TAG& header) { return agreesWithList(header); });
+    if (found == 0)
+        found = better(tag, entry, [&](const RIF_TAG& header) { return agreesWithBucket(index, header); });
+    if (found == 0)
+        found = better(tag, entry, [&](const RIF_TAG& header) { return agreesWithCaller(index, header); });
+    if (found == 0)
+        found =
+            better(tag, entry, [&](const RIF_TAG& header) { return overlaps(boxOf(header), facts_.frame()); });
+    if (found == 0)
+        found = better(tag, entry, [&](const RIF_TAG& header) { return leavesOthersFree(index, header); });
+    return found;
+}
+
+// What is there again under the tag's id and nowhere under the entry's has the wrong id.
+int HeaderEvidence::compareIds(const RIF_TAG& tag, const RIF_TAG& entry) {
+    if (isPixelTag(tag.id) || isPixelTag(entry.id)) return 0;
+    const bool tagRepeats = countOf(tag.id) > 0 && countOf(entry.id) == 0;
+    const bool lacksResolution = entry.id == TAG_RESOLUTION && countOf(TAG_RESOLUTION) == 0;
+    return tagRepeats || lacksResolution ? 1 : 0;
+}
+
+int HeaderEvidence::compare(std::size_t index, const RIF_TAG& entry) {
+    const RIF_TAG& tag = tags_[index];
+    if (tag.id != entry.id) return compareIds(tag, entry);
+    int found = better(tag, entry, unusedParametersClear);
+    if (found == 0 && isPixelTag(tag.id)) return comparePixels(index, entry);
+    if (found != 0 || (tag.id != TAG_RESOLUTION && tag.id != TAG_REGIONS_INFO)) return found;
+    found = better(tag, entry, [this](const RIF_TAG& header) { return agreesWithPixels(header); });
+    return found != 0 ? found
+                      : better(tag, entry, [this](const RIF_TAG& header) { return holdsPixels(header); });
 }
 
 }  // namespace MUtils

@@ -1,0 +1,339 @@
+#include "rawimage/inspect/table_check.h"
+
+#include <algorithm>
+#include <iterator>
+#include <string>
+#include <tuple>
+
+#include "rawimage/inspect/channel_check.h"
+#include "rawimage/inspect/gap_list.h"
+#include "rawimage/inspect/tag_check.h"
+
+namespace MUtils {
+
+namespace {
+
+constexpr std::size_t kMostSettled = 1000;  // each may look at every tag
+
+auto words(const RIF_TAG& tag) {
+    return std::tie(tag.id, tag.size, tag.p1, tag.p2, tag.p3, tag.p4, tag.p5, tag.p6, tag.p7, tag.p8);
+}
+
+bool headerLess(const RIF_TAG& a, const RIF_TAG& b) {
+    return words(a) < words(b);
+}
+
+int wordsThatDiffer(const RIF_TAG& a, const RIF_TAG& b) {
+    int count = (a.id != b.id ? 1 : 0) + (a.size != b.size ? 1 : 0);
+    const std::int32_t pairs[][2] = {{a.p1, b.p1}, {a.p2, b.p2}, {a.p3, b.p3}, {a.p4, b.p4},
+                                     {a.p5, b.p5}, {a.p6, b.p6}, {a.p7, b.p7}, {a.p8, b.p8}};
+    for (const auto& [one, other] : pairs)
+        count += one != other ? 1 : 0;
+    return count;
+}
+
+// True for headers of the same pixels of the same channel.
+bool samePixels(const RIF_TAG& a, const RIF_TAG& b) {
+    return boxOf(a) == boxOf(b) && a.p1 == b.p1 && a.p8 == b.p8;
+}
+
+constexpr const char* kDiffers = "header that differs from its table entry";
+
+}  // namespace
+
+TableCheck::TableCheck(PStream& stream, TagScan& scan, PayloadProbe& probe, FaultList& faults)
+    : stream_(stream),
+      scan_(scan),
+      probe_(probe),
+      faults_(faults),
+      confirmed_(scan.tags.size()),
+      dropped_(scan.tags.size(), nullptr) {}
+
+void TableCheck::run() {
+    if (!findTable()) return;
+    if (match_->failedAt() >= 0) faults_.add(match_->failedAt(), "the table cannot be read");
+    believed_.resize(match_->open().size());
+    confirmed_ = match_->confirmed();
+    settleDifferences();
+    judgeUnlisted();
+    restoreFromGaps();
+    finish();
+    reportEntries();
+}
+
+// A table at the end of the file is believed when the header's offset leads to it, or when it confirms most
+// of what it lists.
+bool TableCheck::findTable() {
+    const std::uint64_t stored = scan_.header.infoTagsOffset;
+    const bool tableEnds = !scan_.tags.empty() && scan_.tags.back().id == TAG_INFO_TAGS &&
+                           endOf(scan_.tags.back()) == scan_.fileBytes;
+    headerLeadsToIt_ = tableEnds && scan_.tags.back().offset == stored;
+    if (headerLeadsToIt_) scan_.tableOffset = stored;
+    if (!headerLeadsToIt_ && stored != 0) checkOffset(stored, tableEnds);
+    if (!tableEnds) return false;
+    match_.emplace(stream_, scan_);
+    return headerLeadsToIt_ || 2 * match_->confirmedCount() > static_cast<std::size_t>(scan_.tags.back().p1);
+}
+
+// No fault: a tag where the table was, as a writer that appends leaves the offset until it closes the file;
+// and an offset past the end, as the file was cut.
+void TableCheck::checkOffset(std::uint64_t stored, bool tableEnds) {
+    const auto at = std::lower_bound(scan_.tags.begin(), scan_.tags.end(), stored,
+                                     [](const INFOTAG& tag, std::uint64_t to) { return tag.offset < to; });
+    const bool leadsToTag = at != scan_.tags.end() && at->offset == stored;
+    const std::string leads = "the table offset leads to " + std::to_string(stored);
+    if (tableEnds) {
+        faults_.add(kTableOffsetPosition,
+                    leads + ", the table is at " + std::to_string(scan_.tags.back().offset));
+    } else if (!leadsToTag && !isInGap(scan_.gaps, stored) &&
+               stored < static_cast<std::uint64_t>(scan_.fileBytes)) {
+        faults_.add(kTableOffsetPosition, leads + ", where no tag begins");
+    }
+}
+
+void TableCheck::settleDifferences() {
+    // The tags in dispute, and channel lists that pixels contradict, are no witnesses.
+    std::vector<const char*> ignored(scan_.tags.size(), nullptr);
+    std::vector<const OpenEntry*> differences;
+    for (const OpenEntry& entry : match_->open()) {
+        if (entry.tag != TableMatch::kNoTag && entry.sound && differences.size() < kMostSettled)
+            differences.push_back(&entry);
+    }
+    if (differences.empty()) return;
+    checkChannels(stream_, scan_.tags, match_->confirmed(), ignored);
+    for (std::size_t i = 0; i < ignored.size(); ++i) {
+        if (isPixelTag(scan_.tags[i].id)) ignored[i] = nullptr;
+    }
+    for (const OpenEntry* entry : differences)
+        ignored[entry->tag] = "in dispute";
+    std::vector<INFOTAG> witnesses;
+    for (std::size_t i = 0; i < scan_.tags.size(); ++i) {
+        if (ignored[i] == nullptr) witnesses.push_back(scan_.tags[i]);
+    }
+    const FrameFacts facts = readFrameFacts(stream_, witnesses);
+    HeaderEvidence evidence(scan_.tags, ignored, facts);
+    for (const OpenEntry* entry : differences)
+        settle(*entry, evidence);
+}
+
+void TableCheck::settle(const OpenEntry& entry, HeaderEvidence& evidence) {
+    const INFOTAG& tag = scan_.tags[entry.tag];
+    if (tag.size != entry.header.size) return settleBySize(entry);
+    if (evidence.entryIsRight(entry.tag, entry.header)) {
+        if (probe_.agrees(entry.header, startOf(tag))) return repair(entry);
+        dropped_[entry.tag] = "header that differs from its table entry and from the other tags";
+    } else if (isPixelTag(tag.id) && !samePixels(tag, entry.header) &&
+               !evidence.tagIsRight(entry.tag, entry.header)) {
+        scan_.doubted.push_back(startOf(tag));
+    }
+}
+
+void TableCheck::settleBySize(const OpenEntry& entry) {
+    const INFOTAG& tag = scan_.tags[entry.tag];
+    const bool entryAgrees = probe_.agrees(entry.header, startOf(tag));
+    const bool tagAgrees = probe_.agrees(tag, startOf(tag));
+    if (entryAgrees && !tagAgrees) return repair(entry);
+    if (!match_->beginsAt(endOf(entry.header)) || match_->beginsAt(endOf(tag))) return;
+    if (entryAgrees) return repair(entry);
+    dropped_[entry.tag] = "tag in the place of another one that the table lists";
+}
+
+void TableCheck::repair(const OpenEntry& entry) {
+    INFOTAG& tag = scan_.tags[entry.tag];
+    // A larger tag would take bytes of its neighbours; the repaired one is restored into the gap instead.
+    if (tag.size != entry.header.size) {
+        dropped_[entry.tag] = kDiffers;
+        return;
+    }
+    scan_.repairs.push_back({startOf(tag), tag, kDiffers});
+    tag = entry.header;
+    confirmed_[entry.tag] = true;
+    believe(entry);
+}
+
+void TableCheck::surveyTable() {
+    Survey& survey = survey_.emplace();
+    survey.confirmedById.resize(kLastTagId - kFirstTagId + 1);
+    for (const OpenEntry& entry : match_->open()) {
+        survey.openHeaders.push_back(entry.header);
+        survey.allSound = survey.allSound && entry.sound;
+    }
+    std::sort(survey.openHeaders.begin(), survey.openHeaders.end(), headerLess);
+    for (std::size_t i = 0; i < scan_.tags.size(); ++i) {
+        const INFOTAG& tag = scan_.tags[i];
+        if (match_->confirmed()[i]) ++survey.confirmedById[tag.id - kFirstTagId];
+        if (!isPixelTag(tag.id)) continue;
+        if (match_->confirmed()[i]) ++survey.confirmedPixels;
+        if (!match_->isListed(i)) ++survey.unlistedPixels;
+    }
+}
+
+// Goes over the stretches of tags between two that are confirmed.
+void TableCheck::judgeUnlisted() {
+    const std::vector<bool>& confirmed = match_->confirmed();
+    for (std::size_t from = 0; from + 1 < scan_.tags.size();) {
+        std::size_t to = from;
+        while (!confirmed[to])
+            ++to;
+        if (to > from) judgeStretch(from, to);
+        from = to + 1;
+    }
+}
+
+// The tags from `from` on, before the confirmed tag `to`.
+void TableCheck::judgeStretch(std::size_t from, std::size_t to) {
+    const std::int64_t start = from > 0 ? endOf(scan_.tags[from - 1]) : kFileHeaderBytes;
+    const bool chainWins = isChain(from, to) && !entriesFill(start, startOf(scan_.tags[to]));
+    for (std::size_t i = from; i < to; ++i) {
+        const INFOTAG& tag = scan_.tags[i];
+        if (match_->isListed(i)) continue;
+        const auto entry = match_->soundFrom(startOf(tag));
+        const bool claimed = entry != match_->sound().end() && startOf((*entry)->header) < endOf(tag);
+        // Where the table is not where the header has it, bytes may have come or gone: tags have moved.
+        const bool tagWins = chainWins || (!headerLeadsToIt_ && isListedElsewhere(tag));
+        if (claimed && !tagWins) {
+            dropped_[i] = "tag in the place of another one that the table lists";
+        } else if (isAlwaysListed(tag.id)) {
+            if (!claimed && isDeniedByWholeTable(tag)) {
+                dropped_[i] = "tag that the table does not list";
+            } else {
+                reportUnlisted(i);
+            }
+        }
+    }
+}
+
+// True when the tags follow each other without a gap from the tag before `from` up to the tag `to`.
+bool TableCheck::isChain(std::size_t from, std::size_t to) const {
+    std::int64_t end = from > 0 ? endOf(scan_.tags[from - 1]) : kFileHeaderBytes;
+    for (std::size_t i = from; i <= to; ++i) {
+        if (startOf(scan_.tags[i]) != end) return false;
+        end = endOf(scan_.tags[i]);
+    }
+    return true;
+}
+
+bool TableCheck::entriesFill(std::int64_t from, std::int64_t to) const {
+    for (auto entry = match_->soundFrom(from); from < to && entry != match_->sound().end(); ++entry) {
+        if (startOf((*entry)->header) != from) return false;
+        from = endOf((*entry)->header);
+    }
+    return from == to;
+}
+
+// True when an open entry has the header of this tag, with another offset.
+bool TableCheck::isListedElsewhere(const INFOTAG& tag) {
+    if (!survey_) surveyTable();
+    return std::binary_search(survey_->openHeaders.begin(), survey_->openHeaders.end(), RIF_TAG(tag),
+                              headerLess);
+}
+
+// Metadata needs another tag of its kind that the table confirms, as other writers may list less.
+bool TableCheck::isDeniedByWholeTable(const INFOTAG& tag) {
+    if (!survey_) surveyTable();
+    if (!survey_->allSound || isListedElsewhere(tag)) return false;
+    return isPixelTag(tag.id) ? survey_->confirmedPixels > survey_->unlistedPixels
+                              : survey_->confirmedById[tag.id - kFirstTagId] > 0;
+}
+
+void TableCheck::reportUnlisted(std::size_t tag) {
+    const INFOTAG& unlisted = scan_.tags[tag];
+    const bool follows =
+        lastUnlisted_ + 1 == tag && isPixelTag(scan_.tags[lastUnlisted_].id) == isPixelTag(unlisted.id);
+    lastUnlisted_ = tag;
+    if (follows) return faults_.addLikeLast();
+    const std::string name = isPixelTag(unlisted.id) ? "pixel" : tagName(unlisted.id);
+    faults_.add(startOf(unlisted), "the table lacks this " + name + " tag", unlisted);
+}
+
+void TableCheck::restoreFromGaps() {
+    for (const OpenEntry* entry : match_->sound()) {
+        if (!believed(*entry) && restores(*entry)) {
+            restored_.push_back(entry->header);
+            believe(*entry);
+        }
+    }
+}
+
+bool TableCheck::restores(const OpenEntry& entry) {
+    const INFOTAG& header = entry.header;
+    auto tag = std::lower_bound(scan_.tags.begin(), scan_.tags.end(), header.offset,
+                                [](const INFOTAG& a, std::uint64_t offset) { return a.offset < offset; });
+    if (tag != scan_.tags.begin() && endOf(*(tag - 1)) > startOf(header)) --tag;
+    for (; tag != scan_.tags.end() && startOf(*tag) < endOf(header); ++tag) {
+        if (dropped_[static_cast<std::size_t>(tag - scan_.tags.begin())] == nullptr) return false;
+    }
+    RIF_TAG found;
+    if (!probe_.readHeader(startOf(header), found)) return false;
+    const int wrong = wordsThatDiffer(found, header);
+    // Of a payload without a checksum a damaged header says that it may be damaged, too.
+    const bool proves = rulesOf(scan_).provesItself(header);
+    if (!proves && header.payloadBytes() > 0 && wrong != 1) return false;
+    if (!probe_.agrees(header, startOf(header))) return false;
+    if (wrong > 0) scan_.repairs.push_back({startOf(header), found, causeAt(startOf(header))});
+    return true;
+}
+
+// Why the tag at `offset` was not found, or was dropped.
+const char* TableCheck::causeAt(std::int64_t offset) const {
+    const auto gap = std::lower_bound(scan_.gaps.begin(), scan_.gaps.end(), offset,
+                                      [](const TagGap& a, std::int64_t at) { return a.offset < at; });
+    return gap != scan_.gaps.end() && gap->offset == offset ? gap->cause : kDiffers;
+}
+
+void TableCheck::finish() {
+    const bool drops =
+        std::any_of(dropped_.begin(), dropped_.end(), [](const char* cause) { return cause != nullptr; });
+    if (!drops && restored_.empty()) return;
+    std::vector<std::uint64_t> sure;
+    for (std::size_t i = 0; i < scan_.tags.size(); ++i) {
+        if (confirmed_[i]) sure.push_back(scan_.tags[i].offset);
+    }
+    for (const INFOTAG& tag : restored_)
+        sure.push_back(tag.offset);
+    std::sort(sure.begin(), sure.end());
+    dropTags(scan_, dropped_);
+    restoreTags(scan_, restored_);
+    confirmed_.assign(scan_.tags.size(), false);
+    auto next = sure.begin();
+    for (std::size_t i = 0; i < scan_.tags.size() && next != sure.end(); ++i) {
+        confirmed_[i] = scan_.tags[i].offset == *next;
+        if (confirmed_[i]) ++next;
+    }
+}
+
+// Entries that follow each other in the table, with the same cause, give one fault.
+void TableCheck::reportEntries() {
+    std::vector<const OpenEntry*> entries;
+    for (const OpenEntry& entry : match_->open()) {
+        const bool hasTag = entry.tag != TableMatch::kNoTag && dropped_[entry.tag] == nullptr;
+        if (believed(entry) || (!hasTag && isInGap(scan_.gaps, entry.header.offset))) continue;
+        entries.push_back(&entry);
+    }
+    std::sort(entries.begin(), entries.end(),
+              [](const OpenEntry* a, const OpenEntry* b) { return a->place < b->place; });
+    const auto leadsToTag = [](const OpenEntry& entry) { return entry.tag != TableMatch::kNoTag; };
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        const OpenEntry& entry = *entries[i];
+        const bool likeLast = i > 0 && entries[i - 1]->place + kInfoTagBytes == entry.place &&
+                              entries[i - 1]->repeated == entry.repeated &&
+                              leadsToTag(*entries[i - 1]) == leadsToTag(entry);
+        if (likeLast) {
+            faults_.addLikeLast();
+        } else if (entry.repeated) {
+            faults_.add(entry.place, "a table entry leads to a listed tag", entry.header);
+        } else if (!leadsToTag(entry)) {
+            faults_.add(entry.place, "a table entry leads to no tag", entry.header);
+        } else {
+            RIF_TAG tag;
+            (void)probe_.readHeader(startOf(entry.header), tag);
+            const std::string name = tagName(tag.id);
+            faults_.add(
+                entry.place,
+                "a table entry differs from its " + name + " tag at " + std::to_string(entry.header.offset),
+                tag);
+        }
+    }
+}
+
+}  // namespace MUtils
