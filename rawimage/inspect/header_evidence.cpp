@@ -13,6 +13,16 @@ bool sameBucket(const RIF_TAG& a, const RIF_TAG& b) {
     return boxOf(a) == boxOf(b) && a.p6 == b.p6 && a.p7 == b.p7;
 }
 
+// Sizes and pixel aspects that frames have. A word of 0 stands for the aspect 1.
+bool isUsualSize(const RIF_TAG& header) {
+    constexpr std::int32_t kLargest = 1 << 16;
+    return header.p1 > 0 && header.p1 <= kLargest && header.p2 > 0 && header.p2 <= kLargest;
+}
+bool isUsualAspect(const RIF_TAG& header) {
+    constexpr std::int32_t kOne = 0x3F800000;
+    return header.p3 == 0 || header.p3 == kOne;
+}
+
 }  // namespace
 
 bool HeaderEvidence::agreesWithList(const RIF_TAG& header) const {
@@ -82,7 +92,7 @@ bool HeaderEvidence::agreesWithPixels(const RIF_TAG& header) {
 
 // A frame with room for all buckets.
 bool HeaderEvidence::holdsPixels(const RIF_TAG& header) {
-    return header.id == TAG_RESOLUTION && header.p1 >= right_ && header.p2 >= bottom_;
+    return header.p1 >= right_ && header.p2 >= bottom_;
 }
 
 int HeaderEvidence::comparePixels(std::size_t index, const RIF_TAG& entry) {
@@ -100,9 +110,10 @@ int HeaderEvidence::comparePixels(std::size_t index, const RIF_TAG& entry) {
     return found;
 }
 
-// What is there again under the tag's id and nowhere under the entry's has the wrong id.
+// Of two kinds, the one that tables list; else the one that the file lacks, when it has the other one again.
 int HeaderEvidence::compareIds(const RIF_TAG& tag, const RIF_TAG& entry) {
     if (isPixelTag(tag.id) || isPixelTag(entry.id)) return 0;
+    if (isAlwaysListed(tag.id) != isAlwaysListed(entry.id)) return isAlwaysListed(entry.id) ? 1 : -1;
     const bool tagRepeats = countOf(tag.id) > 0 && countOf(entry.id) == 0;
     const bool lacksResolution = entry.id == TAG_RESOLUTION && countOf(TAG_RESOLUTION) == 0;
     return tagRepeats || lacksResolution ? 1 : 0;
@@ -115,8 +126,10 @@ int HeaderEvidence::compare(std::size_t index, const RIF_TAG& entry) {
     if (found == 0 && isPixelTag(tag.id)) return comparePixels(index, entry);
     if (found != 0 || (tag.id != TAG_RESOLUTION && tag.id != TAG_REGIONS_INFO)) return found;
     found = better(tag, entry, [this](const RIF_TAG& header) { return agreesWithPixels(header); });
-    return found != 0 ? found
-                      : better(tag, entry, [this](const RIF_TAG& header) { return holdsPixels(header); });
+    if (found != 0 || tag.id != TAG_RESOLUTION) return found;
+    found = better(tag, entry, [this](const RIF_TAG& header) { return holdsPixels(header); });
+    if (found == 0) found = better(tag, entry, isUsualSize);
+    return found != 0 ? found : better(tag, entry, isUsualAspect);
 }
 
 }  // namespace MUtils
