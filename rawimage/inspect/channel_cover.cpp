@@ -19,6 +19,36 @@ void ChannelCover::addPixels(const std::vector<INFOTAG>& tags) {
     }
 }
 
+// A channel that only a damaged header has is none.
+void ChannelCover::addSpoiled(const RIF_TAG& drawn) {
+    const auto channel = boxes_.find(drawn.p8);
+    if (channel != boxes_.end() && isPixelTag(drawn.id))
+        spoiled_[drawn.p8].push_back({boxOf(drawn), channel->second.size()});
+}
+
+void ChannelCover::addPixels(const TagScan& scan) {
+    auto repair = scan.repairs.begin();
+    auto doubt = scan.doubted.begin();
+    for (const INFOTAG& tag : scan.tags) {
+        if (!isPixelTag(tag.id)) continue;
+        const auto offset = static_cast<std::int64_t>(tag.offset);
+        while (repair != scan.repairs.end() && repair->offset < offset)
+            ++repair;
+        while (doubt != scan.doubted.end() && *doubt < offset)
+            ++doubt;
+        const bool moved = repair != scan.repairs.end() && repair->offset == offset &&
+                           (repair->found.p8 != tag.p8 || !(boxOf(repair->found) == boxOf(tag)));
+        std::vector<PixelBox>& covered = boxes_[tag.p8];
+        if (moved) {
+            addSpoiled(repair->found);
+        } else if (doubt != scan.doubted.end() && *doubt == offset) {
+            addSpoiled(tag);
+        } else {
+            covered.push_back(boxOf(tag));
+        }
+    }
+}
+
 void ChannelCover::addWindows(const std::vector<INFOTAG>& tags, const PixelBox& frame) {
     for (const INFOTAG& tag : tags) {
         if (const auto window = windowOf(tag, frame)) addWindow(tag.p8, *window);
@@ -36,6 +66,27 @@ MissingBoxes ChannelCover::missingOf(std::int32_t channel, std::vector<PixelBox>
     return missingBoxes(covered, area, limit);
 }
 
+MissingBoxes ChannelCover::withSpoiled(std::int32_t channel, MissingBoxes missing, const PixelBox& area,
+                                       std::size_t limit) const {
+    constexpr std::size_t kMostLookedAt = 64;  // the rest counts as missing
+    const auto found = spoiled_.find(channel);
+    if (found == spoiled_.end()) return missing;
+    const std::vector<PixelBox>& boxes = boxes_.at(channel);
+    bool truncated = missing.truncated;
+    std::size_t looked = 0;
+    for (const Spoiled& spoiled : found->second) {
+        std::vector<PixelBox> later;
+        if (++looked <= kMostLookedAt)
+            later.assign(boxes.begin() + static_cast<std::ptrdiff_t>(spoiled.later), boxes.end());
+        const MissingBoxes rest = missingBoxes(later, spoiled.box, limit);
+        missing.boxes.insert(missing.boxes.end(), rest.boxes.begin(), rest.boxes.end());
+        truncated = truncated || rest.truncated;
+    }
+    missing = unitedBoxes(missing.boxes, area, limit);
+    missing.truncated = missing.truncated || truncated;
+    return missing;
+}
+
 ChannelCover::Missing ChannelCover::missing(const PixelBox& area) const {
     constexpr std::size_t kMostInAll = 10 * kMaxMissingBoxes;
     Missing result;
@@ -43,8 +94,8 @@ ChannelCover::Missing ChannelCover::missing(const PixelBox& area) const {
     std::vector<PixelBox> lacking;
     bool truncated = false;
     for (const auto& [channel, covered] : boxes_) {
-        MissingBoxes boxes =
-            missingOf(channel, covered, area, std::min(kMaxMissingBoxes, kMostInAll - lacking.size()));
+        const std::size_t limit = std::min(kMaxMissingBoxes, kMostInAll - lacking.size());
+        MissingBoxes boxes = withSpoiled(channel, missingOf(channel, covered, area, limit), area, limit);
         if (boxes.boxes.empty() && !boxes.truncated) continue;
         truncated = truncated || boxes.truncated;
         lacking.insert(lacking.end(), boxes.boxes.begin(), boxes.boxes.end());

@@ -7,6 +7,7 @@
 
 #include "rawimage/area/missing_boxes.h"
 #include "rawimage/format.h"
+#include "rawimage/inspect/tag_scan.h"
 
 namespace MUtils {
 
@@ -18,6 +19,9 @@ class ChannelCover {
     // Channels of the list count even without pixels, except those without values.
     void addChannels(const std::vector<RIF_CHANNEL>& list);
     void addPixels(const std::vector<INFOTAG>& tags);
+    // The pixels of a file as readers draw them, who know of no repair: a tag that is doubted, or whose place
+    // or channel was repaired, covers nothing. Where it is in the file, only later tags cover.
+    void addPixels(const TagScan& scan);
     // Windows that tags state: of a channel that has some, nothing is missing outside them. Those that are
     // not within the frame do not count.
     void addWindows(const std::vector<INFOTAG>& tags, const PixelBox& frame);
@@ -34,11 +38,21 @@ class ChannelCover {
     Missing missing(const PixelBox& area) const;
 
   private:
+    // A box that may be drawn wrong, unless the boxes of its channel from `later` on cover it.
+    struct Spoiled {
+        PixelBox box;
+        std::size_t later;
+    };
+
+    void addSpoiled(const RIF_TAG& drawn);
     MissingBoxes missingOf(std::int32_t channel, std::vector<PixelBox> covered, const PixelBox& area,
                            std::size_t limit) const;
+    MissingBoxes withSpoiled(std::int32_t channel, MissingBoxes missing, const PixelBox& area,
+                             std::size_t limit) const;
 
     Boxes boxes_;
     Boxes windows_;
+    std::map<std::int32_t, std::vector<Spoiled>> spoiled_;  // by channel
 };
 
 }  // namespace MUtils
