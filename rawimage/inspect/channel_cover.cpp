@@ -26,7 +26,7 @@ void ChannelCover::addSpoiled(const RIF_TAG& drawn) {
         spoiled_[drawn.p8].push_back({boxOf(drawn), channel->second.size()});
 }
 
-void ChannelCover::addPixels(const TagScan& scan) {
+void ChannelCover::addPixels(const TagScan& scan, bool repairedSpoils) {
     auto repair = scan.repairs.begin();
     auto doubt = scan.doubted.begin();
     for (const INFOTAG& tag : scan.tags) {
@@ -36,7 +36,7 @@ void ChannelCover::addPixels(const TagScan& scan) {
             ++repair;
         while (doubt != scan.doubted.end() && *doubt < offset)
             ++doubt;
-        const bool moved = repair != scan.repairs.end() && repair->offset == offset &&
+        const bool moved = repairedSpoils && repair != scan.repairs.end() && repair->offset == offset &&
                            (repair->found.p8 != tag.p8 || !(boxOf(repair->found) == boxOf(tag)));
         std::vector<PixelBox>& covered = boxes_[tag.p8];
         if (moved) {

@@ -7,7 +7,7 @@
 
 #include "rawimage/area/missing_boxes.h"
 #include "rawimage/format.h"
-#include "rawimage/inspect/tag_scan.h"
+#include "rawimage/inspect/inspection.h"
 
 namespace MUtils {
 
@@ -19,9 +19,10 @@ class ChannelCover {
     // Channels of the list count even without pixels, except those without values.
     void addChannels(const std::vector<RIF_CHANNEL>& list);
     void addPixels(const std::vector<INFOTAG>& tags);
-    // The pixels of a file as readers draw them, who know of no repair: a tag that is doubted, or whose place
-    // or channel was repaired, covers nothing. Where it is in the file, only later tags cover.
-    void addPixels(const TagScan& scan);
+    // The pixels of a file. A tag in doubt covers nothing and spoils its place, as readers draw it there:
+    // only later tags cover that. `repairedSpoils`: likewise a tag whose place or channel was repaired, with
+    // those in the file, as for readers of the file as it is.
+    void addPixels(const TagScan& scan, bool repairedSpoils);
     // Windows that tags state: of a channel that has some, nothing is missing outside them. Those that are
     // not within the frame do not count.
     void addWindows(const std::vector<INFOTAG>& tags, const PixelBox& frame);

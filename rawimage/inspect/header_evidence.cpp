@@ -103,8 +103,8 @@ int HeaderEvidence::comparePixels(std::size_t index, const RIF_TAG& entry) {
     if (found == 0)
         found = better(tag, entry, [&](const RIF_TAG& header) { return agreesWithCaller(index, header); });
     if (found == 0)
-        found =
-            better(tag, entry, [&](const RIF_TAG& header) { return overlaps(boxOf(header), facts_.frame()); });
+        found = better(tag, entry,
+                       [&](const RIF_TAG& header) { return overlaps(boxOf(header), facts_.frame()); });
     if (found == 0)
         found = better(tag, entry, [&](const RIF_TAG& header) { return leavesOthersFree(index, header); });
     return found;

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <iterator>
-#include <set>
 #include <system_error>
 #include <utility>
 
@@ -18,6 +17,7 @@ namespace MUtils {
 
 namespace {
 
+constexpr const char* kDoubtCause = "pixels whose place or channel other tags deny";
 constexpr const char* kTailCause = "something follows the tag table";
 
 void setState(Inspection& file, FileState state, std::string cause, std::int64_t offset) {
@@ -41,6 +41,13 @@ FileFault makeFault(const RIF_TAG& tag, std::int64_t offset, std::int64_t end, s
     return fault;
 }
 
+// There is one.
+const INFOTAG& tagAt(const Inspection& file, std::int64_t offset) {
+    return *std::lower_bound(
+        file.tags.begin(), file.tags.end(), offset,
+        [](const INFOTAG& tag, std::int64_t from) { return static_cast<std::int64_t>(tag.offset) < from; });
+}
+
 // The header's offset leads to a table, and the file goes on behind it.
 void checkTail(Inspection& file) {
     const auto table = std::find_if(file.tags.begin(), file.tags.end(), [&file](const INFOTAG& tag) {
@@ -53,25 +60,10 @@ void checkTail(Inspection& file) {
     setState(file, FileState::kDamaged, kTailCause, end);
 }
 
-// The tags whose pixels count as there.
-std::vector<INFOTAG> trustedTags(const Inspection& file, bool repairedIsMissing) {
-    std::set<std::int64_t> left(file.doubted.begin(), file.doubted.end());
-    if (repairedIsMissing) {
-        for (const TagScan::Repair& repair : file.repairs)
-            left.insert(repair.offset);
-    }
-    std::vector<INFOTAG> tags;
-    std::copy_if(file.tags.begin(), file.tags.end(), std::back_inserter(tags), [&left](const INFOTAG& tag) {
-        return left.count(static_cast<std::int64_t>(tag.offset)) == 0;
-    });
-    return tags;
-}
-
 void listMissing(Inspection& file, bool repairedIsMissing) {
     ChannelCover cover;
     cover.addChannels(file.facts.channels);
-    const bool allTrusted = file.doubted.empty() && (!repairedIsMissing || file.repairs.empty());
-    cover.addPixels(allTrusted ? file.tags : trustedTags(file, repairedIsMissing));
+    cover.addPixels(file, repairedIsMissing);
     cover.addWindows(file.tags, file.facts.frame());
     ChannelCover::Missing missing = cover.missing(file.area);
     for (auto& [channel, boxes] : missing.channels)
@@ -92,6 +84,8 @@ bool findDamage(Inspection& file) {
     }
     for (const TagScan::Repair& repair : file.repairs)
         take(repair.offset, repair.cause);
+    for (const std::int64_t offset : file.doubted)
+        take(offset, kDoubtCause);
     return file.state == FileState::kDamaged;
 }
 
@@ -167,12 +161,11 @@ FileFaults faultsOf(const Inspection& file) {
         if (!gap.torn) faults.lost.push_back(faultOf(gap, file.facts));
     }
     for (const TagScan::Repair& repair : file.repairs) {
-        const auto tag = std::lower_bound(file.tags.begin(), file.tags.end(), repair.offset,
-                                          [](const INFOTAG& of, std::int64_t offset) {
-                                              return static_cast<std::int64_t>(of.offset) < offset;
-                                          });
-        faults.repaired.push_back(makeFault(*tag, repair.offset, repair.offset, repair.cause, file.facts));
+        faults.repaired.push_back(
+            makeFault(tagAt(file, repair.offset), repair.offset, repair.offset, repair.cause, file.facts));
     }
+    for (const std::int64_t offset : file.doubted)
+        faults.doubts.push_back(makeFault(tagAt(file, offset), offset, offset, kDoubtCause, file.facts));
     for (const TagScan::Fault& found : file.faults) {
         faults.doubts.push_back(makeFault(found.tag, found.offset, found.offset, found.cause, file.facts));
         faults.doubts.back().count = found.count;

@@ -3,8 +3,8 @@
 #include <algorithm>
 
 #include "rawimage/area/missing_boxes.h"
+#include "rawimage/area/tag_box.h"
 #include "rawimage/inspect/gap_list.h"
-#include "rawimage/inspect/tag_check.h"
 
 namespace MUtils {
 
@@ -21,14 +21,6 @@ bool hasPixels(const RIF_TAG& tag) {
 
 bool samePlace(const RIF_TAG& a, const RIF_TAG& b) {
     return a.p2 == b.p2 && a.p3 == b.p3 && a.p4 == b.p4 && a.p5 == b.p5;
-}
-
-bool overlap(std::int64_t from, std::int64_t size, std::int64_t otherFrom, std::int64_t otherSize) {
-    return from < otherFrom + otherSize && otherFrom < from + size;
-}
-
-bool overlap(const RIF_TAG& a, const RIF_TAG& b) {
-    return overlap(a.p2, a.p4, b.p2, b.p4) && overlap(a.p3, a.p5, b.p3, b.p5);
 }
 
 // Of x, y, width and height, those that differ.
@@ -134,10 +126,10 @@ void PlaceCheck::gatherFacts() {
             if (here) ++(ofOwn ? suspect.ownHere : suspect.neighboursHere);
             if (there) ++(ofOwn ? suspect.ownThere : suspect.neighboursThere);
             if (!ofOwn || i == suspect.tag) continue;
-            const bool overPlace = overlap(tag, own);
+            const bool overPlace = overlaps(boxOf(tag), boxOf(own));
             suspect.overOwn = suspect.overOwn || overPlace;
             const bool later = i > suspect.tag && suspect.later.size() < kMostLater;
-            if (later && (overPlace || overlap(tag, neighbour))) suspect.later.push_back(tag);
+            if (later && (overPlace || overlaps(boxOf(tag), boxOf(neighbour)))) suspect.later.push_back(tag);
         }
     }
 }
@@ -154,9 +146,8 @@ bool PlaceCheck::isDenied(const Suspect& suspect) const {
     const auto distance = [](std::int32_t a, std::int32_t b) { return std::int64_t{a} - b; };
     const bool offGrid = grid_ && (distance(tag.p2, neighbour.p2) % grid_->p1 != 0 ||
                                    distance(tag.p3, neighbour.p3) % grid_->p2 != 0);
-    RIF_TAG frame;
-    if (facts_.resolution) frame.p4 = facts_.resolution->p1, frame.p5 = facts_.resolution->p2;
-    const bool outside = facts_.resolution && !overlap(tag, frame) && overlap(neighbour, frame);
+    const bool outside = facts_.resolution && !overlaps(boxOf(tag), facts_.frame()) &&
+                         overlaps(boxOf(neighbour), facts_.frame());
     return offGrid || outside || suspect.overOwn;
 }
 

@@ -5,6 +5,7 @@
 #include <string>
 #include <tuple>
 
+#include "rawimage/area/tag_box.h"
 #include "rawimage/inspect/channel_check.h"
 #include "rawimage/inspect/gap_list.h"
 #include "rawimage/inspect/tag_check.h"
