@@ -188,6 +188,7 @@ std::vector<std::int64_t> notesIn(const Inspection& found) {
 
 // What leads a reader, which walks by sizes, astray before it comes to `place`; null when nothing does.
 const char* damageBefore(std::int64_t place, const Inspection& found) {
+    if (!found.repairs.empty() && found.repairs.front().offset < place) return found.repairs.front().cause;
     const auto astray = std::find_if(found.gaps.begin(), found.gaps.end(),
                                      [](const TagGap& gap) { return gap.tag.size != gap.end - gap.offset; });
     return astray != found.gaps.end() && astray->offset < place ? astray->cause : nullptr;

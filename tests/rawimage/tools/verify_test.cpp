@@ -81,7 +81,7 @@ TEST(Verify, TellsWhereAndWhyAFileIsDamaged) {
         {"size that its parameters contradict", note, 4, Bytes().u32(99), TAG_NOTE, sample.offset(note), 1,
          true},
         {"size less than the tag header's", note, 4, Bytes().u32(39), TAG_NOTE, sample.offset(note), 1, true},
-        {"unknown tag id", note, 0, Bytes().u32(999), 999, sample.offset(note), 1, true},
+        {"unknown tag id", note, 0, Bytes().u32(999), TAG_NOTE, sample.offset(note), 1, true},
         {"record out of order", list, 40, Bytes().u32(4), TAG_CHANNEL_INFO, sample.offset(list)},
         {"record of an unknown type", list, 44, Bytes().u32(7), TAG_CHANNEL_INFO, sample.offset(list)},
         {"bytes behind its end", note, 300, Bytes().u32(7), TAG_NOTE, sample.offset(note)},
