@@ -1,0 +1,296 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <set>
+
+#include "rawimage/inspect/inspection.h"
+#include "rawimage/tools/recover.h"
+#include "tests/testing/check.h"
+#include "tests/testing/raw_frame.h"
+
+// Which of a damaged file's own statements are believed, on a frame of several channels and buckets.
+
+using namespace testing_tools;
+using namespace MUtils;
+
+namespace {
+
+constexpr int kChannels = 4;
+
+// 3 x 2 buckets of 16 x 16 with metadata. Another `seed` gives a sibling: the same frame with other values.
+Contents makeFrame(int seed, int channels = kChannels) {
+    RawFrame frame;
+    frame.width = 48, frame.height = 32;
+    const RawChannel all[kChannels] = {{2, 126, "color"}, {2, 125, "alpha"}, {4, 0, "id"}, {4, 0, "mask"}};
+    frame.channels.assign(all, all + channels);
+    frame.boxes.clear();
+    for (int i = 0; i < 6; ++i)
+        frame.boxes.push_back({i % 3 * 16, i / 3 * 16, 16, 16});
+    frame.metadata = [seed](RIFile& file) {
+        expectOk(file.WTCameraInfo({}));
+        expectOk(file.WTNote(("note " + std::to_string(seed)).c_str()));
+        expectOk(file.WTStampText("stamp"));
+        char blob[] = "settings";
+        expectOk(file.WTOverlayTexts(blob, 3));
+        expectOk(file.WTMirtSettings(blob, sizeof blob));
+    };
+    frame.values = [seed](int component, int x, int y) {
+        return static_cast<float>((x * 31 + y * 17 + component * 7) * (seed + 3) % (seed + 97));
+    };
+    MemoryFile file;
+    frame.write(file.path());
+    return file.bytes();
+}
+
+Inspection inspected(const Contents& bytes, InspectDepth depth = InspectDepth::kPayloads) {
+    FaultStream stream(bytes);
+    stream.Open();
+    InspectOptions options;
+    options.depth = depth;
+    options.threads = 1;
+    return inspectStream(stream, options);
+}
+
+// The sound tags but the table: 40 bytes of header each, and the offset.
+std::vector<std::string> headersOf(const Inspection& file) {
+    std::vector<std::string> headers;
+    for (const INFOTAG& tag : file.tags) {
+        unsigned char entry[kInfoTagBytes];
+        encodeInfoTag(tag, entry);
+        if (tag.id != TAG_INFO_TAGS) headers.emplace_back(entry, entry + kInfoTagBytes);
+    }
+    return headers;
+}
+
+// What recovery writes, its table left out.
+std::set<std::string> recoveredTags(const Contents& bytes) {
+    MemoryFile input, output;
+    input.fill(bytes);
+    EXPECT_EQ(recoverFile(input.path(), output.path(), {}).state, RecoverState::kGood);
+    const std::vector<std::string> tags = tagsOf(opened(output.bytes()));
+    return {tags.begin(), tags.end()};
+}
+
+std::set<std::string> setOf(const std::vector<std::string>& tags) {
+    return {tags.begin(), tags.end()};
+}
+
+struct Evidence : testing::Test {
+    const Contents file = makeFrame(1);
+    const Inspection sound = inspected(file);
+    const std::vector<std::string> headers = headersOf(sound);
+    const INFOTAG& table = sound.tags.back();
+
+    INFOTAG tagOf(std::uint32_t id, int nth = 0) const {
+        for (const INFOTAG& tag : sound.tags) {
+            if (tag.id == id && nth-- == 0) return tag;
+        }
+        throw std::runtime_error("no such tag");
+    }
+    static Contents flipped(Contents bytes, std::uint64_t at, int bit) {
+        bytes[at + static_cast<std::size_t>(bit / 8)] ^= static_cast<unsigned char>(1 << bit % 8);
+        return bytes;
+    }
+};
+
+}  // namespace
+
+TEST_F(Evidence, RepairsEveryBitOfAListedHeader) {
+    ASSERT_EQ(sound.state, FileState::kGood);
+    const INFOTAG tags[] = {tagOf(TAG_RESOLUTION),     tagOf(TAG_REGIONS_INFO),   tagOf(TAG_NOTE),
+                            tagOf(TAG_STAMP_TEXT),     tagOf(TAG_SETTINGS),       tagOf(TAG_CHAN_INT, 4),
+                            tagOf(TAG_CHAN_FLOAT3, 4), tagOf(TAG_CHAN_FLOAT3, 5), tagOf(TAG_CHAN_INT, 11)};
+    for (const INFOTAG& tag : tags) {
+        for (int bit = 0; bit < 8 * kTagHeaderBytes; ++bit) {
+            const Contents bytes = flipped(file, tag.offset, bit);
+            for (const InspectDepth depth : {InspectDepth::kHeaders, InspectDepth::kPayloads}) {
+                const Inspection result = inspected(bytes, depth);
+                EXPECT_EQ(result.state, FileState::kDamaged);
+                ASSERT_EQ(headersOf(result), headers)
+                    << tagName(tag.id) << ", bit " << bit % 32 << " of word " << bit / 32;
+                ASSERT_EQ(result.repairs.size(), 1u);
+                EXPECT_EQ(result.repairs[0].offset, static_cast<std::int64_t>(tag.offset));
+                EXPECT_TRUE(result.gaps.empty() && result.faults.empty());
+            }
+        }
+        const Contents bytes = flipped(file, tag.offset, 18);
+        EXPECT_EQ(recoveredTags(bytes), setOf(tagsOf(opened(file)))) << tagName(tag.id);
+    }
+    // What is wrong with the table costs no tag.
+    for (int bit = 0; bit < 8 * kInfoTagBytes; ++bit) {
+        const std::uint64_t entry = table.offset + kTagHeaderBytes + 20 * kInfoTagBytes;
+        const Inspection result = inspected(flipped(file, entry, bit));
+        EXPECT_EQ(headersOf(result), headers) << bit;
+        EXPECT_EQ(result.state, FileState::kDamaged) << bit;
+        EXPECT_TRUE(result.repairs.empty()) << bit;
+    }
+}
+
+// A payload without a checksum may be gone with its header.
+TEST_F(Evidence, RepairsNoPayloadThatNothingProves) {
+    const INFOTAG settings = tagOf(TAG_SETTINGS);
+    Contents bytes = file;
+    std::fill_n(bytes.begin() + static_cast<std::ptrdiff_t>(settings.offset), 44, 0);
+    const Inspection result = inspected(bytes);
+    EXPECT_TRUE(result.repairs.empty());
+    EXPECT_EQ(result.gaps.size(), 1u);
+    EXPECT_EQ(result.tags.size(), sound.tags.size() - 1);
+}
+
+// A block of a sibling in the file, as a disk leaves one that was not written.
+TEST_F(Evidence, KeepsNothingOfASibling) {
+    const Contents sibling = makeFrame(2);
+    const std::set<std::string> own = setOf(tagsOf(opened(file)));
+    for (const std::size_t size : {300u, 700u, 1500u}) {
+        for (std::size_t at = 100; at + size < table.offset; at += 97) {
+            Contents bytes = file;
+            std::copy_n(sibling.begin() + static_cast<std::ptrdiff_t>(at), size,
+                        bytes.begin() + static_cast<std::ptrdiff_t>(at));
+            if (bytes == file) continue;
+            const std::set<std::string> kept = recoveredTags(bytes);
+            std::size_t touched = 0;
+            for (const INFOTAG& tag : sound.tags)
+                touched += tag.offset < at + size && tag.offset + tag.size > at ? 1 : 0;
+            EXPECT_GE(kept.size() + touched, own.size()) << at;
+            for (const std::string& tag : kept) {
+                // Records and texts have no checksum.
+                if (isPixelTag(idOf(tag))) {
+                    EXPECT_EQ(own.count(tag), 1u) << at << ", " << size;
+                }
+            }
+        }
+    }
+}
+
+TEST_F(Evidence, FindsTheTableAtTheEnd) {
+    const INFOTAG moved = tagOf(TAG_CHAN_INT, 5);
+    const Contents place = flipped(file, moved.offset + 12, 6);
+    Contents pointer = flipped(place, 12, 9), zeroed = place, never = place;
+    std::fill_n(zeroed.begin(), kFileHeaderBytes, 0);
+    std::fill_n(never.begin() + 12, 8, 0);  // as a writer that dies just before
+    for (const Contents& bytes : {pointer, zeroed, never}) {
+        const Inspection result = inspected(bytes);
+        EXPECT_EQ(headersOf(result), headers);
+        EXPECT_EQ(result.repairs.size(), 1u);
+        EXPECT_EQ(recoveredTags(bytes), setOf(tagsOf(opened(file))));
+    }
+}
+
+TEST_F(Evidence, ReportsARunOfLikeEntriesOnce) {
+    Contents bytes = file;
+    std::fill(bytes.end() - 10 * kInfoTagBytes - 5, bytes.end(), 0);
+    const Inspection result = inspected(bytes);
+    EXPECT_EQ(headersOf(result), headers);
+    ASSERT_LE(result.faults.size(), 3u);
+    std::int64_t count = 0;
+    for (const TagScan::Fault& fault : result.faults)
+        count += fault.count;
+    EXPECT_GE(count, 20);
+}
+
+// Without a table.
+TEST_F(Evidence, RepairsAPlaceByTheOtherChannels) {
+    const Bytes open = opened(file);
+    for (const int nth : {0, 4, 7, 11}) {
+        for (const std::uint32_t id : {TAG_CHAN_INT, TAG_CHAN_FLOAT3}) {
+            const INFOTAG tag = tagOf(id, nth);
+            for (int bit = 96; bit < 224; bit += nth == 4 ? 1 : 7) {  // x, y, width, height
+                const Contents bytes = flipped(open, tag.offset, bit);
+                for (const InspectDepth depth : {InspectDepth::kHeaders, InspectDepth::kPayloads}) {
+                    const Inspection result = inspected(bytes, depth);
+                    EXPECT_EQ(result.state, FileState::kDamaged);
+                    ASSERT_EQ(headersOf(result), headers) << nth << ", bit " << bit;
+                    EXPECT_TRUE(result.missing.empty());
+                }
+                // In the file as it is, the right place and the wrong one are to be rendered; then all is
+                // well.
+                FaultStream stream(bytes);
+                stream.Open();
+                InspectOptions options;
+                options.repairedIsMissing = true;
+                EXPECT_EQ(inspectStream(stream, options).missing.size(), 1u) << bit;
+            }
+        }
+    }
+}
+
+TEST_F(Evidence, CallsAFileSoundWhoseWrongPlacesWereRenderedAgain) {
+    Bytes bytes = opened(file);
+    const std::vector<std::string> tags = tagsOf(bytes);
+    const INFOTAG wrong = tagOf(TAG_CHAN_INT, 2), other = tagOf(TAG_CHAN_INT, 4);  // 16 pixels to the right
+    static_cast<Contents&>(bytes) = flipped(bytes, wrong.offset + 12, 4);
+    static_cast<Contents&>(bytes) = flipped(bytes, wrong.offset + 12, 5);
+    EXPECT_EQ(inspected(bytes).state, FileState::kDamaged);
+    for (const INFOTAG& tag : {wrong, other})
+        bytes.raw(&file[tag.offset], tag.size);
+    const Inspection result = inspected(bytes);
+    EXPECT_EQ(result.state, FileState::kUnfinished) << result.cause;
+    EXPECT_TRUE(result.missing.empty());
+}
+
+// Two words at once, or a row of two channels that contradict each other.
+TEST_F(Evidence, DoubtsWhatItCannotSettle) {
+    const INFOTAG tag = tagOf(TAG_CHAN_INT, 2);
+    const Contents both = flipped(flipped(opened(file), tag.offset + 12, 4), tag.offset + 16, 6);
+    const Inspection twice = inspected(both);
+    EXPECT_EQ(twice.state, FileState::kDamaged);
+    EXPECT_EQ(twice.doubted, std::vector<std::int64_t>{static_cast<std::int64_t>(tag.offset)});
+    EXPECT_EQ(twice.missing.size(), 1u) << "both places of one channel";
+
+    const Contents pairs = makeFrame(1, 2);
+    const Inspection soundPairs = inspected(pairs);
+    for (const INFOTAG& of : soundPairs.tags) {
+        if (!isPixelTag(of.id)) continue;
+        for (const int bit : {1, 4, 5, 9}) {
+            const Inspection result = inspected(flipped(opened(pairs), of.offset + 12, bit));
+            EXPECT_EQ(result.state, FileState::kDamaged) << of.offset << ", bit " << bit;
+            EXPECT_TRUE(!result.doubted.empty() || headersOf(result) == headersOf(soundPairs));
+        }
+    }
+}
+
+// Rows of channels and boxes as writers may leave them; nothing is wrong.
+TEST(EvidenceOfPlaces, RaisesNoFalseAlarm) {
+    struct Written {
+        int channel;
+        PixelBox box;
+    };
+    using Rows = std::vector<Written>;
+    const auto at = [](int x, int y = 0, int w = 8, int h = 8) { return boxAt(x, y, w, h); };
+    Rows overlapping, offGrid, passes, lagging, ascending, single, clipped, split, mixed;
+    for (int i = 0; i < 12; ++i) {
+        for (int c = 3; c >= 0; --c) {
+            overlapping.push_back({c, at(6 * i)});
+            offGrid.push_back({c, at(7 * i + i * i, i, 5 + i % 3, 4)});
+            ascending.push_back({3 - c, at(8 * i)});
+            if (c > 0) lagging.push_back({c, at(8 * i)});
+            clipped.push_back({c, c == 2 && i % 4 == 0 ? at(8 * i + 3, 2, 5, 6) : at(8 * i)});
+            if (c < 2) split.push_back({c, at(8 * i)});
+            mixed.push_back({c, c == 1 ? at(8 * (11 - i)) : at(8 * i)});
+        }
+        if (i > 0) lagging.push_back({0, at(8 * i - 8)});
+        single.push_back({0, i % 5 == 4 ? at(3 * i, 1) : at(8 * i)});
+    }
+    for (int i = 11; i >= 0; --i) {
+        split.push_back({3, at(8 * i)});
+        split.push_back({2, at(8 * i)});
+    }
+    for (int pass = 0; pass < 3; ++pass) {
+        for (const Written& written : overlapping)
+            passes.push_back({written.channel, at(static_cast<int>(written.box.x0) / 6 * 8)});
+    }
+    const std::pair<const char*, Rows> cases[] = {
+        {"overlapping", overlapping}, {"off the grid", offGrid}, {"several passes", passes},
+        {"a channel later", lagging}, {"ascending", ascending},  {"a single channel", single},
+        {"clipped", clipped},         {"several calls", split},  {"a channel of its own", mixed}};
+    for (const auto& [what, rows] : cases) {
+        Bytes bytes =
+            Bytes().fileHeader(0).tag(TAG_RESOLUTION, 0, {96, 16}).tag(TAG_REGIONS_INFO, 0, {8, 8, 0});
+        for (const Written& written : rows) {
+            addPixels(bytes, written.channel, written.box,
+                      zipped(noise(static_cast<std::size_t>(4 * written.box.area())), 1));
+            const Inspection result = inspected(bytes, InspectDepth::kHeaders);
+            ASSERT_EQ(result.state, FileState::kUnfinished) << what << ": " << result.cause;
+        }
+    }
+}
