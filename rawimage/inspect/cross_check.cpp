@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "rawimage/inspect/channel_check.h"
+#include "rawimage/inspect/channel_order.h"
 #include "rawimage/inspect/fault_list.h"
 #include "rawimage/inspect/gap_list.h"
 #include "rawimage/inspect/payload_probe.h"
@@ -50,6 +51,7 @@ void crossCheck(PStream& stream, TagScan& scan) {
     TableCheck table(stream, scan, probe, faults);
     table.run();
     std::vector<bool> confirmed = table.confirmed();
+    repairChannelOrder(stream, scan, confirmed);
     checkChannelList(stream, scan, confirmed);
     PlaceCheck(stream, scan, confirmed, probe).run();
     sortByOffset(scan);

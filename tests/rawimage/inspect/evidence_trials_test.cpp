@@ -214,6 +214,19 @@ TEST_F(Evidence, RepairsAPlaceByTheOtherChannels) {
     }
 }
 
+// The first, a middle and the last channel; the lowest bits give another channel, of the same type or not.
+TEST_F(Evidence, RepairsAChannelByItsOrder) {
+    const Bytes open = opened(file);
+    for (const INFOTAG& tag : {tagOf(TAG_CHAN_INT, 4), tagOf(TAG_CHAN_INT, 5), tagOf(TAG_CHAN_FLOAT3, 4),
+                               tagOf(TAG_CHAN_FLOAT3, 5)}) {
+        for (int bit = 0; bit < 32; ++bit) {
+            const Inspection result = inspected(flipped(open, tag.offset + 36, bit));
+            EXPECT_EQ(result.state, FileState::kDamaged);
+            EXPECT_EQ(headersOf(result), headers) << tag.p8 << ", bit " << bit;
+        }
+    }
+}
+
 TEST_F(Evidence, CallsAFileSoundWhoseWrongPlacesWereRenderedAgain) {
     Bytes bytes = opened(file);
     const std::vector<std::string> tags = tagsOf(bytes);
