@@ -46,7 +46,7 @@ bool covers(const std::vector<RIF_TAG>& tags, const RIF_TAG& place) {
 }  // namespace
 
 void PlaceCheck::run() {
-    findSuspects();
+    if (hasUnconfirmedPixels()) findSuspects();
     if (!suspects_.empty()) {
         facts_ = readFrameFacts(stream_, scan_.tags);
         for (const INFOTAG& tag : scan_.tags) {
@@ -60,6 +60,13 @@ void PlaceCheck::run() {
             judge(suspect);
     }
     if (!scan_.gaps.empty()) repairGaps();
+}
+
+bool PlaceCheck::hasUnconfirmedPixels() const {
+    for (std::size_t i = 0; i < scan_.tags.size(); ++i) {
+        if (!confirmed_[i] && hasPixels(scan_.tags[i])) return true;
+    }
+    return false;
 }
 
 // True when the tag and the one before it may be channels of one bucket, written in one call.

@@ -55,6 +55,7 @@ class PlaceCheck {
         int differ = 0;
     };
 
+    bool hasUnconfirmedPixels() const;
     bool isRow(std::size_t tag) const;
     bool agreesBefore(std::size_t tag) const;
     void findSuspects();
