@@ -29,6 +29,13 @@ bool sameHeader(const RIF_TAG& a, const RIF_TAG& b) {
            a.p5 == b.p5 && a.p6 == b.p6 && a.p7 == b.p7 && a.p8 == b.p8;
 }
 
+std::size_t firstTagFrom(const std::vector<INFOTAG>& tags, std::uint64_t offset) {
+    const auto at =
+        std::lower_bound(tags.begin(), tags.end(), offset,
+                         [](const INFOTAG& tag, std::uint64_t from) { return tag.offset < from; });
+    return static_cast<std::size_t>(at - tags.begin());
+}
+
 bool isInGap(const std::vector<TagGap>& gaps, std::uint64_t offset) {
     const auto position = static_cast<std::int64_t>(std::min<std::uint64_t>(offset, INT64_MAX));
     const auto after = std::upper_bound(gaps.begin(), gaps.end(), position,

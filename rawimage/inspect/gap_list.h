@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <vector>
 
 #include "rawimage/inspect/tag_scan.h"
@@ -15,6 +17,9 @@ inline std::int64_t startOf(const INFOTAG& tag) {
 inline std::int64_t endOf(const INFOTAG& tag) {
     return static_cast<std::int64_t>(tag.offset) + tag.size;
 }
+
+// The place in the list of the first tag at or behind `offset`. The tags are in file order.
+std::size_t firstTagFrom(const std::vector<INFOTAG>& tags, std::uint64_t offset);
 
 // True when `offset` lies in one of the gaps, which are in file order.
 bool isInGap(const std::vector<TagGap>& gaps, std::uint64_t offset);

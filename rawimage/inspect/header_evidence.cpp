@@ -4,6 +4,7 @@
 
 #include "rawimage/area/tag_box.h"
 #include "rawimage/tag_rules.h"
+#include "support/bytes.h"
 
 namespace MUtils {
 
@@ -13,14 +14,15 @@ bool sameBucket(const RIF_TAG& a, const RIF_TAG& b) {
     return boxOf(a) == boxOf(b) && a.p6 == b.p6 && a.p7 == b.p7;
 }
 
-// Sizes and pixel aspects that frames have. A word of 0 stands for the aspect 1.
-bool isUsualSize(const RIF_TAG& header) {
-    constexpr std::int32_t kLargest = 1 << 16;
+// Sizes and pixel aspects that frames may have.
+bool isPossibleSize(const RIF_TAG& header) {
+    constexpr std::int32_t kLargest = 1 << 18;
     return header.p1 > 0 && header.p1 <= kLargest && header.p2 > 0 && header.p2 <= kLargest;
 }
-bool isUsualAspect(const RIF_TAG& header) {
-    constexpr std::int32_t kOne = 0x3F800000;
-    return header.p3 == 0 || header.p3 == kOne;
+bool isPossibleAspect(const RIF_TAG& header) {
+    constexpr float kLeast = 0.1f, kMost = 10;
+    const float aspect = floatFromBits(static_cast<std::uint32_t>(header.p3));
+    return aspect == 0 || (aspect >= kLeast && aspect <= kMost);
 }
 
 }  // namespace
@@ -128,8 +130,8 @@ int HeaderEvidence::compare(std::size_t index, const RIF_TAG& entry) {
     found = better(tag, entry, [this](const RIF_TAG& header) { return agreesWithPixels(header); });
     if (found != 0 || tag.id != TAG_RESOLUTION) return found;
     found = better(tag, entry, [this](const RIF_TAG& header) { return holdsPixels(header); });
-    if (found == 0) found = better(tag, entry, isUsualSize);
-    return found != 0 ? found : better(tag, entry, isUsualAspect);
+    if (found == 0) found = better(tag, entry, isPossibleSize);
+    return found != 0 ? found : better(tag, entry, isPossibleAspect);
 }
 
 }  // namespace MUtils

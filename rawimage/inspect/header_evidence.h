@@ -16,7 +16,7 @@ namespace MUtils {
 //   pixels      the channel list has this type for the channel; the next tags are other channels of the
 //               bucket; they have the same two words of the caller's; the bucket overlaps the frame; no other
 //               bucket of the channel is in its place
-//   resolution, bucket sizes    the extent and the sizes of all buckets; sizes and aspects that are usual
+//   resolution, bucket sizes    the extent and the sizes of all buckets; sizes and aspects that frames have
 //   other ids   each kind of metadata comes once, a resolution at least once; tables list some kinds only
 class HeaderEvidence {
   public:

@@ -238,6 +238,9 @@ std::optional<INFOTAG> PlaceCheck::repaired(const TagGap& gap, std::size_t next)
     if (before != nullptr && after != nullptr && !samePlace(*before, *after)) return std::nullopt;
     const INFOTAG* neighbour = before != nullptr ? before : after;
     if (neighbour == nullptr || placeWordsThatDiffer(gap.tag, *neighbour) != 1) return std::nullopt;
+    // A gap whose header and payload agree was made of a tag for another reason.
+    if (gap.tag.p2 != neighbour->p2 || gap.tag.p3 != neighbour->p3 || probe_.agrees(gap.tag, gap.offset))
+        return std::nullopt;
     INFOTAG tag;
     static_cast<RIF_TAG&>(tag) = gap.tag;
     tag.offset = static_cast<std::uint64_t>(gap.offset);

@@ -59,7 +59,8 @@ void TableCheck::run() {
     judgeUnlisted();
     restoreFromGaps();
     finish();
-    reportEntries();
+    // Of a table to which the header does not lead, it is not known whether the writer had finished it.
+    if (headerLeadsToIt_) reportEntries();
 }
 
 // A table at the end of the file is believed when the header's offset leads to it, or when it confirms most
@@ -79,9 +80,8 @@ bool TableCheck::findTable() {
 // No fault: a tag where the table was, as a writer that appends leaves the offset until it closes the file;
 // and an offset past the end, as the file was cut.
 void TableCheck::checkOffset(std::uint64_t stored, bool tableEnds) {
-    const auto at = std::lower_bound(scan_.tags.begin(), scan_.tags.end(), stored,
-                                     [](const INFOTAG& tag, std::uint64_t to) { return tag.offset < to; });
-    const bool leadsToTag = at != scan_.tags.end() && at->offset == stored;
+    const std::size_t at = firstTagFrom(scan_.tags, stored);
+    const bool leadsToTag = at < scan_.tags.size() && scan_.tags[at].offset == stored;
     const std::string leads = "the table offset leads to " + std::to_string(stored);
     if (tableEnds) {
         faults_.add(kTableOffsetPosition,
@@ -184,7 +184,8 @@ void TableCheck::judgeUnlisted() {
 // The tags from `from` on, before the confirmed tag `to`.
 void TableCheck::judgeStretch(std::size_t from, std::size_t to) {
     const std::int64_t start = from > 0 ? endOf(scan_.tags[from - 1]) : kFileHeaderBytes;
-    const bool chainWins = isChain(from, to) && !entriesFill(start, startOf(scan_.tags[to]));
+    const bool isWhole = isChain(from, to);
+    const bool chainWins = isWhole && !entriesFill(start, startOf(scan_.tags[to]));
     for (std::size_t i = from; i < to; ++i) {
         const INFOTAG& tag = scan_.tags[i];
         if (match_->isListed(i)) continue;
@@ -195,7 +196,9 @@ void TableCheck::judgeStretch(std::size_t from, std::size_t to) {
         if (claimed && !tagWins) {
             dropped_[i] = "tag in the place of another one that the table lists";
         } else if (isAlwaysListed(tag.id)) {
-            if (!claimed && isDeniedByWholeTable(tag)) {
+            // A writer that could not read the old table lists only what it has appended.
+            const bool mayBeOlder = isWhole && isPixelTag(tag.id);
+            if (!claimed && !mayBeOlder && isDeniedByWholeTable(tag)) {
                 dropped_[i] = "tag that the table does not list";
             } else {
                 reportUnlisted(i);
@@ -238,6 +241,7 @@ bool TableCheck::isDeniedByWholeTable(const INFOTAG& tag) {
 }
 
 void TableCheck::reportUnlisted(std::size_t tag) {
+    if (!headerLeadsToIt_) return;
     const INFOTAG& unlisted = scan_.tags[tag];
     const bool follows =
         lastUnlisted_ + 1 == tag && isPixelTag(scan_.tags[lastUnlisted_].id) == isPixelTag(unlisted.id);
@@ -258,11 +262,10 @@ void TableCheck::restoreFromGaps() {
 
 bool TableCheck::restores(const OpenEntry& entry) {
     const INFOTAG& header = entry.header;
-    auto tag = std::lower_bound(scan_.tags.begin(), scan_.tags.end(), header.offset,
-                                [](const INFOTAG& a, std::uint64_t offset) { return a.offset < offset; });
-    if (tag != scan_.tags.begin() && endOf(*(tag - 1)) > startOf(header)) --tag;
-    for (; tag != scan_.tags.end() && startOf(*tag) < endOf(header); ++tag) {
-        if (dropped_[static_cast<std::size_t>(tag - scan_.tags.begin())] == nullptr) return false;
+    std::size_t tag = firstTagFrom(scan_.tags, header.offset);
+    if (tag > 0 && endOf(scan_.tags[tag - 1]) > startOf(header)) --tag;
+    for (; startOf(scan_.tags[tag]) < endOf(header); ++tag) {  // the table is behind all
+        if (dropped_[tag] == nullptr) return false;
     }
     RIF_TAG found;
     if (!probe_.readHeader(startOf(header), found)) return false;

@@ -21,7 +21,8 @@ namespace MUtils {
 //      dropped.
 //   3. A tag that no entry leads to is dropped when sound entries claim its bytes, unless an unbroken chain
 //      of tags leads over it from one confirmed tag to the next, and the entries do not fill that stretch.
-//      Where no entry claims its bytes, it is dropped only when every entry of the table is sound.
+//      Where no entry claims its bytes, it is dropped only when every entry of the table is sound, pixels
+//      only outside such a chain.
 //   4. A tag that a sound entry places inside a gap is restored when its payload agrees with the entry: by
 //      its checksum, or, for a payload without one, when its header differs from the entry in one word only.
 //

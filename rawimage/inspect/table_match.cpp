@@ -18,15 +18,8 @@ TableMatch::TableMatch(PStream& stream, const TagScan& scan)
     if (!open_.empty()) weigh();
 }
 
-std::size_t TableMatch::firstTagFrom(std::uint64_t offset) const {
-    const auto at =
-        std::lower_bound(scan_.tags.begin(), scan_.tags.end(), offset,
-                         [](const INFOTAG& tag, std::uint64_t from) { return tag.offset < from; });
-    return static_cast<std::size_t>(at - scan_.tags.begin());
-}
-
 void TableMatch::match(const INFOTAG& entry, std::int64_t place) {
-    std::size_t tag = firstTagFrom(entry.offset);
+    std::size_t tag = firstTagFrom(scan_.tags, entry.offset);
     // The table does not list itself.
     if (tag + 1 >= scan_.tags.size() || scan_.tags[tag].offset != entry.offset) tag = kNoTag;
     const bool same = tag != kNoTag && sameHeader(scan_.tags[tag], entry);
@@ -46,9 +39,9 @@ bool TableMatch::isPossible(const OpenEntry& entry, const std::vector<std::uint3
         return false;
     const std::int64_t offset = startOf(entry.header);
     if (rulesOf(scan_).headerFault(entry.header, offset, startOf(table)) != nullptr) return false;
-    std::size_t first = firstTagFrom(entry.header.offset);
+    std::size_t first = firstTagFrom(scan_.tags, entry.header.offset);
     if (first > 0 && endOf(scan_.tags[first - 1]) > offset) --first;
-    const std::size_t last = firstTagFrom(entry.header.offset + entry.header.size);
+    const std::size_t last = firstTagFrom(scan_.tags, entry.header.offset + entry.header.size);
     return confirmedBefore[first] == confirmedBefore[last];
 }
 
@@ -77,7 +70,7 @@ std::vector<const TableMatch::OpenEntry*>::const_iterator TableMatch::soundFrom(
 }
 
 bool TableMatch::beginsAt(std::int64_t offset) const {
-    const std::size_t tag = firstTagFrom(static_cast<std::uint64_t>(offset));
+    const std::size_t tag = firstTagFrom(scan_.tags, static_cast<std::uint64_t>(offset));
     if (tag < scan_.tags.size() && startOf(scan_.tags[tag]) == offset && confirmed_[tag]) return true;
     const auto entry = soundFrom(offset);
     return entry != sound_.end() && startOf((*entry)->header) == offset;

@@ -49,7 +49,6 @@ class TableMatch {
 
   private:
     void match(const INFOTAG& entry, std::int64_t place);
-    std::size_t firstTagFrom(std::uint64_t offset) const;
     bool isPossible(const OpenEntry& entry, const std::vector<std::uint32_t>& confirmedBefore) const;
     void weigh();
 

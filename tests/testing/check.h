@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "rawimage/inspect/inspection.h"
 #include "rawimage/tools/verify.h"
 #include "support/bytes.h"
 #include "tests/testing/memory_file.h"
@@ -22,6 +23,16 @@
 namespace testing_tools {
 
 using Contents = std::vector<unsigned char>;
+
+inline MUtils::Inspection inspected(const Contents& bytes,
+                                    MUtils::InspectDepth depth = MUtils::InspectDepth::kPayloads) {
+    FaultStream stream(bytes);
+    stream.Open();
+    MUtils::InspectOptions options;
+    options.depth = depth;
+    options.threads = 1;
+    return MUtils::inspectStream(stream, options);
+}
 
 inline MUtils::VerifyReport verify(const Contents& bytes, bool quick = false, int threads = 1) {
     FaultStream stream(bytes);
