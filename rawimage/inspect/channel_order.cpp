@@ -130,7 +130,8 @@ void repairChannelOrder(PStream& stream, TagScan& scan, const std::vector<bool>&
     const auto last = std::find_if(scan.tags.rbegin(), scan.tags.rend(),
                                    [](const INFOTAG& tag) { return isChannelList(tag); });
     if (last == scan.tags.rend()) return;
-    const std::vector<RIF_CHANNEL> list = readChannelList(stream, *last);
+    std::vector<RIF_CHANNEL> list;
+    if (!readChannelList(stream, *last, list)) return;
     ChannelOrder order(scan, list);
     order.find(confirmed);
     order.repair();

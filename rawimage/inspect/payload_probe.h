@@ -3,8 +3,8 @@
 #include <cstdint>
 
 #include "rawimage/inspect/tag_check.h"
+#include "support/byte_buffer.h"
 #include "support/pstream.h"
-#include "support/scratch_buffer.h"
 
 namespace MUtils {
 
@@ -27,7 +27,7 @@ class PayloadProbe {
     const std::int64_t fileBytes_;
     const TagRules rules_;
     PayloadCheck check_;
-    ScratchBuffer bytes_;
+    ByteBuffer bytes_;
     std::int64_t budget_;
 };
 

@@ -48,7 +48,7 @@ bool covers(const std::vector<RIF_TAG>& tags, const RIF_TAG& place) {
 void PlaceCheck::run() {
     if (hasUnconfirmedPixels()) findSuspects();
     if (!suspects_.empty()) {
-        facts_ = readFrameFacts(stream_, scan_.tags);
+        (void)readFrameFacts(stream_, scan_.tags, facts_);
         for (const INFOTAG& tag : scan_.tags) {
             if (tag.id != TAG_REGIONS_INFO) continue;
             grid_.reset();

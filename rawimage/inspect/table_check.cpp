@@ -111,7 +111,8 @@ void TableCheck::settleDifferences() {
     for (std::size_t i = 0; i < scan_.tags.size(); ++i) {
         if (ignored[i] == nullptr) witnesses.push_back(scan_.tags[i]);
     }
-    const FrameFacts facts = readFrameFacts(stream_, witnesses);
+    FrameFacts facts;
+    (void)readFrameFacts(stream_, witnesses, facts);
     HeaderEvidence evidence(scan_.tags, ignored, facts);
     for (const OpenEntry* entry : differences)
         settle(*entry, evidence);
@@ -153,7 +154,7 @@ void TableCheck::repair(const OpenEntry& entry) {
 }
 
 void TableCheck::surveyTable() {
-    Survey& survey = survey_.emplace();
+    TableSurvey& survey = survey_.emplace();
     survey.confirmedById.resize(kLastTagId - kFirstTagId + 1);
     for (const OpenEntry& entry : match_->open()) {
         survey.openHeaders.push_back(entry.header);

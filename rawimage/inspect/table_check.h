@@ -12,6 +12,15 @@
 
 namespace MUtils {
 
+// What a table contains as a whole.
+struct TableSurvey {
+    std::vector<RIF_TAG> openHeaders;  // sorted
+    bool allSound = true;
+    std::vector<std::size_t> confirmedById;  // from kFirstTagId on
+    std::size_t confirmedPixels = 0;
+    std::size_t unlistedPixels = 0;
+};
+
 // Compares the tags of a file with its table. The witnesses, in the order in which they are believed:
 //
 //   1. A table entry and a tag that agree confirm each other. Nothing overrules them.
@@ -70,15 +79,6 @@ class TableCheck {
     bool believed(const OpenEntry& entry) const { return believed_[indexOf(entry)]; }
     void believe(const OpenEntry& entry) { believed_[indexOf(entry)] = true; }
 
-    // What the table says on the whole; only where some tag is unlisted.
-    struct Survey {
-        std::vector<RIF_TAG> openHeaders;  // sorted
-        bool allSound = true;
-        std::vector<std::size_t> confirmedById;  // from kFirstTagId on
-        std::size_t confirmedPixels = 0;
-        std::size_t unlistedPixels = 0;
-    };
-
     PStream& stream_;
     TagScan& scan_;
     PayloadProbe& probe_;
@@ -86,10 +86,10 @@ class TableCheck {
     bool headerLeadsToIt_ = false;
     std::optional<TableMatch> match_;
     std::vector<bool> confirmed_;
-    std::vector<bool> believed_;        // by open entry: a tag has its header now
-    std::vector<const char*> dropped_;  // by tag: why it is no tag, or null
-    std::vector<INFOTAG> restored_;     // by offset
-    std::optional<Survey> survey_;
+    std::vector<bool> believed_;                     // by open entry: a tag has its header now
+    std::vector<const char*> dropped_;               // by tag: why it is no tag, or null
+    std::vector<INFOTAG> restored_;                  // by offset
+    std::optional<TableSurvey> survey_;              // only where a tag is unlisted
     std::size_t lastUnlisted_ = TableMatch::kNoTag;  // that was reported
 };
 
