@@ -3,21 +3,11 @@
 #include <gtest/gtest.h>
 
 #include "tests/testing/check.h"
-#include "tests/testing/fault_stream.h"
 
 using namespace MUtils;
 using namespace testing_tools;
 
 namespace {
-
-Inspection inspect(const Contents& bytes, InspectDepth depth = InspectDepth::kPayloads) {
-    FaultStream stream(bytes);
-    stream.Open();
-    InspectOptions options;
-    options.depth = depth;
-    options.threads = 1;
-    return inspectStream(stream, options);
-}
 
 // Two tags, at 32 and 72. Closed, a table of two entries at 112 that ends at 248.
 Bytes smallFile(std::uint64_t tableOffset = 0) {
@@ -52,7 +42,7 @@ TEST(Inspection, FollowsTheTableOffset) {
     for (const auto& c : cases) {
         for (const InspectDepth depth :
              {InspectDepth::kHeaders, InspectDepth::kRecords, InspectDepth::kPayloads}) {
-            const Inspection found = inspect(c.bytes, depth);
+            const Inspection found = inspected(c.bytes, depth);
             EXPECT_EQ(found.state, c.state) << c.what << ": " << found.cause;
             EXPECT_EQ(found.causeOffset, c.offset) << c.what << ": " << found.cause;
             EXPECT_EQ(found.tableOffset != 0, c.state == FileState::kIncomplete) << c.what;
@@ -77,13 +67,13 @@ TEST(Inspection, FindsMoreTheDeeperItLooks) {
     };
     for (const auto& c : cases) {
         const Contents bytes = with(sample.bytes, sample, c.tag, c.from, c.bytes);
-        EXPECT_EQ(inspect(bytes, InspectDepth::kHeaders).state, c.headers) << c.tag;
-        EXPECT_EQ(inspect(bytes, InspectDepth::kRecords).state, c.records) << c.tag;
-        EXPECT_EQ(inspect(bytes).state, c.payloads) << c.tag;
+        EXPECT_EQ(inspected(bytes, InspectDepth::kHeaders).state, c.headers) << c.tag;
+        EXPECT_EQ(inspected(bytes, InspectDepth::kRecords).state, c.records) << c.tag;
+        EXPECT_EQ(inspected(bytes).state, c.payloads) << c.tag;
     }
     for (std::size_t size = 0; size < sample.bytes.size(); size += 7) {
-        const Inspection cut = inspect({sample.bytes.begin(), sample.bytes.begin() + std::ptrdiff_t(size)},
-                                       InspectDepth::kHeaders);
+        const Inspection cut = inspected({sample.bytes.begin(), sample.bytes.begin() + std::ptrdiff_t(size)},
+                                         InspectDepth::kHeaders);
         EXPECT_EQ(cut.state, size < 32 ? FileState::kNotThisFormat : FileState::kUnfinished) << size;
         EXPECT_LE(cut.causeOffset, static_cast<std::int64_t>(size));
     }
