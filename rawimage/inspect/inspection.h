@@ -66,6 +66,8 @@ struct TagScan {
     // As it is in the file.
     RIF_HEADER header;
     std::int64_t fileBytes = 0;
+    // Where the file itself ends: before `fileBytes` when another file was appended to it.
+    std::int64_t ownBytes = 0;
     // Whether pixel payloads are zlib streams: the header's flag, unless the payloads prove it wrong.
     bool compressed = false;
     std::vector<INFOTAG> tags;  // the sound ones, in file order

@@ -22,7 +22,7 @@ PixelStorage::PixelStorage(PStream& stream, const TagScan& scan, const InspectOp
 PixelStorage::Found PixelStorage::findEither(std::int64_t from, std::int64_t end) {
     Found first{end, believed_};
     for (TagSearch* search : {believed_, doubted_}) {
-        const std::int64_t found = search->search(from, first.offset, scan_.fileBytes);
+        const std::int64_t found = search->findTag(from, first.offset, scan_.fileBytes);
         if (found < first.offset) first = {found, search};
     }
     return first;
@@ -46,7 +46,7 @@ bool PixelStorage::deniedByTags(std::int64_t first) {
     std::int64_t offset = first;
     for (int i = 0; i < kTagsPassed && asked < kTagsAsked && offset < scan_.fileBytes; ++i) {
         const TagSearch::Place place = believed_->look(offset, scan_.fileBytes);
-        bool leadsOn = believed_->leadsOn(place, offset);
+        bool leadsOn = believed_->isTagOrEnd(place, offset);
         if (place.whole && isPixelTag(place.tag.id)) {
             ++asked;
             // Most tags settle it by their size alone.
@@ -57,7 +57,7 @@ bool PixelStorage::deniedByTags(std::int64_t first) {
                 denied += isSoundUnder(*doubted_, place.tag, offset, scan_.fileBytes) ? 1 : 0;
             // A stream that inflates as it should settles it, too, whatever the size says.
             if (right ||
-                (believed_->rules().compressed() && mayDeny && believed_->endsEarly(place.tag, offset)))
+                (believed_->rules().compressed() && mayDeny && believed_->hasWholePayload(place.tag, offset)))
                 return false;
             leadsOn = leadsOn || mayDeny;
         }

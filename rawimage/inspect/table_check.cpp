@@ -68,7 +68,7 @@ void TableCheck::run() {
 bool TableCheck::findTable() {
     const std::uint64_t stored = scan_.header.infoTagsOffset;
     const bool tableEnds = !scan_.tags.empty() && scan_.tags.back().id == TAG_INFO_TAGS &&
-                           endOf(scan_.tags.back()) == scan_.fileBytes;
+                           endOf(scan_.tags.back()) == scan_.ownBytes;
     headerLeadsToIt_ = tableEnds && scan_.tags.back().offset == stored;
     if (headerLeadsToIt_) scan_.tableOffset = stored;
     if (!headerLeadsToIt_ && stored != 0) checkOffset(stored, tableEnds);

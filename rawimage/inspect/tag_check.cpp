@@ -79,7 +79,7 @@ const char* PayloadCheck::fault(const RIF_TAG& tag, const unsigned char* payload
     return textStart(tag) >= 0 ? textFault(tag, payload, size) : nullptr;
 }
 
-std::int64_t PayloadCheck::naturalSize(const RIF_TAG& tag, const unsigned char* bytes, std::size_t size) {
+std::int64_t PayloadCheck::sizeByContent(const RIF_TAG& tag, const unsigned char* bytes, std::size_t size) {
     if (rules_.provesItself(tag)) {
         const std::int64_t expected = pixelBytes(tag);
         if (expected < 0) return -1;

@@ -38,7 +38,7 @@ class PayloadCheck {
     // Where the payload of a tag ends by what it holds, of the `size` bytes that follow the header of a tag
     // whose size is in doubt: compressed pixels where their stream ends, with the right checksum, texts
     // behind their zero byte. -1 when it cannot be told.
-    std::int64_t naturalSize(const RIF_TAG& tag, const unsigned char* bytes, std::size_t size);
+    std::int64_t sizeByContent(const RIF_TAG& tag, const unsigned char* bytes, std::size_t size);
 
     // Bytes that came out of zlib so far.
     std::int64_t inflated() const { return inflated_; }

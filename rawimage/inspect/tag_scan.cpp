@@ -1,6 +1,7 @@
 #include "rawimage/inspect/tag_scan.h"
 
 #include <algorithm>
+#include <optional>
 #include <utility>
 
 #include "rawimage/inspect/cross_check.h"
@@ -33,9 +34,11 @@ class Scanner {
     const TagRules& rules() { return search().rules(); }
 
     void checkFlags(std::int64_t first);
+    std::int64_t beginOfTags();
     bool isSound(Place& place, std::int64_t offset, std::int64_t end, bool thorough, Place& there,
-                 std::int64_t& resume);
+                 std::optional<TagSearch::Resume>& resume);
     void walk(std::int64_t from, std::int64_t end, bool thorough, std::vector<INFOTAG>& tags);
+    void endAt(std::int64_t other, std::int64_t offset, const Place& place);
     void addGap(std::int64_t offset, std::int64_t end, const Place& place, bool torn);
     bool isTorn(std::int64_t offset, std::int64_t end, const Place& place);
     bool isDamaged(const Place& place, std::int64_t offset);
@@ -70,9 +73,17 @@ void Scanner::checkFlags(std::int64_t first) {
     scan_.compressed = search().rules().compressed();
 }
 
+// Where bytes of the file header are missing, the first tag begins inside it.
+std::int64_t Scanner::beginOfTags() {
+    if (search().look(kFileHeaderBytes, scan_.fileBytes).fault == nullptr) return kFileHeaderBytes;
+    const std::int64_t first = search().findTag(1, kFileHeaderBytes, scan_.fileBytes);
+    if (first < kFileHeaderBytes) scan_.faults.push_back({0, "the file header lacks bytes", {}});
+    return first;
+}
+
 void Scanner::run() {
     std::vector<INFOTAG> tags;
-    walk(kFileHeaderBytes, scan_.fileBytes, false, tags);
+    walk(beginOfTags(), scan_.fileBytes, false, tags);
     scan_.tags.swap(tags);
     if (!storage_.stopped()) checkPayloads();
     scan_.stopped = scan_.stopped || storage_.stopped();
@@ -83,7 +94,7 @@ void Scanner::run() {
 // header and not the end of the file follows, or it is to be `thorough`, its payload decides. Else its fault
 // is set, and `resume` is where the next tag is, if that has come out.
 bool Scanner::isSound(Place& place, std::int64_t offset, std::int64_t end, bool thorough, Place& there,
-                      std::int64_t& resume) {
+                      std::optional<TagSearch::Resume>& resume) {
     const std::int64_t next = offset + place.tag.size;
     there = search().look(next, end);
     const bool goesOn = there.fault == nullptr || next == scan_.fileBytes;
@@ -91,10 +102,11 @@ bool Scanner::isSound(Place& place, std::int64_t offset, std::int64_t end, bool 
     if (place.fault == nullptr && next < scan_.fileBytes)
         place.fault = search().tableFault(place.tag, offset);
     if (place.fault != nullptr || goesOn || rules().provesItself(place.tag)) return place.fault == nullptr;
-    const std::int64_t across = search().tagsAcross(place.tag, offset, end);
-    if (across == next) return true;
+    const std::int64_t across = search().findTagInside(place.tag, offset, end);
+    const bool cut = !isOpaque(place.tag.id) && search().findOtherFile(offset + 1, next);
+    if (across == next && !cut) return true;
     place.fault = "payload that lacks bytes";
-    resume = across;
+    resume = {across, false};
     return false;
 }
 
@@ -104,7 +116,7 @@ void Scanner::walk(std::int64_t from, std::int64_t end, bool thorough, std::vect
     for (std::int64_t offset = from; offset < end && !storage_.stopped();) {
         if (tags.size() % kTagsBetweenCalls == 0 && !search().going(0)) break;
         Place there;
-        std::int64_t resume = -1;
+        std::optional<TagSearch::Resume> resume;
         if (place.fault == nullptr && isSound(place, offset, end, thorough, there, resume)) {
             INFOTAG entry;
             static_cast<RIF_TAG&>(entry) = place.tag;
@@ -114,11 +126,31 @@ void Scanner::walk(std::int64_t from, std::int64_t end, bool thorough, std::vect
             offset += entry.size;
             continue;
         }
-        const std::int64_t next = resume >= 0 ? resume : search().nextAfter(offset, place, end);
+        if (!resume) resume = search().resumeAfter(offset, place, end);
+        std::int64_t next = resume->offset;
+        const bool mayEnd =
+            !thorough && !resume->byPointer && (scan_.header.magic == RIF_MAGIC || !tags.empty());
+        if (const auto other = mayEnd ? search().findOtherFile(offset, next) : std::nullopt) {
+            if (other->end == scan_.fileBytes) return endAt(other->offset, offset, place);
+            next = std::max(next, other->end);
+        }
         addGap(offset, next, place, next == scan_.fileBytes && isTorn(offset, next, place));
         offset = next;
         place = search().look(offset, end);
     }
+}
+
+// Another file begins at `other`, behind or inside the tag at `offset`, which is not sound.
+void Scanner::endAt(std::int64_t other, std::int64_t offset, const Place& place) {
+    scan_.ownBytes = other;
+    if (offset < other) {
+        Place cut = search().look(offset, other);
+        if (cut.fault == nullptr) cut.fault = place.fault;
+        addGap(offset, other, cut, isTorn(offset, other, cut));
+    }
+    Place begins;
+    begins.fault = "another file begins here";
+    addGap(other, scan_.fileBytes, begins, false);
 }
 
 void Scanner::addGap(std::int64_t offset, std::int64_t end, const Place& place, bool torn) {
@@ -137,7 +169,7 @@ bool Scanner::isTorn(std::int64_t offset, std::int64_t end, const Place& place) 
     if (end - offset < kTagHeaderBytes) return true;
     if (endsInZeros(offset, end) && !isDamaged(place, offset)) return true;
     return place.whole && rules().cutInPayload(place.tag, offset, end) &&
-           !search().endsEarly(place.tag, offset);
+           !search().hasWholePayload(place.tag, offset);
 }
 
 // Whether the header is neither what a writer writes nor what a power cut leaves of it: whole, nothing, or a
@@ -188,7 +220,7 @@ void Scanner::replaceBadTags(const std::vector<PayloadPool::Bad>& bad) {
         const auto offset = static_cast<std::int64_t>(tag.offset);
         const std::int64_t end = offset + tag.size;
         const Place place{tag, true, bad[next++].cause};
-        const std::int64_t inner = search().nextAfter(offset, place, end);
+        const std::int64_t inner = search().resumeAfter(offset, place, end).offset;
         if (inner == end && place.fault == PayloadCheck::kBytesBehindPixels) {
             kept.push_back(tag);
             continue;
@@ -205,7 +237,7 @@ void Scanner::replaceBadTags(const std::vector<PayloadPool::Bad>& bad) {
 
 bool scanTags(PStream& stream, const InspectOptions& options, TagScan& scan) {
     scan = TagScan();
-    scan.fileBytes = stream.Length();
+    scan.fileBytes = scan.ownBytes = stream.Length();
     ByteBuffer bytes;
     if (scan.fileBytes < kFileHeaderBytes || !readPayloadAt(stream, 0, kFileHeaderBytes, bytes)) return false;
     scan.header = decodeHeader(bytes.data());

@@ -8,6 +8,23 @@
 #include "support/bytes.h"
 #include "support/scratch_buffer.h"
 
+// Resynchronisation. Tags follow each other without a mark between them, so a damaged tag hides where the
+// next one begins. resumeAfter() finds it in two steps.
+//
+// First come the places that something points to: the table's extent of the damaged tag, the end that its
+// parameters give, the end of its content (of a zlib stream or a text), and its size field. A pointer may be
+// what is damaged, so a place counts only when isResumePoint() accepts it. The table is a reliable source:
+// the header of a tag there is enough. The others are doubtful unless two of them agree: there must be
+// another tag behind that tag, or its own checksum or fields must prove it.
+//
+// Failing that, searchBytes() tries every byte. With no pointer to the place, the tag must be sound alone: a
+// header without a fault, unused parameters that are zero, a payload that passes its check and, when the
+// payload has no checksum, another tag or the end of the file behind it. Bytes that the table gives to a
+// listed tag are no candidates, as a blob may contain a whole raw image.
+//
+// The opposite happens, too: a tag whose header is sound, in which bytes are missing, so that its size
+// reaches into the tags behind it, or over them. findTagInside() finds the first of those.
+
 namespace MUtils {
 
 namespace {
@@ -16,50 +33,16 @@ constexpr std::int64_t kFirstChunk = 1 << 12;
 constexpr std::int64_t kLargestChunk = 1 << 16;
 constexpr std::int64_t kBudgetPerByte = 64;
 constexpr std::int64_t kLeastBudget = 1 << 25;
+constexpr const char* kBudgetSpent = "too much damage to look through";
+constexpr const char* kUnreadable = "payload cannot be read";
+
+bool isFileHeader(const RIF_HEADER& header) {
+    return header.magic == RIF_MAGIC && header.formatFirst == RIF_FORMAT_FIRST &&
+           header.formatSecond == RIF_FORMAT_SECOND && (header.flags & ~RIF_COMPRESSED) == 0 &&
+           header.reserved == 0;
+}
 
 }  // namespace
-
-TableExtents::TableExtents(PStream& stream, const TagScan& scan, const TagRules& rules) {
-    const std::uint64_t stored = scan.header.infoTagsOffset;
-    const std::int64_t lastPlace = scan.fileBytes - kTagHeaderBytes;
-    if (lastPlace < kFileHeaderBytes || stored < kFileHeaderBytes ||
-        stored > static_cast<std::uint64_t>(lastPlace))
-        return;
-    const auto offset = static_cast<std::int64_t>(stored);
-    ByteBuffer bytes;
-    if (!readPayloadAt(stream, offset, kTagHeaderBytes, bytes)) return;
-    const RIF_TAG tag = decodeTag(bytes.data());
-    if (tag.id != TAG_INFO_TAGS || rules.headerFault(tag, offset, scan.fileBytes) != nullptr) return;
-    TableEntries entries(stream, offset + kTagHeaderBytes, tag.p1);
-    for (INFOTAG entry; entries.next(entry);) {
-        if (entry.offset < kFileHeaderBytes || entry.offset > static_cast<std::uint64_t>(lastPlace)) continue;
-        const auto at = static_cast<std::int64_t>(entry.offset);
-        if (rules.headerFault(entry, at, scan.fileBytes) == nullptr)
-            extents_.push_back({at, at + entry.size, isOpaque(entry.id)});
-    }
-    std::sort(extents_.begin(), extents_.end(),
-              [](const Extent& a, const Extent& b) { return a.offset < b.offset; });
-    for (std::size_t i = 0; i + 1 < extents_.size(); ++i)
-        extents_[i].end = std::min(extents_[i].end, extents_[i + 1].offset);
-}
-
-std::vector<TableExtents::Extent>::const_iterator TableExtents::lastUpTo(std::int64_t offset) const {
-    const auto after =
-        std::upper_bound(extents_.begin(), extents_.end(), offset,
-                         [](std::int64_t at, const Extent& extent) { return at < extent.offset; });
-    return after == extents_.begin() ? extents_.end() : after - 1;
-}
-
-bool TableExtents::covers(std::int64_t offset, bool holdsTags) const {
-    const auto extent = lastUpTo(offset);
-    if (extent != extents_.end() && holdsTags && !extent->opaque) return false;
-    return extent != extents_.end() && extent->offset < offset && offset < extent->end;
-}
-
-std::int64_t TableExtents::endOf(std::int64_t offset) const {
-    const auto extent = lastUpTo(offset);
-    return extent != extents_.end() && extent->offset == offset ? extent->end : -1;
-}
 
 TagSearch::TagSearch(PStream& stream, const TagScan& scan, const InspectOptions& options,
                      const TagRules& rules)
@@ -102,7 +85,7 @@ TagSearch::Place TagSearch::look(std::int64_t offset, std::int64_t end) {
     return place;
 }
 
-bool TagSearch::leadsOn(const Place& place, std::int64_t offset) const {
+bool TagSearch::isTagOrEnd(const Place& place, std::int64_t offset) const {
     if (place.fault == nullptr || offset > scan_.fileBytes - kTagHeaderBytes) return true;
     return place.whole && rules_.cutInPayload(place.tag, offset, scan_.fileBytes);
 }
@@ -110,9 +93,8 @@ bool TagSearch::leadsOn(const Place& place, std::int64_t offset) const {
 const char* TagSearch::payloadFault(const RIF_TAG& tag, std::int64_t offset) {
     if (!PayloadCheck::looksAt(tag, rules_)) return nullptr;
     budget_ -= tag.size;
-    if (budget_ < 0) return "too much damage to look through";
-    if (!readPayloadAt(stream_, offset + kTagHeaderBytes, tag.payloadBytes(), payload_))
-        return "payload cannot be read";
+    if (budget_ < 0) return kBudgetSpent;
+    if (!readPayloadAt(stream_, offset + kTagHeaderBytes, tag.payloadBytes(), payload_)) return kUnreadable;
     const std::int64_t before = check_.inflated();
     const char* fault = check_.fault(tag, payload_.data(), static_cast<std::size_t>(tag.payloadBytes()));
     budget_ -= check_.inflated() - before;
@@ -122,7 +104,7 @@ const char* TagSearch::payloadFault(const RIF_TAG& tag, std::int64_t offset) {
 const char* TagSearch::tableFault(const RIF_TAG& tag, std::int64_t offset) {
     if (tag.id != TAG_INFO_TAGS) return nullptr;
     budget_ -= tag.payloadBytes();
-    if (budget_ < 0) return "too much damage to look through";
+    if (budget_ < 0) return kBudgetSpent;
     std::int64_t foreign = 0;
     TableEntries entries(stream_, offset + kTagHeaderBytes, tag.p1);
     for (INFOTAG entry; entries.next(entry);) {
@@ -130,12 +112,13 @@ const char* TagSearch::tableFault(const RIF_TAG& tag, std::int64_t offset) {
             entry.offset >= kFileHeaderBytes && entry.offset < static_cast<std::uint64_t>(offset);
         foreign += before && isKnownTag(entry.id) ? 0 : 1;
     }
-    if (entries.failed()) return "payload cannot be read";
+    if (entries.failed()) return kUnreadable;
     return 2 * foreign > tag.p1 ? "table of entries that lead nowhere" : nullptr;
 }
 
-// By what the payload holds, whatever the size says; -1 when it cannot be told.
-std::int64_t TagSearch::naturalEnd(const RIF_TAG& tag, std::int64_t offset, std::int64_t end) {
+// Where the payload ends by what it holds, whatever the size field says; -1 when the content does not show
+// it.
+std::int64_t TagSearch::endByContent(const RIF_TAG& tag, std::int64_t offset, std::int64_t end) {
     const std::int64_t start = offset + kTagHeaderBytes;
     const std::int64_t most = rules_.mostPayload(tag);
     const std::int64_t size = std::min(most == PayloadRange::kAny ? kLongestCheckedText : most, end - start);
@@ -143,27 +126,34 @@ std::int64_t TagSearch::naturalEnd(const RIF_TAG& tag, std::int64_t offset, std:
     budget_ -= size;
     if (!readPayloadAt(stream_, start, size, payload_)) return -1;
     const std::int64_t before = check_.inflated();
-    const std::int64_t natural = check_.naturalSize(tag, payload_.data(), static_cast<std::size_t>(size));
+    const std::int64_t content = check_.sizeByContent(tag, payload_.data(), static_cast<std::size_t>(size));
     budget_ -= check_.inflated() - before;
-    return natural >= 0 ? start + natural : -1;
+    return content >= 0 ? start + content : -1;
 }
 
-bool TagSearch::endsEarly(const RIF_TAG& tag, std::int64_t offset) {
-    return naturalEnd(tag, offset, scan_.fileBytes) >= 0;
+bool TagSearch::hasWholePayload(const RIF_TAG& tag, std::int64_t offset) {
+    return endByContent(tag, offset, scan_.fileBytes) >= 0;
 }
 
-bool TagSearch::stands(const RIF_TAG& tag, std::int64_t offset, std::int64_t end) {
-    // A checksum says more than a table, but a blob may be a file with checksums of its own.
+// Whether everything about the tag is right when no tag before it leads there.
+bool TagSearch::isSoundAlone(const RIF_TAG& tag, std::int64_t offset, std::int64_t end) {
+    // A checksum counts for more than the table, except in a blob, which may hold a file with checksums.
     const bool proves = rules_.provesItself(tag);
     if (rules_.headerFault(tag, offset, end) != nullptr || !unusedParametersClear(tag) ||
         table().covers(offset, proves) || payloadFault(tag, offset) != nullptr)
         return false;
     if (proves || table().endOf(offset) == offset + tag.size) return true;
     const std::int64_t next = offset + tag.size;
-    return leadsOn(look(next, scan_.fileBytes), next) && !isTableEntry(offset);
+    return !isTableEntry(offset) && (isTagOrEnd(look(next, scan_.fileBytes), next) || fieldsProve(tag));
 }
 
-// An entry of a table whose own header is lost: the header of a tag, and the place where that tag is.
+// Whether the size of a payload agrees with the parameters, which damage or chance does not bring about.
+bool TagSearch::fieldsProve(const RIF_TAG& tag) const {
+    return tag.payloadBytes() > 0 && rules_.payloadByParameters(tag) == tag.payloadBytes();
+}
+
+// Whether these bytes are an entry of a table whose own header is lost: the header of a tag, then the place
+// where that tag is.
 bool TagSearch::isTableEntry(std::int64_t offset) {
     unsigned char entry[kInfoTagBytes];
     unsigned char header[kTagHeaderBytes];
@@ -174,57 +164,71 @@ bool TagSearch::isTableEntry(std::int64_t offset) {
            std::equal(header, header + kTagHeaderBytes, entry);
 }
 
-// A place that something points to, within the damaged tag's `end`: what stands there need not be sound all
-// through. What points there weakly asks for more: another tag behind it, as for one that is found, or two
-// fields or a checksum that agree.
-bool TagSearch::mayResume(std::int64_t offset, std::int64_t end, bool weakly) {
-    if (offset == end) return true;
-    if (offset > end) return false;
+// Whether the walk may go on at a place that something in the damaged tag points to. `end` is where the bytes
+// end that are in doubt.
+bool TagSearch::isResumePoint(std::int64_t offset, std::int64_t end, Source source) {
+    if (offset >= end) return offset == end;
+    const bool reliable = source == Source::kReliable;
     const Place place = look(offset, end);
     const bool clear = !place.whole || unusedParametersClear(place.tag);
-    if (place.fault != nullptr) return clear && !weakly && end == scan_.fileBytes && leadsOn(place, offset);
+    if (place.fault != nullptr)
+        return clear && reliable && end == scan_.fileBytes && isTagOrEnd(place, offset);
     if (!clear || isTableEntry(offset)) return false;
     const std::int64_t next = offset + place.tag.size;
-    if (!weakly || next == end || leadsOn(look(next, end), next)) return true;
+    if (reliable || next == end || isTagOrEnd(look(next, end), next)) return true;
     if (rules_.provesItself(place.tag)) return payloadFault(place.tag, offset) == nullptr;
-    return place.tag.payloadBytes() > 0 && rules_.payloadByParameters(place.tag) == place.tag.payloadBytes();
+    return fieldsProve(place.tag);
 }
 
-std::int64_t TagSearch::nextAfter(std::int64_t offset, const Place& place, std::int64_t end) {
-    if (!place.whole) return search(offset + 1, end);
+TagSearch::Resume TagSearch::resumeAfter(std::int64_t offset, const Place& place, std::int64_t end) {
+    if (!place.whole) return {findTag(offset + 1, end, end)};
     const RIF_TAG& tag = place.tag;
-    const std::int64_t start = offset + kTagHeaderBytes;
-    const std::int64_t byParameters = rules_.payloadByParameters(tag);
-    const bool cut = rules_.cutInPayload(tag, offset, end);
-    // Nobody hides tags in a note or a record, so a tag under one that seems cut was written behind it.
-    if (cut && byParameters >= 0 && end == scan_.fileBytes)
-        return isOpaque(tag.id) ? end : search(start, end);
-    const std::int64_t listed = table().endOf(offset);
-    if (listed >= start && mayResume(listed, end, false)) return listed;
+    const bool certain = rules_.payloadByParameters(tag) >= 0;
+    // The file breaks off in this tag, or its end is damaged. Only tags that are found inside show the
+    // latter; those inside a blob may be its content.
+    if (certain && end == scan_.fileBytes && rules_.cutInPayload(tag, offset, end))
+        return {isOpaque(tag.id) ? end : findTag(offset + kTagHeaderBytes, end, end)};
+    if (const auto resume = resumeByPointers(tag, offset, end)) return *resume;
+    // A size that leads to a tag bounds the search, although nothing confirms it.
     const std::int64_t bySize = offset + tag.size;
-    // What points beyond a tag that stands is the damaged field.
+    const bool bounded = tag.size >= kTagHeaderBytes && isResumePoint(bySize, end, Source::kDoubtful);
+    const std::int64_t last = bounded ? bySize : end;
+    return {findTag(offset + 1, last, last)};
+}
+
+// The first place that the table or the damaged tag points to and that is accepted.
+std::optional<TagSearch::Resume> TagSearch::resumeByPointers(const RIF_TAG& tag, std::int64_t offset,
+                                                             std::int64_t end) {
+    const std::int64_t start = offset + kTagHeaderBytes;
+    const std::int64_t listed = table().endOf(offset);
+    if (listed >= start && isResumePoint(listed, end, Source::kReliable)) return Resume{listed, true};
+    const std::int64_t byParameters = rules_.payloadByParameters(tag);
     const bool proves = rules_.provesItself(tag);
     const bool confirmed = sizeConfirmed(tag);
-    const bool isText = tag.id == TAG_SCENE_INFO || tag.id == TAG_STAMP_TEXT;
-    std::pair<std::int64_t, bool> ways[] = {
-        {naturalEnd(tag, offset, end), !proves},
-        {byParameters >= 0 ? start + byParameters : -1, true},
-        // A checksum or an end of a text that is wrong leaves this one to the search, which looks for tags
-        // before it.
-        {(proves || isText) && !confirmed ? -1 : bySize, !confirmed},
+    // The check of the content has failed for the size, and sound tags may lie before the place it leads to.
+    const bool denied = !confirmed && (proves || textStart(tag) >= 0);
+    std::pair<std::int64_t, Source> pointers[] = {
+        {endByContent(tag, offset, end), proves ? Source::kReliable : Source::kDoubtful},
+        {byParameters >= 0 ? start + byParameters : -1, Source::kDoubtful},
+        {denied ? -1 : offset + tag.size, confirmed ? Source::kReliable : Source::kDoubtful},
     };
-    std::sort(std::begin(ways), std::end(ways));
-    for (const auto& [way, weakly] : ways) {
-        if (way < start || !mayResume(way, end, weakly)) continue;
-        if (way == end || look(way, end).fault == nullptr) return way;
-        // It leads to what is cut itself: tags that stand across that place count for more.
+    // The nearest first: a pointer that leads beyond a sound tag is the damaged field.
+    std::sort(std::begin(pointers), std::end(pointers));
+    for (const auto& [target, source] : pointers) {
+        if (target < start || !isResumePoint(target, end, source)) continue;
+        if (target == end || look(target, end).fault == nullptr) return Resume{target, true};
+        // It leads to a tag that is cut off: sound tags across that place count for more.
         RIF_TAG above = tag;
-        above.size = static_cast<std::uint32_t>(way - offset);
-        return tagsAcross(above, offset, end);
+        above.size = static_cast<std::uint32_t>(target - offset);
+        return Resume{findTagInside(above, offset, end)};
     }
-    // A size that nothing confirms may have been damaged so that it reaches over sound tags.
-    const bool sizeLeadsOn = bySize >= start && mayResume(bySize, end, true);
-    return search(offset + 1, sizeLeadsOn ? bySize : end);
+    return std::nullopt;
+}
+
+// The content of a blob may be tags that end inside it, no other payload is.
+std::int64_t TagSearch::findTagInside(const RIF_TAG& tag, std::int64_t offset, std::int64_t end) {
+    return searchBytes(offset + 1, offset + tag.size, end,
+                       isOpaque(tag.id) ? Ends::kBeyondSearch : Ends::kAnywhere);
 }
 
 // As many bytes as can be read of those asked for.
@@ -236,22 +240,9 @@ int TagSearch::readChunk(std::int64_t offset, std::int64_t size) {
     return got;
 }
 
-std::int64_t TagSearch::tagsAcross(const RIF_TAG& above, std::int64_t offset, std::int64_t end) {
-    const std::int64_t next = offset + above.size;
-    const std::int64_t last = search(offset + 1, next, end, true);
-    if (last == next || isOpaque(above.id)) return last;
-    for (std::int64_t from = offset + 1; from < last;) {
-        const std::int64_t first = search(from, last);
-        from = first;
-        for (Place place = look(from, last); place.fault == nullptr; place = look(from, last))
-            from += place.tag.size;
-        if (from == last) return first;
-        ++from;
-    }
-    return last;
-}
-
-std::int64_t TagSearch::search(std::int64_t from, std::int64_t to, std::int64_t end, bool beyond) {
+// The first place in [from, to) where a tag is sound alone and ends by `end`, behind `to` when `ends` asks
+// for it; `to` when there is none.
+std::int64_t TagSearch::searchBytes(std::int64_t from, std::int64_t to, std::int64_t end, Ends ends) {
     std::int64_t step = kFirstChunk;
     const std::int64_t last = std::min(to, end - kTagHeaderBytes + 1);
     for (std::int64_t start = from; start < last && budget_ > 0 && going(start);) {
@@ -262,16 +253,42 @@ std::int64_t TagSearch::search(std::int64_t from, std::int64_t to, std::int64_t 
             continue;
         }
         for (std::int64_t at = 0; at < step && at + kTagHeaderBytes <= got; ++at) {
-            const std::uint32_t id = loadU32(chunk_.data() + at);
-            if (id < kFirstTagId || id > kLastTagId) continue;
+            if (!isKnownTag(loadU32(chunk_.data() + at))) continue;
             const RIF_TAG tag = decodeTag(chunk_.data() + at);
-            if (beyond && start + at + tag.size <= to) continue;
-            if (stands(tag, start + at, end)) return start + at;
+            if (ends == Ends::kBeyondSearch && start + at + tag.size <= to) continue;
+            if (isSoundAlone(tag, start + at, end)) return start + at;
         }
         start += step;
         step = std::min(step * 2, kLargestChunk);
     }
     return to;
+}
+
+std::optional<TagSearch::OtherFile> TagSearch::findOtherFile(std::int64_t from, std::int64_t to) {
+    const std::int64_t last = std::min(to, scan_.fileBytes - kFileHeaderBytes + 1);
+    for (std::int64_t start = from; start < last && going(start); start += kLargestChunk) {
+        const int got = readChunk(start, std::min(kLargestChunk, last - start) + kFileHeaderBytes - 1);
+        for (std::int64_t at = 0; at < kLargestChunk && at + kFileHeaderBytes <= got; ++at) {
+            if (loadU32(chunk_.data() + at) != RIF_MAGIC) continue;
+            const RIF_HEADER header = decodeHeader(chunk_.data() + at);
+            const std::int64_t offset = start + at;
+            if (isFileHeader(header) && !table().covers(offset, false))
+                return OtherFile{offset, endOfOtherFile(offset, header)};
+        }
+    }
+    return std::nullopt;
+}
+
+// A finished file with tags behind its table was the content of a blob whose own header is lost. Any other
+// one goes on to the end.
+std::int64_t TagSearch::endOfOtherFile(std::int64_t offset, const RIF_HEADER& header) {
+    const auto left = static_cast<std::uint64_t>(scan_.fileBytes - offset);
+    if (header.infoTagsOffset < kFileHeaderBytes || header.infoTagsOffset >= left) return scan_.fileBytes;
+    const std::int64_t table = offset + static_cast<std::int64_t>(header.infoTagsOffset);
+    const Place place = look(table, scan_.fileBytes);
+    if (place.fault != nullptr || place.tag.id != TAG_INFO_TAGS) return scan_.fileBytes;
+    const std::int64_t end = table + place.tag.size;
+    return look(end, scan_.fileBytes).fault == nullptr ? end : scan_.fileBytes;
 }
 
 }  // namespace MUtils

@@ -2,8 +2,8 @@
 
 #include <cstdint>
 #include <optional>
-#include <vector>
 
+#include "rawimage/inspect/table_extents.h"
 #include "rawimage/inspect/tag_check.h"
 #include "rawimage/inspect/tag_scan.h"
 #include "support/byte_buffer.h"
@@ -11,39 +11,15 @@
 
 namespace MUtils {
 
-// Which bytes of a file belong to which tag by what its table says: where a search must not take what a
-// payload holds for tags.
-class TableExtents {
-  public:
-    // Reads the table that the header's offset leads to, if there is one. Throws std::bad_alloc.
-    TableExtents(PStream& stream, const TagScan& scan, const TagRules& rules);
-
-    // True when `offset` lies inside a tag, behind its first byte; one that may hold tags, where `holdsTags`
-    // asks for that.
-    bool covers(std::int64_t offset, bool holdsTags) const;
-    // Where the tag that begins at `offset` ends; -1 when none is listed there.
-    std::int64_t endOf(std::int64_t offset) const;
-
-  private:
-    struct Extent {
-        std::int64_t offset;
-        std::int64_t end;
-        bool opaque;
-    };
-
-    std::vector<Extent>::const_iterator lastUpTo(std::int64_t offset) const;
-
-    std::vector<Extent> extents_;  // by offset; they do not overlap
-};
-
-// Looks at single places of a file that is taken apart, and finds the way on behind damage.
+// Examines single places of a damaged file, and finds the next tag behind damage. tag_search.cpp describes
+// how; docs/recovery.md shows it. One object serves one thread. Every function may throw std::bad_alloc.
 class TagSearch {
   public:
-    // What stands at some offset.
+    // What is at some offset.
     struct Place {
         RIF_TAG tag;
-        bool whole = false;           // there are the 40 bytes of a header
-        const char* fault = nullptr;  // what is wrong with it, or null
+        bool whole = false;           // the 40 bytes of a header are there
+        const char* fault = nullptr;  // what is wrong with the header, or null
     };
 
     // `scan` has the file's length and header; it, the stream and the options must outlive the search.
@@ -52,42 +28,61 @@ class TagSearch {
 
     // The header at `offset`, for a tag that ends by `end`.
     Place look(std::int64_t offset, std::int64_t end);
-    // True when a tag may begin there, or the file ends there, or breaks off inside a tag that begins there.
-    bool leadsOn(const Place& place, std::int64_t offset) const;
+    // True when a tag may begin at the place, or the file ends there or breaks off inside a tag that begins
+    // there.
+    bool isTagOrEnd(const Place& place, std::int64_t offset) const;
     // Null when the payload is sound. The header has been checked, so its size lies within the file.
     const char* payloadFault(const RIF_TAG& tag, std::int64_t offset);
-    // Null unless the tag is a table and most of its entries cannot be those of tags before it: then what
-    // stands there is the beginning of some other place's.
+    // Null unless the tag is a table and most of its entries cannot be those of tags before it: these bytes
+    // are the beginning of a table that belongs elsewhere.
     const char* tableFault(const RIF_TAG& tag, std::int64_t offset);
-    // True when the payload of a tag that goes past the end of the file is all there nevertheless.
-    bool endsEarly(const RIF_TAG& tag, std::int64_t offset);
-    // True when nothing may come before it and everything about the tag there is right.
-    bool stands(const RIF_TAG& tag, std::int64_t offset, std::int64_t end);
+    // True when a tag whose size goes past the end of the file has its whole payload nevertheless.
+    bool hasWholePayload(const RIF_TAG& tag, std::int64_t offset);
 
+    struct Resume {
+        std::int64_t offset = 0;
+        bool byPointer = false;  // what is before it is the payload of one tag
+    };
     // Where the next sound tag begins behind the tag at `offset`, which is not sound; `end` when there is
-    // none. The places that the table, the parameters, the payload or the size of the damaged tag point to
-    // come first; else every byte is tried.
-    std::int64_t nextAfter(std::int64_t offset, const Place& place, std::int64_t end);
+    // none.
+    Resume resumeAfter(std::int64_t offset, const Place& place, std::int64_t end);
 
-    // The first place from `from` on where a tag stands that ends by `end`; `end` when there is none.
-    std::int64_t search(std::int64_t from, std::int64_t end) { return search(from, end, end); }
-    // Tries the places before `to` for tags that end by `end`, and beyond `to` where that is asked for; gives
-    // `to` when there is none.
-    std::int64_t search(std::int64_t from, std::int64_t to, std::int64_t end, bool beyond = false);
+    // The first place in [from, to) where a tag is sound alone and ends by `end`; `to` when there is none.
+    std::int64_t findTag(std::int64_t from, std::int64_t to, std::int64_t end) {
+        return searchBytes(from, to, end, Ends::kAnywhere);
+    }
 
-    // Where tags begin under `above`, the tag at `offset`, the last of which ends by `end` and reaches beyond
-    // the end of `above`, which is what comes back when there are none. If there are, bytes of it are
-    // missing.
-    std::int64_t tagsAcross(const RIF_TAG& above, std::int64_t offset, std::int64_t end);
+    // For a tag whose end nothing confirms: where the first tag begins that was written behind it. There is
+    // one inside it when bytes of it are missing; else its own end comes back.
+    std::int64_t findTagInside(const RIF_TAG& tag, std::int64_t offset, std::int64_t end);
+
+    // Another raw image file inside this one.
+    struct OtherFile {
+        std::int64_t offset = 0;  // of its header
+        std::int64_t end = 0;     // where tags go on behind it; the end of the stream when they do not
+    };
+    // The first one that begins in [from, to), which is no sound tag's. Those that lie in a listed tag do not
+    // count.
+    std::optional<OtherFile> findOtherFile(std::int64_t from, std::int64_t to);
 
     // True when the caller's progress has said so.
     bool stopped() const { return stopped_; }
     bool going(std::int64_t offset);
 
   private:
-    std::int64_t naturalEnd(const RIF_TAG& tag, std::int64_t offset, std::int64_t end);
-    bool mayResume(std::int64_t offset, std::int64_t end, bool weakly);
+    // How much the source of a resume point counts: of a doubtful one the place itself must give proof.
+    enum class Source { kReliable, kDoubtful };
+    // Which tags searchBytes() takes.
+    enum class Ends { kAnywhere, kBeyondSearch };
+
+    std::int64_t searchBytes(std::int64_t from, std::int64_t to, std::int64_t end, Ends ends);
+    std::optional<Resume> resumeByPointers(const RIF_TAG& tag, std::int64_t offset, std::int64_t end);
+    std::int64_t endByContent(const RIF_TAG& tag, std::int64_t offset, std::int64_t end);
+    bool isSoundAlone(const RIF_TAG& tag, std::int64_t offset, std::int64_t end);
+    bool isResumePoint(std::int64_t offset, std::int64_t end, Source source);
+    bool fieldsProve(const RIF_TAG& tag) const;
     bool isTableEntry(std::int64_t offset);
+    std::int64_t endOfOtherFile(std::int64_t offset, const RIF_HEADER& header);
     bool readAt(std::int64_t offset, unsigned char* bytes, int size);
     int readChunk(std::int64_t offset, std::int64_t size);
     const TableExtents& table();
