@@ -10,6 +10,7 @@
 #include "cli/output_file.h"
 #include "cli/recover_output.h"
 #include "cli/report.h"
+#include "cli/size_option.h"
 #include "cli/tool_progress.h"
 #include "cli/verbs.h"
 
@@ -23,6 +24,8 @@ using MUtils::RecoverState;
 struct RecoverVerbOptions {
     std::string file;
     std::string output;
+    std::string like;
+    std::string size;
     bool inPlace = false;
     bool json = false;
     int threads = 0;
@@ -33,6 +36,12 @@ RecoverReport recover(const RecoverVerbOptions& options, const std::string& outp
     ToolProgress progress("recover " + options.file);
     MUtils::RecoverOptions recovering;
     recovering.threads = options.threads;
+    recovering.like = options.like;
+    if (!options.size.empty()) {
+        const PixelSize size = parseSize(options.size);
+        recovering.width = size.width;
+        recovering.height = size.height;
+    }
     recovering.progress = progress.callback();
     if (options.inPlace) return MUtils::recoverInPlace(options.file.c_str(), recovering);
     return MUtils::recoverFile(options.file.c_str(), output.c_str(), recovering);
@@ -92,6 +101,16 @@ void addRecoverVerb(CLI::App& app, ExitCode& result) {
             "--in-place", options->inPlace,
             "Instead of -o: cut a torn end off FILE and add the table; refused when that is not enough")
         ->excludes(output);
+    verb->add_option(
+            "--like", options->like,
+            "Another raw image of the same render, for the resolution and the channels that FILE has "
+            "lost")
+        ->type_name("SIBLING")
+        ->excludes("--in-place");
+    verb->add_option("--size", options->size, "The resolution, WxH, when FILE has lost it")
+        ->type_name("WxH")
+        ->check(checkSize)
+        ->excludes("--in-place");
     verb->add_flag("--json", options->json, "Print a JSON object, also when it fails");
     verb->add_option("-j,--threads", options->threads,
                      "Threads that decompress, 1 to 1024. Default: one for each processor")

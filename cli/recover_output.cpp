@@ -22,6 +22,7 @@ const char* nameOf(RecoverState state) {
         case RecoverState::kGood: return "good";
         case RecoverState::kNotThisFormat: return "not this format";
         case RecoverState::kCannotOpen: return "cannot open";
+        case RecoverState::kMismatch: return "mismatch";
         case RecoverState::kNotInPlace: return "not in place";
         case RecoverState::kWriteFailed: return "write failed";
         case RecoverState::kStopped: break;
@@ -36,6 +37,20 @@ Json listOf(const std::vector<MUtils::FileFault>& faults) {
     return list;
 }
 
+Json namesOf(const std::vector<std::uint32_t>& tagIds) {
+    Json names = Json::array();
+    for (const std::uint32_t tagId : tagIds)
+        names.push_back(tagName(tagId));
+    return names;
+}
+
+// How to make a file that can be shown out of one that can not.
+void printHint(const RecoverReport& found) {
+    if (found.lacksResolution)
+        std::puts("the resolution is missing: --size WxH or --like SIBLING supplies it");
+    if (found.lacksChannels) std::puts("the channel list is missing: --like SIBLING supplies it");
+}
+
 }  // namespace
 
 ExitCode exitCodeOf(const RecoverReport& found) {
@@ -43,6 +58,7 @@ ExitCode exitCodeOf(const RecoverReport& found) {
         case RecoverState::kGood: return found.lacks ? ExitCode::kIncomplete : ExitCode::kGood;
         case RecoverState::kNotThisFormat:
         case RecoverState::kCannotOpen: return ExitCode::kUnreadable;
+        case RecoverState::kMismatch: return ExitCode::kMismatch;
         case RecoverState::kNotInPlace: return ExitCode::kDamaged;
         case RecoverState::kStopped: return ExitCode::kStopped;
         case RecoverState::kWriteFailed: break;
@@ -57,6 +73,9 @@ void printRecoverText(const RecoverReport& found, bool inPlace) {
         std::printf("repaired: %s\n", faultText(repaired).c_str());
     for (const MUtils::FileFault& doubt : found.doubts)
         std::printf("in doubt: %s\n", faultText(doubt).c_str());
+    for (const std::uint32_t tagId : found.supplied)
+        std::printf("supplied: %s\n", tagName(tagId));
+    printHint(found);
     const char* what = inPlace ? "finished" : "kept";
     std::printf("%s: %lld tags, %lld of them pixels, %lld bytes\n", found.changed ? what : "nothing to do",
                 static_cast<long long>(found.tagsKept), static_cast<long long>(found.tagsOfPixels),
@@ -81,6 +100,9 @@ void printRecoverJson(const std::string& input, const std::string& output, const
               {"pixelTags", found.tagsOfPixels},
               {"bytesKept", found.bytesKept},
               {"lacks", found.lacks},
+              {"lacksResolution", found.lacksResolution},
+              {"lacksChannels", found.lacksChannels},
+              {"supplied", namesOf(found.supplied)},
               {"lost", listOf(found.lost)},
               {"repaired", listOf(found.repaired)},
               {"doubts", listOf(found.doubts)}};

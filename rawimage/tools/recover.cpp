@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "rawimage/tools/recover_report.h"
+#include "rawimage/tools/supplied_facts.h"
 #include "rawimage/tools/tag_copier.h"
 #include "support/files.h"
 
@@ -29,9 +30,11 @@ RecoverReport recoverFile(const char* input, const char* output, const RecoverOp
         };
     }
     found = inspectStream(file, inspecting);
-    if (!reportInspection(found, report)) return report;
+    SuppliedFacts supplied;
+    if (!reportInspection(found, report) || !supplied.load(found, options, report)) return report;
     TagCopier copier(copying);
     ErrorCode error = copier.begin(output, found.compressed);
+    if (error.empty()) error = supplied.write(copier);
     if (error.empty()) error = copier.copy(file, found.tags, found.repairs);
     const bool whole = error.empty() && !copier.stopped();
     ErrorCode closing = whole ? copier.Close() : copier.leaveOpenEnded();

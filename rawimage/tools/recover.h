@@ -16,6 +16,7 @@ enum class RecoverState {
     kGood,
     kNotThisFormat,  // neither the magic nor a sound tag: nothing was written
     kCannotOpen,     // nothing was written; a file that is to be changed may have another writer
+    kMismatch,       // what is to be supplied contradicts the pixels: nothing was written
     kNotInPlace,     // there is damage that cutting the end does not mend: the file is as it was
     kWriteFailed,    // see `error`; an output file has no table then, like an unfinished one
     kStopped         // by the caller's progress: likewise
@@ -37,10 +38,19 @@ struct RecoverReport {
     // The output lacks something of what the input had, whole or in parts: pixels, a record. The table does
     // not count, as the output has its own, nor does a torn end in which no tag can be recognised.
     bool lacks = false;
-    bool changed = true;  // false when an in-place recovery found the file finished and sound
+    // What readers need to show the pixels and the output does not have: RecoverOptions can supply it.
+    bool lacksResolution = false;
+    bool lacksChannels = false;
+    std::vector<std::uint32_t> supplied;  // ids of the tags that were
+    bool changed = true;                  // false when an in-place recovery found the file finished and sound
 };
 
 struct RecoverOptions {
+    // Supply what the input has lost: the resolution and the channel list of a sibling, the name of a file of
+    // the same render, or the resolution alone. What the input has itself stays.
+    std::string like;
+    int width = 0;
+    int height = 0;
     int threads = 0;  // for checking payloads; below 1: one for each processor
     std::function<bool(std::int64_t done, std::int64_t total)> progress;  // false stops
 };

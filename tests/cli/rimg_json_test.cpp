@@ -77,6 +77,8 @@ class RimgJson : public testing::Test {
         frame.closed = false;
         frame.write(folder_ / "right.rimg");
         frame.write(folder_ / "unfinished.rimg");
+        std::string headless = readFile(folder_ / "unfinished.rimg");
+        writeFile(folder_ / "headless.rimg", headless.replace(0, 72, 72, '\0'));
         const Sample sample = makeSample();
         const std::string bytes(sample.bytes.begin(), sample.bytes.end());
         writeFile(folder_ / "sample.rimg", bytes);
@@ -187,6 +189,7 @@ TEST_F(RimgJson, ReportsFailuresToo) {
         {"recover text.txt -o new", "not this format", 5},
         {"recover none -o new", "cannot open", 5},
         {"recover --in-place damaged.rimg", "not in place", 4},
+        {"recover headless.rimg --size 4x4 -o new", "mismatch", 6},
         {"recover small.rimg -o /dev/full", "write failed", 1},
         {"recover small.rimg -o none/new", "write failed", 1},
         {"merge small.rimg -o new", "good", 0},
