@@ -38,6 +38,8 @@ class Scanner {
     bool isSound(Place& place, std::int64_t offset, std::int64_t end, bool thorough, Place& there,
                  std::optional<TagSearch::Resume>& resume);
     void walk(std::int64_t from, std::int64_t end, bool thorough, std::vector<INFOTAG>& tags);
+    std::optional<TagSearch::OtherFile> otherFile(const Place& place, std::int64_t offset,
+                                                  const TagSearch::Resume& resume);
     void endAt(std::int64_t other, std::int64_t offset, const Place& place);
     void addGap(std::int64_t offset, std::int64_t end, const Place& place, bool torn);
     bool isTorn(std::int64_t offset, std::int64_t end, const Place& place);
@@ -90,9 +92,10 @@ void Scanner::run() {
     if (!scan_.stopped) crossCheck(stream_, scan_);
 }
 
-// Whether the tag at `offset` is one, by its header and by that which follows, `there`; but where no sound
-// header and not the end of the file follows, or it is to be `thorough`, its payload decides. Else its fault
-// is set, and `resume` is where the next tag is, if that has come out.
+// Whether the walk takes the tag at `offset`, whose header has no fault. A sound header or the end of the
+// file behind it, which is looked up in `there`, is enough; without one, or when it is to be `thorough`, the
+// payload is checked as well. When the result is false, the fault is in `place`, and `resume` is set if the
+// next tag is known already.
 bool Scanner::isSound(Place& place, std::int64_t offset, std::int64_t end, bool thorough, Place& there,
                       std::optional<TagSearch::Resume>& resume) {
     const std::int64_t next = offset + place.tag.size;
@@ -128,9 +131,8 @@ void Scanner::walk(std::int64_t from, std::int64_t end, bool thorough, std::vect
         }
         if (!resume) resume = search().resumeAfter(offset, place, end);
         std::int64_t next = resume->offset;
-        const bool mayEnd =
-            !thorough && !resume->byPointer && (scan_.header.magic == RIF_MAGIC || !tags.empty());
-        if (const auto other = mayEnd ? search().findOtherFile(offset, next) : std::nullopt) {
+        const bool mayEnd = !thorough && (scan_.header.magic == RIF_MAGIC || !tags.empty());
+        if (const auto other = mayEnd ? otherFile(place, offset, *resume) : std::nullopt) {
             if (other->end == scan_.fileBytes) return endAt(other->offset, offset, place);
             next = std::max(next, other->end);
         }
@@ -138,6 +140,15 @@ void Scanner::walk(std::int64_t from, std::int64_t end, bool thorough, std::vect
         offset = next;
         place = search().look(offset, end);
     }
+}
+
+// Another file between the tag at `offset`, which is not sound, and the next one.
+std::optional<TagSearch::OtherFile> Scanner::otherFile(const Place& place, std::int64_t offset,
+                                                       const TagSearch::Resume& resume) {
+    if (resume.byPointer) return std::nullopt;
+    // When the file breaks off in a blob, a file right behind the header is the content.
+    const bool isContent = isOpaque(place.tag.id) && rules().cutInPayload(place.tag, offset, scan_.fileBytes);
+    return search().findOtherFile(isContent ? offset + kTagHeaderBytes + 1 : offset, resume.offset);
 }
 
 // Another file begins at `other`, behind or inside the tag at `offset`, which is not sound.
@@ -172,8 +183,8 @@ bool Scanner::isTorn(std::int64_t offset, std::int64_t end, const Place& place) 
            !search().hasWholePayload(place.tag, offset);
 }
 
-// Whether the header is neither what a writer writes nor what a power cut leaves of it: whole, nothing, or a
-// part up to the border of a sector.
+// Whether the header is damaged: neither as a writer writes it nor as a power cut leaves it, which is whole,
+// zeros, or cut at the end of a sector.
 bool Scanner::isDamaged(const Place& place, std::int64_t offset) {
     if (!place.whole || place.tag.id == 0) return false;
     const std::int64_t there = kSector - offset % kSector;
@@ -205,9 +216,9 @@ void Scanner::checkPayloads() {
     if (!bad.empty()) replaceBadTags(bad);
 }
 
-// A tag whose payload is not what its header says becomes a gap, unless there are sound tags under it: then
-// its header was damaged so that it seemed to reach over them. Bytes behind the end of the pixels that are no
-// tags are the writer's business.
+// A tag whose payload is not what its header says becomes a gap. Sound tags inside it stay: its size was
+// damaged so that it reached over them. Bytes behind the end of the pixels that contain no tag are no damage:
+// writers may leave them.
 void Scanner::replaceBadTags(const std::vector<PayloadPool::Bad>& bad) {
     std::vector<INFOTAG> kept;
     std::size_t next = 0;

@@ -136,6 +136,11 @@ TEST(SearchTrials, AFileInABlobEndsNothing) {
                 kept.erase(kept.begin() + 4);
                 EXPECT_EQ(foundIn(bytes, scanned(bytes)), kept) << closed << innerClosed << size;
             }
+            const Contents torn = first(whole, settings + 1500);
+            const TagScan scan = scanned(torn);
+            EXPECT_EQ(foundIn(torn, scan), Tags(tags.begin(), tags.begin() + 4));
+            ASSERT_EQ(scan.gaps.size(), 1u);
+            EXPECT_TRUE(scan.gaps[0].torn);
         }
     }
 }
