@@ -26,7 +26,7 @@ bool sizeFits(const RIF_TAG& tag, const TagRules& rules) {
     return MUtils::isKnownTag(tag.id) && rules.payloadRange(tag).contains(tag.payloadBytes());
 }
 
-// Where the text's first NUL is among `size` bytes of payload, -1 when there is none.
+// The position of the text's first NUL in the first `size` bytes of the payload; -1 when there is none.
 std::int64_t firstNul(const RIF_TAG& tag, const ByteBuffer& bytes, std::int64_t size) {
     const std::int64_t start = std::min(MUtils::textStart(tag), size);
     const auto rest = static_cast<std::size_t>(size - start);
@@ -34,7 +34,8 @@ std::int64_t firstNul(const RIF_TAG& tag, const ByteBuffer& bytes, std::int64_t 
     return nul != nullptr ? static_cast<const unsigned char*>(nul) - bytes.data() : -1;
 }
 
-// How much of `size` payload bytes a zlib stream takes, and whether it ends there with all its values.
+// What a zlib stream in `size` bytes of payload gives: the bytes it takes, whether it ends there with all its
+// values, and whether it gives more than those.
 struct Inflated {
     std::int64_t used;
     bool whole;
@@ -50,11 +51,11 @@ Inflated inflated(const RIF_TAG& tag, const ByteBuffer& bytes, std::int64_t size
     return {static_cast<std::int64_t>(used), ended && came == expected, ended || came > expected};
 }
 
-// Whether the payload ends where the size says by what it holds.
+// Whether the content of the payload ends where the size field says.
 bool endsAsItSays(PStream& stream, const INFOTAG& tag, const TagRules& rules) {
     if (rules.payloadRange(tag).certain()) return true;
     const std::int64_t size = tag.payloadBytes();
-    // Values that were stored as they are, which a compressed file may have too.
+    // Values that were stored as they are; a compressed file may contain them too.
     if (isPixelTag(tag.id) && size == MUtils::pixelBytes(tag)) return true;
     if (!isPixelTag(tag.id) && (!isText(tag) || size > kLongestCheckedText)) return false;
     ByteBuffer bytes;
@@ -65,7 +66,7 @@ bool endsAsItSays(PStream& stream, const INFOTAG& tag, const TagRules& rules) {
     return pixels.whole && pixels.used == size;
 }
 
-// Whether the bytes up to `end` are the beginning of the payload, and of nothing that ends before.
+// Whether the bytes up to `end` are the beginning of the payload and contain no end of it.
 bool breaksOff(PStream& stream, const INFOTAG& tag, std::int64_t end, const TagRules& rules) {
     if (rules.payloadRange(tag).certain()) return true;
     const std::int64_t start = static_cast<std::int64_t>(tag.offset) + kTagHeaderBytes;
@@ -92,8 +93,8 @@ bool beginsAHeader(PStream& stream, std::int64_t offset, std::int64_t end) {
     return false;
 }
 
-// Whether a tag begins anywhere between the two places: one that its parameters confirm, or right at
-// `offset`, where a walk comes to, any of a known id. What cannot be read may be one.
+// Whether a tag may begin between the two places: one whose size its parameters confirm or, at `offset`, to
+// which a walk leads, any tag of a known id. Bytes that cannot be read may be a tag.
 bool mayHoldATag(PStream& stream, std::int64_t offset, std::int64_t end, const TagRules& rules) {
     unsigned char bytes[kChunk];
     bool first = true;
