@@ -156,7 +156,8 @@ struct Totals {
 Totals measure(const Contents& whole, int damages, unsigned files, bool show = false) {
     Totals totals;
     const std::vector<std::string> tags = tagsOf(whole);
-    for (unsigned seed = 0; seed < files; ++seed) {
+    for (unsigned file = 0; file < files; ++file) {
+        const unsigned seed = file * 16 + static_cast<unsigned>(damages);
         const Losses losses = lossesOf(whole, damagedBy(whole, seed, damages));
         totals.intact += losses.intact;
         totals.lost += losses.lost.size();
