@@ -1,17 +1,82 @@
 #include "cli/fault_output.h"
 
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <map>
+
 #include "cli/safe_text.h"
 
 namespace rimg {
 
 namespace {
 
-// What the fault is about: "bucket 64x64+0+0 of channel 3 alpha", "note", or nothing.
-std::string subjectOf(const MUtils::FileFault& fault) {
-    if (fault.tagId == 0) return "";
-    if (!isPixelTag(fault.tagId)) return tagName(fault.tagId);
-    return "bucket " + boxText(fault.box) + " of channel " + channelText(fault.channel, fault.channelName);
+using MUtils::FileFault;
+
+// Shows the first few parts of a list: "3 alpha, 4 z and 7 more".
+std::string listText(const std::vector<std::string>& parts) {
+    constexpr std::size_t kMost = 8;
+    std::string text;
+    for (std::size_t i = 0; i < std::min(parts.size(), kMost); ++i)
+        text += (i == 0 ? "" : ", ") + parts[i];
+    return parts.size() > kMost ? text + " and " + std::to_string(parts.size() - kMost) + " more" : text;
 }
+
+void addOnce(std::vector<std::string>& parts, const std::string& part) {
+    if (std::find(parts.begin(), parts.end(), part) == parts.end()) parts.push_back(part);
+}
+
+const char* plural(const std::vector<std::string>& parts) {
+    return parts.size() > 1 ? "s " : " ";
+}
+
+// The faults of a line: one fault, or those of one bucket.
+class FaultGroup {
+  public:
+    explicit FaultGroup(const FileFault& first) : tagId_(first.tagId), box_(first.box) { add(first); }
+
+    void add(const FileFault& fault) {
+        addOnce(channels_, channelText(fault.channel, fault.channelName));
+        addOnce(causes_, fault.cause);
+        // The tags of a bucket often lie side by side.
+        const bool joins = !ranges_.empty() && fault.end > fault.offset && ranges_.back().end == fault.offset;
+        joins ? void(ranges_.back().end = fault.end) : ranges_.push_back({fault.offset, fault.end});
+        repeats_ = repeats_ || fault.count > 1;
+        count_ += fault.count;
+    }
+
+    std::string text() const {
+        std::vector<std::string> offsets;
+        for (const Range& range : ranges_) {
+            const std::string end = range.end > range.begin ? ".." + std::to_string(range.end) : "";
+            offsets.push_back(std::to_string(range.begin) + end);
+        }
+        const std::string subject = subjectText();
+        std::string text = subject + (subject.empty() ? "offset" : ", offset") + plural(offsets);
+        text += listText(offsets) + ": " + listText(causes_);
+        return repeats_ ? text + " (" + std::to_string(count_) + " times)" : text;
+    }
+
+  private:
+    struct Range {
+        std::int64_t begin, end;
+    };
+
+    // "bucket 64x64+0+0 of channel 3 alpha", "note", "bytes" of no known tag, or nothing.
+    std::string subjectText() const {
+        if (tagId_ == 0) return ranges_.front().end > ranges_.front().begin ? "bytes" : "";
+        const std::string name = tagName(tagId_);
+        if (!isPixelTag(tagId_)) return name == "unknown" ? name + " tag" : name;
+        return "bucket " + boxText(box_) + " of channel" + plural(channels_) + listText(channels_);
+    }
+
+    std::uint32_t tagId_;
+    MUtils::PixelBox box_;
+    std::vector<std::string> channels_, causes_;
+    std::vector<Range> ranges_;
+    bool repeats_ = false;
+    std::int64_t count_ = 0;
+};
 
 }  // namespace
 
@@ -19,16 +84,27 @@ std::string channelText(int index, const std::string& name) {
     return std::to_string(index) + (name.empty() ? "" : " " + safeText(name));
 }
 
-std::string faultText(const MUtils::FileFault& fault) {
-    std::string text = subjectOf(fault);
-    text += (text.empty() ? "offset " : ", offset ") + std::to_string(fault.offset);
-    if (fault.end > fault.offset) text += ".." + std::to_string(fault.end);
-    text += ": " + fault.cause;
-    if (fault.count > 1) text += " (" + std::to_string(fault.count) + " times)";
-    return text;
+std::string faultText(const FileFault& fault) {
+    return FaultGroup(fault).text();
 }
 
-Json jsonOf(const MUtils::FileFault& fault) {
+std::vector<std::string> faultLines(const std::vector<FileFault>& faults) {
+    std::vector<FaultGroup> groups;
+    std::map<std::array<std::int64_t, 4>, std::size_t> groupOf;
+    for (const FileFault& fault : faults) {
+        const MUtils::PixelBox& box = fault.box;
+        const auto [place, isNew] = isPixelTag(fault.tagId)
+                                        ? groupOf.try_emplace({box.x0, box.y0, box.x1, box.y1}, groups.size())
+                                        : std::make_pair(groupOf.end(), true);
+        isNew ? groups.emplace_back(fault), void() : groups[place->second].add(fault);
+    }
+    std::vector<std::string> lines;
+    std::transform(groups.begin(), groups.end(), std::back_inserter(lines),
+                   [](const FaultGroup& group) { return group.text(); });
+    return lines;
+}
+
+Json jsonOf(const FileFault& fault) {
     Json json{{"offset", fault.offset}, {"end", fault.end}, {"tag", nullptr}, {"cause", fault.cause}};
     if (fault.tagId != 0) json["tag"] = tagName(fault.tagId);
     if (fault.count > 1) json["count"] = fault.count;
@@ -37,6 +113,28 @@ Json jsonOf(const MUtils::FileFault& fault) {
     json["channel"] = fault.channel;
     json["name"] = fault.channelName;
     return json;
+}
+
+Json jsonOf(const std::vector<FileFault>& faults) {
+    Json list = Json::array();
+    for (const FileFault& fault : faults)
+        list.push_back(jsonOf(fault));
+    return list;
+}
+
+void LineList::add(const char* prefix, const std::vector<std::string>& lines) {
+    for (const std::string& line : lines)
+        lines_.push_back(prefix + line);
+}
+
+void LineList::print(const char* indent, bool all, std::int64_t further) const {
+    const std::size_t shown = all ? lines_.size() : std::min(lines_.size(), kShown);
+    for (std::size_t i = 0; i < shown; ++i)
+        std::printf("%s%s\n", indent, lines_[i].c_str());
+    const std::int64_t more = static_cast<std::int64_t>(lines_.size() - shown) + further;
+    if (more > 0)
+        std::printf("%sand %lld more%s\n", indent, static_cast<long long>(more),
+                    shown < lines_.size() ? " (--all lists them)" : "");
 }
 
 }  // namespace rimg

@@ -28,6 +28,7 @@ struct RecoverVerbOptions {
     std::string size;
     bool inPlace = false;
     bool json = false;
+    bool all = false;
     int threads = 0;
 };
 
@@ -79,7 +80,7 @@ ExitCode runRecover(const RecoverVerbOptions& options) {
     if (options.json) {
         printRecoverJson(options.file, options.output, found, nullptr);
     } else {
-        printRecoverText(found, options.inPlace);
+        printRecoverText(found, options.inPlace, options.all);
     }
     flushOutput();
     return exitCodeOf(found);
@@ -111,6 +112,7 @@ void addRecoverVerb(CLI::App& app, ExitCode& result) {
         ->type_name("WxH")
         ->check(checkSize)
         ->excludes("--in-place");
+    verb->add_flag("--all", options->all, "Print all that is lost, repaired or in doubt. Default: 20 lines");
     verb->add_flag("--json", options->json, "Print a JSON object, also when it fails");
     verb->add_option("-j,--threads", options->threads,
                      "Threads that decompress, 1 to 1024. Default: one for each processor")

@@ -30,13 +30,6 @@ const char* nameOf(RecoverState state) {
     return "stopped";
 }
 
-Json listOf(const std::vector<MUtils::FileFault>& faults) {
-    Json list = Json::array();
-    for (const MUtils::FileFault& fault : faults)
-        list.push_back(jsonOf(fault));
-    return list;
-}
-
 Json namesOf(const std::vector<std::uint32_t>& tagIds) {
     Json names = Json::array();
     for (const std::uint32_t tagId : tagIds)
@@ -66,13 +59,12 @@ ExitCode exitCodeOf(const RecoverReport& found) {
     return ExitCode::kFailure;
 }
 
-void printRecoverText(const RecoverReport& found, bool inPlace) {
-    for (const MUtils::FileFault& lost : found.lost)
-        std::printf("lost: %s\n", faultText(lost).c_str());
-    for (const MUtils::FileFault& repaired : found.repaired)
-        std::printf("repaired: %s\n", faultText(repaired).c_str());
-    for (const MUtils::FileFault& doubt : found.doubts)
-        std::printf("in doubt: %s\n", faultText(doubt).c_str());
+void printRecoverText(const RecoverReport& found, bool inPlace, bool all) {
+    LineList list;
+    list.add("lost: ", faultLines(found.lost));
+    list.add("repaired: ", faultLines(found.repaired));
+    list.add("in doubt: ", faultLines(found.doubts));
+    list.print("", all);
     for (const std::uint32_t tagId : found.supplied)
         std::printf("supplied: %s\n", tagName(tagId));
     printHint(found);
@@ -103,9 +95,9 @@ void printRecoverJson(const std::string& input, const std::string& output, const
               {"lacksResolution", found.lacksResolution},
               {"lacksChannels", found.lacksChannels},
               {"supplied", namesOf(found.supplied)},
-              {"lost", listOf(found.lost)},
-              {"repaired", listOf(found.repaired)},
-              {"doubts", listOf(found.doubts)}};
+              {"lost", jsonOf(found.lost)},
+              {"repaired", jsonOf(found.repaired)},
+              {"doubts", jsonOf(found.doubts)}};
     printJson(json);
 }
 

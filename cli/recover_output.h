@@ -12,7 +12,8 @@ ExitCode exitCodeOf(const MUtils::RecoverReport& found);
 
 // The forms in which `rimg recover` shows what it did, on standard output.
 
-void printRecoverText(const MUtils::RecoverReport& found, bool inPlace);
+// Shows the first faults, or all; those of one bucket share a line.
+void printRecoverText(const MUtils::RecoverReport& found, bool inPlace, bool all);
 
 // One JSON object on a line of its own. `output` is empty for a recovery in place, `failure` why there is no
 // recovered file, null when there is one.

@@ -1,6 +1,8 @@
 #include "rawimage/tools/verify.h"
 
 #include <CLI/CLI.hpp>
+#include <cstdio>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -17,77 +19,142 @@ namespace {
 
 using MUtils::VerifyReport;
 
-struct CheckOptions {
+struct VerifyVerbOptions {
     std::vector<std::string> files;
     bool quick = false;
     bool json = false;
+    bool all = false;
     int threads = 0;
 };
 
-VerifyReport verify(const std::string& file, const CheckOptions& options) {
+VerifyReport verify(const std::string& file, const VerifyVerbOptions& options) {
     ToolProgress progress("verify " + file);
     MUtils::VerifyOptions verifying;
     verifying.quick = options.quick;
     verifying.threads = options.threads;
     verifying.progress = progress.callback();
-    return MUtils::verifyFile(file.c_str(), verifying);
+    const VerifyReport found = MUtils::verifyFile(file.c_str(), verifying);
+    if (found.stopped) throw Failure(ExitCode::kStopped, file, "stopped");
+    return found;
 }
 
-ExitCode runVerify(const CheckOptions& options) {
+// A file that cannot be read has one line, which goes to standard error.
+void print(const std::string& file, const VerifyReport& found, const VerifyVerbOptions& options) {
+    const bool unreadable = exitCodeOf(found.state) == ExitCode::kUnreadable;
+    if (options.json) {
+        printVerifyJson(file, found);
+    } else if (!unreadable) {
+        printVerifyText(file, found, options.all);
+    }
+    flushOutput();
+    if (unreadable) report(file, std::string(stateName(found.state)) + ": " + found.cause);
+}
+
+// "7 files: 5 good, 1 unfinished, 1 damaged".
+void printTotals(const std::map<MUtils::FileState, int>& filesOf, std::size_t files) {
+    std::printf("%zu files:", files);
+    const char* separator = " ";
+    for (const auto& [state, count] : filesOf) {
+        std::printf("%s%d %s", separator, count, stateName(state));
+        separator = ", ";
+    }
+    std::printf("\n");
+    flushOutput();
+}
+
+ExitCode runVerify(const VerifyVerbOptions& options) {
     ExitCode result = ExitCode::kGood;
+    std::map<MUtils::FileState, int> filesOf;
     for (const std::string& file : options.files) {
         const VerifyReport found = verify(file, options);
-        if (found.stopped) throw Failure(ExitCode::kStopped, file, "stopped");
-        options.json ? printVerifyJson(file, found) : printVerifyText(file, found);
-        flushOutput();
-        const ExitCode code = exitCodeOf(found.state);
-        if (code == ExitCode::kUnreadable) report(file, found.cause);
-        result = worse(result, code);
+        print(file, found, options);
+        ++filesOf[found.state];
+        result = worse(result, exitCodeOf(found.state));
     }
+    if (options.files.size() > 1 && !options.json) printTotals(filesOf, options.files.size());
     return result;
 }
 
-ExitCode runMissing(const CheckOptions& options) {
-    const std::string& file = options.files.front();
-    const VerifyReport found = MUtils::missingPixels(file.c_str());
-    const ExitCode code = exitCodeOf(found.state);
-    const bool areaKnown = !found.area.empty();
-    if (options.json) printMissingJson(file, found);
-    if (!options.json && areaKnown) printMissingText(file, found);
+struct MissingVerbOptions {
+    std::string file;
+    bool deep = false;
+    bool buckets = false;
+    bool json = false;
+    int threads = 0;
+};
+
+VerifyReport findMissing(const MissingVerbOptions& options) {
+    ToolProgress progress("missing " + options.file);
+    MUtils::MissingOptions finding;
+    finding.deep = options.deep;
+    finding.threads = options.threads;
+    finding.progress = progress.callback();
+    const VerifyReport found = MUtils::missingPixels(options.file.c_str(), finding);
+    if (found.stopped) throw Failure(ExitCode::kStopped, options.file, "stopped");
+    return found;
+}
+
+void printMissing(const MissingVerbOptions& options, const VerifyReport& found) {
+    if (options.buckets) {
+        const std::int64_t more = printMissingBuckets(found, options.json);
+        if (more > 0) report(options.file, std::to_string(more) + " more buckets are missing");
+    } else if (options.json) {
+        printMissingJson(options.file, found);
+    } else if (!found.area.empty()) {
+        printMissingText(options.file, found);
+    }
     flushOutput();
-    if (code == ExitCode::kUnreadable) throw Failure(code, file, found.cause);
+}
+
+ExitCode runMissing(const MissingVerbOptions& options) {
+    const VerifyReport found = findMissing(options);
+    printMissing(options, found);
+    const ExitCode code = exitCodeOf(found.state);
+    if (code == ExitCode::kUnreadable) throw Failure(code, options.file, found.cause);
     if (code == ExitCode::kDamaged) {
-        report(file, found.cause, found.faults.front().offset);
+        report(options.file, found.cause, found.causeOffset);
         return code;
     }
     // A render that died at once.
-    if (!areaKnown) {
-        report(file, "holds neither a frame nor a render region: all is missing");
+    if (found.area.empty()) {
+        report(options.file, "holds neither a frame nor a render region: all is missing");
         return ExitCode::kIncomplete;
     }
     return found.missingInAny.boxes.empty() ? ExitCode::kGood : ExitCode::kIncomplete;
 }
 
+CLI::Option* addThreadsOption(CLI::App& verb, int& threads) {
+    return verb
+        .add_option("-j,--threads", threads,
+                    "Threads that decompress, 1 to 1024. Default: one for each processor")
+        ->type_name("N")
+        ->check(wholeNumber(1, kMostThreads));
+}
+
 }  // namespace
 
 void addVerifyVerb(CLI::App& app, ExitCode& result) {
-    auto options = std::make_shared<CheckOptions>();
+    auto options = std::make_shared<VerifyVerbOptions>();
     CLI::App* verb = app.add_subcommand("verify", "Check whether raw images are sound and whole");
     verb->add_option("FILE", options->files, "Raw images")->required();
     verb->add_flag("--quick", options->quick, "Check headers, table, lists and texts only, no pixels");
+    verb->add_flag("--all", options->all, "Print all faults and boxes. Default: the first 20");
     verb->add_flag("--json", options->json, "Print a JSON object for each file, on a line of its own");
-    verb->add_option("-j,--threads", options->threads,
-                     "Threads that decompress, 1 to 1024. Default: one for each processor")
-        ->type_name("N")
-        ->check(wholeNumber(1, kMostThreads));
+    addThreadsOption(*verb, options->threads);
     verb->callback([options, &result] { result = runVerify(*options); });
 }
 
 void addMissingVerb(CLI::App& app, ExitCode& result) {
-    auto options = std::make_shared<CheckOptions>();
+    auto options = std::make_shared<MissingVerbOptions>();
     CLI::App* verb = app.add_subcommand("missing", "List the boxes of a raw image that are still to render");
-    verb->add_option("FILE", options->files.emplace_back(), "The raw image")->required();
-    verb->add_flag("--json", options->json, "Print a JSON object");
+    verb->add_option("FILE", options->file, "The raw image")->required();
+    CLI::Option* deep = verb->add_flag(
+        "--deep", options->deep,
+        "Check the pixels, too: buckets with damaged values are missing. Default: headers only");
+    verb->add_flag("--buckets", options->buckets,
+                   "List the buckets to render again, one on a line, by the grid that the file announces");
+    verb->add_flag("--json", options->json, "Print a JSON object; with --buckets one for each bucket");
+    addThreadsOption(*verb, options->threads)->needs(deep);
     verb->callback([options, &result] { result = runMissing(*options); });
 }
 

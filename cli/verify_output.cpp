@@ -1,7 +1,9 @@
 #include "cli/verify_output.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
+#include <iterator>
 #include <map>
 #include <vector>
 
@@ -15,47 +17,120 @@ namespace {
 
 using namespace MUtils;
 
-constexpr std::size_t kShown = 20;  // boxes of a list, channels of a line
+constexpr std::size_t kShown = LineList::kShown;  // boxes and channels of a line
 
-void printBoxes(const std::string& title, const MissingBoxes& missing) {
-    std::printf("  %s:", title.c_str());
-    for (std::size_t i = 0; i < missing.boxes.size() && i < kShown; ++i)
-        std::printf(" %s", boxText(missing.boxes[i]).c_str());
-    if (missing.boxes.size() > kShown) std::printf(" and %zu more", missing.boxes.size() - kShown);
-    std::printf("%s\n", missing.truncated ? " and further ones" : "");
+std::string boxesText(const std::string& title, const MissingBoxes& missing, bool all) {
+    const std::size_t shown = all ? missing.boxes.size() : std::min(missing.boxes.size(), kShown);
+    std::string text = title + ':';
+    for (std::size_t i = 0; i < shown; ++i)
+        text += ' ' + boxText(missing.boxes[i]);
+    if (shown < missing.boxes.size())
+        text += " and " + std::to_string(missing.boxes.size() - shown) + " more";
+    return missing.truncated ? text + " and further ones" : text;
 }
 
-using BoxesKey = std::vector<std::array<std::int64_t, 4>>;
+// Channels that lack the same boxes.
+struct MissingLine {
+    std::vector<const MissingPixels*> channels;
 
-BoxesKey keyOf(const MissingBoxes& missing) {
-    BoxesKey key;
-    for (const PixelBox& box : missing.boxes)
-        key.push_back({box.x0, box.y0, box.x1, box.y1});
-    return key;
-}
-
-// Channels that lack the same share a line.
-void printMissing(const VerifyReport& report) {
-    if (report.missing.empty() && report.missingInAny.boxes.empty()) return;
-    printBoxes("missing", report.missingInAny);
-    struct Line {
+    const MissingBoxes& boxes() const { return channels.front()->boxes; }
+    std::string text(bool all) const {
+        const std::size_t shown = all ? channels.size() : std::min(channels.size(), kShown);
         std::string title = "missing in channel";
-        std::size_t channels = 0;
-        const MissingBoxes* boxes = nullptr;
-    };
-    std::vector<Line> lines;
-    std::map<BoxesKey, std::size_t> lineOf;
-    for (const MissingPixels& channel : report.missing) {
-        const auto [place, isNew] = lineOf.emplace(keyOf(channel.boxes), lines.size());
-        if (isNew) lines.push_back({});
-        Line& line = lines[place->second];
-        line.boxes = &channel.boxes;
-        if (++line.channels > kShown) continue;
-        line.title += (line.channels > 1 ? ", " : " ") + channelText(channel.channel, channel.name);
+        for (std::size_t i = 0; i < shown; ++i)
+            title += (i == 0 ? " " : ", ") + channelText(channels[i]->channel, channels[i]->name);
+        if (shown < channels.size()) title += " and " + std::to_string(channels.size() - shown) + " more";
+        return boxesText(title, boxes(), all);
     }
-    for (Line& line : lines) {
-        if (line.channels > kShown) line.title += " and " + std::to_string(line.channels - kShown) + " more";
-        printBoxes(line.title, *line.boxes);
+};
+
+std::vector<MissingLine> missingLines(const std::vector<MissingPixels>& missing) {
+    std::vector<MissingLine> lines;
+    std::map<std::vector<std::array<std::int64_t, 4>>, std::size_t> lineOf;
+    for (const MissingPixels& channel : missing) {
+        std::vector<std::array<std::int64_t, 4>> key;
+        for (const PixelBox& box : channel.boxes.boxes)
+            key.push_back({box.x0, box.y0, box.x1, box.y1});
+        const auto [place, isNew] = lineOf.emplace(std::move(key), lines.size());
+        if (isNew) lines.emplace_back();
+        lines[place->second].channels.push_back(&channel);
+    }
+    return lines;
+}
+
+// Shows what some channel lacks of them all only where no channel lacks just that.
+void printMissing(const std::vector<MissingPixels>& missing, const MissingBoxes& inAny, bool all) {
+    const std::vector<MissingLine> lines = missingLines(missing);
+    const bool repeated = std::any_of(lines.begin(), lines.end(), [&inAny](const MissingLine& line) {
+        return line.boxes().boxes == inAny.boxes;
+    });
+    LineList list;
+    if (!repeated && !inAny.boxes.empty()) list.add("", {boxesText("missing", inAny, all)});
+    for (const MissingLine& line : lines)
+        list.add("", {line.text(all)});
+    list.print("  ", all);
+}
+
+// What is missing beside the buckets that are listed as damaged or in doubt.
+void printMissingBeside(const VerifyReport& report, bool all) {
+    std::map<int, std::vector<PixelBox>> listed;
+    for (const FileFault& fault : report.faults) {
+        if (isPixelTag(fault.tagId)) listed[fault.channel].push_back(fault.box);
+    }
+    if (listed.empty()) return printMissing(report.missing, report.missingInAny, all);
+    std::vector<MissingPixels> rest;
+    std::vector<PixelBox> inAny;
+    for (MissingPixels channel : report.missing) {
+        if (const auto boxes = listed.find(channel.channel); boxes != listed.end()) {
+            std::vector<PixelBox> covered = missingBoxes(channel.boxes.boxes, report.area).boxes;
+            covered.insert(covered.end(), boxes->second.begin(), boxes->second.end());
+            channel.boxes.boxes = missingBoxes(covered, report.area).boxes;
+        }
+        if (channel.boxes.boxes.empty() && !channel.boxes.truncated) continue;
+        inAny.insert(inAny.end(), channel.boxes.boxes.begin(), channel.boxes.boxes.end());
+        rest.push_back(std::move(channel));
+    }
+    printMissing(rest, unitedBoxes(inAny, report.area), all);
+}
+
+void printFaults(const VerifyReport& report, bool all) {
+    std::vector<FileFault> lost, doubts;
+    std::partition_copy(report.faults.begin(), report.faults.end(), std::back_inserter(lost),
+                        std::back_inserter(doubts),
+                        [](const FileFault& fault) { return fault.end > fault.offset; });
+    LineList list;
+    list.add("damaged ", faultLines(lost));
+    list.add("repairable: ", faultLines(report.repaired));
+    list.add("in doubt: ", faultLines(doubts));
+    list.print("  ", all, report.furtherFaults);
+}
+
+// A file name as a word for the shell.
+std::string shellWord(const std::string& name) {
+    constexpr const char* kPlain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-./+:=@%,";
+    if (!name.empty() && name.find_first_not_of(kPlain) == std::string::npos) return name;
+    std::string word = "'";
+    for (const char c : name)
+        word += c == '\'' ? "'\\''" : std::string(1, c);
+    return safeText(word + '\'');
+}
+
+// The command to run next; "A render died" of the manual has them in their order.
+void printNext(const std::string& file, const VerifyReport& report) {
+    const std::string name = shellWord(file);
+    const bool lacksPixels = !report.missingInAny.boxes.empty() || report.missingInAny.truncated;
+    const bool lacksFrame = report.area.empty() || (lacksPixels && report.missing.empty());
+    const bool unfinished = report.state == FileState::kUnfinished;
+    // A render that died before its frame was in the file has nothing to go on with.
+    if (unfinished && lacksFrame) return;
+    if (report.state == FileState::kDamaged || lacksFrame) {
+        std::printf("  next: rimg recover %s -o NEW\n", name.c_str());
+    } else if (lacksPixels) {
+        std::printf("  next: rimg missing %s\n", name.c_str());
+    }
+    if (unfinished) {
+        const char* lead = lacksPixels ? "or, to finish it as it is" : "next";
+        std::printf("  %s: rimg recover --in-place %s\n", lead, name.c_str());
     }
 }
 
@@ -74,35 +149,42 @@ Json missingJson(const VerifyReport& report) {
 
 }  // namespace
 
-void printVerifyText(const std::string& file, const VerifyReport& report) {
-    std::printf("%s: %s", safeText(file).c_str(), stateName(report.state));
-    if (!report.cause.empty()) std::printf(" (%s)", report.cause.c_str());
-    std::printf("\n");
-    for (const FileFault& fault : report.faults)
-        std::printf("  %s\n", faultText(fault).c_str());
-    if (report.furtherFaults > 0)
-        std::printf("  and %lld more faults\n", static_cast<long long>(report.furtherFaults));
-    printMissing(report);
+void printVerifyText(const std::string& file, const VerifyReport& report, bool all) {
+    const std::string cause = report.cause.empty() ? "" : " (" + report.cause + ')';
+    std::printf("%s: %s%s\n", safeText(file).c_str(), stateName(report.state), cause.c_str());
+    if (report.beingWritten) std::printf("  a writer has the file open\n");
+    if (report.state == FileState::kGood) return;
+    if (!report.beingWritten && report.state == FileState::kUnfinished)
+        std::printf("  no writer has the file open\n");
+    if (report.buckets)
+        std::printf("  %lld of %lld buckets are sound\n", static_cast<long long>(report.buckets->sound),
+                    static_cast<long long>(report.buckets->all));
+    printFaults(report, all);
+    printMissingBeside(report, all);
+    if (!report.beingWritten) printNext(file, report);
 }
 
 void printVerifyJson(const std::string& file, const VerifyReport& report) {
     Json json = verdictJson(file, report);
+    json["beingWritten"] = report.beingWritten;
     json["bytes"] = report.fileBytes;
     json["tags"] = report.tags;
-    json["faults"] = Json::array();
-    for (const FileFault& fault : report.faults)
-        json["faults"].push_back(jsonOf(fault));
+    json["buckets"] = nullptr;
+    if (report.buckets) json["buckets"] = {{"sound", report.buckets->sound}, {"all", report.buckets->all}};
+    json["faults"] = jsonOf(report.faults);
     json["furtherFaults"] = report.furtherFaults;
+    json["repaired"] = jsonOf(report.repaired);
     json.update(missingJson(report));
     printJson(json);
 }
 
 void printMissingText(const std::string& file, const VerifyReport& report) {
+    constexpr bool kAll = false;
     if (report.missingInAny.boxes.empty()) {
         std::printf("%s: nothing is missing\n", safeText(file).c_str());
     } else {
         std::printf("%s: of %s\n", safeText(file).c_str(), boxText(report.area).c_str());
-        printMissing(report);
+        printMissing(report.missing, report.missingInAny, kAll);
     }
 }
 
@@ -110,6 +192,15 @@ void printMissingJson(const std::string& file, const VerifyReport& report) {
     Json json = verdictJson(file, report);
     json.update(missingJson(report));
     printJson(json);
+}
+
+std::int64_t printMissingBuckets(const VerifyReport& report, bool json) {
+    constexpr std::size_t kMost = 1'000'000;
+    const std::vector<PixelBox>& missing = report.missingInAny.boxes;
+    const std::vector<PixelBox> buckets = report.grid ? report.grid->bucketsIn(missing, kMost) : missing;
+    for (const PixelBox& bucket : buckets)
+        json ? printJson(jsonOf(bucket)) : void(std::printf("%s\n", boxText(bucket).c_str()));
+    return report.grid ? report.grid->countIn(missing) - static_cast<std::int64_t>(buckets.size()) : 0;
 }
 
 }  // namespace rimg

@@ -40,9 +40,9 @@ VerifyReport verify(const Options& options, const std::atomic<bool>& stop) {
         case FileState::kCannotOpen:
         case FileState::kNotThisFormat: throw Failure(ExitCode::kUnreadable, path + ": " + report.cause);
         case FileState::kDamaged:
-            throw Failure(ExitCode::kDamaged,
-                          path + ": damaged at " + std::to_string(report.faults.front().offset) + ": " +
-                              report.cause + "; resume what \"rimg recover\" makes of it");
+            throw Failure(ExitCode::kDamaged, path + ": damaged at " + std::to_string(report.causeOffset) +
+                                                  ": " + report.cause +
+                                                  "; resume what \"rimg recover\" makes of it");
         default: return report;
     }
 }

@@ -4,20 +4,25 @@
 #include <iterator>
 #include <utility>
 
+#include "support/files.h"
+
 namespace MUtils {
 
 namespace {
 
-// All of a file's faults by offset, as many as a report has room for.
+// Moves what there is room for, and returns how many faults are left behind.
+std::int64_t moveFaults(std::vector<FileFault>& from, std::vector<FileFault>& to) {
+    const std::size_t room = std::min(from.size(), kMaxVerifyFaults - to.size());
+    std::move(from.begin(), from.begin() + static_cast<std::ptrdiff_t>(room), std::back_inserter(to));
+    return static_cast<std::int64_t>(from.size() - room);
+}
+
 void listFaults(const Inspection& file, VerifyReport& report) {
     FileFaults found = faultsOf(file);
     report.furtherFaults = file.furtherFaults;
-    for (std::vector<FileFault>* kind : {&found.doubts, &found.repaired, &found.lost}) {
-        const std::size_t room = std::min(kind->size(), kMaxVerifyFaults - report.faults.size());
-        report.furtherFaults += static_cast<std::int64_t>(kind->size() - room);
-        std::move(kind->begin(), kind->begin() + static_cast<std::ptrdiff_t>(room),
-                  std::back_inserter(report.faults));
-    }
+    report.furtherFaults += moveFaults(found.lost, report.faults);
+    report.furtherFaults += moveFaults(found.doubts, report.faults);
+    report.furtherFaults += moveFaults(found.repaired, report.repaired);
     std::stable_sort(report.faults.begin(), report.faults.end(),
                      [](const FileFault& a, const FileFault& b) { return a.offset < b.offset; });
 }
@@ -26,6 +31,7 @@ VerifyReport reportOf(Inspection file) {
     VerifyReport report;
     report.state = file.state;
     report.cause = file.cause;
+    report.causeOffset = file.causeOffset;
     report.fileBytes = std::max<std::int64_t>(file.fileBytes, 0);
     report.stopped = file.stopped;
     const bool inspected = file.state != FileState::kNotThisFormat && file.state != FileState::kCannotOpen;
@@ -33,6 +39,8 @@ VerifyReport reportOf(Inspection file) {
     report.tags = static_cast<std::int64_t>(file.tags.size());
     listFaults(file, report);
     report.area = file.area;
+    report.grid = announcedGrid(file);
+    report.buckets = countBuckets(file);
     report.missing = std::move(file.missing);
     report.missingInAny = std::move(file.missingInAny);
     return report;
@@ -53,15 +61,20 @@ VerifyReport verifyStream(PStream& stream, const VerifyOptions& options) {
 }
 
 VerifyReport verifyFile(const char* fileName, const VerifyOptions& options) {
-    return reportOf(inspectFile(fileName, inspectionFor(options)));
+    // Asked first: a writer that is done in between leaves a finished file, and not one that looks abandoned.
+    const bool beingWritten = isBeingWritten(fileName);
+    VerifyReport report = reportOf(inspectFile(fileName, inspectionFor(options)));
+    report.beingWritten = beingWritten;
+    return report;
 }
 
-VerifyReport missingPixels(const char* fileName) {
-    InspectOptions options;
-    options.depth = InspectDepth::kRecords;
-    options.threads = 1;
-    options.repairedIsMissing = true;
-    return reportOf(inspectFile(fileName, options));
+VerifyReport missingPixels(const char* fileName, const MissingOptions& options) {
+    InspectOptions inspecting;
+    inspecting.depth = options.deep ? InspectDepth::kPayloads : InspectDepth::kRecords;
+    inspecting.threads = options.deep ? options.threads : 1;
+    inspecting.progress = options.progress;
+    inspecting.repairedIsMissing = true;
+    return reportOf(inspectFile(fileName, inspecting));
 }
 
 }  // namespace MUtils

@@ -3,10 +3,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "../../support/pstream.h"
+#include "../inspect/bucket_grid.h"
 #include "../inspect/inspection.h"
 
 // Whether a raw image file is what was written, and whether it is all there.
@@ -15,10 +17,16 @@ namespace MUtils {
 
 struct VerifyReport {
     FileState state = FileState::kGood;
-    std::string cause;  // of any state but good; of a damaged file the first fault's
-    // By offset, at most kMaxVerifyFaults; `furtherFaults` counts the rest.
+    // Of any state but good, and the file offset where it shows, -1 where it shows nowhere. Of a damaged file
+    // both are those of the first damage.
+    std::string cause;
+    std::int64_t causeOffset = -1;
+    // What is damaged or in doubt, by offset, at most kMaxVerifyFaults; `furtherFaults` counts the rest. The
+    // bytes from `offset` to `end` are lost; where both are equal the fault costs no tag.
     std::vector<FileFault> faults;
     std::int64_t furtherFaults = 0;
+    // Tags whose header is damaged and known from elsewhere, by offset, at most kMaxVerifyFaults.
+    std::vector<FileFault> repaired;
     // The render region when the file carries one that has any pixels, else the frame; no pixels when it has
     // neither.
     PixelBox area;
@@ -26,8 +34,14 @@ struct VerifyReport {
     std::vector<MissingPixels> missing;
     // The pixels that any channel lacks.
     MissingBoxes missingInAny;
+    // As countBuckets() and announcedGrid() give them.
+    std::optional<BucketCount> buckets;
+    std::optional<BucketGrid> grid;
     std::int64_t tags = 0;  // sound ones
     std::int64_t fileBytes = 0;
+    // A writer has the file open, as its lock shows: an unfinished file is then a render that goes on. Not
+    // known of a stream: false.
+    bool beingWritten = false;
     bool stopped = false;  // by the caller's progress; the rest then means nothing
 };
 constexpr std::size_t kMaxVerifyFaults = 10000;
@@ -38,16 +52,24 @@ struct VerifyOptions {
     std::function<bool(std::int64_t done, std::int64_t total)> progress;  // bytes; false stops
 };
 
-// A view of the file's inspection, with the faults that cost a tag and those that cost none in one list.
-// Reads the whole file unless it is quick. Incompressible payloads, larger than their pixels, are sound.
-// Throws std::bad_alloc.
+// Reports on a file: a view of its inspection. Reads the whole file unless it is quick. Incompressible
+// payloads, larger than their pixels, are sound. Throws std::bad_alloc.
 VerifyReport verifyFile(const char* fileName, const VerifyOptions& options);
 
 // The same for an open stream that knows its length; it is left open at no particular position.
 VerifyReport verifyStream(PStream& stream, const VerifyOptions& options);
 
-// What is left to render of a file: the boxes that some channel lacks, and those of each channel. As
-// verifyFile() with `quick`: a bucket whose tag header is sound counts as there.
-VerifyReport missingPixels(const char* fileName);
+struct MissingOptions {
+    // Inflate the pixels: a bucket whose values are damaged is missing. Without it a bucket whose tag header
+    // is sound counts as there.
+    bool deep = false;
+    int threads = 0;  // that inflate; below 1: one for each processor
+    std::function<bool(std::int64_t done, std::int64_t total)> progress;  // bytes; false stops
+};
+
+// Reports what is left to render of a file: the boxes that some channel lacks, and those of each channel.
+// Pixels of a tag whose header is damaged count as missing, also where verifyFile() knows the header from
+// elsewhere: a program that continues the file as it is leaves the wrong header in it. Throws std::bad_alloc.
+VerifyReport missingPixels(const char* fileName, const MissingOptions& options = {});
 
 }  // namespace MUtils
