@@ -6,7 +6,9 @@
 #include <iterator>
 #include <memory>
 #include <string>
+#include <vector>
 
+#include "cli/fault_output.h"
 #include "cli/option_checks.h"
 #include "cli/png_file.h"
 #include "cli/report.h"
@@ -14,7 +16,6 @@
 #include "cli/stream_output.h"
 #include "cli/verbs.h"
 #include "rawimage/tools/picture.h"
-#include "rawimage/tools/summary.h"
 
 namespace rimg {
 
@@ -79,19 +80,18 @@ std::string checkEnding(const std::string& output) {
     return other ? "a preview is a PNG picture, and " + ending + " is another format: " + output : "";
 }
 
-constexpr const char* kResolution = "resolution";
-constexpr const char* kChannels = "channel list";
-
 // Of a file in which there is nothing to draw. A render that has only begun is not damaged.
-[[noreturn]] void refuseEmpty(const PreviewOptions& options, const std::string& what) {
-    const MUtils::FileSummary summary = MUtils::summariseFile(options.file.c_str(), false);
-    if (summary.state == MUtils::FileState::kDamaged)
-        throw Failure(ExitCode::kDamaged, options.file, summary.cause, summary.faultOffset);
-    const bool missing = what == kChannels || !summary.resolution;
-    if (summary.state == MUtils::FileState::kUnfinished && missing)
-        throw Failure(ExitCode::kIncomplete, options.file,
+[[noreturn]] void refuseEmpty(const PreviewOptions& options, const MUtils::Picture& picture,
+                              const std::string& what) {
+    using MUtils::FileState;
+    const ExitCode code = exitCodeOf(picture.fileState);
+    if (picture.fileState == FileState::kDamaged)
+        throw Failure(code, options.file, picture.cause, picture.causeOffset);
+    if (picture.fileState == FileState::kUnfinished)
+        throw Failure(code, options.file,
                       "the render has only begun, there is no " + what + " yet: nothing was drawn");
-    throw Failure(ExitCode::kDamaged, options.file, "has no " + what + " that can be drawn");
+    throw Failure(code == ExitCode::kGood ? ExitCode::kFailure : code, options.file,
+                  "has no " + what + " that can be drawn");
 }
 
 void refuse(const PreviewOptions& options, const MUtils::Picture& picture) {
@@ -102,9 +102,9 @@ void refuse(const PreviewOptions& options, const MUtils::Picture& picture) {
             throw Failure(
                 ExitCode::kUsage, "",
                 "a picture is 1 to " + std::to_string(MUtils::kMaxPictureSize) + " pixels in each direction");
-        case PictureState::kNoFrame: refuseEmpty(options, kResolution);
+        case PictureState::kNoFrame: refuseEmpty(options, picture, "resolution");
         case PictureState::kNoChannel: {
-            if (picture.channels.empty()) refuseEmpty(options, kChannels);
+            if (picture.channels.empty()) refuseEmpty(options, picture, "channel list");
             std::string names;
             for (const std::string& name : picture.channels)
                 names += (names.empty() ? "" : ", ") + name;
@@ -112,19 +112,23 @@ void refuse(const PreviewOptions& options, const MUtils::Picture& picture) {
                           "has no channel \"" + options.request.channel + "\"; it has " + names);
         }
         case PictureState::kCannotOpen:
-        case PictureState::kNotThisFormat: {
-            const MUtils::FileSummary summary = MUtils::summariseFile(options.file.c_str(), false);
-            throw Failure(ExitCode::kUnreadable, options.file, summary.cause);
-        }
+        case PictureState::kNotThisFormat: throw Failure(ExitCode::kUnreadable, options.file, picture.cause);
     }
 }
 
-// What the file's state says of the picture that was made from it.
-ExitCode stateOf(const PreviewOptions& options) {
-    const MUtils::FileSummary summary = MUtils::summariseFile(options.file.c_str(), false);
-    if (summary.state == MUtils::FileState::kGood) return ExitCode::kGood;
-    report(options.file, "the picture shows what is there: " + summary.cause, summary.faultOffset);
-    return exitCodeOf(summary.state);
+// Reports what the picture lacks, and returns what the program answers for it.
+ExitCode reportState(const PreviewOptions& options, const MUtils::Picture& picture) {
+    constexpr std::size_t kShown = 5;
+    const std::vector<std::string> lines = faultLines(picture.damaged);
+    for (std::size_t i = 0; i < std::min(lines.size(), kShown); ++i)
+        report(options.file, "damaged " + lines[i]);
+    if (lines.size() > kShown)
+        report(options.file,
+               std::to_string(lines.size() - kShown) + " more are damaged; rimg verify lists them");
+    if (!lines.empty()) return ExitCode::kDamaged;
+    if (picture.fileState != MUtils::FileState::kGood)
+        report(options.file, "the picture shows what is there: " + picture.cause, picture.causeOffset);
+    return exitCodeOf(picture.fileState);
 }
 
 ExitCode runPreview(PreviewOptions& options) {
@@ -143,15 +147,7 @@ ExitCode runPreview(PreviewOptions& options) {
     const MUtils::Picture picture = MUtils::makePicture(options.file.c_str(), options.request);
     refuse(options, picture);
     writePng(output, picture.pixels, picture.width, picture.height);
-    const ExitCode state = stateOf(options);
-    // The headers are sound and a payload is not: no walk over headers finds that.
-    if (picture.parseCode != 0 && state == ExitCode::kGood) {
-        report(options.file, "pixels of channel \"" + picture.channel +
-                                 "\" are damaged, the picture shows what comes before (" +
-                                 std::to_string(picture.parseCode) + ")");
-        return ExitCode::kDamaged;
-    }
-    return state;
+    return reportState(options, picture);
 }
 
 }  // namespace

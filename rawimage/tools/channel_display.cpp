@@ -244,11 +244,6 @@ int OneChannelCallback::parseTag(RIF_TAG& tag) {
     return same && tag.p8 == channel_.index ? 1 : 2;
 }
 
-int ChannelValuesCallback::parseTag(RIF_TAG& tag) {
-    constexpr int kStop = 0;
-    return display_.hasSeenEnough() ? kStop : OneChannelCallback::parseTag(tag);
-}
-
 bool ChannelValuesCallback::setImageData(const MBVTable& data, int count, int, int, int, int, int, int, int) {
     display_.addValues(data, count);
     return true;

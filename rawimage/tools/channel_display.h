@@ -9,7 +9,7 @@
 #include "rawimage/tools/preview.h"
 #include "support/rd_preview.h"
 
-// How the values of any channel become colours, and the two walks over a file that use it. Private to
+// How the values of any channel become colours, and the callbacks that collect and draw them. Private to
 // makePicture.
 
 namespace MUtils {
@@ -23,7 +23,7 @@ struct ShownChannel {
 };
 
 // Turns a channel's values into three floats each. Colours stay scene-linear and are corrected after scaling;
-// everything else is a display value at once. What is guessed and by what rule stands with ChannelView.
+// everything else is a display value at once. ChannelView describes what is guessed and by which rule.
 class ChannelDisplay final : public ColCor {
   public:
     ChannelDisplay(const ShownChannel& channel, ChannelView view, float exposure);
@@ -79,8 +79,8 @@ class ChannelDisplay final : public ColCor {
     float high_ = 1.0f;
 };
 
-// Decodes the tags of one channel only. What a tag's own id says of the value size may differ from the list's
-// type; such a tag is not this channel's.
+// Decodes the tags of one channel only. A tag whose id implies another value size than the channel list's
+// type is not the channel's, and is skipped.
 class OneChannelCallback : public AcceptingCallback {
   public:
     int parseTag(RIF_TAG& tag) override;
@@ -96,7 +96,6 @@ class ChannelValuesCallback final : public OneChannelCallback {
   public:
     ChannelValuesCallback(const ShownChannel& channel, ChannelDisplay& display)
         : OneChannelCallback(channel), display_(display) {}
-    int parseTag(RIF_TAG& tag) override;
     bool setImageData(const MBVTable& data, int count, int channel, int x, int y, int width, int height,
                       int w28, int w32) override;
 

@@ -2,12 +2,12 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
-#include <optional>
+#include <iterator>
+#include <system_error>
+#include <utility>
 
+#include "rawimage/read/tag_reader.h"
 #include "rawimage/tools/channel_display.h"
-#include "rawimage/tools/preview.h"
-#include "rawimage/writer.h"
 
 namespace MUtils {
 
@@ -17,62 +17,31 @@ bool soundSize(int width, int height) {
     return width > 0 && height > 0 && width <= kMaxPictureSize && height <= kMaxPictureSize;
 }
 
-// Everything but pixels: the first walk.
-class FirstWalk final : public AcceptingCallback {
+class ThumbnailCallback final : public AcceptingCallback {
   public:
-    explicit FirstWalk(const PictureRequest& request) : request_(request) {}
-
-    int parseTag(RIF_TAG& tag) override {
-        if (tag.id == TAG_PREVIEW) {
-            // Of several the last one counts, also when it is not wanted.
-            thumbnail = {};
-            thumbnailWidth = thumbnailHeight = 0;
-            return wantsThumbnail(tag.p1, tag.p2) ? 1 : 2;
-        }
-        return tag.id == TAG_RESOLUTION || tag.id == TAG_CHANNEL_INFO ? 1 : 2;
-    }
-    bool setResolution(int w, int h, float /*aspect*/) override {
+    bool setPreview(MBVTable& values, int count, int w, int h) override {
+        pixels.resize(static_cast<std::size_t>(count));
+        values.storeToBuffer(pixels.data(), 0, count);
         width = w;
         height = h;
         return true;
     }
-    bool setNumChannels(int /*count*/) override {
-        channels.clear();
-        return true;
-    }
-    bool setChannel(int index, RegionChannelType type, RegionChannelAlias alias, const char* name) override {
-        channels.push_back({index, type, alias, name});
-        return true;
-    }
-    bool setPreview(MBVTable& pixels, int count, int w, int h) override {
-        thumbnail.resize(static_cast<std::size_t>(count));
-        pixels.storeToBuffer(thumbnail.data(), 0, count);
-        thumbnailWidth = w;
-        thumbnailHeight = h;
-        return true;
-    }
 
+    std::vector<RGB24> pixels;
     int width = 0;
     int height = 0;
-    std::vector<ShownChannel> channels;
-    std::vector<RGB24> thumbnail;
-    int thumbnailWidth = 0;
-    int thumbnailHeight = 0;
-
-  private:
-    bool wantsThumbnail(int w, int h) const {
-        const bool asked =
-            !request_.channel.empty() || request_.view != ChannelView::kGuess || request_.exposure != 0.0f;
-        if (!request_.useStored || asked || !soundSize(w, h)) return false;
-        if (request_.width == 0) return true;
-        const bool same = w == request_.width && h == request_.height;
-        const bool fits = request_.keepAspect && w <= request_.width && h <= request_.height &&
-                          (w == request_.width || h == request_.height);
-        return same || fits;
-    }
-
-    const PictureRequest& request_;
 };
+
+// True when a thumbnail of that size is what a rendering would be.
+bool fits(const PictureRequest& request, int w, int h) {
+    const bool asked =
+        !request.channel.empty() || request.view != ChannelView::kGuess || request.exposure != 0.0f;
+    if (!request.useStored || asked || !soundSize(w, h)) return false;
+    if (request.width == 0) return true;
+    const bool same = w == request.width && h == request.height;
+    return same || (request.keepAspect && w <= request.width && h <= request.height &&
+                    (w == request.width || h == request.height));
+}
 
 const ShownChannel* findChannel(const std::vector<ShownChannel>& channels, const std::string& name) {
     const ShownChannel* found = channels.empty() || !name.empty() ? nullptr : &channels.front();
@@ -83,86 +52,171 @@ const ShownChannel* findChannel(const std::vector<ShownChannel>& channels, const
     return found;
 }
 
-// The size of a rendering when none is asked for.
-void chooseSize(const FirstWalk& facts, Picture& picture) {
-    if (facts.thumbnailWidth > 0) {
-        picture.width = facts.thumbnailWidth;
-        picture.height = facts.thumbnailHeight;
+// Makes one picture of an open file.
+class PictureMaker {
+  public:
+    PictureMaker(PStream& stream, const PictureRequest& request, Picture& picture)
+        : request_(request), picture_(picture), file_(inspect(stream)), reader_(stream, file_.compressed) {}
+
+    PictureState make();
+
+  private:
+    static Inspection inspect(PStream& stream);
+    void listChannels();
+    void readThumbnail();
+    void chooseSize();
+    void placeThumbnail();
+    void drawChannel(const ShownChannel& channel);
+    void listLostTags(int channel);
+    void addDamaged(const INFOTAG& tag, const char* cause);
+
+    const PictureRequest& request_;
+    Picture& picture_;
+    const Inspection file_;
+    TagReader reader_;
+    std::vector<ShownChannel> channels_;
+    ThumbnailCallback thumbnail_;
+};
+
+Inspection PictureMaker::inspect(PStream& stream) {
+    InspectOptions options;
+    options.depth = InspectDepth::kRecords;
+    options.threads = 1;
+    return inspectStream(stream, options);
+}
+
+PictureState PictureMaker::make() {
+    picture_.fileState = file_.state;
+    picture_.cause = file_.cause;
+    picture_.causeOffset = file_.causeOffset;
+    if (file_.state == FileState::kCannotOpen) return PictureState::kCannotOpen;
+    if (file_.state == FileState::kNotThisFormat) return PictureState::kNotThisFormat;
+    listChannels();
+    readThumbnail();
+    const bool stored = thumbnail_.width > 0;
+    if (!stored && file_.facts.frame().empty()) return PictureState::kNoFrame;
+    chooseSize();
+    if (!soundSize(picture_.width, picture_.height)) return PictureState::kNoFrame;
+    const ShownChannel* channel = findChannel(channels_, request_.channel);
+    if (!stored && channel == nullptr) return PictureState::kNoChannel;
+    picture_.pixels.assign(
+        static_cast<std::size_t>(picture_.width) * static_cast<std::size_t>(picture_.height),
+        request_.background);
+    stored ? placeThumbnail() : drawChannel(*channel);
+    return PictureState::kGood;
+}
+
+void PictureMaker::listChannels() {
+    for (const RIF_CHANNEL& listed : file_.facts.channels) {
+        channels_.push_back({listed.index, static_cast<RegionChannelType>(listed.type),
+                             static_cast<RegionChannelAlias>(listed.alias), listed.name});
+        picture_.channels.push_back(listed.name);
+    }
+}
+
+// Of several thumbnails the last one counts, also when it is not wanted.
+void PictureMaker::readThumbnail() {
+    const auto tag = std::find_if(file_.tags.rbegin(), file_.tags.rend(),
+                                  [](const INFOTAG& of) { return of.id == TAG_PREVIEW; });
+    if (tag == file_.tags.rend() || !fits(request_, tag->p1, tag->p2)) return;
+    if (reader_.read(*tag, thumbnail_) == 0) return;
+    thumbnail_ = {};
+    addDamaged(*tag, "the thumbnail cannot be read");
+}
+
+void PictureMaker::chooseSize() {
+    picture_.width = request_.width;
+    picture_.height = request_.height;
+    if (request_.width != 0 || request_.height != 0) return;
+    if (thumbnail_.width > 0) {
+        picture_.width = thumbnail_.width;
+        picture_.height = thumbnail_.height;
         return;
     }
-    const int larger = std::max(facts.width, facts.height);
-    const double scale = std::min(1.0, static_cast<double>(kDefaultPictureSize) / larger);
-    picture.width = std::max(1, static_cast<int>(std::lround(facts.width * scale)));
-    picture.height = std::max(1, static_cast<int>(std::lround(facts.height * scale)));
+    const PixelBox frame = file_.facts.frame();
+    const auto larger = static_cast<double>(std::max(frame.width(), frame.height()));
+    const double scale = std::min(1.0, kDefaultPictureSize / larger);
+    const auto scaled = [scale](std::int64_t size) {
+        return std::max(1, static_cast<int>(std::lround(static_cast<double>(size) * scale)));
+    };
+    picture_.width = scaled(frame.width());
+    picture_.height = scaled(frame.height());
 }
 
 // Copies the thumbnail to the middle of the picture.
-void takeThumbnail(const FirstWalk& facts, Picture& picture) {
-    const int w = facts.thumbnailWidth;
-    const int h = facts.thumbnailHeight;
-    const int left = (picture.width - w) / 2;
-    const int top = (picture.height - h) / 2;
-    for (int y = 0; y < h; ++y) {
-        const auto row = facts.thumbnail.begin() + std::int64_t{y} * w;
-        std::copy(row, row + w, picture.pixels.begin() + std::int64_t{top + y} * picture.width + left);
+void PictureMaker::placeThumbnail() {
+    const int w = thumbnail_.width;
+    const int left = (picture_.width - w) / 2;
+    const int top = (picture_.height - thumbnail_.height) / 2;
+    for (int y = 0; y < thumbnail_.height; ++y) {
+        const auto row = thumbnail_.pixels.begin() + std::int64_t{y} * w;
+        std::copy(row, row + w, picture_.pixels.begin() + std::int64_t{top + y} * picture_.width + left);
     }
-    picture.stored = true;
+    picture_.stored = true;
 }
 
-// The walks after the first: the values where the display must know them, then the drawing.
-void drawChannel(RIFile& file, const FirstWalk& facts, const ShownChannel& channel,
-                 const PictureRequest& request, Picture& picture) {
-    ChannelDisplay display(channel, request.view, request.exposure);
+// Goes over the channel's tags twice where the display must know the values before it can show them.
+void PictureMaker::drawChannel(const ShownChannel& channel) {
+    ChannelDisplay display(channel, request_.view, request_.exposure);
     if (display.needsValues()) {
         ChannelValuesCallback values(channel, display);
-        file.ParseFile(values);
+        for (const INFOTAG& tag : file_.tags) {
+            if (display.hasSeenEnough()) break;
+            if (isPixelTag(tag.id)) (void)reader_.read(tag, values);
+        }
         display.finishValues();
     }
-    ChannelDrawCallback draw(channel, display, picture.pixels.data(), picture.width, picture.height,
-                             request.keepAspect);
-    draw.setResolution(facts.width, facts.height, 1.0f);
-    picture.parseCode = file.ParseFile(draw);
-    picture.channel = channel.name;
+    ChannelDrawCallback draw(channel, display, picture_.pixels.data(), picture_.width, picture_.height,
+                             request_.keepAspect);
+    const PixelBox frame = file_.facts.frame();
+    draw.setResolution(static_cast<int>(frame.width()), static_cast<int>(frame.height()), 1.0f);
+    std::vector<INFOTAG> tags;
+    std::copy_if(file_.tags.begin(), file_.tags.end(), std::back_inserter(tags),
+                 [](const INFOTAG& tag) { return isPixelTag(tag.id); });
+    std::stable_partition(tags.begin(), tags.end(), [this](const INFOTAG& tag) {
+        return std::binary_search(file_.doubted.begin(), file_.doubted.end(),
+                                  static_cast<std::int64_t>(tag.offset));
+    });
+    listLostTags(channel.index);
+    for (const INFOTAG& tag : tags) {
+        if (const int code = reader_.read(tag, draw); code != 0) addDamaged(tag, pixelCodeText(code));
+    }
+    std::stable_sort(picture_.damaged.begin(), picture_.damaged.end(),
+                     [](const FileFault& a, const FileFault& b) { return a.offset < b.offset; });
+    picture_.channel = channel.name;
+}
+
+void PictureMaker::listLostTags(int channel) {
+    for (FileFault& lost : faultsOf(file_).lost) {
+        if (isPixelTag(lost.tagId) && lost.channel == channel) picture_.damaged.push_back(std::move(lost));
+    }
+}
+
+void PictureMaker::addDamaged(const INFOTAG& tag, const char* cause) {
+    TagGap gap;
+    gap.offset = static_cast<std::int64_t>(tag.offset);
+    gap.end = gap.offset + tag.size;
+    gap.cause = cause;
+    gap.tag = tag;
+    picture_.damaged.push_back(faultOf(gap, file_.facts));
 }
 
 }  // namespace
 
 Picture makePicture(const char* fileName, const PictureRequest& request) {
     Picture picture;
-    const auto ended = [&picture](PictureState state) {
-        picture.state = state;
-        return picture;
-    };
     const bool chosen = request.width != 0 || request.height != 0;
-    if (chosen && !soundSize(request.width, request.height)) return ended(PictureState::kBadRequest);
-    RIFile file;
-    if (!file.Open(fileName, nullptr).empty()) return ended(PictureState::kCannotOpen);
-
-    FirstWalk facts(request);
-    picture.parseCode = file.ParseFile(facts);
-    if (picture.parseCode == -2 || picture.parseCode == -3) return ended(PictureState::kNotThisFormat);
-    for (const ShownChannel& channel : facts.channels)
-        picture.channels.push_back(channel.name);
-
-    picture.width = request.width;
-    picture.height = request.height;
-    if (!chosen) {
-        if (facts.thumbnailWidth <= 0 && (facts.width <= 0 || facts.height <= 0))
-            return ended(PictureState::kNoFrame);
-        chooseSize(facts, picture);
-        if (!soundSize(picture.width, picture.height)) return ended(PictureState::kNoFrame);
+    PFileStream stream;
+    if (chosen && !soundSize(request.width, request.height)) {
+        picture.state = PictureState::kBadRequest;
+    } else if (const int code = stream.Open(fileName, PFileStream::kRead, 1, PFileStream::kOpenExisting);
+               code != 0) {
+        picture.state = PictureState::kCannotOpen;
+        picture.fileState = FileState::kCannotOpen;
+        picture.cause = std::generic_category().message(code);
+    } else {
+        picture.state = PictureMaker(stream, request, picture).make();
     }
-    const ShownChannel* channel = findChannel(facts.channels, request.channel);
-    const bool stored = facts.thumbnailWidth > 0;
-    if (!stored && (facts.width <= 0 || facts.height <= 0)) return ended(PictureState::kNoFrame);
-    if (!stored && channel == nullptr) return ended(PictureState::kNoChannel);
-    picture.pixels.assign(static_cast<std::size_t>(picture.width) * static_cast<std::size_t>(picture.height),
-                          request.background);
-    if (stored) {
-        takeThumbnail(facts, picture);
-        return picture;
-    }
-    drawChannel(file, facts, *channel, request, picture);
     return picture;
 }
 

@@ -1,13 +1,15 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
 #include "../../support/rgb24.h"
+#include "../inspect/inspection.h"
 
 // A picture of any channel of a raw image file, for people to look at. Where makeRawImagePreview serves the
-// renderer's own browser with the colour channel, this shows every kind of channel, takes unfinished and
-// damaged files as far as they go, and says what it did.
+// renderer's own browser with the colour channel, this shows every kind of channel, shows all that is sound
+// in unfinished and damaged files, and reports what is not.
 
 namespace MUtils {
 
@@ -52,7 +54,7 @@ enum class PictureState {
     kGood,
     kCannotOpen,
     kNotThisFormat,
-    kNoFrame,    // no resolution that could be drawn
+    kNoFrame,    // no resolution, or none that can be drawn
     kNoChannel,  // the file has no such channel; `channels` names those it has
     kBadRequest  // a size out of range
 };
@@ -64,16 +66,26 @@ struct Picture {
     std::vector<RGB24> pixels;  // row after row from the top; empty unless the state is kGood
     bool stored = false;        // the file's own thumbnail
     std::string channel;        // the one that is shown
-    // The code that the walk broke off with, 0 when it came to the end: pixels after that place are missing.
-    int parseCode = 0;
     std::vector<std::string> channels;
+    // What the inspection of the file found, to the depth of records: the state, its cause, and the file
+    // offset where that shows, -1 where it shows nowhere.
+    FileState fileState = FileState::kGood;
+    std::string cause;
+    std::int64_t causeOffset = -1;
+    // What the picture lacks because it is damaged, by offset: tags of the shown channel, and the thumbnail
+    // where it was wanted and could not be read. What earlier tags drew in that place remains, else the
+    // background. Damaged values are found by decompressing them, so the file's state does not count them.
+    std::vector<FileFault> damaged;
 };
 
+// Makes a picture of a file. Never fails otherwise than by its state. Throws std::bad_alloc.
+//
 // Colours are scene-linear and go through the exposure and the sRGB curve. An alpha channel and floats
 // between 0 and 1 are shown as grey, other floats spread over grey by their range (near is bright for depth),
 // vectors from -1..1 to colour, two floats to red and green around the middle, ids each in a colour of its
-// own, 0 in black. Only the shown channel is decompressed, one tag at a time: beside the picture the values
-// of the largest of its tags are in memory. Throws std::bad_alloc.
+// own, 0 in black. Where tags overlap the last one in the file counts; those whose place is in doubt never
+// cover others. Only the shown channel is decompressed, one tag at a time: beside the picture and the file's
+// inspection the values of the largest of its tags are in memory.
 Picture makePicture(const char* fileName, const PictureRequest& request);
 
 }  // namespace MUtils
