@@ -9,10 +9,10 @@ namespace MUtils {
 const char* pixelCodeText(int code) {
     switch (code) {
         case 0: return nullptr;
-        case kPixelsCutShort: return "the compressed values are cut short";
-        case kPixelsNotInflatable: return "the values do not decompress";
-        case kPixelsWrongLength: return "the values decompress to another length";
-        default: return "the values cannot be read";
+        case kPixelsCutShort: return "pixels are cut short";
+        case kPixelsNotInflatable: return "pixels do not inflate";
+        case kPixelsWrongLength: return "pixels inflate to less than their region";
+        default: return "pixels cannot be read";
     }
 }
 

@@ -19,7 +19,8 @@ enum PixelCode : int {
     kPixelsRefused = -17,        // by the callback
 };
 
-// The words for the result of reading a pixel tag, for reports: "the values do not decompress". Null for 0.
+// The words for the result of reading a pixel tag, for reports: "pixels do not inflate", as an
+// inspection has it. Null for 0.
 const char* pixelCodeText(int code);
 
 // The places for the values of one pixel tag, handed out piece by piece.
