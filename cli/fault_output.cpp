@@ -22,10 +22,6 @@ std::string listText(const std::vector<std::string>& parts) {
     return parts.size() > kMost ? text + " and " + std::to_string(parts.size() - kMost) + " more" : text;
 }
 
-void addOnce(std::vector<std::string>& parts, const std::string& part) {
-    if (std::find(parts.begin(), parts.end(), part) == parts.end()) parts.push_back(part);
-}
-
 const char* plural(const std::vector<std::string>& parts) {
     return parts.size() > 1 ? "s " : " ";
 }
@@ -36,8 +32,9 @@ class FaultGroup {
     explicit FaultGroup(const FileFault& first) : tagId_(first.tagId), box_(first.box) { add(first); }
 
     void add(const FileFault& fault) {
-        addOnce(channels_, channelText(fault.channel, fault.channelName));
-        addOnce(causes_, fault.cause);
+        channels_.emplace(fault.channel, channelText(fault.channel, fault.channelName));
+        if (std::find(causes_.begin(), causes_.end(), fault.cause) == causes_.end())
+            causes_.push_back(fault.cause);
         // The tags of a bucket often lie side by side.
         const bool joins = !ranges_.empty() && fault.end > fault.offset && ranges_.back().end == fault.offset;
         joins ? void(ranges_.back().end = fault.end) : ranges_.push_back({fault.offset, fault.end});
@@ -67,12 +64,16 @@ class FaultGroup {
         if (tagId_ == 0) return ranges_.front().end > ranges_.front().begin ? "bytes" : "";
         const std::string name = tagName(tagId_);
         if (!isPixelTag(tagId_)) return name == "unknown" ? name + " tag" : name;
-        return "bucket " + boxText(box_) + " of channel" + plural(channels_) + listText(channels_);
+        std::vector<std::string> channels;
+        for (const auto& [index, text] : channels_)
+            channels.push_back(text);
+        return "bucket " + boxText(box_) + " of channel" + plural(channels) + listText(channels);
     }
 
     std::uint32_t tagId_;
     MUtils::PixelBox box_;
-    std::vector<std::string> channels_, causes_;
+    std::map<int, std::string> channels_;
+    std::vector<std::string> causes_;
     std::vector<Range> ranges_;
     bool repeats_ = false;
     std::int64_t count_ = 0;
@@ -107,7 +108,7 @@ std::vector<std::string> faultLines(const std::vector<FileFault>& faults) {
 Json jsonOf(const FileFault& fault) {
     Json json{{"offset", fault.offset}, {"end", fault.end}, {"tag", nullptr}, {"cause", fault.cause}};
     if (fault.tagId != 0) json["tag"] = tagName(fault.tagId);
-    if (fault.count > 1) json["count"] = fault.count;
+    json["count"] = fault.count;
     if (!isPixelTag(fault.tagId)) return json;
     json["box"] = jsonOf(fault.box);
     json["channel"] = fault.channel;

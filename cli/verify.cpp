@@ -47,7 +47,7 @@ void print(const std::string& file, const VerifyReport& found, const VerifyVerbO
         printVerifyText(file, found, options.all);
     }
     flushOutput();
-    if (unreadable) report(file, std::string(stateName(found.state)) + ": " + found.cause);
+    if (unreadable) report(file, found.cause);
 }
 
 // "7 files: 5 good, 1 unfinished, 1 damaged".
