@@ -79,16 +79,22 @@ TEST_F(RimgCheck, AnswersWithItsExitCodes) {
     } cases[] = {
         {"verify @whole", 0, "whole: good\n"},
         {"verify @unfinished", 3, "unfinished: unfinished (never closed"},
-        {"verify @left", 3, "left: incomplete (pixels are missing)\n  missing: 20x24+20+0\n"},
-        {"verify @damaged", 4, "of channel 1 alpha: pixels do not inflate\n"},
+        {"verify @unfinished", 3, "  no writer has the file open\n  6 of 6 buckets are sound\n"},
+        {"verify @unfinished", 3, "  next: rimg recover --in-place "},
+        {"verify @left", 3,
+         "left: incomplete (pixels are missing)\n  2 of 6 buckets are sound\n  missing in"},
+        {"verify @left", 3, "missing in channel 0 color, 1 alpha, 2 id: 20x24+20+0\n  next: rimg missing "},
+        {"verify @damaged", 4, "  0 of 6 buckets are sound\n  damaged bucket 40x24+0+0 of channel 1 alpha, "},
+        {"verify @damaged", 4, ": pixels do not inflate\n  next: rimg recover "},
         {"verify --quick @damaged", 0, "good"},
         {"verify --quick @bad_tag", 4, "damaged"},
-        {"verify @text", 5, "not this format", "not a raw image file\n"},
-        {"verify @none", 5, "cannot open", "none: No such file"},
-        {"verify @", 5, "cannot open", "Is a directory"},
-        {"verify @whole @left @whole", 3, "incomplete"},
-        {"verify @damaged @left", 4, "incomplete"},
-        {"verify @text @damaged @whole", 5, "whole: good\n", "text: not a raw"},
+        {"verify @text", 5, "", "not a raw image file\n"},
+        {"verify @none", 5, "", "none: No such file"},
+        {"verify @", 5, "", "Is a directory"},
+        {"verify @whole @left @whole", 3, "3 files: 2 good, 1 incomplete\n"},
+        {"verify @damaged @left", 4, "2 files: 1 incomplete, 1 damaged\n"},
+        {"verify @text @damaged @whole", 5, "3 files: 1 good, 1 damaged, 1 not this format\n",
+         "text: not a raw"},
         {"verify -j 3 @damaged", 4, "damaged"},
         {"verify -j 0 @whole", 2, "", "--threads"},
         {"verify", 2, "", "FILE"},
@@ -101,7 +107,15 @@ TEST_F(RimgCheck, AnswersWithItsExitCodes) {
         {"missing --json @text", 5, "\"verdict\":\"not this format\"", "not a raw image file\n"},
         {"missing @none", 5, "", "none: No such file"},
         {"missing @whole @left", 2},
-        {"recover @damaged -o @out", 0, "lost: bytes "},
+        {"missing @damaged", 0, "nothing is missing\n"},
+        {"missing --deep @damaged", 4, "missing in channel 1 alpha: 40x24+0+0\n", "pixels do not inflate\n"},
+        {"missing --deep -j 2 @whole", 0, "nothing is missing\n"},
+        {"missing -j 2 @whole", 2, "", "--deep"},
+        {"missing --buckets @whole", 0},
+        {"missing --buckets @left", 3, "16x16+16+0\n8x16+32+0\n16x8+16+16\n8x8+32+16\n"},
+        {"missing --buckets @header", 3, "", "header: "},
+        {"missing --buckets --json @text", 5, "", "not a raw image file\n"},
+        {"recover @damaged -o @out", 3, "lost: bucket 40x24+0+0 of channel 1 alpha, offset "},
         {"recover @unfinished -o @out", 0, "kept: 6 tags, 3 of them pixels"},
         {"recover @text -o @new", 5, "", "text: not a raw image file\n"},
         {"recover @none -o @new", 5, "", "none: No such file"},
@@ -162,7 +176,8 @@ TEST_F(RimgCheck, PrintsJsonForScripts) {
     std::istringstream lines(verified.out);
     std::string line;
     left.update({{"bytes", inputs_["left"].size()}, {"tags", 7}, {"furtherFaults", 0}});
-    left["faults"] = Json::array();
+    left.update({{"beingWritten", false}, {"faults", Json::array()}, {"repaired", Json::array()}});
+    left["buckets"] = {{"sound", 2}, {"all", 6}};
     ASSERT_TRUE(std::getline(lines, line));
     EXPECT_EQ(Json::parse(line), left);
 
@@ -173,16 +188,58 @@ TEST_F(RimgCheck, PrintsJsonForScripts) {
     Json fault = Json::parse(R"({"tag": "float3 pixels", "channel": 1, "name": "alpha", "box": )" + area +
                              R"(, "cause": "pixels do not inflate"})");
     const auto at = damaged["faults"][0]["offset"].get<std::size_t>();
-    fault.update({{"offset", at}, {"end", at + wordAt(inputs_["damaged"], at + 4)}});
+    fault.update({{"count", 1}, {"offset", at}, {"end", at + wordAt(inputs_["damaged"], at + 4)}});
     EXPECT_EQ(damaged["faults"], Json::array({fault}));
 
     ASSERT_TRUE(std::getline(lines, line));
     EXPECT_EQ(Json::parse(line)["verdict"], "cannot open");
     EXPECT_FALSE(std::getline(lines, line));
+
+    const ProgramResult buckets = run("missing --buckets --json @left");
+    EXPECT_EQ(buckets.status, 3);
+    EXPECT_EQ(Json::parse(buckets.out.substr(0, buckets.out.find('\n'))),
+              Json::parse(R"({"x": 16, "y": 0, "width": 16, "height": 16})"));
+}
+
+// Damage in both channels of each bucket of a row; the row below is missing.
+TEST_F(RimgCheck, ShowsALineForEachDamagedBucket) {
+    RawFrame frame;
+    frame.width = 30, frame.height = 2, frame.tile = 1;
+    frame.channels = {{2, 126, "color"}, {4, 0, "id"}};
+    frame.boxes.clear();
+    for (int x = 0; x < 30; ++x)
+        frame.boxes.push_back({x, 0, 1, 1});
+    write("row", frame);
+    std::string bytes = inputs_["row"];
+    for (std::size_t at = 32; at < wordAt(bytes, 12); at += wordAt(bytes, at + 4)) {
+        if (isPixelTag(wordAt(bytes, at))) bytes[at + 50] = static_cast<char>(bytes[at + 50] ^ 0x55);
+    }
+    writeFile(folder_ / "row", inputs_["row"] = bytes);
+    const struct {
+        const char* command;
+        const char* first;
+        const char* last;
+        std::ptrdiff_t lines;
+    } cases[] = {
+        {"verify @row", "damaged bucket 1x1+0+0 of channels 0 color, 1 id, offset ",
+         "  and 10 more (--all lists them)\n", 25},
+        {"verify --all @row", "damaged bucket 1x1+0+0 of", "damaged bucket 1x1+29+0 of", 34},
+        {"recover @row -o @out", "lost: bucket 1x1+0+0 of channels 0 color, 1 id, offset ", "and 10 more",
+         22},
+        {"recover --all @row -o @out", "lost: bucket 1x1+0+0 of", "lost: bucket 1x1+29+0 of", 31},
+    };
+    for (const auto& c : cases) {
+        const std::string out = run(c.command).out;
+        EXPECT_THAT(out, HasSubstr(c.first));
+        EXPECT_THAT(out, HasSubstr(c.last));
+        EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), c.lines) << out;
+    }
+    // Once, and not for the buckets that are listed as damaged.
+    EXPECT_THAT(run("verify @row").out, HasSubstr("missing in channel 0 color, 1 id: 30x1+0+1\n"));
 }
 
 TEST_F(RimgCheck, LeavesSoundFilesBehind) {
-    EXPECT_EQ(run("recover @damaged -o @out").status, 0);
+    EXPECT_EQ(run("recover @damaged -o @out").status, 3);
     EXPECT_THAT(run("verify @out").out, HasSubstr("missing in channel 1 alpha: 40x24+0+0\n"));
     EXPECT_EQ(run("recover --in-place @unfinished").status, 0);
     EXPECT_TRUE(readFile(folder_ / "unfinished") == inputs_["whole"]);
@@ -194,7 +251,11 @@ TEST_F(RimgCheck, KeepsOffFilesThatAreBeingWritten) {
     RIFile writer;
     expectOk(writer.Append((folder_ / "unfinished").c_str(), nullptr));
     const std::string before = readFile(folder_ / "unfinished");
-    EXPECT_EQ(run("verify @unfinished").status, 3) << "readers are free";
+    const ProgramResult verified = run("verify @unfinished");
+    EXPECT_EQ(verified.status, 3) << "readers are free";
+    EXPECT_THAT(verified.out, HasSubstr(")\n  a writer has the file open\n"));
+    EXPECT_THAT(verified.out, testing::Not(HasSubstr("next:")));
+    EXPECT_EQ(Json::parse(run("verify --json @unfinished").out)["beingWritten"], true);
     for (const char* command : {"recover --in-place @unfinished", "recover @left -o @unfinished",
                                 "merge @left @right -o @unfinished", "preview @left -o @unfinished"}) {
         const ProgramResult result = run(command);

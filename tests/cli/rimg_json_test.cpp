@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <map>
 #include <nlohmann/json.hpp>
 #include <set>
 
@@ -108,6 +109,11 @@ class RimgJson : public testing::Test {
     TempFolder folder_;
 };
 
+// Lists whose entries are those of "faults", which verify's table has.
+bool isFaultList(const std::string& key) {
+    return key == "lost" || key == "repaired" || key == "doubts";
+}
+
 // "channels[].name" and the like.
 void addKeys(const Json& value, const std::string& path, std::set<std::string>& keys) {
     if (value.is_array()) {
@@ -118,7 +124,7 @@ void addKeys(const Json& value, const std::string& path, std::set<std::string>& 
     for (const auto& [key, inner] : value.items()) {
         const std::string name = path.empty() ? key : path + "." + key;
         keys.insert(name);
-        addKeys(inner, name, keys);
+        if (!isFaultList(key)) addKeys(inner, name, keys);
     }
 }
 
@@ -175,6 +181,27 @@ TEST_F(RimgJson, HasTheKeysThatTheManualExplainsAndNoOthers) {
                 addKeys(object, "", printed);
         }
         EXPECT_EQ(textOf(printed), textOf(documented)) << verb.verb;
+    }
+}
+
+TEST_F(RimgJson, ShowsEachFaultInTheSameForm) {
+    std::set<std::string> documented;
+    for (const ManualRow& row : manualTable(jsonPart("verify"), "key"))
+        addKeys(row, documented);
+    std::map<std::string, std::set<std::string>> printed;  // by list
+    for (const char* command :
+         {"verify --json damaged.rimg bad_tag.rimg doubtful.rimg", "recover --json damaged.rimg -o new1",
+          "recover --json doubtful.rimg -o new2", "recover --json bad_tag.rimg -o new3"}) {
+        for (const Json& object : objectsOf(command)) {
+            for (const auto& [key, inner] : object.items()) {
+                if (isFaultList(key)) addKeys(inner, "faults", printed[key]);
+            }
+        }
+    }
+    EXPECT_TRUE(printed["lost"].count("faults[].box.x"));
+    for (const auto& [list, keys] : printed) {
+        for (const std::string& key : keys)
+            EXPECT_TRUE(documented.count(key)) << list << ": " << key;
     }
 }
 

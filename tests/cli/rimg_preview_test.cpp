@@ -7,6 +7,7 @@
 #include <random>
 #include <set>
 
+#include "support/bytes.h"
 #include "tests/testing/bytes.h"
 #include "tests/testing/raw_frame.h"
 #include "tests/testing/read_png.h"
@@ -117,8 +118,8 @@ TEST_F(RimgPreview, OfARenderWithNothingToDrawIsUnfinished) {
         {"resolution only", with(header, resolution), 3, "no channel list yet"},
         {"buckets too", with(with(header, resolution), buckets), 3, "no channel list yet"},
         {"torn list", cut(with(with(header, resolution), list), 9), 3, "no channel list yet"},
-        {"sizes of no picture", Bytes().fileHeader(0).tag(TAG_RESOLUTION, 0, {0, -5}), 4, "resolution"},
-        {"finished without a list", finished, 4, "channel list"},
+        {"sizes of no picture", Bytes().fileHeader(0).tag(TAG_RESOLUTION, 0, {0, -5}), 3, "resolution"},
+        {"finished without a list", finished, 3, "channel list"},
         {"damaged", Bytes().fileHeader(0).i32s({TAG_CHANNEL_INFO, 3}).zeros(60), 4, ""},
         {"torn header", cut(header, 1), 5, ""},
     };
@@ -132,6 +133,55 @@ TEST_F(RimgPreview, OfARenderWithNothingToDrawIsUnfinished) {
             EXPECT_EQ(result.errorLines(), 1) << result.err;
         }
         EXPECT_EQ(readFile(output_), "older") << c.name;
+    }
+}
+
+// One damaged bucket costs its own pixels and no others.
+TEST_F(RimgPreview, DrawsWhatIsSoundOfADamagedFile) {
+    RawFrame frame;
+    frame.width = kWidth, frame.height = kHeight, frame.tile = 4;
+    frame.channels = {{RCT_COLOR, RCA_COLOR, "color"}, {RCT_FLOAT, 0, "fog"}};
+    frame.boxes = {{0, 0, 4, 8}, {4, 0, 4, 8}, {8, 0, 8, 8}};
+    frame.values = [](int, int, int) { return 1.0f; };
+    frame.write(file_);
+    const std::string sound = readFile(file_);
+    // Each bucket's last tag is that of its first channel.
+    std::vector<std::size_t> tags;
+    const auto word = [&sound](std::size_t at) {
+        return MUtils::loadU32(reinterpret_cast<const unsigned char*>(sound.data()) + at);
+    };
+    for (std::size_t at = 32; at < word(12); at += word(at + 4)) {
+        if (word(at) == TAG_CHAN_FLOAT3) tags.push_back(at);
+    }
+    ASSERT_EQ(tags.size(), 3u);
+    const struct {
+        const char* what;
+        std::size_t at;
+        const char* message;
+        const char* pixels;  // one of each bucket
+        std::vector<std::string> options = {};
+    } cases[] = {
+        {"values", tags[1] + 50, "damaged bucket 4x8+4+0 of channel 0 color, offset ", "white back white"},
+        {"values of another channel", tags[1] + 50, "", "white white white", {"--channel", "fog"}},
+        {"first header", tags[0], "damaged bucket 4x8+0+0 of channel 0 color, offset ", "back white white"},
+        {"table", sound.size() - 44, "the picture shows what is there: ", "white white white"},
+    };
+    for (const auto& c : cases) {
+        std::string bytes = sound;
+        bytes[c.at] = static_cast<char>(bytes[c.at] ^ 0x55);
+        writeFile(file_, bytes);
+        std::vector<std::string> options{"--background", "102030"};
+        options.insert(options.end(), c.options.begin(), c.options.end());
+        const ProgramResult result = run(options);
+        EXPECT_EQ(result.status, *c.message != '\0' ? 4 : 0) << c.what;
+        EXPECT_THAT(result.err, HasSubstr(c.message)) << c.what;
+        EXPECT_LE(result.errorLines(), 1) << result.err;
+        const Png png = readPng(output_);
+        std::string pixels;
+        for (const int x : {2, 6, 12})
+            pixels +=
+                std::string(pixels.empty() ? "" : " ") + (hex(png.at(x, 4)) == "102030" ? "back" : "white");
+        EXPECT_EQ(pixels, c.pixels) << c.what;
     }
 }
 
