@@ -165,18 +165,19 @@ ExitCode runConvert(const CLI::App& app, ConvertVerb& verb) {
         const ConvertReport report = conversion != nullptr ? conversion->report() : ConvertReport();
         printConvertJson(verb, report, code, failure);
     };
+    ExitCode code = ExitCode::kGood;
     try {
         checkOptions(app, verb);
         ToolProgress progress("converting");
         conversion = makeConversion(verb, progress);
-        const ExitCode code = convertInto(verb, *conversion, progress);
-        print(code, nullptr);
-        flushOutput();
-        return code;
+        code = convertInto(verb, *conversion, progress);
     } catch (const Failure& failure) {
         if (failure.code() != ExitCode::kUsage) print(failure.code(), &failure);
         throw;
     }
+    print(code, nullptr);
+    flushOutput();
+    return code;
 }
 
 void addFromExrOptions(CLI::App& app, MUtils::FromExrOptions& options) {
@@ -222,7 +223,7 @@ std::string parseOrigin(const std::string& text, MUtils::ToExrOptions& options) 
     return "'" + text + "' is not two numbers, X,Y";
 }
 
-// CLI11's transformers tell numbers where it is to tell names, so the names are looked up here.
+// The names are looked up here, as CLI11's transformers show numbers in the help.
 template <class Names>
 void addChoice(CLI::App& app, const std::string& name, const Names& names, int& value,
                const std::string& standard, const std::string& help) {

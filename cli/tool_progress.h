@@ -9,8 +9,8 @@
 
 namespace rimg {
 
-// A bar for a function of the library's that tells how far it is, and passes the wish to stop on to it. The
-// line is cleared when the object goes.
+// A progress bar for a library function with a progress callback, which also stops that function after a
+// signal. The destructor clears the line.
 class ToolProgress {
   public:
     explicit ToolProgress(std::string task) : task_(std::move(task)) {}
