@@ -1,6 +1,8 @@
 #include "cli/convert_output.h"
 
 #include <algorithm>
+#include <iterator>
+#include <map>
 
 #include "cli/json_output.h"
 
@@ -12,10 +14,21 @@ using MUtils::ConvertNote;
 using MUtils::ConvertReport;
 using MUtils::ConvertState;
 
-constexpr std::ptrdiff_t kMostNames = 10;
+// Of losses of these kinds there may be many: the first ones get a line each, the others one together.
+constexpr std::int64_t kMostShown = 10;
+constexpr struct {
+    const char* kind;
+    const char* more;
+} kListed[] = {{"name", " more channels get other names"},
+               {"damage", " more faults; rimg verify lists them"}};
 
 bool endsWith(const std::string& text, const std::string& end) {
     return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+bool isListed(const std::string& kind) {
+    return std::any_of(std::begin(kListed), std::end(kListed),
+                       [&kind](const auto& listed) { return kind == listed.kind; });
 }
 
 // The text with what the command line has to offer.
@@ -27,8 +40,6 @@ std::string textOf(const ConvertNote& note, const ConvertReport& report) {
     if (note.kind == "halves") return note.text + "; --bits 16 would pack it";
     if (note.kind == "missing" && endsWith(note.text, " and more"))
         return note.text + "; rimg missing lists them";
-    if (note.kind == "damage" && endsWith(note.text, " more faults"))
-        return note.text + "; rimg verify lists them";
     if (note.kind == "attributes") {
         std::string text = note.text;
         return text.insert(text.find(':'), " (--attributes-from copies them from here)");
@@ -66,16 +77,18 @@ void NotePrinter::print(const ConvertReport& report) {
         rimg::report(note.file.empty() ? verb_.output : note.file, textOf(note, report),
                      note.offset.value_or(Failure::kNoOffset));
     };
-    const auto isName = [](const ConvertNote& note) { return note.kind == "name"; };
-    const auto begin = report.losses.begin() + static_cast<std::ptrdiff_t>(losses_);
-    const std::ptrdiff_t names = std::count_if(begin, report.losses.end(), isName);
-    std::ptrdiff_t shown = 0;
-    for (auto loss = begin; loss != report.losses.end(); ++loss) {
-        if (!isName(*loss) || shown++ < kMostNames) show(*loss);
+    std::map<std::string, std::int64_t> shown, hidden;
+    for (; losses_ < report.losses.size(); ++losses_) {
+        const ConvertNote& loss = report.losses[losses_];
+        if (!isListed(loss.kind) || ++shown[loss.kind] <= kMostShown) {
+            show(loss);
+        } else {
+            hidden[loss.kind] += loss.count.value_or(1);
+        }
     }
-    if (names > kMostNames)
-        rimg::report(verb_.input, std::to_string(names - kMostNames) + " more channels get other names");
-    losses_ = report.losses.size();
+    for (const auto& [kind, more] : kListed) {
+        if (hidden[kind] > 0) rimg::report(verb_.input, std::to_string(hidden[kind]) + more);
+    }
     for (; remarks_ < report.remarks.size(); ++remarks_)
         show(report.remarks[remarks_]);
 }

@@ -24,10 +24,10 @@ struct ConvertVerb {
     ImageFormat from = ImageFormat::kOther;  // the input's format, once it is known
 };
 
-// What of the command line helps against the state that a conversion ended in: "; --kind tiled may ...".
+// The options that help against the state that a conversion ended in: "; --frame data or ...". Often "".
 std::string hintFor(const ConvertVerb& verb, const MUtils::ConvertReport& report);
 
-// Shows a conversion's losses and remarks on standard error, a line for each; of names that change the first
+// Shows a conversion's losses and remarks on standard error, a line for each; of names and faults the first
 // ones.
 class NotePrinter {
   public:

@@ -14,6 +14,7 @@
 #include "convert/from_exr/raw_output.h"
 #include "convert/texts.h"
 #include "convert/two_steps.h"
+#include "convert/work_count.h"
 #include "rawimage/format.h"
 
 namespace MUtils {

@@ -188,8 +188,7 @@ void PixelLoader::work(Job& job, Decoder& decoder, WorkCount* count) {
 // A tag that reaches into several regions is listed once.
 void PixelLoader::noteLoss(const INFOTAG& tag, const char* cause) {
     const std::lock_guard lock(mutex_);
-    const auto same = [&tag](const Loss& loss) { return loss.tag.offset == tag.offset; };
-    if (std::none_of(lost_.begin(), lost_.end(), same)) lost_.push_back({tag, cause});
+    lost_.try_emplace(tag.offset, Loss{tag, cause});
 }
 
 // Undoes what a large tag has written before its fault was found: the values of earlier tags are read again.

@@ -8,10 +8,10 @@
 #include <mutex>
 #include <vector>
 
-#include "convert/convert_error.h"
 #include "convert/to_exr/channel_region.h"
 #include "convert/to_exr/exr_channels.h"
 #include "convert/to_exr/raw_input.h"
+#include "convert/work_count.h"
 
 namespace MUtils {
 
@@ -23,6 +23,7 @@ class PixelLoader {
         INFOTAG tag;
         const char* cause;
     };
+    using Losses = std::map<std::uint64_t, Loss>;  // by the tag's offset
 
     // `input` must live longer. Tags are decoded on up to `threads` threads. Throws ConvertError
     // (kCannotOpen) when the file does not open again.
@@ -42,8 +43,8 @@ class PixelLoader {
     // through.
     void load(const std::vector<const INFOTAG*>& tags, ChannelRegion& region, WorkCount& count);
 
-    // Of all loads so far, in no order.
-    const std::vector<Loss>& lost() const { return lost_; }
+    // Of all loads so far.
+    const Losses& lost() const { return lost_; }
 
   private:
     class Decoder;
@@ -66,7 +67,7 @@ class PixelLoader {
     std::vector<std::unique_ptr<Decoder>> decoders_;  // one for each thread
     std::map<std::int32_t, std::size_t> byIndex_;     // written channels by their index in the raw image
     std::mutex mutex_;                                // guards what follows
-    std::vector<Loss> lost_;
+    Losses lost_;
     std::exception_ptr failure_;
 };
 

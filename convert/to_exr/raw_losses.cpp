@@ -9,53 +9,66 @@ namespace MUtils {
 
 namespace {
 
-constexpr std::size_t kMostFaults = 10;
+constexpr std::size_t kMostFaults = TagScan::kMaxFaults;
 constexpr std::size_t kMostBoxes = 10;
 
-std::string bucketText(const char* what, const FileFault& fault) {
-    const std::string name = fault.channelName.empty() ? "" : ' ' + fault.channelName;
-    return what + (' ' + boxText(fault.box)) + " of channel " + std::to_string(fault.channel) + name + ": ";
-}
+// A fault, and the word for a bucket that has it.
+struct NamedFault {
+    const char* bucket;
+    FileFault fault;
+};
 
-// Adds the faults to `notes`. `what` is the word for a bucket.
-void addFaults(const std::vector<FileFault>& faults, const char* what, const std::string& file,
-               std::vector<ConvertNote>& notes) {
-    for (const FileFault& fault : faults) {
-        std::string text = (isPixelTag(fault.tagId) ? bucketText(what, fault) : "") + fault.cause;
-        if (fault.count > 1) text += " (" + std::to_string(fault.count) + " times)";
-        notes.push_back({"damage", file, text, {}, {}, fault.offset});
+std::string textOf(const NamedFault& named) {
+    const FileFault& fault = named.fault;
+    std::string text;
+    if (isPixelTag(fault.tagId)) {
+        text = named.bucket + (' ' + boxText(fault.box)) + " of channel " + std::to_string(fault.channel);
+        if (!fault.channelName.empty()) text += ' ' + fault.channelName;
+        text += ": ";
     }
+    text += fault.cause;
+    if (fault.count > 1) text += " (" + std::to_string(fault.count) + " times)";
+    return text;
 }
 
-std::vector<ConvertNote> damageOf(const RawInput& input, const std::vector<PixelLoader::Loss>& unread) {
-    constexpr const char* kDamaged = "damaged bucket";
-    FileFaults faults = faultsOf(input.inspection());
-    for (const PixelLoader::Loss& loss : unread) {
-        FileFault fault;
-        fault.offset = static_cast<std::int64_t>(loss.tag.offset);
-        fault.tagId = loss.tag.id;
-        fault.box = boxOf(loss.tag);
-        fault.channel = loss.tag.p8;
-        fault.channelName = input.inspection().facts.channelName(loss.tag.p8);
-        fault.cause = loss.cause;
-        faults.lost.push_back(fault);
+FileFault faultOf(const PixelLoader::Loss& loss, const FrameFacts& facts) {
+    FileFault fault;
+    fault.offset = static_cast<std::int64_t>(loss.tag.offset);
+    fault.tagId = loss.tag.id;
+    fault.box = boxOf(loss.tag);
+    fault.channel = loss.tag.p8;
+    fault.channelName = facts.channelName(loss.tag.p8);
+    fault.cause = loss.cause;
+    return fault;
+}
+
+// By offset.
+std::vector<NamedFault> faultsIn(const Inspection& file, const PixelLoader::Losses& unread) {
+    std::vector<NamedFault> faults;
+    const FileFaults found = faultsOf(file);
+    for (const FileFault& fault : found.lost)
+        faults.push_back({"damaged bucket", fault});
+    for (const auto& [offset, loss] : unread)
+        faults.push_back({"damaged bucket", faultOf(loss, file.facts)});
+    for (const FileFault& fault : found.repaired)
+        faults.push_back({"bucket", fault});
+    for (const FileFault& fault : found.doubts)
+        faults.push_back({"bucket", fault});
+    std::stable_sort(faults.begin(), faults.end(), [](const NamedFault& a, const NamedFault& b) {
+        return a.fault.offset < b.fault.offset;
+    });
+    return faults;
+}
+
+void noteFaults(const RawInput& input, const std::vector<NamedFault>& faults, ConvertReport& report) {
+    const std::size_t listed = std::min(faults.size(), kMostFaults);
+    for (std::size_t i = 0; i < listed; ++i) {
+        report.losses.push_back({"damage", input.path(), textOf(faults[i]), {}, {}, faults[i].fault.offset});
     }
-    std::vector<ConvertNote> notes;
-    addFaults(faults.lost, kDamaged, input.path(), notes);
-    addFaults(faults.repaired, "bucket", input.path(), notes);
-    addFaults(faults.doubts, "bucket", input.path(), notes);
-    std::stable_sort(notes.begin(), notes.end(),
-                     [](const ConvertNote& a, const ConvertNote& b) { return a.offset < b.offset; });
-    return notes;
-}
-
-void noteDamage(std::vector<ConvertNote> notes, std::int64_t further, ConvertReport& report) {
-    const std::size_t listed = std::min(notes.size(), kMostFaults);
-    const std::int64_t more = static_cast<std::int64_t>(notes.size() - listed) + further;
-    const std::string file = notes.front().file;
-    std::move(notes.begin(), notes.begin() + static_cast<std::ptrdiff_t>(listed),
-              std::back_inserter(report.losses));
-    if (more > 0) report.losses.push_back({"damage", file, std::to_string(more) + " more faults", {}, more});
+    const std::int64_t more =
+        static_cast<std::int64_t>(faults.size() - listed) + input.inspection().furtherFaults;
+    if (more > 0)
+        report.losses.push_back({"damage", input.path(), std::to_string(more) + " more faults", {}, more});
 }
 
 // The pixels that some written channel lacks.
@@ -88,20 +101,17 @@ void noteMissing(const MissingBoxes& missing, ConvertReport& report) {
 }  // namespace
 
 ConvertState noteRawLosses(const RawInput& input, const std::vector<ExrChannel>& channels,
-                           const std::vector<PixelLoader::Loss>& unread, ConvertReport& report) {
+                           const PixelLoader::Losses& unread, ConvertReport& report) {
     const Inspection& file = input.inspection();
-    std::vector<ConvertNote> damage = damageOf(input, unread);
-    const bool damaged = !damage.empty();
-    if (damaged) {
-        noteDamage(std::move(damage), file.furtherFaults, report);
-        report.inputState = FileState::kDamaged;
-    }
+    const std::vector<NamedFault> faults = faultsIn(file, unread);
+    noteFaults(input, faults, report);
+    if (!faults.empty()) report.inputState = FileState::kDamaged;
     const bool unfinished = file.state == FileState::kUnfinished;
     if (unfinished) report.remarks.push_back({"unfinished", input.path(), file.cause});
     const MissingBoxes missing = missingOf(file, channels);
     const bool lacksPixels = !missing.boxes.empty() || missing.truncated;
     if (lacksPixels) noteMissing(missing, report);
-    if (damaged) return ConvertState::kDamaged;
+    if (!faults.empty()) return ConvertState::kDamaged;
     return unfinished || lacksPixels ? ConvertState::kIncomplete : ConvertState::kGood;
 }
 

@@ -10,9 +10,10 @@
 namespace MUtils {
 
 // Enters in the report the damage of a raw image, with the tags that could not be read (`unread`), and the
-// pixels that the written channels lack. Returns the state of the conversion: kDamaged when there is any
-// damage, kIncomplete when the file was never finished or lacks pixels of a written channel.
+// pixels that the written channels lack. Of many faults the first 1000 are listed. Returns the state of the
+// conversion: kDamaged when there is any damage, kIncomplete when the file was never finished or lacks pixels
+// of a written channel.
 ConvertState noteRawLosses(const RawInput& input, const std::vector<ExrChannel>& channels,
-                           const std::vector<PixelLoader::Loss>& unread, ConvertReport& report);
+                           const PixelLoader::Losses& unread, ConvertReport& report);
 
 }  // namespace MUtils

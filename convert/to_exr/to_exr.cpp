@@ -19,6 +19,7 @@
 #include "convert/to_exr/raw_losses.h"
 #include "convert/to_exr/tile_layout.h"
 #include "convert/two_steps.h"
+#include "convert/work_count.h"
 #include "exr/attr_parser.h"
 #include "rawimage/area/tag_box.h"
 #include "support/job_queue.h"
