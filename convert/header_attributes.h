@@ -2,7 +2,7 @@
 
 #include <string>
 
-// What the names of OpenEXR header attributes stand for in conversions.
+// Groups of OpenEXR header attributes that conversions treat alike, by name.
 
 namespace MUtils {
 

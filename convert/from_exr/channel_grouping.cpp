@@ -22,7 +22,7 @@ struct Pattern {
     const char* mainName;  // for a channel that only the main image has
 };
 
-// The larger group stands before the smaller one that it contains.
+// A group comes before the smaller groups that it contains.
 constexpr Pattern kGroups[] = {
     {RCT_FLOAT4, RCA_NONE, "RGBA", "RGBA", ""},
     {RCT_COLOR, RCA_NONE, "RGB", "RGB", ""},
@@ -73,7 +73,7 @@ class Families {
     std::map<std::pair<int, std::string>, Family> families_;
 };
 
-// The first pattern that the family fills and that has a place for `letter`, or null.
+// The first pattern whose members are all in the family, `letter` among them, or null.
 template <std::size_t N>
 const Pattern* findPattern(const Pattern (&patterns)[N], const Family& family, char letter) {
     for (const Pattern& pattern : patterns) {
@@ -97,7 +97,7 @@ std::vector<std::string> expand(const GroupedChannel& channel, const std::string
     return {name};
 }
 
-// Hands out names, so that no two channels share one in an OpenEXR file.
+// Makes names unique, so that no two channels share one in an OpenEXR file.
 class Names {
   public:
     std::string claim(const GroupedChannel& channel, const std::string& wanted) {
@@ -133,7 +133,7 @@ class Grouper {
             if (!used_[i]) addChannelWith(static_cast<int>(i));
         }
         Grouping result;
-        // Of the main channels the names are ours to choose, so they give way to the file's.
+        // The names of the main channels are not in the file, so they are chosen last.
         std::set<std::string> used;
         for (GroupedChannel& channel : others_) {
             settleName(channel, result.renamed);

@@ -31,8 +31,7 @@ struct Grouping {
     std::vector<std::string> renamed;
 };
 
-// Finds the render channels behind the channels of an OpenEXR file, the inverse of how render channels are
-// named there:
+// Groups the channels of an OpenEXR file into render channels, the inverse of how the writers name these:
 //
 //   R, G, B            the main colour           x.R, x.G, x.B        a colour x
 //   A                  alpha, in three floats    x.R, x.G, x.B, x.A   four floats x
@@ -44,8 +43,8 @@ struct Grouping {
 //
 // `partNames` has the name of each part. The channels of a part with a name are called "part.channel", but
 // bare R, G, B (or another group of the table's right side) in it make a channel with the part's name. The
-// part "other" gives its channels no prefix. A file of one part has the name "" here, whatever its header
-// says. Groups do not span parts.
+// channels of the part "other" have no prefix. The part of a file that has only one is named "" here,
+// whatever its header contains. Groups do not span parts.
 //
 // The main colour, alpha and depth come first, then the others in the file's order. No two channels of the
 // result would give the same name in an OpenEXR file again: a name that is too long is cut, and one that is

@@ -33,7 +33,7 @@ class ExrBand {
     // the part claims rows that the file cannot have, or its first block cannot be prepared for reading.
     ExrBand(ExrInput& input, int part, std::int64_t maxRows);
 
-    // The memory that such a reader takes, in bytes; asked for before one is made.
+    // The bytes of memory of such a reader, so that it can be refused before it is made.
     static double bytesNeeded(const ExrInput& input, int part, std::int64_t maxRows);
 
     // Reads the rows y0 .. y1 - 1, which lie within the part's window and not above rows loaded earlier.
@@ -43,8 +43,7 @@ class ExrBand {
     // True when every pixel of `area`, which lies within the loaded rows, could be read.
     bool holds(const PixelBox& area) const;
 
-    // The value of channel `channel` of this part, counted from its first, at (x, y); its row goes on behind
-    // it.
+    // The value at (x, y) of the part's channel number `channel`; the row's next values follow it.
     const std::uint32_t* at(int channel, std::int64_t x, std::int64_t y) const {
         return values_.get() + (channel * capacity_ + y - firstRow_) * window_.width() + (x - window_.x0);
     }

@@ -77,7 +77,8 @@ void ExrRegion::setBox(const PixelBox& box) {
     region_.height = static_cast<int>(box.height());
 }
 
-// A clipped bucket fills the start of the table; the writer takes width * height values from there.
+// The values of a clipped bucket are at the start of the table, where the writer reads width * height of
+// them.
 void ExrRegion::loadChannel(const ExrBand& band, const GroupedChannel& channel, const PixelBox& area,
                             MBVTable& table) {
     const int first = firstSource_[static_cast<std::size_t>(channel.part)];

@@ -15,7 +15,7 @@ namespace MUtils {
 // The readers of a file's parts; null for a part that has nothing within the frame.
 using ExrBands = std::vector<std::unique_ptr<ExrBand>>;
 
-// A grouped channel as a writer asks for it.
+// A grouped channel as the writer takes it.
 class GroupedDescription final : public RegionChannelCallback {
   public:
     explicit GroupedDescription(const GroupedChannel& channel) : channel_(&channel) {}
@@ -38,17 +38,17 @@ class ExrRegion {
     ExrRegion(const ExrRegion&) = delete;
     ExrRegion& operator=(const ExrRegion&) = delete;
 
-    // The memory that such a region takes, in bytes, with the writer's copies of the channel in work.
+    // The bytes of memory of such a region and of the writer's copies of the channel in work.
     static double bytesNeeded(const std::vector<GroupedChannel>& channels, std::int64_t maxPixels);
 
     Table<RegionChannelCallback*, 100>* descriptions() { return &list_; }
 
-    // The region of the pixels `area`, valid until the next call. It has the values of the channels of those
-    // parts whose entry in `areas` is `area`, which `bands` hold; the other channels have no data.
+    // The region of the pixels `area`, valid until the next call. Channels of the parts whose entry in
+    // `areas` is `area` have their values, from `bands`; the others have no data.
     MRRegionData* load(const ExrBands& bands, const std::vector<PixelBox>& areas, const PixelBox& area);
 
-    // A region without pixels as wide as `window`, valid likewise, of the channels of those parts whose entry
-    // in `windows` is it.
+    // A region without pixels as wide as `window`, valid until the next call. Only channels of the parts
+    // whose entry in `windows` is `window` have data, which is empty.
     MRRegionData* announce(const std::vector<PixelBox>& windows, const PixelBox& window);
 
   private:

@@ -9,7 +9,7 @@
 namespace MUtils {
 
 ZeroedTable::~ZeroedTable() {
-    // The base class has nothing to free.
+    // So that the base class frees nothing.
     blocks = nullptr;
     unmap();
 }
@@ -37,7 +37,7 @@ void ZeroedTable::setSize(int values) {
 }
 
 void ZeroedTable::clear() {
-    // Pages that are given back read as zeros, where the system does that.
+    // Pages that are given back to the system read as zeros.
     if (pages_ != nullptr && ::madvise(pages_, bytes_, MADV_DONTNEED) != 0) std::memset(pages_, 0, bytes_);
 }
 

@@ -12,8 +12,8 @@
 
 namespace MUtils {
 
-// Values in one piece that are 0 until they are written, and take no memory until then: a frame of which
-// little is there costs little.
+// Values in one piece that are 0 until they are written, and take no memory until then: a frame with few
+// buckets costs little.
 class ZeroedTable final : public MBVTable {
   public:
     explicit ZeroedTable(int valueSize) : MBVTable(valueSize, 0) {}
@@ -21,10 +21,9 @@ class ZeroedTable final : public MBVTable {
     ZeroedTable(const ZeroedTable&) = delete;
     ZeroedTable& operator=(const ZeroedTable&) = delete;
 
-    // Becomes a table of `values` values, which are undefined; of at most 2^31 - 1 bytes. Throws
-    // std::bad_alloc.
+    // Makes this a table of `values` undefined values, at most 2^31 - 1 bytes. Throws std::bad_alloc.
     void setSize(int values);
-    // All values become 0.
+    // Sets all values to 0.
     void clear();
 
   private:
@@ -44,14 +43,14 @@ class ChannelRegion final : public MRRegionData {
     // The memory that so many pixels take, in bytes.
     static double bytesNeeded(const std::vector<ExrChannel>& channels, std::int64_t pixels);
 
-    // Becomes a region of the pixels of `box`, with undefined values, each channel's in one piece. No channel
-    // may need more than 2^31 - 1 bytes. Memory is kept from box to box.
+    // Makes this a region of the pixels of `box`, with undefined values, each channel's in one piece. No
+    // channel may need more than 2^31 - 1 bytes. Memory is kept from box to box.
     void setBox(const PixelBox& box);
     PixelBox box() const { return {x0, y0, x1, y1}; }
-    // All values become 0.
+    // Sets all values to 0.
     void clear();
 
-    // The memory of a written channel's value at (x, y); its row goes on behind it.
+    // The memory of a written channel's value at (x, y) and of the values right of it.
     unsigned char* at(std::size_t channel, std::int64_t x, std::int64_t y) const;
     // Null for a channel that is not written.
     MBVTable* table(std::size_t channel) const { return tables_[channel].get(); }

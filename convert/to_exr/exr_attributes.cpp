@@ -11,7 +11,7 @@ void add(ExrAttributes& attributes, const std::string& name, const std::string& 
     attributes.text += (attributes.text.empty() ? "" : "; ") + name + '=' + value;
 }
 
-// In quotes, so that the parser takes a text that looks like a number for a text. Inner quotes are kept.
+// In quotes, as the parser would read a text that looks like a number as one. It keeps inner quotes.
 void addText(ExrAttributes& attributes, const std::string& name, const std::string& text) {
     if (text.empty()) return;
     if (text.find_first_of("=;") != std::string::npos) {

@@ -1,6 +1,9 @@
 #include "convert/to_exr/raw_input.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <iterator>
+#include <set>
 
 #include "convert/convert_error.h"
 #include "convert/open_input.h"

@@ -26,7 +26,7 @@ using MUtils::PixelBox;
 using MUtils::ToExrOptions;
 using testing::HasSubstr;
 
-class Convert : public testing::Test {
+class LibraryConvert : public testing::Test {
   protected:
     const TempFolder folder;
     const std::string raw = folder / "in.rimg", exr = folder / "in.exr", out = folder / "out";
@@ -41,7 +41,7 @@ class Convert : public testing::Test {
     bool hasOutput() const { return std::filesystem::exists(out); }
 };
 
-TEST_F(Convert, ReportsWhatWasDone) {
+TEST_F(LibraryConvert, ReportsWhatWasDone) {
     ToExrOptions options;
     options.originX = -3;
     options.kind = ExrFile::kTiled;
@@ -69,7 +69,7 @@ TEST_F(Convert, ReportsWhatWasDone) {
     EXPECT_EQ(fromExr.losses[0].kind, "origin");
 }
 
-TEST_F(Convert, KnowsTheLossesBeforeAnOutputExists) {
+TEST_F(LibraryConvert, KnowsTheLossesBeforeAnOutputExists) {
     ExrSample sample{{{"", "v:f", {{-2, 0}, {7, 5}}}}};
     sample.write(exr);
     FromExrOptions options;
@@ -85,7 +85,7 @@ TEST_F(Convert, KnowsTheLossesBeforeAnOutputExists) {
     EXPECT_TRUE(hasOutput() && conversion->report().written);
 }
 
-TEST_F(Convert, NamesEveryDamagedBucketAndGoesOn) {
+TEST_F(LibraryConvert, NamesEveryDamagedBucketAndGoesOn) {
     std::string bytes = readFile(raw);
     std::uint64_t table = 0;
     std::memcpy(&table, &bytes[12], 8);
@@ -106,7 +106,7 @@ TEST_F(Convert, NamesEveryDamagedBucketAndGoesOn) {
     }
 }
 
-TEST_F(Convert, FailuresHaveTheirState) {
+TEST_F(LibraryConvert, FailuresHaveTheirState) {
     writeFile(folder / "text", "neither one nor the other");
     ExrSample{{{"", "v:f", {{8, 6}, {9, 7}}}}}.write(folder / "outside.exr");
     ExrSample{{{"", "v:f", {{7, 5}, {9, 7}}}}}.write(folder / "over.exr");
