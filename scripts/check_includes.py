@@ -15,10 +15,12 @@ from pathlib import Path
 PUBLIC = "(public)"
 ANY = "(any)"
 
+# What the conversions build on: public headers of the rooms below, and the format's own.
+BELOW_CONVERT = ["rawimage", "support"]
+BELOW_CONVERT += ["exr " + PUBLIC, *(f"rawimage/{room} {PUBLIC}" for room in ["tools", "inspect", "area", "read"])]
+
 # What each folder may include of ours: a folder's headers, one header, public headers of a folder ("folder PUBLIC"),
 # all public headers, or anything. Folders of the library are listed one by one; below the others all is alike.
-BELOW_CONVERT = [f"{room} {PUBLIC}" for room in ["exr", "rawimage/tools", "rawimage/inspect", "rawimage/area", "rawimage/read"]]
-BELOW_CONVERT += ["rawimage", "support"]
 LIBRARY = {
     "support": ["support"],
     "rawimage": ["rawimage", "support"],
