@@ -163,11 +163,13 @@ void TableCheck::surveyTable() {
     std::sort(survey.openHeaders.begin(), survey.openHeaders.end(), headerLess);
     for (std::size_t i = 0; i < scan_.tags.size(); ++i) {
         const INFOTAG& tag = scan_.tags[i];
+        if (!match_->isListed(i)) survey.unlistedHeaders.push_back(tag);
         if (match_->confirmed()[i]) ++survey.confirmedById[tag.id - kFirstTagId];
         if (!isPixelTag(tag.id)) continue;
         if (match_->confirmed()[i]) ++survey.confirmedPixels;
         if (!match_->isListed(i)) ++survey.unlistedPixels;
     }
+    std::sort(survey.unlistedHeaders.begin(), survey.unlistedHeaders.end(), headerLess);
 }
 
 // Goes over the stretches of tags between two that are confirmed.
@@ -193,7 +195,8 @@ void TableCheck::judgeStretch(std::size_t from, std::size_t to) {
         const auto entry = match_->soundFrom(startOf(tag));
         const bool claimed = entry != match_->sound().end() && startOf((*entry)->header) < endOf(tag);
         // Where the table is not where the header has it, bytes may have come or gone: tags have moved.
-        const bool tagWins = chainWins || (!headerLeadsToIt_ && isListedElsewhere(tag));
+        const bool tagWins = chainWins || (claimed && !headerLeadsToIt_ &&
+                                           (isListedElsewhere(tag) || hasMoved((*entry)->header)));
         if (claimed && !tagWins) {
             dropped_[i] = "tag in the place of another one that the table lists";
         } else if (isAlwaysListed(tag.id)) {
@@ -224,6 +227,13 @@ bool TableCheck::entriesFill(std::int64_t from, std::int64_t to) const {
         from = endOf((*entry)->header);
     }
     return from == to;
+}
+
+// True when an unlisted tag has the header of this entry, with another offset.
+bool TableCheck::hasMoved(const INFOTAG& entry) {
+    if (!survey_) surveyTable();
+    return std::binary_search(survey_->unlistedHeaders.begin(), survey_->unlistedHeaders.end(),
+                              RIF_TAG(entry), headerLess);
 }
 
 // True when an open entry has the header of this tag, with another offset.

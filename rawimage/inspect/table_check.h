@@ -14,7 +14,8 @@ namespace MUtils {
 
 // What a table contains as a whole.
 struct TableSurvey {
-    std::vector<RIF_TAG> openHeaders;  // sorted
+    std::vector<RIF_TAG> openHeaders;      // sorted
+    std::vector<RIF_TAG> unlistedHeaders;  // sorted
     bool allSound = true;
     std::vector<std::size_t> confirmedById;  // from kFirstTagId on
     std::size_t confirmedPixels = 0;
@@ -62,6 +63,7 @@ class TableCheck {
     void judgeStretch(std::size_t from, std::size_t to);
     bool isChain(std::size_t from, std::size_t to) const;
     bool entriesFill(std::int64_t from, std::int64_t to) const;
+    bool hasMoved(const INFOTAG& entry);
     bool isListedElsewhere(const INFOTAG& tag);
     bool isDeniedByWholeTable(const INFOTAG& tag);
     void surveyTable();
