@@ -15,7 +15,7 @@
 // parameters give, the end of its content (of a zlib stream or a text), and its size field. A pointer may be
 // what is damaged, so a place counts only when isResumePoint() accepts it. The table is a reliable source:
 // the header of a tag there is enough. The others are doubtful unless two of them agree: there must be
-// another tag behind that tag, or its own checksum or fields must prove it.
+// another tag behind that tag, or its own fields must prove it.
 //
 // Failing that, searchBytes() tries every byte. With no pointer to the place, the tag must be sound alone: a
 // header without a fault, unused parameters that are zero, a payload that passes its check and, when the
@@ -176,24 +176,16 @@ bool TagSearch::isResumePoint(std::int64_t offset, std::int64_t end, Source sour
     if (!clear || isTableEntry(offset)) return false;
     const std::int64_t next = offset + place.tag.size;
     if (reliable || next == end || isTagOrEnd(look(next, end), next)) return true;
-    if (rules_.provesItself(place.tag)) return payloadFault(place.tag, offset) == nullptr;
     return fieldsProve(place.tag);
 }
 
 TagSearch::Resume TagSearch::resumeAfter(std::int64_t offset, const Place& place, std::int64_t end) {
-    if (!place.whole) return {findTag(offset + 1, end, end)};
-    const RIF_TAG& tag = place.tag;
-    const bool certain = rules_.payloadByParameters(tag) >= 0;
-    // The file breaks off in this tag, or its end is damaged. Only tags that are found inside show the
-    // latter; those inside a blob may be its content.
-    if (certain && end == scan_.fileBytes && rules_.cutInPayload(tag, offset, end))
-        return {isOpaque(tag.id) ? end : findTag(offset + kTagHeaderBytes, end, end)};
-    if (const auto resume = resumeByPointers(tag, offset, end)) return *resume;
-    // A size that leads to a tag bounds the search, although nothing confirms it.
-    const std::int64_t bySize = offset + tag.size;
-    const bool bounded = tag.size >= kTagHeaderBytes && isResumePoint(bySize, end, Source::kDoubtful);
-    const std::int64_t last = bounded ? bySize : end;
-    return {findTag(offset + 1, last, last)};
+    // Tags in a blob in which the file breaks off may be its content.
+    if (place.whole && isOpaque(place.tag.id) && end == scan_.fileBytes &&
+        rules_.cutInPayload(place.tag, offset, end))
+        return {end};
+    const auto resume = place.whole ? resumeByPointers(place.tag, offset, end) : std::nullopt;
+    return resume ? *resume : Resume{findTag(offset + 1, end, end)};
 }
 
 // The first place that the table or the damaged tag points to and that is accepted.
