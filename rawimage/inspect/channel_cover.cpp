@@ -36,10 +36,9 @@ void ChannelCover::addPixels(const TagScan& scan, bool repairedSpoils) {
             ++repair;
         while (doubt != scan.doubted.end() && *doubt < offset)
             ++doubt;
-        const bool moved = repairedSpoils && repair != scan.repairs.end() && repair->offset == offset &&
-                           (repair->found.p8 != tag.p8 || !(boxOf(repair->found) == boxOf(tag)));
+        const bool repaired = repairedSpoils && repair != scan.repairs.end() && repair->offset == offset;
         std::vector<PixelBox>& covered = boxes_[tag.p8];
-        if (moved) {
+        if (repaired) {
             addSpoiled(repair->found);
         } else if (doubt != scan.doubted.end() && *doubt == offset) {
             addSpoiled(tag);

@@ -20,8 +20,8 @@ class ChannelCover {
     void addChannels(const std::vector<RIF_CHANNEL>& list);
     void addPixels(const std::vector<INFOTAG>& tags);
     // The pixels of a file. A tag in doubt covers nothing and spoils its place, as readers draw it there:
-    // only later tags cover that. `repairedSpoils`: likewise a tag whose place or channel was repaired, with
-    // those in the file, as for readers of the file as it is.
+    // only later tags cover that. `repairedSpoils`: likewise a tag that was repaired, in the place
+    // that its header in the file has, as for readers of the file as it is.
     void addPixels(const TagScan& scan, bool repairedSpoils);
     // Windows that tags state: of a channel that has some, nothing is missing outside them. Those that are
     // not within the frame do not count.
