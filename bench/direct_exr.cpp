@@ -16,6 +16,8 @@
 #include "bench/harness.h"
 #include "exr/channel_map.h"
 
+using namespace MUtils;
+
 namespace bench {
 
 namespace {

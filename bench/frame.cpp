@@ -11,6 +11,8 @@
 #include "rawimage/read/callback.h"
 #include "rawimage/read/mt_reader.h"
 
+using namespace MUtils;
+
 namespace bench {
 
 namespace {

@@ -26,7 +26,7 @@ struct Bucket {
 struct Frame {
     std::string path;
     int width = 0, height = 0;
-    std::vector<RIF_CHANNEL> channels;
+    std::vector<MUtils::RIF_CHANNEL> channels;
     std::vector<Bucket> buckets;
 
     // Reads a file; with `every` above 1 only each every-th bucket. Throws when a bucket lacks a channel.
@@ -43,20 +43,20 @@ struct Frame {
 // The renderer's description of the frame's channels, for the writers.
 class ChannelList {
   public:
-    explicit ChannelList(const std::vector<RIF_CHANNEL>& channels);
+    explicit ChannelList(const std::vector<MUtils::RIF_CHANNEL>& channels);
     MUtils::Table<RegionChannelCallback*, 100>* table() { return &table_; }
 
   private:
     class Entry final : public RegionChannelCallback {
       public:
-        explicit Entry(const RIF_CHANNEL& channel) : channel_(channel) {}
+        explicit Entry(const MUtils::RIF_CHANNEL& channel) : channel_(channel) {}
         RegionChannelType getType() override { return static_cast<RegionChannelType>(channel_.type); }
         RegionChannelAlias getAlias() override { return static_cast<RegionChannelAlias>(channel_.alias); }
         const char* getName() override { return channel_.name; }
         int getFlags() override { return 0; }
 
       private:
-        RIF_CHANNEL channel_;
+        MUtils::RIF_CHANNEL channel_;
     };
     std::vector<std::unique_ptr<Entry>> entries_;
     MUtils::Table<RegionChannelCallback*, 100> table_;

@@ -13,6 +13,8 @@
 
 #include "bench/rows.h"
 
+using namespace MUtils;
+
 namespace {
 
 using bench::Frame;

@@ -49,8 +49,8 @@ void PlainFile::inflate(const INFOTAG& tag, Bytes& zipped, Bytes& values) const 
     const auto size = static_cast<std::size_t>(tag.payloadBytes());
     if (zipped.size() < size) zipped.resize(size);
     values.resize(static_cast<std::size_t>(tag.p4) * static_cast<std::size_t>(tag.p5) *
-                  static_cast<std::size_t>(findPixelKind(tag.id)->valueSize));
-    read(zipped.data(), size, tag.offset + kTagHeaderBytes);
+                  static_cast<std::size_t>(MUtils::findPixelKind(tag.id)->valueSize));
+    read(zipped.data(), size, tag.offset + MUtils::kTagHeaderBytes);
     uLongf length = static_cast<uLongf>(values.size());
     require(uncompress(values.data(), &length, zipped.data(), static_cast<uLong>(size)) == Z_OK &&
                 length == values.size(),

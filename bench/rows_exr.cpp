@@ -85,11 +85,11 @@ void compareHalf(Session& session) {
         values = source;
         std::memset(other.data(), ++round, other.size());
     };
-    row.ours = [&] { convertFloatsToHalf(values.data(), static_cast<std::int64_t>(kValues)); };
+    row.ours = [&] { MUtils::convertFloatsToHalf(values.data(), static_cast<std::int64_t>(kValues)); };
     row.plain = [&] { std::memcpy(copy.data(), source.data(), kValues * sizeof(float)); };
     row.check = [&] {
         std::vector<float> expected = source;
-        convertFloatsToHalfPlain(expected.data(), static_cast<std::int64_t>(kValues));
+        MUtils::convertFloatsToHalfPlain(expected.data(), static_cast<std::int64_t>(kValues));
         require(std::memcmp(expected.data(), values.data(), kValues * sizeof(float)) == 0 && copy == source,
                 "a half differs");
     };

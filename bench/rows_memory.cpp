@@ -67,7 +67,7 @@ int memoryChild(const Folder& folder, const char* job) {
     double bytes = -1;
     if (std::strcmp(job, "write") == 0) {
         const Frame frame = largeBuckets(folder);
-        bytes = peakOf([&] { writeFrame(frame, nullptr, path, kThreads, kCompressionLevel); });
+        bytes = peakOf([&] { writeFrame(frame, nullptr, path, kThreads, MUtils::kCompressionLevel); });
     } else if (std::strcmp(job, "read") == 0) {
         DroppingCallback dropping;
         bytes = peakOf([&] {
@@ -90,7 +90,7 @@ void memoryRows(Session& session, const Folder& folder) {
                   2 * bucket + 8 * kMiB, [] { return runChild("write"); });
     const std::string path = folder.file("large.rimg");
     for (const INFOTAG& tag : pixelTags(path)) {
-        const double raw = double{kBox} * kBox * findPixelKind(tag.id)->valueSize;
+        const double raw = double{kBox} * kBox * MUtils::findPixelKind(tag.id)->valueSize;
         largestTag = std::max(largestTag, raw + static_cast<double>(tag.payloadBytes()));
     }
     const double slots = kThreads + 1;

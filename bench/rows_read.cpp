@@ -61,7 +61,7 @@ void makeForty(const std::string& source, const std::string& path) {
         if (tag.p8 != 0) continue;
         const auto size = static_cast<int>(tag.payloadBytes());
         payload.resize(static_cast<std::size_t>(size));
-        from.read(payload.data(), payload.size(), tag.offset + kTagHeaderBytes);
+        from.read(payload.data(), payload.size(), tag.offset + MUtils::kTagHeaderBytes);
         for (int channel = kChannels; channel-- > 0;) {
             int written = 0;
             good = good &&
@@ -77,7 +77,7 @@ void makeForty(const std::string& source, const std::string& path) {
 // Takes one channel and has the reader pass by the others.
 class OneChannel final : public DroppingCallback {
   public:
-    int parseTag(RIF_TAG& tag) override { return isPixelTag(tag.id) && tag.p8 != 17 ? 2 : 1; }
+    int parseTag(RIF_TAG& tag) override { return MUtils::isPixelTag(tag.id) && tag.p8 != 17 ? 2 : 1; }
     bool setImageData(const MBVTable&, int count, int channel, int, int, int, int, int, int) override {
         values += count;
         return channel == 17;

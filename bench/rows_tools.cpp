@@ -64,7 +64,7 @@ void makeQuarter(const std::string& source, int quarter, const std::string& path
         if (half != quarter) continue;
         const auto size = static_cast<int>(tag.payloadBytes());
         payload.resize(static_cast<std::size_t>(size));
-        from.read(payload.data(), payload.size(), tag.offset + kTagHeaderBytes);
+        from.read(payload.data(), payload.size(), tag.offset + MUtils::kTagHeaderBytes);
         int written = 0;
         good = good &&
                file.WriteTagHeader(static_cast<int>(tag.id), size, tag.p1, tag.p2, tag.p3, tag.p4, tag.p5,

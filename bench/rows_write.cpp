@@ -4,6 +4,8 @@
 #include "bench/plain.h"
 #include "bench/rows.h"
 
+using namespace MUtils;
+
 namespace bench {
 
 namespace {

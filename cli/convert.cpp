@@ -194,7 +194,7 @@ void addFromExrOptions(CLI::App& app, MUtils::FromExrOptions& options) {
         ->default_str("64x64")
         ->group(kFromExr);
     app.add_option("--level", options.level, "compression, 1 (fast) to 9 (small)")
-        ->check(CLI::Range(1, kCompressionLevel))
+        ->check(CLI::Range(1, MUtils::kCompressionLevel))
         ->capture_default_str()
         ->group(kFromExr);
     static const std::map<std::string, FrameChoice> kFrames{{"display", FrameChoice::kDisplayWindow},

@@ -62,8 +62,8 @@ class FaultGroup {
     // "bucket 64x64+0+0 of channel 3 alpha", "note", "bytes" of no known tag, or nothing.
     std::string subjectText() const {
         if (tagId_ == 0) return ranges_.front().end > ranges_.front().begin ? "bytes" : "";
-        const std::string name = tagName(tagId_);
-        if (!isPixelTag(tagId_)) return name == "unknown" ? name + " tag" : name;
+        const std::string name = MUtils::tagName(tagId_);
+        if (!MUtils::isPixelTag(tagId_)) return name == "unknown" ? name + " tag" : name;
         std::vector<std::string> channels;
         for (const auto& [index, text] : channels_)
             channels.push_back(text);
@@ -94,7 +94,7 @@ std::vector<std::string> faultLines(const std::vector<FileFault>& faults) {
     std::map<std::array<std::int64_t, 4>, std::size_t> groupOf;
     for (const FileFault& fault : faults) {
         const MUtils::PixelBox& box = fault.box;
-        const auto [place, isNew] = isPixelTag(fault.tagId)
+        const auto [place, isNew] = MUtils::isPixelTag(fault.tagId)
                                         ? groupOf.try_emplace({box.x0, box.y0, box.x1, box.y1}, groups.size())
                                         : std::make_pair(groupOf.end(), true);
         isNew ? groups.emplace_back(fault), void() : groups[place->second].add(fault);
@@ -107,9 +107,9 @@ std::vector<std::string> faultLines(const std::vector<FileFault>& faults) {
 
 Json jsonOf(const FileFault& fault) {
     Json json{{"offset", fault.offset}, {"end", fault.end}, {"tag", nullptr}, {"cause", fault.cause}};
-    if (fault.tagId != 0) json["tag"] = tagName(fault.tagId);
+    if (fault.tagId != 0) json["tag"] = MUtils::tagName(fault.tagId);
     json["count"] = fault.count;
-    if (!isPixelTag(fault.tagId)) return json;
+    if (!MUtils::isPixelTag(fault.tagId)) return json;
     json["box"] = jsonOf(fault.box);
     json["channel"] = fault.channel;
     json["name"] = fault.channelName;

@@ -139,7 +139,7 @@ void printTags(std::FILE* out, const std::vector<INFOTAG>& tags) {
         std::fprintf(out,
                      "%s{\"offset\":%llu,\"id\":%u,\"name\":\"%s\",\"size\":%u,\"parameters\":[%d,%d,%d,%d,%"
                      "d,%d,%d,%d]}",
-                     separator, static_cast<unsigned long long>(tag.offset), tag.id, tagName(tag.id),
+                     separator, static_cast<unsigned long long>(tag.offset), tag.id, MUtils::tagName(tag.id),
                      tag.size, tag.p1, tag.p2, tag.p3, tag.p4, tag.p5, tag.p6, tag.p7, tag.p8);
         separator = ",";
     }

@@ -143,7 +143,7 @@ std::string ratioText(const ChannelSummary& channel) {
 }
 
 Row channelRow(const ChannelSummary& channel, std::int64_t framePixels) {
-    const RIF_CHANNEL& record = channel.record;
+    const MUtils::RIF_CHANNEL& record = channel.record;
     const bool listed = channel.listed;
     std::string name = "(unknown channel)";
     if (listed) name = record.name[0] != '\0' ? safeText(record.name) : "\"\"";
@@ -181,7 +181,7 @@ void printTags(std::FILE* out, const std::vector<INFOTAG>& tags) {
         const INFOTAG& tag = tags[i - 1];
         return {number(static_cast<std::int64_t>(tag.offset)),
                 number(tag.id),
-                tagName(tag.id),
+                MUtils::tagName(tag.id),
                 number(tag.size),
                 number(tag.p1),
                 number(tag.p2),

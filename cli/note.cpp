@@ -21,7 +21,7 @@ namespace {
 
 using MUtils::FileState;
 
-constexpr std::size_t kLongestNote = kNoteBytes - 1;
+constexpr std::size_t kLongestNote = MUtils::kNoteBytes - 1;
 
 struct NoteOptions {
     std::string file;
@@ -35,7 +35,7 @@ struct NoteOptions {
 std::string readText(const std::string& name) {
     std::FILE* in = std::fopen(name.c_str(), "rb");
     if (in == nullptr) throw Failure(ExitCode::kUnreadable, name, "cannot be read: " + systemMessage(errno));
-    std::string text(2 * kNoteBytes, '\0');
+    std::string text(2 * MUtils::kNoteBytes, '\0');
     errno = 0;
     text.resize(std::fread(text.data(), 1, text.size(), in));
     const int code = std::ferror(in) != 0 ? errno : 0;
@@ -76,7 +76,7 @@ void checkText(const NoteOptions& options, const std::string& text) {
     if (text.size() > kLongestNote) {
         throw Failure(ExitCode::kUsage, options.file,
                       "a note has at most 1023 characters, this one has " +
-                          (text.size() > kNoteBytes ? "more" : std::to_string(text.size())));
+                          (text.size() > MUtils::kNoteBytes ? "more" : std::to_string(text.size())));
     }
     if (text.find('\0') != std::string::npos)
         throw Failure(ExitCode::kUsage, options.file, "a note cannot hold NUL bytes");

@@ -33,7 +33,7 @@ const char* nameOf(RecoverState state) {
 Json namesOf(const std::vector<std::uint32_t>& tagIds) {
     Json names = Json::array();
     for (const std::uint32_t tagId : tagIds)
-        names.push_back(tagName(tagId));
+        names.push_back(MUtils::tagName(tagId));
     return names;
 }
 
@@ -66,7 +66,7 @@ void printRecoverText(const RecoverReport& found, bool inPlace, bool all) {
     list.add("in doubt: ", faultLines(found.doubts));
     list.print("", all);
     for (const std::uint32_t tagId : found.supplied)
-        std::printf("supplied: %s\n", tagName(tagId));
+        std::printf("supplied: %s\n", MUtils::tagName(tagId));
     printHint(found);
     const char* what = inPlace ? "finished" : "kept";
     std::printf("%s: %lld tags, %lld of them pixels, %lld bytes\n", found.changed ? what : "nothing to do",

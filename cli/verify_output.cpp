@@ -75,7 +75,7 @@ void printMissing(const std::vector<MissingPixels>& missing, const MissingBoxes&
 void printMissingBeside(const VerifyReport& report, bool all) {
     std::map<int, std::vector<PixelBox>> listed;
     for (const FileFault& fault : report.faults) {
-        if (isPixelTag(fault.tagId)) listed[fault.channel].push_back(fault.box);
+        if (MUtils::isPixelTag(fault.tagId)) listed[fault.channel].push_back(fault.box);
     }
     if (listed.empty()) return printMissing(report.missing, report.missingInAny, all);
     std::vector<MissingPixels> rest;

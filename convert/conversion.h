@@ -13,6 +13,7 @@
 // from_exr/from_exr.h and to_exr/to_exr.h make them.
 
 namespace MUtils {
+inline namespace v1 {
 
 enum class ConvertState {
     kGood,
@@ -98,4 +99,5 @@ class Conversion {
     virtual const ConvertReport& report() const = 0;
 };
 
+}  // namespace v1
 }  // namespace MUtils

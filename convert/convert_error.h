@@ -9,6 +9,7 @@
 #include "convert/conversion.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // Ends a step of a conversion without an output. Thrown inside the conversions only: runStep() enters it in
 // the report.
@@ -29,4 +30,5 @@ class ConvertError : public std::runtime_error {
     std::optional<std::int64_t> offset_;
 };
 
+}  // namespace v1
 }  // namespace MUtils

@@ -8,6 +8,7 @@
 #include "convert/texts.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 ExrStream::ExrStream(const std::string& path) : Imf::IStream(path.c_str()) {
     openInput(file_, path);
@@ -27,4 +28,5 @@ void ExrStream::seekg(std::uint64_t position) {
     if (far || file_.Seek(static_cast<long>(position)) != 0) throw Iex::InputExc("a block beyond any file");
 }
 
+}  // namespace v1
 }  // namespace MUtils

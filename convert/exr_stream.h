@@ -8,6 +8,7 @@
 #include "support/pstream.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // The file under an OpenEXR reader. Unlike OpenEXR's own stream, it goes on after a read that failed, so that
 // one hole in a file does not hide the blocks after it; and it knows where reading began.
@@ -32,4 +33,5 @@ class ExrStream final : public Imf::IStream {
     std::int64_t firstRead_ = kNothingRead;
 };
 
+}  // namespace v1
 }  // namespace MUtils

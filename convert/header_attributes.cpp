@@ -5,6 +5,7 @@
 #include "exr/header_facts.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 bool isStructural(const std::string& name) {
     static const std::set<std::string> kNames{"channels",
@@ -31,4 +32,5 @@ bool standsForTag(const std::string& name) {
     return isCameraAttribute(name.c_str()) || kNames.count(name) > 0;
 }
 
+}  // namespace v1
 }  // namespace MUtils

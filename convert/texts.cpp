@@ -4,6 +4,7 @@
 #include <system_error>
 
 namespace MUtils {
+inline namespace v1 {
 
 std::string systemMessage(int code) {
     return std::generic_category().message(code);
@@ -21,4 +22,5 @@ std::string mebibytes(double bytes) {
     return std::to_string(std::llround(std::ceil(bytes / kMebibyte))) + " MiB";
 }
 
+}  // namespace v1
 }  // namespace MUtils

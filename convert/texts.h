@@ -4,6 +4,7 @@
 #include <vector>
 
 namespace MUtils {
+inline namespace v1 {
 
 // The system's words for an errno code.
 std::string systemMessage(int code);
@@ -14,4 +15,5 @@ std::string joined(const std::vector<std::string>& names);
 // "4 MiB", rounded up.
 std::string mebibytes(double bytes);
 
+}  // namespace v1
 }  // namespace MUtils

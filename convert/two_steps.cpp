@@ -5,6 +5,7 @@
 #include "support/files.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 bool runStep(ConvertReport& report, const std::function<void()>& step) {
     try {
@@ -36,4 +37,5 @@ ConvertReport runBoth(Conversion& conversion, const std::string& output) {
     return conversion.report();
 }
 
+}  // namespace v1
 }  // namespace MUtils

@@ -8,6 +8,7 @@
 #include "convert/convert_error.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // Runs a step. When it throws, enters the reason in the report and returns false; std::bad_alloc passes
 // through.
@@ -50,4 +51,5 @@ class TwoSteps final : public Conversion {
     std::unique_ptr<Job> job_;
 };
 
+}  // namespace v1
 }  // namespace MUtils

@@ -6,6 +6,7 @@
 #include "convert/convert_error.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // Counts the pieces of a conversion's work.
 class WorkCount {
@@ -26,4 +27,5 @@ class WorkCount {
     std::int64_t done_ = 0;
 };
 
+}  // namespace v1
 }  // namespace MUtils

@@ -250,6 +250,9 @@ ErrorCode WriteEXRExtraAttributes(Imf::Header& header, char* text) {
     return result;
 }
 
+namespace MUtils {
+inline namespace v1 {
+
 ErrorCode checkExtraAttributes(const char* text) {
     if (text == nullptr || *text == 0) return {};
     std::string copy(text);
@@ -266,3 +269,6 @@ ErrorCode checkExtraAttributes(const char* text) {
         return ErrorCode("checkExtraAttributes", -5, "%s", refusal.what());
     }
 }
+
+}  // namespace v1
+}  // namespace MUtils

@@ -62,6 +62,9 @@ class AttrParser {
 // locale meanwhile. A null text counts as "".
 ErrorCode WriteEXRExtraAttributes(Imf::Header& header, char* text);
 
+namespace MUtils {
+inline namespace v1 {
+
 // For attributes that no text can express: puts them into the headers of an ExrFile (setHeaderEditor).
 class ExrHeaderEditor {
   public:
@@ -75,3 +78,6 @@ class ExrHeaderEditor {
 // attributes that every EXR file of this module holds (the camera's among them) throws at it, as an error
 // with code -5. Null and "" are right. The locale is back afterwards in every case.
 ErrorCode checkExtraAttributes(const char* text);
+
+}  // namespace v1
+}  // namespace MUtils

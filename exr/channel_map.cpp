@@ -4,6 +4,9 @@
 
 #include <string>
 
+namespace MUtils {
+inline namespace v1 {
+
 namespace {
 
 constexpr int kAnyAlias = -1;
@@ -57,14 +60,17 @@ void insertExrChannels(Imf::ChannelList& list, const ExrChannelRule& rule, const
     }
 }
 
-bool isWrittenToExr(MUtils::RegionChannelCallback* channel) {
-    return channel != nullptr && (channel->getFlags() & MUtils::kChannelSkippedInExr) == 0;
+bool isWrittenToExr(RegionChannelCallback* channel) {
+    return channel != nullptr && (channel->getFlags() & kChannelSkippedInExr) == 0;
 }
 
-bool hasSeveralDepthChannels(const MUtils::Table<MUtils::RegionChannelCallback*, 100>& channels) {
+bool hasSeveralDepthChannels(const Table<RegionChannelCallback*, 100>& channels) {
     int depthChannels = 0;
-    for (MUtils::RegionChannelCallback* channel : channels) {
+    for (RegionChannelCallback* channel : channels) {
         if (isWrittenToExr(channel) && channel->getAlias() == RCA_DEPTH) ++depthChannels;
     }
     return depthChannels > 1;
 }
+
+}  // namespace v1
+}  // namespace MUtils

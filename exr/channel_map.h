@@ -9,6 +9,9 @@
 #include "support/char_string.h"
 #include "support/table.h"
 
+namespace MUtils {
+inline namespace v1 {
+
 // How the EXR channels of a render channel get their names.
 enum class ExrNaming {
     kMain,     // the labels alone; they belong to the main part
@@ -41,7 +44,7 @@ enum class EmptyBase {
     kDotAndLabel  // ".R": tiled files
 };
 
-using ExrNames = std::array<MUtils::CharString, 4>;
+using ExrNames = std::array<CharString, 4>;
 
 // The names of the rule's EXR channels in component order; the rest stays empty.
 ExrNames exrChannelNames(const ExrChannelRule& rule, const char* base, EmptyBase emptyBase);
@@ -51,7 +54,10 @@ void insertExrChannels(Imf::ChannelList& list, const ExrChannelRule& rule, const
                        Imf::PixelType floatType);
 
 // False for a null entry and for a channel that the EXR writers are told to skip.
-bool isWrittenToExr(MUtils::RegionChannelCallback* channel);
+bool isWrittenToExr(RegionChannelCallback* channel);
 
 // True when more than one channel that is written has the depth alias, whatever its type.
-bool hasSeveralDepthChannels(const MUtils::Table<MUtils::RegionChannelCallback*, 100>& channels);
+bool hasSeveralDepthChannels(const Table<RegionChannelCallback*, 100>& channels);
+
+}  // namespace v1
+}  // namespace MUtils

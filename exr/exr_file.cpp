@@ -67,9 +67,9 @@ ErrorCode ExrFile::WTRegion(MUtils::MRRegionData* region, int /*a*/, int /*b*/, 
         error.setCause(std::move(cause));
         return error;
     }
-    return guarded("WTRegion",
-                   kind_ == kTiled ? "Error writing tile to .exr file" : "Error writing .exr file",
-                   [this, region] { return data_->writeRegion(region); });
+    return MUtils::guarded("WTRegion",
+                           kind_ == kTiled ? "Error writing tile to .exr file" : "Error writing .exr file",
+                           [this, region] { return data_->writeRegion(region); });
 }
 
 ErrorCode ExrFile::WTChannelInfo(MUtils::MRRegionData* /*region*/) {
@@ -119,6 +119,6 @@ void ExrFile::setOrigin(int x, int y) {
     data_->originY = y;
 }
 
-void ExrFile::setHeaderEditor(ExrHeaderEditor* editor) {
+void ExrFile::setHeaderEditor(MUtils::ExrHeaderEditor* editor) {
     if (data_ != nullptr) data_->headerEditor = editor;
 }

@@ -4,8 +4,13 @@
 
 #include "../rawimage/output_file.h"
 
-class ExrFileDataBase;
+namespace MUtils {
+inline namespace v1 {
 class ExrHeaderEditor;
+}  // namespace v1
+}  // namespace MUtils
+
+class ExrFileDataBase;
 
 // An OpenEXR file behind the renderer's output interface: tiled, or scan-line with one part or with a part
 // for each render layer. It is driven in this order (Create, WriteHeader, WTResolution, WTChannelInfo,
@@ -102,7 +107,7 @@ class ExrFile : public RIFileBase {
     void setOrigin(int x, int y);
     // Has its say on the header of each part before camera and texts do, see attr_parser.h; null for none.
     // Before WTChannelInfo. It must live until the file is closed, and what it throws counts as OpenEXR's.
-    void setHeaderEditor(ExrHeaderEditor* editor);
+    void setHeaderEditor(MUtils::ExrHeaderEditor* editor);
 
   private:
     std::unique_ptr<ExrFileDataBase> data_;

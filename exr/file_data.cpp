@@ -19,6 +19,8 @@
 #include "exr/header_facts.h"
 #include "exr/output_stream.h"
 
+using namespace MUtils;
+
 namespace {
 
 constexpr int kNoHeader = -3;
@@ -36,10 +38,16 @@ Imf::Compression exrCompression(int setting) {
 
 }  // namespace
 
+namespace MUtils {
+inline namespace v1 {
+
 int lastPixel(int start, int count) {
     const std::int64_t last = std::int64_t{start} + count - 1;
     return static_cast<int>(std::clamp<std::int64_t>(last, INT_MIN, INT_MAX));
 }
+
+}  // namespace v1
+}  // namespace MUtils
 
 ExrFileDataBase::ExrFileDataBase() = default;
 ExrFileDataBase::~ExrFileDataBase() = default;

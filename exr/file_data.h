@@ -13,8 +13,12 @@
 #include "support/error_code.h"
 #include "support/table.h"
 
+namespace MUtils {
+inline namespace v1 {
 class ExrHeaderEditor;
 class ExrOutputStream;
+}  // namespace v1
+}  // namespace MUtils
 
 // What the scan-line and the tiled EXR writer have in common: the settings of a frame, the OpenEXR header,
 // and the attributes that go into it. ExrFile sets the plain members and calls the operations; one thread at
@@ -44,7 +48,7 @@ class ExrFileDataBase {
     int originX = 0;
     int originY = 0;
     // Not owned; null for none.
-    ExrHeaderEditor* headerEditor = nullptr;
+    MUtils::ExrHeaderEditor* headerEditor = nullptr;
     // Null until the channels are set. An array of one header for each part; attributes go into the first.
     std::unique_ptr<Imf::Header[]> header;
     // One for each channel; pixels are brought into shape there where the caller's memory does not have it.
@@ -97,7 +101,7 @@ class ExrFileDataBase {
     // Opens the output stream on the file name and lets `open` put an OpenEXR file object on it. Any failure
     // becomes "Error creating OpenExr file" with its cause, and leaves nothing behind on disk. Sets
     // fileCreated either way.
-    ErrorCode openFile(const char* operation, const std::function<void(ExrOutputStream&)>& open);
+    ErrorCode openFile(const char* operation, const std::function<void(MUtils::ExrOutputStream&)>& open);
     // Lets `release` destroy the OpenEXR file object, then finishes the stream. A failure of either, or of
     // any write before, becomes "Error closing OpenExr file" with its cause.
     ErrorCode closeFile(const std::function<void()>& release);
@@ -110,8 +114,14 @@ class ExrFileDataBase {
   private:
     bool writeFailed_ = false;
     // What the open file object writes to; outlives it.
-    std::unique_ptr<ExrOutputStream> stream_;
+    std::unique_ptr<MUtils::ExrOutputStream> stream_;
 };
+
+namespace MUtils {
+inline namespace v1 {
 
 // start + count - 1, held within the range of int.
 int lastPixel(int start, int count);
+
+}  // namespace v1
+}  // namespace MUtils

@@ -3,6 +3,9 @@
 #include <exception>
 #include <utility>
 
+namespace MUtils {
+inline namespace v1 {
+
 ErrorCode errorFromException(const char* operation, const char* message) {
     ErrorCode error(operation, -1, "%s", message);
     try {
@@ -14,3 +17,6 @@ ErrorCode errorFromException(const char* operation, const char* message) {
     }
     return error;
 }
+
+}  // namespace v1
+}  // namespace MUtils

@@ -2,6 +2,9 @@
 
 #include "support/error_code.h"
 
+namespace MUtils {
+inline namespace v1 {
+
 // The error `operation`, -1, `message` for the exception that is being handled; what the exception says is
 // the cause.
 ErrorCode errorFromException(const char* operation, const char* message);
@@ -16,3 +19,6 @@ ErrorCode guarded(const char* operation, const char* message, Call call) {
         return errorFromException(operation, message);
     }
 }
+
+}  // namespace v1
+}  // namespace MUtils

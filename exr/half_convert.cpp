@@ -9,6 +9,9 @@
 #include <immintrin.h>
 #endif
 
+namespace MUtils {
+inline namespace v1 {
+
 void convertFloatsToHalfPlain(float* data, std::int64_t count) {
     for (std::int64_t i = 0; i < count; ++i) {
         const float value = data[i];
@@ -67,3 +70,6 @@ void convertFloatsToHalf(float* data, std::int64_t count) {
         convertFloatsToHalfPlain(data, count);
     }
 }
+
+}  // namespace v1
+}  // namespace MUtils

@@ -2,6 +2,9 @@
 
 #include <cstdint>
 
+namespace MUtils {
+inline namespace v1 {
+
 // Turns `count` floats into half floats in place: the 16 bits go into the first two bytes of each four-byte
 // slot, whose other two bytes stay as they are, so OpenEXR reads the result as HALF samples 4 bytes apart.
 // Nothing happens when `count` is 0 or less.
@@ -18,3 +21,6 @@ void convertFloatsToHalfF16C(float* data, std::int64_t count);
 
 // True when processor and system offer F16C and AVX2; convertFloatsToHalf() uses them then.
 bool hasHalfInstructions();
+
+}  // namespace v1
+}  // namespace MUtils

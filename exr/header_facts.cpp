@@ -5,6 +5,7 @@
 #include <iterator>
 
 namespace MUtils {
+inline namespace v1 {
 
 bool isCameraAttribute(const char* name) {
     const auto is = [name](const char* other) { return std::strcmp(name, other) == 0; };
@@ -20,4 +21,5 @@ int linesPerBlock(int compression) {
     return known ? kLines[compression] : 1;
 }
 
+}  // namespace v1
 }  // namespace MUtils

@@ -5,6 +5,7 @@
 // Facts about OpenEXR files that whoever writes and reads them shares. No type of OpenEXR's is needed here.
 
 namespace MUtils {
+inline namespace v1 {
 
 // The header attributes that hold the camera: a 4x4 matrix of floats, an integer, and a float for each field.
 constexpr const char* kCameraTransformAttribute = "cameraTransform";
@@ -33,4 +34,5 @@ bool isCameraAttribute(const char* name);
 // known.
 int linesPerBlock(int compression);
 
+}  // namespace v1
 }  // namespace MUtils

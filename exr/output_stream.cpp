@@ -10,6 +10,9 @@
 #include <limits>
 #include <system_error>
 
+namespace MUtils {
+inline namespace v1 {
+
 namespace {
 
 constexpr std::int64_t kBufferSize = 256 * 1024;
@@ -37,7 +40,7 @@ ErrorCode ExrOutputStream::open(const char* name) {
     if (failure_ == EEXIST) failure_ = file_.Open(name, PFileStream::kWrite, 1, PFileStream::kOpenAlways);
     if (failure_ != 0)
         return ErrorCode("open", failure_, "Cannot open \"%s\": %s", name_.c_str(),
-                         MUtils::openErrorText(failure_).c_str());
+                         openErrorText(failure_).c_str());
     regular_ = file_.Length() >= 0;
     return {};
 }
@@ -128,3 +131,6 @@ int ExrOutputStream::writeThrough(std::int64_t position, const char* bytes, std:
 void ExrOutputStream::throwFailure() const {
     throw Iex::IoExc("Cannot write \"" + name_ + "\": " + describe(failure_));
 }
+
+}  // namespace v1
+}  // namespace MUtils

@@ -9,6 +9,9 @@
 #include "support/error_code.h"
 #include "support/pstream.h"
 
+namespace MUtils {
+inline namespace v1 {
+
 // The file underneath OpenEXR's file objects. OpenEXR writes its last tables in destructors, which drop every
 // error: this stream remembers the first failure, and whoever opened it asks for it with finish() once the
 // OpenEXR object is gone.
@@ -66,3 +69,6 @@ class ExrOutputStream : public Imf::OStream {
     std::int64_t bufferStart_ = 0;
     std::int64_t buffered_ = 0;
 };
+
+}  // namespace v1
+}  // namespace MUtils

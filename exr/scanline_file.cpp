@@ -9,6 +9,8 @@
 
 #include "exr/output_stream.h"
 
+using namespace MUtils;
+
 ExrFileData::ExrFileData(bool multiPartFile) : multiPart(multiPartFile) {}
 
 ExrFileData::~ExrFileData() {

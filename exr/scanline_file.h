@@ -14,8 +14,8 @@ struct ExrChanInfo {
     int type = 0;   // a RegionChannelType
     int alias = 0;  // a RegionChannelAlias
     MUtils::CharString name;
-    ExrNames exrNames;  // of its EXR channels, in component order
-    int part = -1;      // the header it belongs to; -1 when it is not written
+    MUtils::ExrNames exrNames;  // of its EXR channels, in component order
+    int part = -1;              // the header it belongs to; -1 when it is not written
 };
 
 // Scan-line files of one part, or of a part for each render layer. Waits for a region that covers the whole

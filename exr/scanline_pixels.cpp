@@ -12,6 +12,8 @@
 #include "exr/slices.h"
 #include "support/scratch_buffer.h"
 
+using namespace MUtils;
+
 namespace {
 
 // What a chunk of scan lines may take at 12 bytes a pixel, and what its channels take together: the library

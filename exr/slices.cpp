@@ -4,6 +4,9 @@
 
 #include <cstddef>
 
+namespace MUtils {
+inline namespace v1 {
+
 namespace {
 
 // A slice's base is the address that pixel (0, 0) would have. It mostly lies outside the buffer, where
@@ -38,13 +41,12 @@ bool holdsValues(const MBVTable* data, int width, int height, int valueBytes) {
            data->itemSize == valueBytes;
 }
 
-bool isGiven(const MUtils::RegionChannel& channel) {
-    return channel.data != nullptr && (channel.flags & MUtils::kChannelSkippedInExr) == 0 &&
+bool isGiven(const RegionChannel& channel) {
+    return channel.data != nullptr && (channel.flags & kChannelSkippedInExr) == 0 &&
            findExrChannelRule(channel.type, RCA_NONE, false) != nullptr;
 }
 
-ErrorCode checkValues(const MUtils::RegionChannel& channel, int index, int announcedType, int width,
-                      int height) {
+ErrorCode checkValues(const RegionChannel& channel, int index, int announcedType, int width, int height) {
     constexpr const char* kName = "writeRegion";
     const int bytes = findExrChannelRule(announcedType, RCA_NONE, false)->valueBytes();
     const std::int64_t count = std::int64_t{width} * height;
@@ -62,3 +64,6 @@ ErrorCode checkValues(const MUtils::RegionChannel& channel, int index, int annou
     }
     return {};
 }
+
+}  // namespace v1
+}  // namespace MUtils

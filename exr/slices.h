@@ -8,6 +8,9 @@
 #include "exr/channel_map.h"
 #include "support/error_code.h"
 
+namespace MUtils {
+inline namespace v1 {
+
 // One channel's values in memory: rows of `rowLength` values, the first of which is the pixel (x0, y0).
 struct ValueGrid {
     const unsigned char* values;
@@ -29,9 +32,11 @@ bool holdsValues(const MBVTable* data, int width, int height, int valueBytes);
 
 // False for a channel that EXR files take nothing from: it is flagged, has no buffer, or is of a type without
 // EXR channels. What the file expects of it reads 0.
-bool isGiven(const MUtils::RegionChannel& channel);
+bool isGiven(const RegionChannel& channel);
 
 // The error of writeRegion() when channel `index` of a region does not hold width x height values of the type
 // that was announced; empty when it does.
-ErrorCode checkValues(const MUtils::RegionChannel& channel, int index, int announcedType, int width,
-                      int height);
+ErrorCode checkValues(const RegionChannel& channel, int index, int announcedType, int width, int height);
+
+}  // namespace v1
+}  // namespace MUtils

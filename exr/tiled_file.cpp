@@ -14,6 +14,8 @@
 #include "exr/output_stream.h"
 #include "support/scratch_buffer.h"
 
+using namespace MUtils;
+
 namespace {
 
 std::string nameOf(const MUtils::RegionChannel& channel) {

@@ -35,7 +35,7 @@ class ExrTiledFileData : public ExrFileDataBase {
     Imath::Box2i takeDataWindow();
     ErrorCode checkChannelsOf(const MUtils::MRRegionData& region) const;
     int wantedType(const MUtils::RegionChannel& channel, const MUtils::MRRegionData& region) const;
-    void halveValues(MBVTable& data, const ExrChannelRule& rule, int count);
+    void halveValues(MBVTable& data, const MUtils::ExrChannelRule& rule, int count);
     const unsigned char* contiguousValues(const MBVTable& data, int channel, int count);
 
     // A channel of the file.

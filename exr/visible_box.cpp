@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <cmath>
 
+namespace MUtils {
+inline namespace v1 {
+
 namespace {
 
 constexpr int kComponents = 3;
@@ -47,7 +50,7 @@ int pastLastVisible(const MBVTable& alpha, int begin, int end) {
 
 }  // namespace
 
-MUtils::PixelBox findVisibleBox(const MBVTable& alpha, int width, int height) {
+PixelBox findVisibleBox(const MBVTable& alpha, int width, int height) {
     const int pixels = width * height;
     const int first = firstVisible(alpha, 0, pixels);
     if (first == pixels) return {};
@@ -65,3 +68,6 @@ MUtils::PixelBox findVisibleBox(const MBVTable& alpha, int width, int height) {
     }
     return {left, top, right, bottom};
 }
+
+}  // namespace v1
+}  // namespace MUtils

@@ -10,7 +10,7 @@ using fuzzing::require;
 // Any text gives attributes or an error with its place; what the check accepts goes into a fresh header.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string text(reinterpret_cast<const char*>(data), size);
-    const ErrorCode checked = checkExtraAttributes(text.c_str());
+    const ErrorCode checked = MUtils::checkExtraAttributes(text.c_str());
     require(checked.getError() <= 0 && checked.getError() >= -5, "a code of the parser's list");
 
     std::vector<char> own(text.c_str(), text.c_str() + std::char_traits<char>::length(text.c_str()) + 1);

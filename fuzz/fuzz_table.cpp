@@ -41,7 +41,7 @@ void append(const std::uint8_t* data, std::size_t size) {
     RIFile again;
     require(again.Open(nullptr, &stream).empty() && again.ReadInfoTags(nullptr) == 0, "listing it again");
     require(again.NumTags() == before + 1, "the old entries and the new one");
-    std::vector<char> note(kNoteBytes);
+    std::vector<char> note(MUtils::kNoteBytes);
     require(again.ReadTag(before, note.data()) == 0 && std::string(note.data()) == "appended", "the note");
 }
 
@@ -55,7 +55,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         require(file.Open(nullptr, &stream).empty(), "opening");
         const int code = file.ReadInfoTags(&mask);
         require((code <= 0 && code >= -5) || code == EINVAL, "a code of ReadInfoTags' list");
-        require(static_cast<std::size_t>(file.NumTags()) <= size / kTagHeaderBytes + 1,
+        require(static_cast<std::size_t>(file.NumTags()) <= size / MUtils::kTagHeaderBytes + 1,
                 "entries in the file");
         lookUp(file, size);
     }

@@ -25,7 +25,7 @@ void notes(const char* path) {
     RawImageInfo info;
     const bool failed = replaceRawNote(path, text, 0, &info);
     delete[] info.name;
-    char back[kNoteBytes] = {};
+    char back[MUtils::kNoteBytes] = {};
     if (!failed && !readRawNote(path, back, sizeof back))
         require(std::string(text).rfind(back, 0) == 0, "of the new note what the stored size allows");
 }
@@ -42,7 +42,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     (void)readMirtSettings(file.path(), &settings);
     require(static_cast<std::size_t>(settings.Size()) <= size, "settings that the file holds");
     const MUtils::FileSummary summary = MUtils::summariseFile(file.path(), true);
-    require(summary.tags.size() <= size / kTagHeaderBytes, "tags that the file holds");
+    require(summary.tags.size() <= size / MUtils::kTagHeaderBytes, "tags that the file holds");
     notes(file.path());
     return 0;
 }

@@ -6,6 +6,9 @@
 #include "rawimage/format.h"
 #include "support/scratch_buffer.h"
 
+namespace MUtils {
+inline namespace v1 {
+
 namespace {
 
 constexpr const char* kNotGathered = "Error writing data into memory stream";
@@ -32,8 +35,8 @@ const char* gather(const MBVTable& data, int count, int size, PMemStream& memStr
 
 }  // namespace
 
-const char* packChannel(const MBVTable& data, int count, int size, int level, MUtils::Deflater& deflater,
-                        PMemStream& memStream, MUtils::ByteBuffer& zipBuf, std::size_t& zippedSize) {
+const char* packChannel(const MBVTable& data, int count, int size, int level, Deflater& deflater,
+                        PMemStream& memStream, ByteBuffer& zipBuf, std::size_t& zippedSize) {
     const unsigned char* bytes = nullptr;
     if (const char* failure = gather(data, count, size, memStream, bytes)) return failure;
     // The bound is this formula's, not zlib's own; the room is what the buffer has grown to.
@@ -44,3 +47,6 @@ const char* packChannel(const MBVTable& data, int count, int size, int level, MU
         deflater.compress(zipBuf.data(), zippedSize, bytes, static_cast<std::size_t>(size), level);
     return code != 0 || zippedSize > INT_MAX - kTagHeaderBytes ? kNotPacked : nullptr;
 }
+
+}  // namespace v1
+}  // namespace MUtils

@@ -7,6 +7,9 @@
 #include "support/mbvtable.h"
 #include "support/pstream.h"
 
+namespace MUtils {
+inline namespace v1 {
+
 // packChannel's message when there is no memory or the stream is larger than a tag can be.
 constexpr const char* kNotPacked = "Error compressing data buffer.";
 
@@ -14,5 +17,8 @@ constexpr const char* kNotPacked = "Error compressing data buffer.";
 // `zipBuf`, whose first `zippedSize` bytes it then is. Values in several blocks are gathered in `memStream`,
 // which is open. Null on success, else the message of the step that failed; the buffers keep what memory they
 // got.
-const char* packChannel(const MBVTable& data, int count, int size, int level, MUtils::Deflater& deflater,
-                        PMemStream& memStream, MUtils::ByteBuffer& zipBuf, std::size_t& zippedSize);
+const char* packChannel(const MBVTable& data, int count, int size, int level, Deflater& deflater,
+                        PMemStream& memStream, ByteBuffer& zipBuf, std::size_t& zippedSize);
+
+}  // namespace v1
+}  // namespace MUtils

@@ -6,7 +6,8 @@
 
 #include "support/bytes.h"
 
-using namespace MUtils;
+namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -111,13 +112,13 @@ const RIF_PIXEL_KIND* findPixelKind(std::uint32_t tagId) {
     return row != std::end(kPixelKinds) ? row : nullptr;
 }
 
-std::int64_t MUtils::valuesBytes(std::int32_t width, std::int32_t height, int valueSize) {
+std::int64_t valuesBytes(std::int32_t width, std::int32_t height, int valueSize) {
     if (width < 0 || height < 0) return -1;
     const std::int64_t count = std::int64_t{width} * height;
     return count <= std::numeric_limits<std::int32_t>::max() / valueSize ? count * valueSize : -1;
 }
 
-std::int64_t MUtils::pixelBytes(const RIF_TAG& tag) {
+std::int64_t pixelBytes(const RIF_TAG& tag) {
     const RIF_PIXEL_KIND* kind = findPixelKind(tag.id);
     return kind != nullptr ? valuesBytes(tag.p4, tag.p5, kind->valueSize) : 0;
 }
@@ -200,3 +201,6 @@ RIRegionInfo decodeRegion(const unsigned char bytes[kRegionRecordBytes]) {
     regionFields(FieldReader(bytes), region);
     return region;
 }
+
+}  // namespace v1
+}  // namespace MUtils

@@ -8,10 +8,12 @@
 // at the end of a finished file the table of its tags. docs/raw_format.md tells the whole story. Encoders and
 // decoders stand side by side in format.cpp; on disk everything is little-endian, without gaps.
 
+namespace MUtils {
+inline namespace v1 {
+
 constexpr std::uint32_t RIF_MAGIC = 0x474D4952;  // "RIMG"
 constexpr std::uint32_t RIF_FORMAT_FIRST = 1;    // written, never tested
 constexpr std::uint32_t RIF_FORMAT_SECOND = 3;   // written, never tested
-constexpr std::uint32_t RIF_COMPRESSED = 1;      // flag: the region writer's pixel payloads are zlib streams
 
 constexpr int kFileHeaderBytes = 32;
 constexpr int kTagHeaderBytes = 40;
@@ -27,6 +29,11 @@ constexpr int kCompressionLevel = 9;
 // "WIND". In p7 of a pixel tag of height 0 it states a channel's window, outside which the channel was not
 // rendered: p2 x, p3 y, p4 width, p6 height. WTRegion writes it of a region of height 0.
 constexpr std::int32_t kChannelWindowMark = 0x444E4957;
+
+}  // namespace v1
+}  // namespace MUtils
+
+constexpr std::uint32_t RIF_COMPRESSED = 1;  // flag: the region writer's pixel payloads are zlib streams
 
 enum RIF_TAG_ID : std::uint32_t {
     TAG_RESOLUTION = 256,
@@ -48,18 +55,6 @@ enum RIF_TAG_ID : std::uint32_t {
     TAG_OVERLAY_TEXTS = 272,
     TAG_SETTINGS = 273
 };
-constexpr std::uint32_t kFirstTagId = TAG_RESOLUTION;
-constexpr std::uint32_t kLastTagId = TAG_SETTINGS;
-
-struct RIF_HEADER {
-    std::uint32_t magic = 0;
-    std::uint32_t formatFirst = 0;
-    std::uint32_t formatSecond = 0;
-    std::uint64_t infoTagsOffset =
-        0;  // file offset of the table's tag header; 0 in a file that was never closed
-    std::uint32_t flags = 0;
-    std::uint64_t reserved = 0;
-};
 
 // A tag header. `size` counts these 40 bytes and the payload. What p1 to p8 mean depends on the id; for a
 // pixel tag: channel type, x, y, width, height, two integers of the caller's, channel index.
@@ -76,15 +71,31 @@ struct RIF_TAG {
     std::int32_t p8 = 0;
 
     // Bytes after the header; negative when the size field is less than the header's own 40.
-    std::int64_t payloadBytes() const { return std::int64_t{size} - kTagHeaderBytes; }
+    std::int64_t payloadBytes() const { return std::int64_t{size} - MUtils::kTagHeaderBytes; }
 };
-static_assert(sizeof(RIF_TAG) == kTagHeaderBytes, "callers index its words by their byte offset");
+static_assert(sizeof(RIF_TAG) == MUtils::kTagHeaderBytes, "callers index its words by their byte offset");
 
 // A tag and the file offset of its header.
 struct INFOTAG : RIF_TAG {
     std::uint64_t offset = 0;
 };
-static_assert(sizeof(INFOTAG) == kInfoTagBytes, "callers size the list by it");
+static_assert(sizeof(INFOTAG) == MUtils::kInfoTagBytes, "callers size the list by it");
+
+namespace MUtils {
+inline namespace v1 {
+
+constexpr std::uint32_t kFirstTagId = TAG_RESOLUTION;
+constexpr std::uint32_t kLastTagId = TAG_SETTINGS;
+
+struct RIF_HEADER {
+    std::uint32_t magic = 0;
+    std::uint32_t formatFirst = 0;
+    std::uint32_t formatSecond = 0;
+    std::uint64_t infoTagsOffset =
+        0;  // file offset of the table's tag header; 0 in a file that was never closed
+    std::uint32_t flags = 0;
+    std::uint64_t reserved = 0;
+};
 
 // One channel as the file lists it.
 struct RIF_CHANNEL {
@@ -111,15 +122,11 @@ inline bool isPixelTag(std::uint32_t tagId) {
     return findPixelKind(tagId) != nullptr;
 }
 
-namespace MUtils {
-
 // Bytes of width x height values; -1 when a side is negative, or for more bytes than 31 bits count.
 std::int64_t valuesBytes(std::int32_t width, std::int32_t height, int valueSize);
 // Bytes of the values of a pixel tag, uncompressed; -1 when its parameters make no sense, 0 for any other
 // tag.
 std::int64_t pixelBytes(const RIF_TAG& tag);
-
-}  // namespace MUtils
 
 // "note", "camera", "float3 pixels", ...; "unknown" for an id that the format does not have.
 const char* tagName(std::uint32_t tagId);
@@ -145,3 +152,6 @@ RICameraInfo decodeCamera(const unsigned char bytes[kCameraRecordBytes]);
 
 void encodeRegion(const RIRegionInfo& region, unsigned char bytes[kRegionRecordBytes]);
 RIRegionInfo decodeRegion(const unsigned char bytes[kRegionRecordBytes]);
+
+}  // namespace v1
+}  // namespace MUtils

@@ -25,10 +25,10 @@ struct RIFile::Channel {
 // next one.
 struct RIFile::Packing {
     MUtils::Deflater deflater;
-    int level = kCompressionLevel;
+    int level = MUtils::kCompressionLevel;
     int threads = 1;
     ThreadManager* manager = nullptr;
-    std::unique_ptr<RegionPacker> packer;
+    std::unique_ptr<MUtils::RegionPacker> packer;
     std::vector<Channel> channels;
-    std::vector<RegionPacker::Order> orders;
+    std::vector<MUtils::RegionPacker::Order> orders;
 };

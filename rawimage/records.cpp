@@ -64,6 +64,6 @@ void RISceneInfo::setName(const char* text) {
 }
 
 int getChanSize(int tagId) {
-    const RIF_PIXEL_KIND* kind = findPixelKind(static_cast<unsigned>(tagId));
+    const MUtils::RIF_PIXEL_KIND* kind = MUtils::findPixelKind(static_cast<unsigned>(tagId));
     return kind != nullptr ? kind->valueSize : -1;
 }

@@ -6,6 +6,9 @@
 
 #include "support/scratch_buffer.h"
 
+namespace MUtils {
+inline namespace v1 {
+
 namespace {
 
 // Regions that a channel's cost is averaged over: a single one may have nothing in it.
@@ -98,3 +101,6 @@ void RegionPacker::pack(Packed& packed, int level, Tools& tools) {
     packed.cost = packed.timed ? packed.cost + (cost - packed.cost) / kCostMemory : cost;
     packed.timed = true;
 }
+
+}  // namespace v1
+}  // namespace MUtils

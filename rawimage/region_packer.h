@@ -8,6 +8,9 @@
 #include "rawimage/channel_packer.h"
 #include "support/job_queue.h"
 
+namespace MUtils {
+inline namespace v1 {
+
 // Packs the channels of a region on several threads, for a writer that takes them one by one in order. The
 // writer's thread packs, too, while what it asks for is not there. At most `threads` channels are being
 // packed at a time; those that are done before their turn wait at their packed size. One thread, the
@@ -38,7 +41,7 @@ class RegionPacker final : private JobQueue {
   private:
     struct Packed {
         Order order;
-        MUtils::ByteBuffer bytes;
+        ByteBuffer bytes;
         std::size_t size = 0;
         const char* failure = nullptr;
         bool done = false;
@@ -48,9 +51,9 @@ class RegionPacker final : private JobQueue {
     };
     // What one thread packs with.
     struct Tools {
-        MUtils::Deflater deflater;
+        Deflater deflater;
         PMemStream memStream;
-        MUtils::ByteBuffer zipBuf;
+        ByteBuffer zipBuf;
     };
 
     int jobProc(int threadIndex, int jobIndex, void* data) override;
@@ -66,3 +69,6 @@ class RegionPacker final : private JobQueue {
     std::vector<std::size_t> sequence_;  // orders as they are begun
     std::size_t next_ = 0;               // in the sequence
 };
+
+}  // namespace v1
+}  // namespace MUtils

@@ -5,6 +5,7 @@
 #include "support/scratch_buffer.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 bool TableEntries::readPiece() {
     constexpr std::int64_t kMostEntries = 1024;
@@ -29,4 +30,5 @@ bool TableEntries::next(INFOTAG& entry) {
     return true;
 }
 
+}  // namespace v1
 }  // namespace MUtils

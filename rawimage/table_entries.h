@@ -7,6 +7,7 @@
 #include "support/pstream.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // Reads the entries of a tag table, many at a time. Throws std::bad_alloc.
 class TableEntries {
@@ -37,4 +38,5 @@ class TableEntries {
     ByteBuffer piece_;
 };
 
+}  // namespace v1
 }  // namespace MUtils

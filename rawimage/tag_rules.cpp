@@ -6,6 +6,7 @@
 #include "support/deflate.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -152,9 +153,10 @@ bool TagRules::cutInPayload(const RIF_TAG& tag, std::int64_t offset, std::int64_
     return contentFault(tag) == nullptr && tag.size > end - offset;
 }
 
+}  // namespace v1
 }  // namespace MUtils
 
-const char* tagName(std::uint32_t tagId) {
+const char* MUtils::tagName(std::uint32_t tagId) {
     const MUtils::TagRow* row = MUtils::findTagRow(tagId);
     return row != nullptr ? row->name : "unknown";
 }

@@ -9,6 +9,7 @@
 // docs/raw_format.md describes the tags; one row here states each.
 
 namespace MUtils {
+inline namespace v1 {
 
 // What the payload of a tag consists of, and which parameters give its size.
 enum class PayloadKind {
@@ -118,4 +119,5 @@ class TagRules {
     bool compressed_;
 };
 
+}  // namespace v1
 }  // namespace MUtils

@@ -12,9 +12,11 @@
 #define RAWIMAGE_VERSION_TEXT(version) #version
 
 namespace MUtils {
+inline namespace v1 {
 
 // The version of the library that is linked, which need not be the one of the headers where it is shared. The
 // text lives as long as the program.
 const char* rawimageVersion();
 
+}  // namespace v1
 }  // namespace MUtils

@@ -9,8 +9,7 @@
 #include "support/bytes.h"
 #include "support/scratch_buffer.h"
 
-using MUtils::bitsFromFloat;
-using MUtils::storeU64;
+using namespace MUtils;
 
 RIFileBase::~RIFileBase() = default;
 

@@ -8,8 +8,12 @@
 #include "format.h"
 #include "output_file.h"
 
+namespace MUtils {
+inline namespace v1 {
 class RegionPacker;
 class TagDecoder;
+}  // namespace v1
+}  // namespace MUtils
 
 // A raw image file, written or read.
 //
@@ -143,7 +147,7 @@ class RIFile : public RIFileBase {
     int lastError = 0;
     bool writeMode = false;
     PList<INFOTAG> infoTags{100};
-    RIF_HEADER header;
+    MUtils::RIF_HEADER header;
     PMemStream memStream{1000};
     MUtils::ByteBuffer zipBuf;
     MUtils::ByteBuffer rawBuf;
@@ -168,15 +172,15 @@ class RIFile : public RIFileBase {
     ErrorCode writeTable();
     bool writeBareHeader(const RIF_TAG& tag);
     bool writeField(const void* bytes, int size);
-    bool writeChannelRecord(const RIF_CHANNEL& channel);
+    bool writeChannelRecord(const MUtils::RIF_CHANNEL& channel);
     ErrorCode writeBlob(const Blob& blob);
     ErrorCode writeRecord(const Record& record);
     ErrorCode writeValues(const char* operation, std::uint32_t id, int valueSize, const MBVTable& data,
                           const std::int32_t (&p)[8]);
-    ErrorCode writeChannel(const Channel& channel, RegionPacker* packer);
-    RegionPacker* startPacking();
-    const char* pack(const Channel& channel, RegionPacker* packer, int count, const unsigned char*& zipped,
-                     std::size_t& zippedSize);
+    ErrorCode writeChannel(const Channel& channel, MUtils::RegionPacker* packer);
+    MUtils::RegionPacker* startPacking();
+    const char* pack(const Channel& channel, MUtils::RegionPacker* packer, int count,
+                     const unsigned char*& zipped, std::size_t& zippedSize);
 
     int loadTable(std::uint64_t offset);
     int readEntries(std::int64_t count);
@@ -191,5 +195,5 @@ class RIFile : public RIFileBase {
     std::unique_ptr<Packing> packing_;
     // Made by the first ParseTag, and released by the function that comes with it: the writer does not know
     // the decoder.
-    std::unique_ptr<TagDecoder, void (*)(TagDecoder*)> decoder_{nullptr, nullptr};
+    std::unique_ptr<MUtils::TagDecoder, void (*)(MUtils::TagDecoder*)> decoder_{nullptr, nullptr};
 };

@@ -5,6 +5,8 @@
 #include "rawimage/writer.h"
 #include "support/bytes.h"
 
+using namespace MUtils;
+
 // The writers of frame metadata: text and opaque data, which go into the table, and the three fixed records,
 // which do not.
 

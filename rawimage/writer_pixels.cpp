@@ -5,6 +5,8 @@
 
 #include "rawimage/packing.h"
 
+using namespace MUtils;
+
 namespace {
 
 // The bytes of width x height values, or -1 when a tag cannot hold as many.

@@ -5,6 +5,7 @@
 #include "support/scratch_buffer.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -56,4 +57,5 @@ bool readExactly(PStream& stream, void* bytes, int size) {
     return stream.Read(bytes, size, got) == 0 && got == size;
 }
 
+}  // namespace v1
 }  // namespace MUtils

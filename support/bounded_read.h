@@ -9,6 +9,7 @@
 // in growing pieces where the stream does not know its length, before memory is allocated for it.
 
 namespace MUtils {
+inline namespace v1 {
 
 // True when `stream` may hold `size` more bytes: false when it knows that it does not, or `size` is negative.
 bool mayHold(PStream& stream, std::int64_t size);
@@ -25,4 +26,5 @@ bool readPayloadAt(PStream& stream, std::int64_t offset, std::int64_t size, Byte
 // Reads exactly `size` bytes; false when the stream fails or gives fewer.
 bool readExactly(PStream& stream, void* bytes, int size);
 
+}  // namespace v1
 }  // namespace MUtils

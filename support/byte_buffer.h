@@ -4,6 +4,7 @@
 #include <memory>
 
 namespace MUtils {
+inline namespace v1 {
 
 // A block of bytes that an object owns and reuses from call to call.
 struct ByteBuffer {
@@ -14,4 +15,5 @@ struct ByteBuffer {
     const unsigned char* data() const { return bytes.get(); }
 };
 
+}  // namespace v1
 }  // namespace MUtils

@@ -8,6 +8,7 @@
 // survives.
 
 namespace MUtils {
+inline namespace v1 {
 
 inline std::uint32_t loadU32(const unsigned char* bytes) {
     return std::uint32_t{bytes[0]} | std::uint32_t{bytes[1]} << 8 | std::uint32_t{bytes[2]} << 16 |
@@ -58,4 +59,5 @@ inline void storeF32(unsigned char* bytes, float value) {
     storeU32(bytes, bitsFromFloat(value));
 }
 
+}  // namespace v1
 }  // namespace MUtils

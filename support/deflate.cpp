@@ -10,6 +10,7 @@
 #endif
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -208,4 +209,5 @@ int Inflater::measure(std::size_t& outSize, const unsigned char* data, std::size
     return code == Z_NEED_DICT || code == Z_BUF_ERROR ? Z_DATA_ERROR : code;
 }
 
+}  // namespace v1
 }  // namespace MUtils

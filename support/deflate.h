@@ -4,6 +4,7 @@
 #include <memory>
 
 namespace MUtils {
+inline namespace v1 {
 
 // The zlib calls. Both classes answer zlib's own result codes (0 is success) and keep zlib's working memory
 // from call to call, so that a file of thousands of payloads allocates once. One object serves one thread at
@@ -78,4 +79,5 @@ constexpr std::size_t inflateLimit(std::size_t size) {
     return size * 1032 + 64;
 }
 
+}  // namespace v1
 }  // namespace MUtils

@@ -12,6 +12,7 @@
 #include <thread>
 
 namespace MUtils {
+inline namespace v1 {
 
 bool isSameFile(const char* a, const char* b) {
     std::error_code ignored;
@@ -47,4 +48,5 @@ int lockForWriting(int descriptor) {
     return 0;
 }
 
+}  // namespace v1
 }  // namespace MUtils

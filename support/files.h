@@ -3,6 +3,7 @@
 // Questions about files by name, and the lock that keeps a second writer out of one.
 
 namespace MUtils {
+inline namespace v1 {
 
 // True when both names lead to one existing file, through links too.
 bool isSameFile(const char* a, const char* b);
@@ -16,4 +17,5 @@ bool isBeingWritten(const char* fileName);
 // system knows no locks, or EWOULDBLOCK when another writer has it.
 int lockForWriting(int descriptor);
 
+}  // namespace v1
 }  // namespace MUtils

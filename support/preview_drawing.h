@@ -5,6 +5,7 @@
 #include "support/rd_preview.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // The pixels of a bucket as colours, made when they are drawn: a channel of any type needs no second table.
 class PixelSource {
@@ -32,4 +33,5 @@ struct PreviewTarget {
 void drawBucket(const PixelSource& source, const PreviewBox& box, const PreviewTarget& target,
                 ColCor* corrector);
 
+}  // namespace v1
 }  // namespace MUtils

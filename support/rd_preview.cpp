@@ -168,6 +168,8 @@ bool CreateRDPreview(int /*mode*/, int /*reserved*/, int /*valueType*/, int /*al
     return true;
 }
 
+inline namespace v1 {
+
 void drawBucket(const PixelSource& source, const PreviewBox& box, const PreviewTarget& target,
                 ColCor* corrector) {
     const bool sound = target.canvasWidth > 0 && target.canvasHeight > 0 && target.width > 0 &&
@@ -192,5 +194,7 @@ void drawBucket(const PixelSource& source, const PreviewBox& box, const PreviewT
             line[column] = displayed(&sums[3 * column], corrector);
     }
 }
+
+}  // namespace v1
 
 }  // namespace MUtils

@@ -11,6 +11,7 @@
 // Byte buffers as working memory: they only ever grow, to exactly the size that is asked for.
 
 namespace MUtils {
+inline namespace v1 {
 
 inline void release(ByteBuffer& buffer) {
     buffer.bytes.reset();
@@ -49,4 +50,5 @@ inline unsigned char* grow(ByteBuffer& buffer, std::size_t size, std::size_t use
     return buffer.data();
 }
 
+}  // namespace v1
 }  // namespace MUtils

@@ -3,6 +3,7 @@
 #include "support/pstream.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // A stream that passes every operation on to another one, which must outlive it: the base of streams that
 // change one or two of them.
@@ -27,4 +28,5 @@ class StreamWrapper : public PStream {
     PStream& wrapped_;
 };
 
+}  // namespace v1
 }  // namespace MUtils

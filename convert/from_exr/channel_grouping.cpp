@@ -8,10 +8,11 @@
 #include "rawimage/format.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
-constexpr std::size_t kMaxNameLength = kChannelNameBytes - 1;
+constexpr std::size_t kMaxNameLength = MUtils::kChannelNameBytes - 1;
 constexpr const char* kPartWithoutPrefix = "other";
 
 struct Pattern {
@@ -231,4 +232,5 @@ Grouping groupChannels(const std::vector<std::string>& partNames,
     return Grouper(partNames, channels).run();
 }
 
+}  // namespace v1
 }  // namespace MUtils

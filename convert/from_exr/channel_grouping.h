@@ -7,6 +7,7 @@
 #include "rawimage/records.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // One channel of an OpenEXR file, as the header of its part lists it.
 struct SourceChannel {
@@ -51,4 +52,5 @@ struct Grouping {
 // taken gets "~2", "~3" ...
 Grouping groupChannels(const std::vector<std::string>& partNames, const std::vector<SourceChannel>& channels);
 
+}  // namespace v1
 }  // namespace MUtils

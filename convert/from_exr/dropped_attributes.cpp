@@ -11,6 +11,7 @@
 #include "exr/header_facts.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -71,4 +72,5 @@ std::vector<std::string> droppedAttributes(const ExrInput& input, const ExrMetad
     return dropped;
 }
 
+}  // namespace v1
 }  // namespace MUtils

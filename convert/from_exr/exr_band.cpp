@@ -12,6 +12,7 @@
 #include "exr/header_facts.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -230,4 +231,5 @@ bool ExrBand::holds(const PixelBox& area) const {
     return true;
 }
 
+}  // namespace v1
 }  // namespace MUtils

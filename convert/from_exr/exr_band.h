@@ -13,6 +13,7 @@
 #include "convert/from_exr/exr_input.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // What of a part could not be read.
 struct ExrLoss {
@@ -81,4 +82,5 @@ class ExrBand {
     ExrLoss loss_;
 };
 
+}  // namespace v1
 }  // namespace MUtils

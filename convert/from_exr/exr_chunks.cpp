@@ -11,6 +11,7 @@
 #include "support/bytes.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -178,4 +179,5 @@ std::int64_t ExrChunks::chunksThere(int part) {
     return parts_[static_cast<std::size_t>(part)].there;
 }
 
+}  // namespace v1
 }  // namespace MUtils

@@ -11,6 +11,7 @@
 #include "support/pstream.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // The places and sizes of an OpenEXR file's chunks, which are blocks of scan lines or tiles, read without
 // OpenEXR: it allocates memory for whatever a header claims, and passes off what that memory contains as
@@ -51,4 +52,5 @@ class ExrChunks {
     std::vector<Part> parts_;
 };
 
+}  // namespace v1
 }  // namespace MUtils

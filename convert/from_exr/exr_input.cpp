@@ -15,6 +15,7 @@
 #include "exr/header_facts.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -144,4 +145,5 @@ ExrMetadata ExrInput::metadata() const {
     return result;
 }
 
+}  // namespace v1
 }  // namespace MUtils

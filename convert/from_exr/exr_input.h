@@ -17,6 +17,7 @@
 #include "rawimage/records.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // Frame metadata that the OpenEXR writers make header attributes of.
 struct ExrMetadata {
@@ -80,4 +81,5 @@ class ExrInput {
     std::vector<SourceChannel> channels_;
 };
 
+}  // namespace v1
 }  // namespace MUtils

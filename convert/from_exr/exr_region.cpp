@@ -6,11 +6,12 @@
 #include "rawimage/format.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
 int valueSize(const GroupedChannel& channel) {
-    return findChannelKind(channel.type)->valueSize;
+    return MUtils::findChannelKind(channel.type)->valueSize;
 }
 
 }  // namespace
@@ -37,7 +38,7 @@ ExrRegion::ExrRegion(const ExrInput& input, const std::vector<GroupedChannel>& c
     }
     for (const GroupedChannel& channel : channels) {
         tables_.push_back(std::make_unique<MBVTable>(valueSize(channel), 0));
-        tables_.back()->initNotResizable(maxPixels, valueSize(channel), kMaxBlockBytes);
+        tables_.back()->initNotResizable(maxPixels, valueSize(channel), MUtils::kMaxBlockBytes);
         RegionChannel entry;
         entry.type = channel.type;
         entry.alias = channel.alias;
@@ -96,4 +97,5 @@ void ExrRegion::loadChannel(const ExrBand& band, const GroupedChannel& channel, 
     table.loadFromBuffer(values_.data(), static_cast<int>(area.area()));
 }
 
+}  // namespace v1
 }  // namespace MUtils

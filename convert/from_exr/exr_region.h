@@ -11,6 +11,7 @@
 #include "rawimage/records.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // The readers of a file's parts; null for a part that has nothing within the frame.
 using ExrBands = std::vector<std::unique_ptr<ExrBand>>;
@@ -65,4 +66,5 @@ class ExrRegion {
     std::vector<std::uint32_t> values_;
 };
 
+}  // namespace v1
 }  // namespace MUtils

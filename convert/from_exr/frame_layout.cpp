@@ -1,6 +1,7 @@
 #include "convert/from_exr/frame_layout.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 FrameLayout::FrameLayout(std::int64_t width, std::int64_t height, const std::vector<PixelBox>& windows,
                          std::int64_t bucketWidth, std::int64_t bucketHeight)
@@ -28,4 +29,5 @@ PixelBox FrameLayout::bucketRow(int part, std::int64_t row) const {
     return intersect(visible(part), {0, row * bucketHeight_, frame_.x1, (row + 1) * bucketHeight_});
 }
 
+}  // namespace v1
 }  // namespace MUtils

@@ -7,6 +7,7 @@
 #include "rawimage/area/pixel_box.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // Cuts a frame that is given in parts, each with a window of its own, into buckets. They lie on the frame's
 // grid and are clipped to the frame and to the window of their part, so that they have no pixel that is not
@@ -49,4 +50,5 @@ class FrameLayout {
     std::int64_t cutPixels_ = 0;
 };
 
+}  // namespace v1
 }  // namespace MUtils

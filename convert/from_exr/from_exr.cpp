@@ -18,6 +18,7 @@
 #include "rawimage/format.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -196,7 +197,7 @@ class FromExr {
             if (*window == layout_.rendered() || std::find(windows.begin(), window, *window) != window)
                 continue;
             output.check(output.file().WTRegion(region_.announce(windows, *window), 0,
-                                                pixels(window->height()), kChannelWindowMark));
+                                                pixels(window->height()), MUtils::kChannelWindowMark));
         }
     }
 
@@ -314,4 +315,5 @@ ConvertReport convertFromExr(const std::string& input, const std::string& output
     return runBoth(*makeFromExr(input, options), output);
 }
 
+}  // namespace v1
 }  // namespace MUtils

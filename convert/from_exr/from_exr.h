@@ -7,6 +7,7 @@
 #include "../conversion.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // The pixels of an OpenEXR file that become the frame of the raw image.
 enum class FrameChoice { kDisplayWindow, kDataWindow, kUnion };
@@ -34,4 +35,5 @@ std::unique_ptr<Conversion> makeFromExr(const std::string& input, const FromExrO
 ConvertReport convertFromExr(const std::string& input, const std::string& output,
                              const FromExrOptions& options);
 
+}  // namespace v1
 }  // namespace MUtils

@@ -6,6 +6,7 @@
 #include "convert/texts.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 int RawOutput::Stream::Write(const void* data, int size, int& bytesWritten) {
     const int code = PFileStream::Write(data, size, bytesWritten);
@@ -35,4 +36,5 @@ void RawOutput::close() {
     check(file_.Close());
 }
 
+}  // namespace v1
 }  // namespace MUtils

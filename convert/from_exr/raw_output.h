@@ -7,6 +7,7 @@
 #include "support/pstream.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // The raw image that a conversion writes. Every error becomes a ConvertError (kWriteFailed) with the place
 // where writing broke off, what the system said, and the chain of operations.
@@ -41,4 +42,5 @@ class RawOutput {
     RIFile file_;
 };
 
+}  // namespace v1
 }  // namespace MUtils

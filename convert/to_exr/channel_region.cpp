@@ -7,6 +7,7 @@
 #include <new>
 
 namespace MUtils {
+inline namespace v1 {
 
 ZeroedTable::~ZeroedTable() {
     // So that the base class frees nothing.
@@ -93,4 +94,5 @@ void copyPixels(const ChannelRegion& from, const PixelBox& box, ChannelRegion& t
     }
 }
 
+}  // namespace v1
 }  // namespace MUtils

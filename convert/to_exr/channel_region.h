@@ -11,6 +11,7 @@
 #include "support/mbvtable.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // Values in one piece that are 0 until they are written, and take no memory until then: a frame with few
 // buckets costs little.
@@ -64,4 +65,5 @@ class ChannelRegion final : public MRRegionData {
 // the same channels.
 void copyPixels(const ChannelRegion& from, const PixelBox& box, ChannelRegion& to);
 
+}  // namespace v1
 }  // namespace MUtils

@@ -10,6 +10,7 @@
 #include "convert/header_attributes.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 CopiedAttributes::CopiedAttributes(const std::string& path, std::set<std::string> taken)
     : taken_(std::move(taken)) {
@@ -56,4 +57,5 @@ std::set<std::string> namesInText(const std::string& attributes) {
     return names;
 }
 
+}  // namespace v1
 }  // namespace MUtils

@@ -9,6 +9,7 @@
 #include "exr/attr_parser.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // Copies the attributes of an OpenEXR file into the headers of another, with their types: all but those that
 // describe how pixels are stored and where, and those that the writers make of tags. The first part gets the
@@ -32,4 +33,5 @@ class CopiedAttributes final : public ExrHeaderEditor {
 // The names of the attributes in a text that checkExtraAttributes() accepts.
 std::set<std::string> namesInText(const std::string& attributes);
 
+}  // namespace v1
 }  // namespace MUtils

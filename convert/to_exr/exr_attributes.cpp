@@ -4,6 +4,7 @@
 #include <cstdint>
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -50,4 +51,5 @@ std::string joinAttributes(const std::string& first, const std::string& second) 
     return first + "; " + second;
 }
 
+}  // namespace v1
 }  // namespace MUtils

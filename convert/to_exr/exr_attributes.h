@@ -6,6 +6,7 @@
 #include "rawimage/tools/summary.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // Records of a raw image as a text of extra attributes.
 struct ExrAttributes {
@@ -21,4 +22,5 @@ ExrAttributes exrAttributes(const FileSummary& records, bool withStampText);
 // Joins two texts, either of which may be empty or end in a semicolon.
 std::string joinAttributes(const std::string& first, const std::string& second);
 
+}  // namespace v1
 }  // namespace MUtils

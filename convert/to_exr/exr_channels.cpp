@@ -11,10 +11,11 @@
 #include "exr/exr_file.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
-constexpr std::size_t kMaxNameLength = kChannelNameBytes - 1;
+constexpr std::size_t kMaxNameLength = MUtils::kChannelNameBytes - 1;
 // The library looks for a part's name among all parts.
 constexpr std::size_t kMaxChannels = 10000;
 
@@ -124,7 +125,7 @@ void applyGlobs(const std::string& file, const std::vector<std::string>& globs,
 
 }  // namespace
 
-ExrChannel::ExrChannel(const RIF_CHANNEL& record)
+ExrChannel::ExrChannel(const MUtils::RIF_CHANNEL& record)
     : index(record.index),
       type(static_cast<RegionChannelType>(record.type)),
       alias(static_cast<RegionChannelAlias>(record.alias)),
@@ -136,7 +137,7 @@ bool ExrChannel::isWritten() const {
 }
 
 int ExrChannel::valueSize() const {
-    return findChannelKind(type)->valueSize;
+    return MUtils::findChannelKind(type)->valueSize;
 }
 
 ExrChannels selectExrChannels(const RawInput& input, const std::vector<std::string>& globs, int kind) {
@@ -169,4 +170,5 @@ ExrChannels selectExrChannels(const RawInput& input, const std::vector<std::stri
     return result;
 }
 
+}  // namespace v1
 }  // namespace MUtils

@@ -7,11 +7,12 @@
 #include "rawimage/format.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // A channel of a raw image, as the OpenEXR writers take it.
 class ExrChannel final : public RegionChannelCallback {
   public:
-    explicit ExrChannel(const RIF_CHANNEL& record);
+    explicit ExrChannel(const MUtils::RIF_CHANNEL& record);
 
     RegionChannelType getType() override { return type; }
     RegionChannelAlias getAlias() override { return alias; }
@@ -44,4 +45,5 @@ struct ExrChannels {
 // would be written or there are too many channels, and for a file without a channel list.
 ExrChannels selectExrChannels(const RawInput& input, const std::vector<std::string>& globs, int kind);
 
+}  // namespace v1
 }  // namespace MUtils

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -37,4 +38,5 @@ std::optional<ConvertNote> storageRemark(int compression, int bits, const std::v
     }
 }
 
+}  // namespace v1
 }  // namespace MUtils

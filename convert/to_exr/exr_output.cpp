@@ -5,6 +5,7 @@
 #include "convert/convert_error.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 ExrOutput::ExrOutput(const std::string& path, int kind) : file_(kind) {
     run([&path](ExrFile& file) { return file.Create(path.c_str(), nullptr); });
@@ -32,4 +33,5 @@ void ExrOutput::close() {
     open_ = false;
 }
 
+}  // namespace v1
 }  // namespace MUtils

@@ -6,6 +6,7 @@
 #include "exr/exr_file.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // The OpenEXR file that a conversion writes. Every error, and every exception of OpenEXR, becomes a
 // ConvertError (kWriteFailed) with the chain of operations.
@@ -28,4 +29,5 @@ class ExrOutput {
     bool open_ = true;
 };
 
+}  // namespace v1
 }  // namespace MUtils

@@ -14,6 +14,7 @@
 #include "rawimage/read/tag_reader.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -214,7 +215,7 @@ const char* PixelLoader::place(const INFOTAG& tag, const PixelBox& box, ChannelR
                                Decoder& decoder) {
     const PixelBox from = boxOf(tag);
     const std::size_t channel = byIndex_.at(tag.p8);
-    if (findPixelKind(tag.id)->valueSize != region.table(channel)->itemSize)
+    if (MUtils::findPixelKind(tag.id)->valueSize != region.table(channel)->itemSize)
         return "the values are of another type than the channel's";
     if (pixelBytes(tag) > kLargestHeld) {
         RowRooms rooms(from, box, region.table(channel)->itemSize, channel, region);
@@ -229,4 +230,5 @@ const char* PixelLoader::place(const INFOTAG& tag, const PixelBox& box, ChannelR
     });
 }
 
+}  // namespace v1
 }  // namespace MUtils

@@ -14,6 +14,7 @@
 #include "convert/work_count.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // Fills rectangles of a frame with the pixels of a raw image's tags.
 class PixelLoader {
@@ -71,4 +72,5 @@ class PixelLoader {
     std::exception_ptr failure_;
 };
 
+}  // namespace v1
 }  // namespace MUtils

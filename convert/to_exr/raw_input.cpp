@@ -9,6 +9,7 @@
 #include "convert/open_input.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -82,4 +83,5 @@ void RawInput::refuseWithout(const std::string& what) const {
                        path_, "has no " + what + (sound ? "" : ": " + inspection_.cause));
 }
 
+}  // namespace v1
 }  // namespace MUtils

@@ -7,6 +7,7 @@
 #include "rawimage/tools/summary.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // A raw image opened for conversion: its inspection and the frame's records. Damaged and unfinished files
 // open too, with what is sound in them.
@@ -38,4 +39,5 @@ class RawInput {
     FileSummary records_;
 };
 
+}  // namespace v1
 }  // namespace MUtils

@@ -6,6 +6,7 @@
 #include "rawimage/area/tag_box.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -115,4 +116,5 @@ ConvertState noteRawLosses(const RawInput& input, const std::vector<ExrChannel>&
     return unfinished || lacksPixels ? ConvertState::kIncomplete : ConvertState::kGood;
 }
 
+}  // namespace v1
 }  // namespace MUtils

@@ -8,6 +8,7 @@
 #include "convert/to_exr/raw_input.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // Enters in the report the damage of a raw image, with the tags that could not be read (`unread`), and the
 // pixels that the written channels lack. Of many faults the first 1000 are listed. Returns the state of the
@@ -16,4 +17,5 @@ namespace MUtils {
 ConvertState noteRawLosses(const RawInput& input, const std::vector<ExrChannel>& channels,
                            const PixelLoader::Losses& unread, ConvertReport& report);
 
+}  // namespace v1
 }  // namespace MUtils

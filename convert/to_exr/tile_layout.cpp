@@ -7,6 +7,7 @@
 #include "rawimage/area/tag_box.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -89,4 +90,5 @@ std::vector<PixelBox> TileLayout::tiles(const PixelBox& band) const {
     return result;
 }
 
+}  // namespace v1
 }  // namespace MUtils

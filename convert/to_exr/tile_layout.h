@@ -9,6 +9,7 @@
 #include "rawimage/area/pixel_box.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // Pixels that are loaded together, and the tags that have them, in file order.
 struct TileBand {
@@ -49,4 +50,5 @@ class TileLayout {
     std::optional<RIRegionInfo> region_;
 };
 
+}  // namespace v1
 }  // namespace MUtils

@@ -25,6 +25,7 @@
 #include "support/job_queue.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -272,4 +273,5 @@ ConvertReport convertToExr(const std::string& input, const std::string& output, 
     return runBoth(*makeToExr(input, options), output);
 }
 
+}  // namespace v1
 }  // namespace MUtils

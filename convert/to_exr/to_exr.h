@@ -8,6 +8,7 @@
 #include "../conversion.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 struct ToExrOptions {
     int kind = ExrFile::kScanline;  // ExrFile::Kind
@@ -36,4 +37,5 @@ std::unique_ptr<Conversion> makeToExr(const std::string& input, const ToExrOptio
 // Both steps at once, whatever is lost.
 ConvertReport convertToExr(const std::string& input, const std::string& output, const ToExrOptions& options);
 
+}  // namespace v1
 }  // namespace MUtils

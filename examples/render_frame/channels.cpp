@@ -33,10 +33,11 @@ static_assert(std::size(kChannels) <= 32, "a bit of ChannelMask for each");
 
 }  // namespace
 
-std::vector<RIF_CHANNEL> channelRecords() {
-    std::vector<RIF_CHANNEL> records;
+std::vector<MUtils::RIF_CHANNEL> channelRecords() {
+    std::vector<MUtils::RIF_CHANNEL> records;
     for (const ChannelRow& row : kChannels)
-        records.push_back(makeChannel(static_cast<int>(records.size()), row.type, row.alias, 0, row.name));
+        records.push_back(
+            MUtils::makeChannel(static_cast<int>(records.size()), row.type, row.alias, 0, row.name));
     return records;
 }
 

@@ -23,7 +23,7 @@ using ChannelMask = uint32_t;
 constexpr ChannelMask kAllChannels = ~ChannelMask{0};
 
 // The channels of the frame as a raw image lists them.
-std::vector<RIF_CHANNEL> channelRecords();
+std::vector<MUtils::RIF_CHANNEL> channelRecords();
 
 // The description of a channel as an output file asks for it.
 class ChannelDescription final : public RegionChannelCallback {

@@ -43,7 +43,7 @@ void declareOutput(CLI::App& app, Options& options) {
         ->capture_default_str();
     app.add_flag("--thumbnail", options.thumbnail, "store a preview picture too");
     app.add_option("--level", options.level, "compression of raw images, 1 (fast) to 9 (small)")
-        ->check(CLI::Range(1, kCompressionLevel))
+        ->check(CLI::Range(1, MUtils::kCompressionLevel))
         ->capture_default_str();
 }
 

@@ -24,7 +24,7 @@ struct Options {
     std::string kind;
     int bits = 32;
     std::string compression = "zips";
-    int level = kCompressionLevel;
+    int level = MUtils::kCompressionLevel;
     Size size{640, 360};
     Size bucket{64, 64};
     int samples = RenderSettings{}.samples;

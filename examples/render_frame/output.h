@@ -34,7 +34,7 @@ struct OutputSpec {
     std::string path;
     FileKind kind = FileKind::kRaw;
     // Raw images only.
-    int level = kCompressionLevel;
+    int level = MUtils::kCompressionLevel;
     int threads = 1;  // that compress
     // OpenEXR only.
     int bits = 32;        // of a value that is no integer

@@ -64,11 +64,11 @@ RenderSettings settingsOf(const std::string& path, const MUtils::FileSummary& su
 }
 
 bool sameChannels(const MUtils::FileSummary& summary) {
-    const std::vector<RIF_CHANNEL> own = channelRecords();
+    const std::vector<MUtils::RIF_CHANNEL> own = channelRecords();
     return summary.furtherChannels == 0 &&
            std::equal(own.begin(), own.end(), summary.channels.begin(), summary.channels.end(),
-                      [](const RIF_CHANNEL& a, const MUtils::ChannelSummary& summarised) {
-                          const RIF_CHANNEL& b = summarised.record;
+                      [](const MUtils::RIF_CHANNEL& a, const MUtils::ChannelSummary& summarised) {
+                          const MUtils::RIF_CHANNEL& b = summarised.record;
                           return summarised.listed && a.index == b.index && a.type == b.type &&
                                  a.alias == b.alias && a.flags == b.flags && std::string(a.name) == b.name;
                       });

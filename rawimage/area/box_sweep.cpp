@@ -8,6 +8,7 @@
 #include "rawimage/area/coverage.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -217,4 +218,5 @@ MissingBoxes unitedBoxes(const std::vector<PixelBox>& boxes, const PixelBox& are
     return BoxSweep(area, boxes).boxesOf(BoxSweep::Part::kCovered, limit);
 }
 
+}  // namespace v1
 }  // namespace MUtils

@@ -8,6 +8,7 @@
 #include "rawimage/area/pixel_box.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // Goes over an area from the top down, one band of rows after another. Within a band no box begins or ends,
 // so every row of it is covered in the same columns, which a segment tree keeps.
@@ -42,4 +43,5 @@ class BoxSweep {
     std::vector<ClippedBox> boxes_;
 };
 
+}  // namespace v1
 }  // namespace MUtils

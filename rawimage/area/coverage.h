@@ -6,6 +6,7 @@
 #include "pixel_box.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // Returns how many pixels of `frame` lie in at least one of `boxes`, which may overlap and may lie outside
 // the frame. Coordinates outside the range of int32 do not count; a result beyond the range of int64 is cut
@@ -13,4 +14,5 @@ namespace MUtils {
 // std::bad_alloc.
 std::int64_t coveredPixels(const std::vector<PixelBox>& boxes, const PixelBox& frame);
 
+}  // namespace v1
 }  // namespace MUtils

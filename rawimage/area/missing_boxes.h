@@ -6,6 +6,7 @@
 #include "pixel_box.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // A part of an area, as boxes that do not overlap, from the top down and from the left. Neighbours are joined
 // where that gives a box.
@@ -26,4 +27,5 @@ MissingBoxes missingBoxes(const std::vector<PixelBox>& boxes, const PixelBox& ar
 MissingBoxes unitedBoxes(const std::vector<PixelBox>& boxes, const PixelBox& area,
                          std::size_t limit = kMaxMissingBoxes);
 
+}  // namespace v1
 }  // namespace MUtils

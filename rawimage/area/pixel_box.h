@@ -5,6 +5,7 @@
 #include <string>
 
 namespace MUtils {
+inline namespace v1 {
 
 // The pixels [x0, x1) x [y0, y1). Any four numbers that a file states fit, and so do the ends of a box that a
 // file states by its corner and size. A box with x1 <= x0 or y1 <= y0 has no pixels.
@@ -58,4 +59,5 @@ inline std::string boxText(const PixelBox& box) {
            '+' + std::to_string(box.y0);
 }
 
+}  // namespace v1
 }  // namespace MUtils

@@ -7,6 +7,7 @@
 #include "rawimage/area/tag_box.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -111,4 +112,5 @@ std::optional<BucketCount> countBuckets(const Inspection& file) {
     return BucketCount{sound, static_cast<std::int64_t>(buckets.size())};
 }
 
+}  // namespace v1
 }  // namespace MUtils

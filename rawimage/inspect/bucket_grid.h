@@ -11,6 +11,7 @@
 // The buckets that a frame is rendered in, and which of them are to be rendered again.
 
 namespace MUtils {
+inline namespace v1 {
 
 // The grid of buckets that a file's writer announced, clipped to the pixels to render.
 //
@@ -58,4 +59,5 @@ struct BucketCount {
 // nor pixels, its missing pixels are truncated, or the count would take too much work. Throws std::bad_alloc.
 std::optional<BucketCount> countBuckets(const Inspection& file);
 
+}  // namespace v1
 }  // namespace MUtils

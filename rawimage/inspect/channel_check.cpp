@@ -8,6 +8,7 @@
 #include "rawimage/inspect/tag_check.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -121,4 +122,5 @@ void checkChannels(PStream& stream, const std::vector<INFOTAG>& tags, const std:
     if (check.takeLists(stream)) check.run();
 }
 
+}  // namespace v1
 }  // namespace MUtils

@@ -6,6 +6,7 @@
 #include "support/pstream.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // Compares the pixels of a file with its channel list: each channel has one type, in the list and in its
 // tags. Where they differ, the witnesses are believed in this order:
@@ -22,4 +23,5 @@ namespace MUtils {
 void checkChannels(PStream& stream, const std::vector<INFOTAG>& tags, const std::vector<bool>& proven,
                    std::vector<const char*>& dropped);
 
+}  // namespace v1
 }  // namespace MUtils

@@ -6,6 +6,7 @@
 #include "rawimage/inspect/tag_check.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 void ChannelCover::addChannels(const std::vector<RIF_CHANNEL>& list) {
     for (const RIF_CHANNEL& channel : list) {
@@ -106,4 +107,5 @@ ChannelCover::Missing ChannelCover::missing(const PixelBox& area) const {
     return result;
 }
 
+}  // namespace v1
 }  // namespace MUtils

@@ -10,6 +10,7 @@
 #include "rawimage/inspect/inspection.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // The boxes that each channel has pixels of, by channel index.
 class ChannelCover {
@@ -56,4 +57,5 @@ class ChannelCover {
     std::map<std::int32_t, std::vector<Spoiled>> spoiled_;  // by channel
 };
 
+}  // namespace v1
 }  // namespace MUtils

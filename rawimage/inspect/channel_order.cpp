@@ -7,6 +7,7 @@
 #include "rawimage/inspect/gap_list.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -137,4 +138,5 @@ void repairChannelOrder(PStream& stream, TagScan& scan, const std::vector<bool>&
     order.repair();
 }
 
+}  // namespace v1
 }  // namespace MUtils

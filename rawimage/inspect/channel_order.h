@@ -8,6 +8,7 @@
 #include "support/pstream.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // Repairs the channel index of pixel tags by the order of the channels in their bucket. Writers store the
 // channels of a bucket one behind the other, from the last to the first. A tag whose index breaks that order
@@ -23,4 +24,5 @@ namespace MUtils {
 // std::bad_alloc.
 void repairChannelOrder(PStream& stream, TagScan& scan, const std::vector<bool>& confirmed);
 
+}  // namespace v1
 }  // namespace MUtils

@@ -11,6 +11,7 @@
 #include "rawimage/inspect/table_check.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -57,4 +58,5 @@ void crossCheck(PStream& stream, TagScan& scan) {
     sortByOffset(scan);
 }
 
+}  // namespace v1
 }  // namespace MUtils

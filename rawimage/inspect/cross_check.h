@@ -3,6 +3,7 @@
 #include "rawimage/inspect/tag_scan.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // Compares the tags of a scan with each other, as its last step: with the table (TableCheck), with the order
 // of the channels in a bucket (repairChannelOrder), with the channel list (checkChannels) and with the places
@@ -12,4 +13,5 @@ namespace MUtils {
 // becomes a fault. docs/recovery.md describes the whole. Throws std::bad_alloc.
 void crossCheck(PStream& stream, TagScan& scan);
 
+}  // namespace v1
 }  // namespace MUtils

@@ -3,6 +3,7 @@
 #include <utility>
 
 namespace MUtils {
+inline namespace v1 {
 
 void FaultList::add(std::int64_t offset, std::string cause, const RIF_TAG& tag) {
     lastIsListed_ = scan_.faults.size() < TagScan::kMaxFaults;
@@ -21,4 +22,5 @@ void FaultList::addLikeLast() {
     }
 }
 
+}  // namespace v1
 }  // namespace MUtils

@@ -5,6 +5,7 @@
 #include "rawimage/inspect/tag_scan.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // Adds faults to a scan within its bound.
 class FaultList {
@@ -20,4 +21,5 @@ class FaultList {
     bool lastIsListed_ = false;
 };
 
+}  // namespace v1
 }  // namespace MUtils

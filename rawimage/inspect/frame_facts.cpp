@@ -6,6 +6,7 @@
 #include "rawimage/inspect/tag_check.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -65,4 +66,5 @@ const INFOTAG* readFrameFacts(PStream& stream, const std::vector<INFOTAG>& tags,
     return unreadable;
 }
 
+}  // namespace v1
 }  // namespace MUtils

@@ -5,6 +5,7 @@
 #include <utility>
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -83,4 +84,5 @@ void restoreTags(TagScan& scan, const std::vector<INFOTAG>& found) {
     scan.tags.swap(tags);
 }
 
+}  // namespace v1
 }  // namespace MUtils

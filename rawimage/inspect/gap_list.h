@@ -7,6 +7,7 @@
 #include "rawimage/inspect/tag_scan.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // True for headers that agree in all ten words.
 bool sameHeader(const RIF_TAG& a, const RIF_TAG& b);
@@ -32,4 +33,5 @@ void dropTags(TagScan& scan, const std::vector<const char*>& dropped);
 // order, and its tags do not overlap.
 void restoreTags(TagScan& scan, const std::vector<INFOTAG>& found);
 
+}  // namespace v1
 }  // namespace MUtils

@@ -7,6 +7,7 @@
 #include "support/bytes.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -134,4 +135,5 @@ int HeaderEvidence::compare(std::size_t index, const RIF_TAG& entry) {
     return found != 0 ? found : better(tag, entry, isPossibleAspect);
 }
 
+}  // namespace v1
 }  // namespace MUtils

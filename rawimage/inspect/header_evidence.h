@@ -8,6 +8,7 @@
 #include "rawimage/inspect/frame_facts.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // Compares two headers of one tag, the one in its place and the one in the table, by the other tags. The
 // first of these that agrees with only one of the two headers decides:
@@ -62,4 +63,5 @@ class HeaderEvidence {
     bool sizesVary_ = false;
 };
 
+}  // namespace v1
 }  // namespace MUtils

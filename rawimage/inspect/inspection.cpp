@@ -14,6 +14,7 @@
 #include "support/stream_wrapper.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -218,4 +219,5 @@ Inspection inspectFile(const char* fileName, const InspectOptions& options) {
     return file;
 }
 
+}  // namespace v1
 }  // namespace MUtils

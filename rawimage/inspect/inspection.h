@@ -20,6 +20,7 @@
 //     if (file.state == MUtils::FileState::kDamaged) report(file.cause);
 
 namespace MUtils {
+inline namespace v1 {
 
 enum class FileState {
     kGood,        // finished and sound, and no channel lacks pixels
@@ -180,4 +181,5 @@ Inspection inspectStream(PStream& stream, const InspectOptions& options);
 // The same for a file, which may be written to at the same time.
 Inspection inspectFile(const char* fileName, const InspectOptions& options);
 
+}  // namespace v1
 }  // namespace MUtils

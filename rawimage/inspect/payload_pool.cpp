@@ -6,6 +6,7 @@
 #include "support/scratch_buffer.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -141,4 +142,5 @@ void PayloadPool::addBad(std::size_t index, const char* cause) {
     bad_.push_back({index, cause});
 }
 
+}  // namespace v1
 }  // namespace MUtils

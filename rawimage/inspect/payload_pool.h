@@ -13,6 +13,7 @@
 #include "support/pstream.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // Checks the payloads of many tags on several threads; the calling thread reads. Small ones are handed over
 // several at a time. What is held is bounded by kMaxHeldBytes, or by a single payload that is larger.
@@ -72,4 +73,5 @@ class PayloadPool final : private JobQueue {
     std::vector<Bad> bad_;
 };
 
+}  // namespace v1
 }  // namespace MUtils

@@ -5,6 +5,7 @@
 #include "rawimage/inspect/payload_pool.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -38,4 +39,5 @@ bool PayloadProbe::readHeader(std::int64_t offset, RIF_TAG& tag) {
     return true;
 }
 
+}  // namespace v1
 }  // namespace MUtils

@@ -7,6 +7,7 @@
 #include "support/pstream.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // Checks single payloads on the calling thread, where the choice between two headers depends on them.
 class PayloadProbe {
@@ -31,4 +32,5 @@ class PayloadProbe {
     std::int64_t budget_;
 };
 
+}  // namespace v1
 }  // namespace MUtils

@@ -3,6 +3,7 @@
 #include <utility>
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -70,4 +71,5 @@ bool PixelStorage::deniedByTags(std::int64_t first) {
     return true;
 }
 
+}  // namespace v1
 }  // namespace MUtils

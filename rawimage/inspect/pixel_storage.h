@@ -6,6 +6,7 @@
 #include "rawimage/inspect/tag_search.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // Finds out how a file stores its pixels when its header may be damaged: the flag is believed until the
 // payloads deny it.
@@ -38,4 +39,5 @@ class PixelStorage {
     TagSearch* doubted_ = &opposite_;
 };
 
+}  // namespace v1
 }  // namespace MUtils

@@ -7,6 +7,7 @@
 #include "rawimage/inspect/gap_list.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -248,4 +249,5 @@ std::optional<INFOTAG> PlaceCheck::repaired(const TagGap& gap, std::size_t next)
     return probe_.agrees(tag, gap.offset) ? std::optional(tag) : std::nullopt;
 }
 
+}  // namespace v1
 }  // namespace MUtils

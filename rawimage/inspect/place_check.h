@@ -11,6 +11,7 @@
 #include "rawimage/inspect/tag_scan.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // Compares the place of each pixel tag with those of the other channels of its bucket. Writers store the
 // channels of a bucket one behind the other, from the last to the first, with the same x, y, width and
@@ -83,4 +84,5 @@ class PlaceCheck {
     std::vector<Suspect> suspects_;  // in file order
 };
 
+}  // namespace v1
 }  // namespace MUtils

@@ -11,6 +11,7 @@
 #include "rawimage/inspect/tag_check.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -351,4 +352,5 @@ void TableCheck::reportEntries() {
     }
 }
 
+}  // namespace v1
 }  // namespace MUtils

@@ -11,6 +11,7 @@
 #include "rawimage/inspect/table_match.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // What a table contains as a whole.
 struct TableSurvey {
@@ -95,4 +96,5 @@ class TableCheck {
     std::size_t lastUnlisted_ = TableMatch::kNoTag;  // that was reported
 };
 
+}  // namespace v1
 }  // namespace MUtils

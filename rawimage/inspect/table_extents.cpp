@@ -8,6 +8,7 @@
 #include "support/byte_buffer.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -78,4 +79,5 @@ std::int64_t TableExtents::endOf(std::int64_t offset) const {
     return extent != extents_.end() && extent->offset == offset ? extent->end : -1;
 }
 
+}  // namespace v1
 }  // namespace MUtils

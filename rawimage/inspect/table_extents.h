@@ -7,6 +7,7 @@
 #include "support/pstream.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // Which bytes of a file belong to which tag according to its table. A search uses them so that it does not
 // take the content of a payload for tags. Where bytes are missing or were inserted, entries lead to places at
@@ -38,4 +39,5 @@ class TableExtents {
     std::vector<Extent> extents_;  // by offset; they do not overlap
 };
 
+}  // namespace v1
 }  // namespace MUtils

@@ -6,6 +6,7 @@
 #include "rawimage/table_entries.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 TableMatch::TableMatch(PStream& stream, const TagScan& scan)
     : scan_(scan), confirmed_(scan.tags.size()), listed_(scan.tags.size()) {
@@ -76,4 +77,5 @@ bool TableMatch::beginsAt(std::int64_t offset) const {
     return entry != sound_.end() && startOf((*entry)->header) == offset;
 }
 
+}  // namespace v1
 }  // namespace MUtils

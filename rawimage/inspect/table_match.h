@@ -8,6 +8,7 @@
 #include "support/pstream.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // The entries of the table at the end of a file against the tags that were found in it. An entry with the
 // header of the tag at its offset confirms that tag. The others are open: they lead into a gap, into a tag,
@@ -61,4 +62,5 @@ class TableMatch {
     std::vector<const OpenEntry*> sound_;
 };
 
+}  // namespace v1
 }  // namespace MUtils

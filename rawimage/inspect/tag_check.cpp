@@ -5,6 +5,7 @@
 #include <new>
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -95,4 +96,5 @@ std::int64_t PayloadCheck::sizeByContent(const RIF_TAG& tag, const unsigned char
     return end != nullptr ? end - bytes + 1 : -1;
 }
 
+}  // namespace v1
 }  // namespace MUtils

@@ -9,6 +9,7 @@
 #include "support/deflate.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // True for a tag that states a channel's window, maybe a malformed one.
 inline bool statesWindow(const RIF_TAG& tag) {
@@ -52,4 +53,5 @@ class PayloadCheck {
     std::int64_t inflated_ = 0;
 };
 
+}  // namespace v1
 }  // namespace MUtils

@@ -10,6 +10,7 @@
 #include "rawimage/inspect/tag_check.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -258,4 +259,5 @@ bool scanTags(PStream& stream, const InspectOptions& options, TagScan& scan) {
     return true;
 }
 
+}  // namespace v1
 }  // namespace MUtils

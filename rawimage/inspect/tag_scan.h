@@ -4,6 +4,7 @@
 #include "rawimage/tag_rules.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 inline TagRules rulesOf(const TagScan& scan) {
     return TagRules(scan.compressed);
@@ -20,4 +21,5 @@ inline TagRules rulesOf(const TagScan& scan) {
 // Throws std::bad_alloc.
 bool scanTags(PStream& stream, const InspectOptions& options, TagScan& scan);
 
+}  // namespace v1
 }  // namespace MUtils

@@ -26,6 +26,7 @@
 // reaches into the tags behind it, or over them. findTagInside() finds the first of those.
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -283,4 +284,5 @@ std::int64_t TagSearch::endOfOtherFile(std::int64_t offset, const RIF_HEADER& he
     return look(end, scan_.fileBytes).fault == nullptr ? end : scan_.fileBytes;
 }
 
+}  // namespace v1
 }  // namespace MUtils

@@ -10,6 +10,7 @@
 #include "support/pstream.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // Examines single places of a damaged file, and finds the next tag behind damage. tag_search.cpp describes
 // how; docs/recovery.md shows it. One object serves one thread. Every function may throw std::bad_alloc.
@@ -101,4 +102,5 @@ class TagSearch {
     std::int64_t budget_;
 };
 
+}  // namespace v1
 }  // namespace MUtils

@@ -1,5 +1,8 @@
 #include "rawimage/read/accepting_callback.h"
 
+namespace MUtils {
+inline namespace v1 {
+
 bool AcceptingCallback::setResolution(int, int, float) {
     return true;
 }
@@ -12,3 +15,6 @@ bool AcceptingCallback::setChannel(int, RegionChannelType, RegionChannelAlias, c
 bool AcceptingCallback::setImageData(const MBVTable&, int, int, int, int, int, int, int, int) {
     return true;
 }
+
+}  // namespace v1
+}  // namespace MUtils

@@ -2,6 +2,9 @@
 
 #include "callback.h"
 
+namespace MUtils {
+inline namespace v1 {
+
 // A callback that accepts everything and keeps nothing: the base of those that want a tag or two.
 class AcceptingCallback : public RIFileCallback {
   public:
@@ -14,3 +17,6 @@ class AcceptingCallback : public RIFileCallback {
   protected:
     ~AcceptingCallback() = default;
 };
+
+}  // namespace v1
+}  // namespace MUtils

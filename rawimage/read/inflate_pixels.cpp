@@ -4,10 +4,8 @@
 #include "rawimage/read/tag_decoder.h"
 #include "support/scratch_buffer.h"
 
-using MUtils::ByteBuffer;
-using MUtils::InflateFlow;
-using MUtils::Inflater;
-using MUtils::ValueRooms;
+namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -114,8 +112,8 @@ bool fitsOneBlock(const PixelShape& shape) {
 // that the payload cannot fill are small payloads, which inflatePixels() refuses.
 bool inPieces(const PixelShape& shape, std::int64_t payloadBytes) {
     if (payloadBytes > kLargestHeld) return true;
-    return !fitsOneBlock(shape) && static_cast<std::size_t>(shape.bytes) <=
-                                       MUtils::inflateLimit(static_cast<std::size_t>(payloadBytes));
+    return !fitsOneBlock(shape) &&
+           static_cast<std::size_t>(shape.bytes) <= inflateLimit(static_cast<std::size_t>(payloadBytes));
 }
 
 }  // namespace
@@ -124,7 +122,7 @@ PixelFault inflatePixels(const PixelShape& shape, const unsigned char* payload, 
                          Inflater& inflater, MBVTable& pixels) {
     if (!shape.sound()) return PixelFault::kNotInflatable;
     auto inflated = static_cast<std::size_t>(shape.bytes);
-    if (inflated > MUtils::inflateLimit(size)) {
+    if (inflated > inflateLimit(size)) {
         std::size_t used = size;
         const int code = inflater.measure(inflated, payload, used);
         return code != 0 ? PixelFault::kNotInflatable : PixelFault::kWrongLength;
@@ -165,3 +163,6 @@ bool readInflated(PStream& stream, std::int64_t payloadBytes, const PixelShape& 
     }
     return flow.finish();
 }
+
+}  // namespace v1
+}  // namespace MUtils

@@ -6,6 +6,8 @@
 #include "rawimage/read/tag_decoder.h"
 #include "support/scratch_buffer.h"
 
+using namespace MUtils;
+
 // What a worker needs to decode a tag.
 struct RIFileMT::ThreadBuffers {
     MUtils::Inflater inflater;

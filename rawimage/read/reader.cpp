@@ -11,6 +11,8 @@
 #include "rawimage/writer.h"
 #include "support/bytes.h"
 
+using namespace MUtils;
+
 ErrorCode RIFile::Open(const char* fileName, PStream* openStream) {
     delete std::exchange(ownStream, nullptr);
     lastError = 0;

@@ -10,7 +10,8 @@
 #include "support/bytes.h"
 #include "support/scratch_buffer.h"
 
-using MUtils::ByteBuffer;
+namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -23,7 +24,7 @@ PixelShape pixelShape(const RIF_TAG& tag) {
     const RIF_PIXEL_KIND* kind = findPixelKind(tag.id);
     if (kind == nullptr) return shape;
     shape.valueSize = kind->valueSize;
-    shape.bytes = MUtils::pixelBytes(tag);
+    shape.bytes = pixelBytes(tag);
     if (shape.sound()) shape.count = static_cast<int>(shape.bytes / shape.valueSize);
     return shape;
 }
@@ -32,7 +33,7 @@ namespace {
 
 int decodeResolution(const RIF_TAG& tag, RIFileCallback& callback) {
     // The stored word is tested, not the number: -0.0 passes through.
-    const float aspect = tag.p3 == 0 ? 1.0f : MUtils::floatFromBits(static_cast<std::uint32_t>(tag.p3));
+    const float aspect = tag.p3 == 0 ? 1.0f : floatFromBits(static_cast<std::uint32_t>(tag.p3));
     return callback.setResolution(tag.p1, tag.p2, aspect) ? 0 : -12;
 }
 
@@ -81,8 +82,8 @@ int decodeRegionTag(PStream& stream, RIFileCallback& callback) {
 
 // The size comes from width and height, not from the tag's size field.
 int decodePreview(PStream& stream, const RIF_TAG& tag, RIFileCallback& callback) {
-    constexpr int kPixelBytes = sizeof(MUtils::RGB24);
-    const std::int64_t bytes = MUtils::valuesBytes(tag.p1, tag.p2, kPixelBytes);
+    constexpr int kPixelBytes = sizeof(RGB24);
+    const std::int64_t bytes = valuesBytes(tag.p1, tag.p2, kPixelBytes);
     if (!mayHold(stream, bytes)) return -20;
     const int values = static_cast<int>(bytes / kPixelBytes);
     MBVTable pixels(1, kMaxBlockBytes);
@@ -107,7 +108,7 @@ int decodeScene(PStream& stream, const RIF_TAG& tag, RIFileCallback& callback) {
     ByteBuffer text;
     if (!readPayload(stream, textBytes, text)) return -1;
     grow(text, static_cast<std::size_t>(textBytes) + 1, static_cast<std::size_t>(textBytes))[textBytes] = 0;
-    const RISceneInfo scene(MUtils::loadI32(value), reinterpret_cast<const char*>(text.data()));
+    const RISceneInfo scene(loadI32(value), reinterpret_cast<const char*>(text.data()));
     return callback.setSceneInfo(scene) ? 0 : -1;
 }
 
@@ -189,8 +190,8 @@ constexpr int kSkipVerdict = 2;
 
 int codeOf(PixelFault fault) {
     switch (fault) {
-        case PixelFault::kNotInflatable: return MUtils::kPixelsNotInflatable;
-        case PixelFault::kWrongLength: return MUtils::kPixelsWrongLength;
+        case PixelFault::kNotInflatable: return kPixelsNotInflatable;
+        case PixelFault::kWrongLength: return kPixelsWrongLength;
         case PixelFault::kNone: break;
     }
     return 0;
@@ -203,9 +204,9 @@ bool mayHoldRaw(PStream& stream, const RIF_TAG& tag, const PixelShape& shape) {
     return !shorter && mayHold(stream, shape.bytes);
 }
 
-bool readRooms(PStream& stream, std::int64_t bytes, MUtils::ValueRooms& rooms) {
+bool readRooms(PStream& stream, std::int64_t bytes, ValueRooms& rooms) {
     while (bytes > 0) {
-        const MUtils::ValueRooms::Room room = rooms.next();
+        const ValueRooms::Room room = rooms.next();
         const std::int64_t size = std::min(bytes, static_cast<std::int64_t>(room.size));
         if (size == 0 || !readExactly(stream, room.data, static_cast<int>(size))) return false;
         bytes -= size;
@@ -230,24 +231,24 @@ int TagDecoder::deliverPixels(PStream& stream, const RIF_TAG& tag, bool compress
     try {
         code = compressed ? readZipped(stream, tag, shape) : readRaw(stream, tag, shape);
     } catch (const std::bad_alloc&) {
-        code = compressed ? MUtils::kPixelsNotInflatable : MUtils::kPixelsUnreadable;
+        code = compressed ? kPixelsNotInflatable : kPixelsUnreadable;
     }
     if (code != 0) return code;
     return callback.setImageData(pixels_, shape.count, tag.p8, tag.p2, tag.p3, tag.p4, tag.p5, tag.p6, tag.p7)
                ? 0
-               : MUtils::kPixelsRefused;
+               : kPixelsRefused;
 }
 
 int TagDecoder::readZipped(PStream& stream, const RIF_TAG& tag, const PixelShape& shape) {
     PixelFault fault = PixelFault::kNone;
     const bool whole = readInflated(stream, tag.payloadBytes(), shape, zipped_, inflater_, pixels_, fault);
-    return whole ? codeOf(fault) : MUtils::kPixelsCutShort;
+    return whole ? codeOf(fault) : kPixelsCutShort;
 }
 
 int TagDecoder::readRaw(PStream& stream, const RIF_TAG& tag, const PixelShape& shape) {
-    if (!mayHoldRaw(stream, tag, shape)) return MUtils::kPixelsUnreadable;
+    if (!mayHoldRaw(stream, tag, shape)) return kPixelsUnreadable;
     if (stream.Length() < 0) {
-        if (!readPayload(stream, shape.bytes, raw_)) return MUtils::kPixelsUnreadable;
+        if (!readPayload(stream, shape.bytes, raw_)) return kPixelsUnreadable;
         pixels_.initReusing(shape.count, shape.valueSize, kMaxBlockBytes);
         pixels_.loadFromBuffer(raw_.data(), shape.count);
         return 0;
@@ -255,20 +256,23 @@ int TagDecoder::readRaw(PStream& stream, const RIF_TAG& tag, const PixelShape& s
     pixels_.initReusing(shape.count, shape.valueSize, kMaxBlockBytes);
     int got = 0;
     const bool whole = pixels_.read(&stream, 0, shape.count, got) == 0 && got == shape.count;
-    return whole ? 0 : MUtils::kPixelsUnreadable;
+    return whole ? 0 : kPixelsUnreadable;
 }
 
-int TagDecoder::readPixels(PStream& stream, const RIF_TAG& tag, bool compressed, MUtils::ValueRooms& rooms) {
+int TagDecoder::readPixels(PStream& stream, const RIF_TAG& tag, bool compressed, ValueRooms& rooms) {
     const PixelShape shape = pixelShape(tag);
     if (!compressed) {
         const bool read = mayHoldRaw(stream, tag, shape) && readRooms(stream, shape.bytes, rooms);
-        return read ? 0 : MUtils::kPixelsUnreadable;
+        return read ? 0 : kPixelsUnreadable;
     }
-    if (!mayHold(stream, tag.payloadBytes())) return MUtils::kPixelsCutShort;
-    if (!shape.sound()) return MUtils::kPixelsNotInflatable;
-    const std::size_t most = MUtils::inflateLimit(static_cast<std::size_t>(tag.payloadBytes()));
-    if (static_cast<std::size_t>(shape.bytes) > most) return MUtils::kPixelsWrongLength;
+    if (!mayHold(stream, tag.payloadBytes())) return kPixelsCutShort;
+    if (!shape.sound()) return kPixelsNotInflatable;
+    const std::size_t most = inflateLimit(static_cast<std::size_t>(tag.payloadBytes()));
+    if (static_cast<std::size_t>(shape.bytes) > most) return kPixelsWrongLength;
     PixelFault fault = PixelFault::kNone;
     const bool whole = readInflated(stream, tag.payloadBytes(), shape, zipped_, inflater_, rooms, fault);
-    return whole ? codeOf(fault) : MUtils::kPixelsCutShort;
+    return whole ? codeOf(fault) : kPixelsCutShort;
 }
+
+}  // namespace v1
+}  // namespace MUtils

@@ -10,6 +10,9 @@
 
 class RIFileCallback;
 
+namespace MUtils {
+inline namespace v1 {
+
 // The one decoder of tags, for all readers. It trusts no size, see support/bounded_read.h.
 
 // The values that a pixel tag claims to hold.
@@ -27,19 +30,17 @@ enum class PixelFault { kNone, kNotInflatable, kWrongLength };
 // Inflates the `size` bytes of `payload` straight into the blocks of `pixels`, which is set up for the
 // values. A claim that the payload cannot possibly fill allocates nothing.
 PixelFault inflatePixels(const PixelShape& shape, const unsigned char* payload, std::size_t size,
-                         MUtils::Inflater& inflater, MBVTable& pixels);
+                         Inflater& inflater, MBVTable& pixels);
 
 // Reads a payload and inflates it as inflatePixels() does. Payloads of values in several blocks are not held
 // whole, so that the values are all that is in memory. False when the stream fails or ends first, whatever
 // the bytes before that were; `payload` is the working memory.
-bool readInflated(PStream& stream, std::int64_t payloadBytes, const PixelShape& shape,
-                  MUtils::ByteBuffer& payload, MUtils::Inflater& inflater, MBVTable& pixels,
-                  PixelFault& fault);
+bool readInflated(PStream& stream, std::int64_t payloadBytes, const PixelShape& shape, ByteBuffer& payload,
+                  Inflater& inflater, MBVTable& pixels, PixelFault& fault);
 
 // The same for values that go to `rooms`; `piece` is the working memory.
-bool readInflated(PStream& stream, std::int64_t payloadBytes, const PixelShape& shape,
-                  MUtils::ByteBuffer& piece, MUtils::Inflater& inflater, MUtils::ValueRooms& rooms,
-                  PixelFault& fault);
+bool readInflated(PStream& stream, std::int64_t payloadBytes, const PixelShape& shape, ByteBuffer& piece,
+                  Inflater& inflater, ValueRooms& rooms, PixelFault& fault);
 
 // Decodes any tag that is not a pixel tag; the stream stands at its payload. Returns 0 or the code of the
 // operation that failed, see RIFileCallback. Tags without an operation of their own give 0.
@@ -49,21 +50,24 @@ int decodeRecord(PStream& stream, const RIF_TAG& tag, RIFileCallback& callback);
 // owner's: payloads go to `zipped`, and to `raw` values whose stream does not know its length.
 class TagDecoder {
   public:
-    TagDecoder(MUtils::ByteBuffer& zipped, MUtils::ByteBuffer& raw) : zipped_(zipped), raw_(raw) {}
+    TagDecoder(ByteBuffer& zipped, ByteBuffer& raw) : zipped_(zipped), raw_(raw) {}
 
     // Decodes the tag whose payload the stream is at. Codes as of RIFile::ParseTag.
     int decode(PStream& stream, RIF_TAG& tag, bool compressed, RIFileCallback& callback);
 
     // Reads the values of the pixel tag whose payload the stream is at. Codes as of TagReader::readPixels.
-    int readPixels(PStream& stream, const RIF_TAG& tag, bool compressed, MUtils::ValueRooms& rooms);
+    int readPixels(PStream& stream, const RIF_TAG& tag, bool compressed, ValueRooms& rooms);
 
   private:
     int deliverPixels(PStream& stream, const RIF_TAG& tag, bool compressed, RIFileCallback& callback);
     int readZipped(PStream& stream, const RIF_TAG& tag, const PixelShape& shape);
     int readRaw(PStream& stream, const RIF_TAG& tag, const PixelShape& shape);
 
-    MUtils::ByteBuffer& zipped_;
-    MUtils::ByteBuffer& raw_;
-    MUtils::Inflater inflater_;
+    ByteBuffer& zipped_;
+    ByteBuffer& raw_;
+    Inflater inflater_;
     MBVTable pixels_{1, kMaxBlockBytes};
 };
+
+}  // namespace v1
+}  // namespace MUtils

@@ -5,6 +5,7 @@
 #include "rawimage/read/tag_decoder.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 const char* pixelCodeText(int code) {
     switch (code) {
@@ -47,4 +48,5 @@ int TagReader::readPixels(const INFOTAG& tag, ValueRooms& rooms) {
     return state_->decoder.readPixels(state_->stream, tag, state_->compressed, rooms);
 }
 
+}  // namespace v1
 }  // namespace MUtils

@@ -9,6 +9,7 @@
 class RIFileCallback;
 
 namespace MUtils {
+inline namespace v1 {
 
 // The results of reading a pixel tag that say what is wrong with it; RIFile::ParseTag returns the same ones.
 enum PixelCode : int {
@@ -67,4 +68,5 @@ class TagReader {
     std::unique_ptr<State> state_;
 };
 
+}  // namespace v1
 }  // namespace MUtils

@@ -9,26 +9,24 @@
 #include "support/bytes.h"
 #include "support/deflate.h"
 
-using MUtils::ByteBuffer;
-using MUtils::Inflater;
-using MUtils::kLongestCheckedText;
-using MUtils::TagRules;
+namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
 constexpr int kChunk = 1 << 14;
 
 bool isText(const RIF_TAG& tag) {
-    return MUtils::textStart(tag) >= 0;
+    return textStart(tag) >= 0;
 }
 
 bool sizeFits(const RIF_TAG& tag, const TagRules& rules) {
-    return MUtils::isKnownTag(tag.id) && rules.payloadRange(tag).contains(tag.payloadBytes());
+    return isKnownTag(tag.id) && rules.payloadRange(tag).contains(tag.payloadBytes());
 }
 
 // The position of the text's first NUL in the first `size` bytes of the payload; -1 when there is none.
 std::int64_t firstNul(const RIF_TAG& tag, const ByteBuffer& bytes, std::int64_t size) {
-    const std::int64_t start = std::min(MUtils::textStart(tag), size);
+    const std::int64_t start = std::min(textStart(tag), size);
     const auto rest = static_cast<std::size_t>(size - start);
     const void* nul = rest > 0 ? std::memchr(bytes.data() + start, 0, rest) : nullptr;
     return nul != nullptr ? static_cast<const unsigned char*>(nul) - bytes.data() : -1;
@@ -44,7 +42,7 @@ struct Inflated {
 
 Inflated inflated(const RIF_TAG& tag, const ByteBuffer& bytes, std::int64_t size) {
     Inflater inflater;
-    const auto expected = static_cast<std::size_t>(MUtils::pixelBytes(tag));
+    const auto expected = static_cast<std::size_t>(pixelBytes(tag));
     std::size_t came = expected;
     auto used = static_cast<std::size_t>(size);
     const bool ended = inflater.measure(came, bytes.data(), used) == 0;
@@ -61,7 +59,7 @@ bool endsAsItSays(PStream& stream, const INFOTAG& tag, const TagRules& rules) {
     ByteBuffer bytes;
     if (!readPayloadAt(stream, static_cast<std::int64_t>(tag.offset) + kTagHeaderBytes, size, bytes))
         return false;
-    if (isText(tag)) return size == MUtils::textStart(tag) || firstNul(tag, bytes, size) == size - 1;
+    if (isText(tag)) return size == textStart(tag) || firstNul(tag, bytes, size) == size - 1;
     const Inflated pixels = inflated(tag, bytes, size);
     return pixels.whole && pixels.used == size;
 }
@@ -87,7 +85,7 @@ bool beginsAHeader(PStream& stream, std::int64_t offset, std::int64_t end) {
     if (!readPayloadAt(stream, offset, size, bytes)) return false;
     for (std::uint32_t id = kFirstTagId; id <= kLastTagId; ++id) {
         unsigned char known[kIdBytes];
-        MUtils::storeU32(known, id);
+        storeU32(known, id);
         if (std::equal(known, known + size, bytes.data())) return true;
     }
     return false;
@@ -103,7 +101,7 @@ bool mayHoldATag(PStream& stream, std::int64_t offset, std::int64_t end, const T
         if (stream.Seek(static_cast<long>(offset)) != 0 || !readExactly(stream, bytes, size)) return true;
         const int places = size - kTagHeaderBytes + 1;
         for (int i = 0; i < places; ++i) {
-            if (!MUtils::isKnownTag(MUtils::loadU32(bytes + i))) continue;
+            if (!isKnownTag(loadU32(bytes + i))) continue;
             if ((first && i == 0) || sizeFits(decodeTag(bytes + i), rules)) return true;
         }
         offset += places;
@@ -151,3 +149,6 @@ bool isTableAtEnd(PStream& stream, const RIF_TAG& table, std::int64_t offset, st
     // Entries look like tags: where the counts differ, those behind the smaller one keep the file whole.
     return !mayHoldATag(stream, offset + std::min(byEntries, bySize), end, rules);
 }
+
+}  // namespace v1
+}  // namespace MUtils

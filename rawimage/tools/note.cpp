@@ -85,7 +85,7 @@ namespace {
 // For a file without a note. What fails is not reported: the file may be read-only. One whose tags cannot be
 // listed takes no note.
 void appendNote(const char* fileName, const char* note) {
-    constexpr std::size_t kLongest = kNoteBytes - 1;
+    constexpr std::size_t kLongest = MUtils::kNoteBytes - 1;
     RIFile file;
     (void)file.Append(fileName, nullptr);
     (void)file.ReadInfoTags(nullptr);

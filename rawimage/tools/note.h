@@ -39,7 +39,7 @@ ErrorCode writeNote(const char* fileName, const char* note);
 }  // namespace MUtils
 
 // Takes the note's text. Other tags are skipped.
-class ReadNoteCallback final : public AcceptingCallback {
+class ReadNoteCallback final : public MUtils::AcceptingCallback {
   public:
     ReadNoteCallback(char* buffer, int capacity);
 
@@ -56,7 +56,7 @@ class ReadNoteCallback final : public AcceptingCallback {
 };
 
 // Has the reader overwrite each note, and takes what `info` wants.
-class ReplaceNoteCallback final : public AcceptingCallback {
+class ReplaceNoteCallback final : public MUtils::AcceptingCallback {
   public:
     // `note` is borrowed.
     explicit ReplaceNoteCallback(const char* note);

@@ -74,7 +74,7 @@ MakePreviewCallback::MakePreviewCallback(RGB24* out, int W, int H, bool keepAspe
     : out_(out), outWidth_(W), outHeight_(H), keepAspect_(keepAspect), corrector_(corrector) {}
 
 int MakePreviewCallback::parseTag(RIF_TAG& tag) {
-    return stop_ && isPixelTag(tag.id) ? -1 : 1;
+    return stop_ && MUtils::isPixelTag(tag.id) ? -1 : 1;
 }
 
 bool MakePreviewCallback::setResolution(int w, int h, float /*aspect*/) {

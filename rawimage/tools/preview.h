@@ -17,7 +17,7 @@ bool makeRawImagePreview(const char* fileName, int W, int H, RGB24* out, RawImag
                          RGB24 background, ColCor* corrector);
 
 // The first pass: takes the stored thumbnail, and what `info` wants. Reads no pixel payload.
-class ReadPreviewCallback final : public AcceptingCallback {
+class ReadPreviewCallback final : public MUtils::AcceptingCallback {
   public:
     ReadPreviewCallback(RGB24* out, int W, int H, ColCor* corrector);
 
@@ -46,7 +46,7 @@ class ReadPreviewCallback final : public AcceptingCallback {
 };
 
 // The second pass: draws the colour channel, the last one of alias 1 or 126, bucket by bucket.
-class MakePreviewCallback final : public AcceptingCallback {
+class MakePreviewCallback final : public MUtils::AcceptingCallback {
   public:
     MakePreviewCallback(RGB24* out, int W, int H, bool keepAspect, ColCor* corrector);
 

@@ -9,7 +9,7 @@
 bool readMirtSettings(const char* fileName, PBufStream* out);
 
 // Collects the settings. Other tags are skipped.
-class ReadMirtSettingsCallback final : public AcceptingCallback {
+class ReadMirtSettingsCallback final : public MUtils::AcceptingCallback {
   public:
     int parseTag(RIF_TAG& tag) override;
     // Null is refused.

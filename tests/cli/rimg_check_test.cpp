@@ -212,7 +212,7 @@ TEST_F(RimgCheck, ShowsALineForEachDamagedBucket) {
     write("row", frame);
     std::string bytes = inputs_["row"];
     for (std::size_t at = 32; at < wordAt(bytes, 12); at += wordAt(bytes, at + 4)) {
-        if (isPixelTag(wordAt(bytes, at))) bytes[at + 50] = static_cast<char>(bytes[at + 50] ^ 0x55);
+        if (MUtils::isPixelTag(wordAt(bytes, at))) bytes[at + 50] = static_cast<char>(bytes[at + 50] ^ 0x55);
     }
     writeFile(folder_ / "row", inputs_["row"] = bytes);
     const struct {

@@ -127,7 +127,7 @@ TEST_F(RimgInfo, AlignsItsColumns) {
         std::string line;
         std::getline(lines, line);
         EXPECT_EQ(line.size(), heading.size());
-        EXPECT_EQ(line.find(tagName(sample_.tag(i).id)), heading.find("tag")) << line;
+        EXPECT_EQ(line.find(MUtils::tagName(sample_.tag(i).id)), heading.find("tag")) << line;
     }
 }
 

@@ -16,6 +16,7 @@
 
 namespace {
 
+using namespace MUtils;
 using namespace testing_tools;
 using testing::HasSubstr;
 

@@ -182,7 +182,8 @@ TEST_F(RimgTools, SettingsComeOutAsTheyWereStored) {
     EXPECT_EQ(readFile(folder_ / "blob"), printed.out);
     const Sample sample = makeSample();
     const RIF_TAG tag = sample.tag(sample.find(TAG_SETTINGS));
-    const auto start = sample.bytes.begin() + sample.offset(sample.find(TAG_SETTINGS)) + kTagHeaderBytes;
+    const auto start =
+        sample.bytes.begin() + sample.offset(sample.find(TAG_SETTINGS)) + MUtils::kTagHeaderBytes;
     EXPECT_EQ(printed.out, std::string(start, start + tag.p1));
     EXPECT_EQ(run("settings", "noise.rimg", {}).status, 1);
     EXPECT_EQ(run("settings", "other.rimg", {}).status, 5);

@@ -63,7 +63,8 @@ class RenderFrame : public testing::Test {
         whole_ = contents(path_);
         tags_ = tagsOf(path_);
         pixels_ = static_cast<std::size_t>(
-            std::find_if(tags_.begin(), tags_.end(), [](const RIF_TAG& tag) { return isPixelTag(tag.id); }) -
+            std::find_if(tags_.begin(), tags_.end(),
+                         [](const RIF_TAG& tag) { return MUtils::isPixelTag(tag.id); }) -
             tags_.begin());
         ASSERT_EQ(tags_.size() - pixels_, 6u * 11u);
     }

@@ -17,6 +17,8 @@
 
 #include "tests/testing/run_program.h"
 
+using namespace MUtils;
+
 namespace {
 
 template <class T>

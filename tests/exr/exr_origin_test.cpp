@@ -12,7 +12,7 @@ using namespace testing_tools;
 
 namespace {
 
-struct Editor final : ExrHeaderEditor {
+struct Editor final : MUtils::ExrHeaderEditor {
     void edit(Imf::Header& header, int part) override {
         if (throws) throw std::runtime_error("no");
         header.insert("owner", Imf::StringAttribute("part " + std::to_string(part)));

@@ -263,7 +263,7 @@ TEST(ExrDataWindow, FindsEverySinglePixel) {
         std::memset(alpha.item(i), 0, 12);
     for (int i = 0; i < alpha.count; ++i) {
         alpha.item(i)[3] = 0x3f;
-        const MUtils::PixelBox box = findVisibleBox(alpha, 20, 13);
+        const MUtils::PixelBox box = MUtils::findVisibleBox(alpha, 20, 13);
         EXPECT_TRUE(box.x0 == i % 20 && box.y0 == i / 20 && box.width() == 1 && box.height() == 1) << i;
         alpha.item(i)[3] = 0;
     }
@@ -365,7 +365,7 @@ TEST(ExrAttributes, ReachTheFirstPartWithTheirTypes) {
 }
 
 TEST(ExrFailures, HaveTheirCodesAndMessages) {
-    struct : AcceptingCallback {
+    struct : MUtils::AcceptingCallback {
     } callback;
     RISceneInfo scene;
     for (const int kind : {0, 1, 2, -1}) {

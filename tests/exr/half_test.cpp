@@ -12,6 +12,8 @@
 
 #if defined(__SSE__)
 #include <xmmintrin.h>
+
+using namespace MUtils;
 #endif
 
 namespace {

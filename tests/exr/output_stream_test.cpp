@@ -16,6 +16,8 @@
 
 #include "tests/testing/run_program.h"
 
+using namespace MUtils;
+
 namespace {
 
 using testing_tools::readFile;

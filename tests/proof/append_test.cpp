@@ -48,7 +48,7 @@ Begun begin(Tail tail, bool compressed, std::size_t lastBytes) {
     begun.bytes[20] = compressed ? 1 : 0;
     if (tail == Tail::kHalfTag) begun.bytes.resize(begun.kept + 40 + lastBytes);
     if (tail == Tail::kHalfHeader) begun.bytes.raw(begun.bytes.data() + 32, lastBytes);
-    for (std::size_t at = 32; at + 40 <= begun.bytes.size(); at += decodeTag(&begun.bytes[at]).size)
+    for (std::size_t at = 32; at + 40 <= begun.bytes.size(); at += MUtils::decodeTag(&begun.bytes[at]).size)
         begun.tags.push_back(at);
     return begun;
 }
@@ -111,8 +111,8 @@ TEST(DamagedAppend, LosesNothingByAnyBitOfAnySize) {
                         changed += target.bytes() != damaged.bytes;
                         EXPECT_EQ(loss(target.bytes(), damaged), "")
                             << way.name << ", tail " << static_cast<int>(tail) << ' ' << lastBytes
-                            << ", compressed " << compressed << ", tag " << decodeTag(&sound.bytes[tag]).id
-                            << " at " << tag << ", bit " << bit;
+                            << ", compressed " << compressed << ", tag "
+                            << MUtils::decodeTag(&sound.bytes[tag]).id << " at " << tag << ", bit " << bit;
                     }
                     ASSERT_FALSE(HasFailure());
                 }

@@ -35,9 +35,8 @@ void* operator new(std::size_t size) {
     std::free(block);
 }
 
+using namespace MUtils;
 using namespace testing_tools;
-using MUtils::FileState;
-using MUtils::RecoverState;
 
 namespace {
 

@@ -29,7 +29,7 @@ class FrameRegion : public MRRegionData {
         y1 = width = height = kSide;
         std::uint32_t noise = static_cast<std::uint32_t>(index) * 2654435761u + 1;
         for (const RegionChannelType type : kTypes) {
-            const int valueSize = findChannelKind(type)->valueSize;
+            const int valueSize = MUtils::findChannelKind(type)->valueSize;
             std::string values(static_cast<std::size_t>(kSide * kSide * valueSize), '\0');
             for (char& byte : values)
                 byte = static_cast<char>((noise = noise * 1664525u + 1013904223u) >> 24);

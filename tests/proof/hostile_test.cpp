@@ -130,7 +130,7 @@ std::vector<HostileFile> hostileFiles() {
     add("boxes of all sizes", boxes);
     Bytes nested = start().tag(TAG_SETTINGS, 800, {801});
     while (nested.size() < 870)
-        nested.tag(TAG_NOTE, kNoteBytes).tag(TAG_STAMP, 400, {400}).tag(TAG_RESOLUTION, 0, {1, 1});
+        nested.tag(TAG_NOTE, MUtils::kNoteBytes).tag(TAG_STAMP, 400, {400}).tag(TAG_RESOLUTION, 0, {1, 1});
     add("tags in a blob", nested);
     return files;
 }

@@ -8,8 +8,8 @@
 
 // Files beyond 4 GiB, almost all of it holes, and tags as large as a tag can be.
 
+using namespace MUtils;
 using namespace testing_tools;
-using MUtils::FileState;
 
 namespace {
 

@@ -8,6 +8,7 @@
 
 #include "tests/testing/bytes.h"
 
+using namespace MUtils;
 using namespace testing_tools;
 
 namespace {

@@ -25,7 +25,7 @@ struct Frame {
             auto region = std::make_unique<MRRegionData>();
             region->width = region->height = region->x1 = region->y1 = side;
             for (const RegionChannelType type : kTypes) {
-                const int size = findChannelKind(type)->valueSize;
+                const int size = MUtils::findChannelKind(type)->valueSize;
                 const bool bad = side == 33 && region->channels.Count() == badChannel;
                 tables.push_back(std::make_unique<MBVTable>(size, type == RCT_COLOR ? 256 : 1 << 20));
                 MBVTable& table = *tables.back();
@@ -92,7 +92,7 @@ INSTANTIATE_TEST_SUITE_P(Threads, ParallelWriter, testing::Values(0, 2, 3, 8));
 TEST(ParallelWriter, LeavesTheRegionAloneWhenTheStreamThrows) {
     struct Throwing : PMemStream {
         int Write(const void* data, int size, int& written) override {
-            if (Tell() >= kFileHeaderBytes) throw std::runtime_error("host");
+            if (Tell() >= MUtils::kFileHeaderBytes) throw std::runtime_error("host");
             return PMemStream::Write(data, size, written);
         }
     } stream;

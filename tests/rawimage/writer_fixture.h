@@ -62,7 +62,7 @@ struct Region : MRRegionData {
     Region(int x, int y, int w, int h) {
         for (int i = 0; i < 6; ++i) {
             values.push_back(
-                std::make_unique<Values>(w * h + 1, findChannelKind(i + 1)->valueSize, 3 * i + w));
+                std::make_unique<Values>(w * h + 1, MUtils::findChannelKind(i + 1)->valueSize, 3 * i + w));
             RegionChannel channel;
             channel.type = static_cast<RegionChannelType>(i + 1);
             channel.alias = static_cast<RegionChannelAlias>(100 + i);

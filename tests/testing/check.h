@@ -93,7 +93,7 @@ inline void addPixels(Bytes& file, int channel, const MUtils::PixelBox& box, con
 
 // The window of a channel of integers.
 inline void addWindow(Bytes& file, int channel, const MUtils::PixelBox& box, const std::string& payload,
-                      std::int32_t mark = kChannelWindowMark) {
+                      std::int32_t mark = MUtils::kChannelWindowMark) {
     const auto [x, y, width, height] = placeOf(box);
     file.tag(TAG_CHAN_INT, static_cast<std::uint32_t>(payload.size()),
              {RCT_INT, x, y, width, 0, height, mark, channel});

@@ -118,7 +118,7 @@ inline std::size_t expectSamePixels(
     std::set<std::tuple<std::size_t, int, int>> seen;
     int wrong = 0;
     for (const Event& event : events["setImageData"]) {
-        if (event.numbers[7] == kChannelWindowMark) continue;
+        if (event.numbers[7] == MUtils::kChannelWindowMark) continue;
         const auto channel = static_cast<std::size_t>(event.numbers[1]);
         const auto x0 = static_cast<int>(event.numbers[2]), y0 = static_cast<int>(event.numbers[3]);
         const auto x1 = x0 + static_cast<int>(event.numbers[4]), y1 = y0 + static_cast<int>(event.numbers[5]);

@@ -81,7 +81,7 @@ struct RawFrame {
         describe(box, region);
         std::vector<std::unique_ptr<MBVTable>> tables;
         for (int i = 0; i < region.channels.Count(); ++i) {
-            const RIF_PIXEL_KIND* kind = findChannelKind(region.channels[i].type);
+            const MUtils::RIF_PIXEL_KIND* kind = MUtils::findChannelKind(region.channels[i].type);
             if (kind == nullptr) continue;
             tables.push_back(std::make_unique<MBVTable>(kind->valueSize, 1 << 20));
             tables.back()->setCount(box.width * box.height);

@@ -40,7 +40,7 @@ struct SampleRegion : MRRegionData {
         }
     }
     MBVTable* addValues(int bucket, int channel, int blockBytes) {
-        const int valueSize = findChannelKind(channel + 1)->valueSize;
+        const int valueSize = MUtils::findChannelKind(channel + 1)->valueSize;
         values.push_back(sampleValues(bucket, channel, width * height * valueSize));
         tables.push_back(std::make_unique<MBVTable>(valueSize, blockBytes));
         tables.back()->setCount(width * height);

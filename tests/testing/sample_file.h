@@ -25,7 +25,7 @@ struct Sample {
 
     int tagCount() const { return static_cast<int>(offsets.size()); }
     std::int64_t offset(int index) const { return offsets[static_cast<std::size_t>(index)]; }
-    RIF_TAG tag(int index) const { return decodeTag(bytes.data() + offset(index)); }
+    RIF_TAG tag(int index) const { return MUtils::decodeTag(bytes.data() + offset(index)); }
     // The first tag with that id, -1 when there is none.
     int find(std::uint32_t id) const;
     // How many of the events come from tags before `index`.

@@ -8,6 +8,7 @@
 
 // Values that fill several blocks, which are inflated piece by piece, answer as those of one block do.
 
+using namespace MUtils;
 using namespace testing_tools;
 
 namespace {

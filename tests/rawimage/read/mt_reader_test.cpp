@@ -12,6 +12,7 @@
 #include "rawimage/read/accepting_callback.h"
 #include "tests/testing/sample_file.h"
 
+using namespace MUtils;
 using namespace testing_tools;
 
 namespace {

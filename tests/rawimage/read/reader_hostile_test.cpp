@@ -90,7 +90,7 @@ class Hostile : public testing::TestWithParam<std::tuple<bool, bool, bool>> {
             case TAG_STAMP:
             case TAG_OVERLAY_TEXTS:
             case TAG_SETTINGS: return -22;
-            default: return !isPixelTag(id) ? 0 : options_.compressed ? -13 : -16;
+            default: return !MUtils::isPixelTag(id) ? 0 : options_.compressed ? -13 : -16;
         }
     }
 

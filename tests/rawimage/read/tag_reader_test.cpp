@@ -6,6 +6,7 @@
 
 #include "tests/testing/sample_file.h"
 
+using namespace MUtils;
 using namespace testing_tools;
 
 namespace {

@@ -63,7 +63,7 @@ class PreviewTest : public testing::Test {
         }
         EXPECT_TRUE(file.WTChannelInfo(&frame).empty());
         for (const int x : {2, 0}) {
-            MBVTable data(findChannelKind(type)->valueSize, 1 << 10);
+            MBVTable data(MUtils::findChannelKind(type)->valueSize, 1 << 10);
             data.setCount(4);
             for (int i = 0; i < 4; ++i)
                 std::fill_n(data.item(i), data.itemSize, 0);
