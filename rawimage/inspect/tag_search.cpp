@@ -218,10 +218,21 @@ std::optional<TagSearch::Resume> TagSearch::resumeByPointers(const RIF_TAG& tag,
     return std::nullopt;
 }
 
-// The content of a blob may be tags that end inside it, no other payload is.
 std::int64_t TagSearch::findTagInside(const RIF_TAG& tag, std::int64_t offset, std::int64_t end) {
-    return searchBytes(offset + 1, offset + tag.size, end,
-                       isOpaque(tag.id) ? Ends::kBeyondSearch : Ends::kAnywhere);
+    const std::int64_t next = offset + tag.size;
+    if (!isOpaque(tag.id)) return searchBytes(offset + 1, next, end, Ends::kAnywhere);
+    // The content of a blob may be tags, too. Those behind it are one that reaches over its end and the chain
+    // that leads to that one, unless a file header shows that they are a file.
+    const std::int64_t last = searchBytes(offset + 1, next, end, Ends::kBeyondSearch);
+    if (last == next || findOtherFile(offset + 1, last)) return last;
+    for (std::int64_t from = offset + 1; from < last; ++from) {
+        const std::int64_t first = findTag(from, last, last);
+        from = first;
+        for (Place place = look(from, last); place.fault == nullptr; place = look(from, last))
+            from += place.tag.size;
+        if (from == last) return first;
+    }
+    return last;
 }
 
 // As many bytes as can be read of those asked for.

@@ -174,3 +174,19 @@ TEST(SearchTrials, SmallTagsBetweenTwoDamagesAreFound) {
         }
     }
 }
+
+// A blob lacks bytes, so that its size reaches over a small tag into the one behind that.
+TEST(SearchTrials, ASmallTagUnderABlobIsFound) {
+    Bytes file = Bytes().fileHeader(0).tag(TAG_RESOLUTION, 0, {16, 16});
+    const std::size_t stamp = file.size();
+    file.tag(TAG_STAMP, 120, {120}).text(noise(120)).tag(TAG_STAMP_TEXT, 11).text("stamp text").zeros(1);
+    file.tag(TAG_OVERLAY_TEXTS, 60, {60}).text(noise(60)).tag(TAG_NOTE, 1024).text("note").zeros(1020);
+    Tags kept = writtenIn(file);
+    kept.erase(kept.begin() + 1);
+    for (const std::ptrdiff_t missing : {10, 60, 78, 100}) {
+        Contents bytes = file;
+        const auto place = bytes.begin() + static_cast<std::ptrdiff_t>(stamp) + 45;
+        bytes.erase(place, place + missing);
+        EXPECT_EQ(foundIn(bytes, scanned(bytes)), kept) << missing;
+    }
+}
