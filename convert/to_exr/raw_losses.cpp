@@ -52,7 +52,7 @@ std::vector<NamedFault> faultsIn(const Inspection& file, const PixelLoader::Loss
     for (const auto& [offset, loss] : unread)
         faults.push_back({"damaged bucket", faultOf(loss, file.facts)});
     for (const FileFault& fault : found.repaired)
-        faults.push_back({"bucket", fault});
+        faults.push_back({"repaired bucket", fault});
     for (const FileFault& fault : found.doubts)
         faults.push_back({"bucket", fault});
     std::stable_sort(faults.begin(), faults.end(), [](const NamedFault& a, const NamedFault& b) {
