@@ -26,10 +26,16 @@ const char* plural(const std::vector<std::string>& parts) {
     return parts.size() > 1 ? "s " : " ";
 }
 
+bool isOfBucket(std::uint32_t tagId, const MUtils::PixelBox& box) {
+    return MUtils::isPixelTag(tagId) && !box.empty();
+}
+
 // The faults of a line: one fault, or those of one bucket.
 class FaultGroup {
   public:
-    explicit FaultGroup(const FileFault& first) : tagId_(first.tagId), box_(first.box) { add(first); }
+    explicit FaultGroup(const FileFault& first) : tagId_(first.tagId), box_(first.box), count_(first.count) {
+        add(first);
+    }
 
     void add(const FileFault& fault) {
         channels_.emplace(fault.channel, channelText(fault.channel, fault.channelName));
@@ -38,8 +44,6 @@ class FaultGroup {
         // The tags of a bucket often lie side by side.
         const bool joins = !ranges_.empty() && fault.end > fault.offset && ranges_.back().end == fault.offset;
         joins ? void(ranges_.back().end = fault.end) : ranges_.push_back({fault.offset, fault.end});
-        repeats_ = repeats_ || fault.count > 1;
-        count_ += fault.count;
     }
 
     std::string text() const {
@@ -51,7 +55,7 @@ class FaultGroup {
         const std::string subject = subjectText();
         std::string text = subject + (subject.empty() ? "offset" : ", offset") + plural(offsets);
         text += listText(offsets) + ": " + listText(causes_);
-        return repeats_ ? text + " (" + std::to_string(count_) + " times)" : text;
+        return count_ > 1 ? text + " (" + std::to_string(count_) + " times)" : text;
     }
 
   private:
@@ -59,11 +63,13 @@ class FaultGroup {
         std::int64_t begin, end;
     };
 
-    // "bucket 64x64+0+0 of channel 3 alpha", "note", "bytes" of no known tag, or nothing.
+    // "bucket 64x64+0+0 of channel 3 alpha", "note", "bytes" of no known tag, or nothing. A fault that
+    // represents several is about more than the tag that it names.
     std::string subjectText() const {
+        if (count_ > 1) return "";
         if (tagId_ == 0) return ranges_.front().end > ranges_.front().begin ? "bytes" : "";
         const std::string name = MUtils::tagName(tagId_);
-        if (!MUtils::isPixelTag(tagId_)) return name == "unknown" ? name + " tag" : name;
+        if (!isOfBucket(tagId_, box_)) return name == "unknown" ? name + " tag" : name;
         std::vector<std::string> channels;
         for (const auto& [index, text] : channels_)
             channels.push_back(text);
@@ -75,8 +81,7 @@ class FaultGroup {
     std::map<int, std::string> channels_;
     std::vector<std::string> causes_;
     std::vector<Range> ranges_;
-    bool repeats_ = false;
-    std::int64_t count_ = 0;
+    std::int64_t count_;
 };
 
 }  // namespace
@@ -94,7 +99,8 @@ std::vector<std::string> faultLines(const std::vector<FileFault>& faults) {
     std::map<std::array<std::int64_t, 4>, std::size_t> groupOf;
     for (const FileFault& fault : faults) {
         const MUtils::PixelBox& box = fault.box;
-        const auto [place, isNew] = MUtils::isPixelTag(fault.tagId)
+        const bool joins = isOfBucket(fault.tagId, box) && fault.count == 1;
+        const auto [place, isNew] = joins
                                         ? groupOf.try_emplace({box.x0, box.y0, box.x1, box.y1}, groups.size())
                                         : std::make_pair(groupOf.end(), true);
         isNew ? groups.emplace_back(fault), void() : groups[place->second].add(fault);

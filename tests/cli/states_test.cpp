@@ -37,7 +37,7 @@ const VerbCodes& codesFor(FileState state) {
         {FileState::kUnfinished,
          {{3}, {3}, {0, 3}, {0}, {0, 3}, {0, 6}, {3}, {0, 3}, {3}, {0, 3}, {0, 3}, {3}}},
         {FileState::kIncomplete, {{3}, {3}, {3}, {0}, {0}, {0, 6}, {3}, {3}, {3}, {0}, {0}, {3}}},
-        {FileState::kDamaged, {{4}, {4}, {4}, {4}, {0, 4}, {4}, {4}, {4}, {4}, {0, 3}, {4}, {4}}},
+        {FileState::kDamaged, {{4}, {4}, {4}, {4}, {0, 4}, {4}, {4}, {4}, {4}, {0, 3}, {0, 3, 4}, {4}}},
         {FileState::kNotThisFormat, {{5}, {5}, {5}, {5}, {5}, {5}, {5}, {5}, {5}, {0, 3, 5}, {4, 5}, {5}}},
     };
     return kTable.at(state);
@@ -139,11 +139,20 @@ void States::checkVerbs(const DamagedFile& file) {
     expectIn(preview, "preview --no-stored f.rimg -o f.png");
 }
 
-// The sample cut at every length, and with a bit flipped in every byte.
-std::vector<DamagedFile> damagedFiles(bool isClosed, std::size_t step) {
+// The sample, with an aspect that OpenEXR files have a place for: 0 in place of -0.
+Sample convertibleSample(bool isClosed) {
     SampleOptions options;
     options.closed = isClosed;
-    const Contents sample = makeSample(options).bytes;
+    Sample sample = makeSample(options);
+    constexpr std::size_t kSign = 19;  // of p3, in a tag header
+    sample.bytes[32 + kSign] = 0;
+    if (isClosed) sample.bytes[static_cast<std::size_t>(sample.offsets.back()) + 40 + kSign] = 0;
+    return sample;
+}
+
+// The sample cut at every length, and with a bit flipped in every byte.
+std::vector<DamagedFile> damagedFiles(bool isClosed, std::size_t step) {
+    const Contents sample = convertibleSample(isClosed).bytes;
     const std::string name = isClosed ? "finished, " : "unfinished, ";
     std::vector<DamagedFile> files{{name + "sound", sample}};
     for (std::size_t at = 0; at < sample.size(); at += step) {
@@ -157,8 +166,8 @@ std::vector<DamagedFile> damagedFiles(bool isClosed, std::size_t step) {
 
 // Damage of other kinds.
 std::vector<DamagedFile> specialFiles() {
-    const Sample sample = makeSample();
-    const Contents open = makeSample({false}).bytes;
+    const Sample sample = convertibleSample(true);
+    const Contents open = convertibleSample(false).bytes;
     const int table = sample.tagCount() - 1;
     const auto entry = [&](int index, int from) { return 40 + 48 * index + from; };
     const auto edited = [&](int tag, int from, const Bytes& bytes) {
