@@ -146,7 +146,7 @@ ExrChannels selectExrChannels(const RawInput& input, const std::vector<std::stri
     std::vector<ExrChannel>& channels = result.channels;
     for (const ChannelSummary& channel : input.records().channels)
         channels.emplace_back(channel.record);
-    if (channels.empty()) input.refuseWithout("channel list");
+    if (input.inspection().facts.channels.empty()) input.refuseWithout("channel list");
     applyGlobs(file, globs, channels);
     const auto isWritten = [](const ExrChannel& channel) { return channel.isWritten(); };
     if (std::none_of(channels.begin(), channels.end(), isWritten))
