@@ -50,11 +50,8 @@ void PlaceCheck::run() {
     if (hasUnconfirmedPixels()) findSuspects();
     if (!suspects_.empty()) {
         (void)readFrameFacts(stream_, scan_.tags, facts_);
-        for (const INFOTAG& tag : scan_.tags) {
-            if (tag.id != TAG_REGIONS_INFO) continue;
-            grid_.reset();
-            if (tag.p1 > 0 && tag.p2 > 0 && tag.p3 == 0) grid_ = tag;
-        }
+        const std::optional<RIF_TAG>& announced = facts_.buckets;
+        if (announced && announced->p1 > 0 && announced->p2 > 0 && announced->p3 == 0) grid_ = announced;
         dropWeakNeighbours();
         gatherFacts();
         for (const Suspect& suspect : suspects_)
