@@ -18,7 +18,7 @@ class HelpLayout : public CLI::Formatter {
     std::string make_subcommand(const CLI::App* verb) const override;
 };
 
-// What stands for an option's value: "N", "OUT", "WxH".
+// The placeholder of an option's value: "N", "OUT", "WxH".
 std::string valueName(const CLI::Option& option);
 
 }  // namespace rimg

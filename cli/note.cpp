@@ -31,7 +31,7 @@ struct NoteOptions {
     bool setFrom = false;
 };
 
-// What is in the file `name`, or as much of it as tells that it is too long.
+// What is in the file `name`, or as much of it as shows that it is too long.
 std::string readText(const std::string& name) {
     std::FILE* in = std::fopen(name.c_str(), "rb");
     if (in == nullptr) throw Failure(ExitCode::kUnreadable, name, "cannot be read: " + systemMessage(errno));

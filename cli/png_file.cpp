@@ -12,7 +12,7 @@ namespace rimg {
 
 namespace {
 
-// How libpng reaches the output: what it is told of a failure is not what the system said.
+// How libpng reaches the output: its own error text does not contain the system's reason.
 ssize_t passOn(void* output, const char* bytes, std::size_t size) {
     return static_cast<StreamOutput*>(output)->write(bytes, size) ? static_cast<ssize_t>(size) : 0;
 }

@@ -42,7 +42,7 @@ void flushOutput();
 std::string systemMessage(int code);
 
 // Why an output could not be written: the system's words alone when it could not even be opened, which is
-// what an errno code stands for.
+// what an errno code means.
 std::string outputCause(const ErrorCode& error);
 std::string outputCause(int code);
 

@@ -16,7 +16,7 @@ class StreamOutput {
     StreamOutput(const StreamOutput&) = delete;
     StreamOutput& operator=(const StreamOutput&) = delete;
 
-    // True when nobody but a person would get what is written.
+    // True when the output is shown on a terminal.
     bool isTerminal() const;
 
     // Writes on. False once anything has failed or a signal asks for a stop: close() throws that. The first

@@ -135,7 +135,7 @@ std::string wrongOption(const CLI::App& verb, const CLI::ParseError& error) {
     if (dynamic_cast<const CLI::RequiredError*>(&error) != nullptr) return missingOption(verb);
     if (dynamic_cast<const CLI::ExcludesError*>(&error) != nullptr) return excludedOptions(verb);
     const std::string what = error.what();
-    // All that CLI11 says of one option begins with its name, of a flag without the dashes.
+    // Every message of CLI11 about one option begins with its name, of a flag without the dashes.
     const std::string name = what.substr(0, what.find_first_of(": "));
     const CLI::Option* option = verb.get_option_no_throw(name);
     if (option == nullptr) option = verb.get_option_no_throw("--" + name);

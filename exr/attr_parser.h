@@ -4,8 +4,8 @@
 
 #include "../support/error_code.h"
 
-// Free-form metadata as one text, "name=value; name=value", and the typed OpenEXR attributes that it stands
-// for.
+// Free-form metadata as one text, "name=value; name=value", and the typed OpenEXR attributes that it
+// describes.
 //
 // Blanks (space, tab, line feed, carriage return) around names, values and separators do not count, nor do
 // empty places between semicolons. Names and values hold any bytes but '=', ';' and NUL; quotes do not

@@ -53,7 +53,7 @@ ExrNames exrChannelNames(const ExrChannelRule& rule, const char* base, EmptyBase
 void insertExrChannels(Imf::ChannelList& list, const ExrChannelRule& rule, const ExrNames& names,
                        Imf::PixelType floatType);
 
-// False for a null entry and for a channel that the EXR writers are told to skip.
+// False for a null entry and for a channel that the EXR writers skip.
 bool isWrittenToExr(RegionChannelCallback* channel);
 
 // True when more than one channel that is written has the depth alias, whatever its type.

@@ -34,7 +34,7 @@ class ExrFile : public RIFileBase {
         kMultiPart = 2
     };
 
-    // When there is no memory for it, the object stays empty: Create says so, everything else succeeds and
+    // When there is no memory for it, the object stays empty: Create reports it, everything else succeeds and
     // does nothing.
     explicit ExrFile(int kind);
     // Finishes a file that was not closed; what fails then is lost.
@@ -61,8 +61,8 @@ class ExrFile : public RIFileBase {
     ErrorCode WTRegionsInfo(int bucketWidth, int bucketHeight, int variableSize) override;
 
     // Writes a region; the integers are not used. The file is opened by the first one: a failure to do so is
-    // told once, and until Close every later region gives an error too. A failure while pixels are written is
-    // "Error writing tile to .exr file" or "Error writing .exr file", with what OpenEXR says as its cause.
+    // reported once, and until Close every later region fails too. A failure while pixels are written is
+    // "Error writing tile to .exr file" or "Error writing .exr file", with OpenEXR's text as its cause.
     //
     // A channel that is flagged 2, has type 0 or a type above 6, or has no buffer, is left out; what the file
     // expects of it reads 0. One of another type than announced, or whose buffer has values of another size
@@ -70,7 +70,7 @@ class ExrFile : public RIFileBase {
     // again.
     //
     // Tiled: the box is one tile; width is the length of a row, and like height may be larger than the box.
-    // With half floats the region's own values are turned into halves where they stand: the region is spent.
+    // With half floats the region's own values are turned into halves in place: the region is spent.
     // The library holds a tile back until all tiles before it (row by row from the top left) are written; if
     // one is never written, Close drops those behind it.
     ErrorCode WTRegion(MUtils::MRRegionData* region, int a, int b, int c) override;

@@ -5,7 +5,7 @@
 namespace MUtils {
 inline namespace v1 {
 
-// The error `operation`, -1, `message` for the exception that is being handled; what the exception says is
+// The error `operation`, -1, `message` for the exception that is being handled; the text of the exception is
 // the cause.
 ErrorCode errorFromException(const char* operation, const char* message);
 

@@ -77,7 +77,7 @@ ErrorCode ExrFileData::createHeaders() {
     for (int part = 0; part < headerCount; ++part)
         editHeader(part);
 
-    // Both reach the first part only, and their errors nobody, deliberately.
+    // Both reach the first part only, and their errors are dropped, deliberately.
     (void)ExrFileDataBase::setCameraInfo(cameraInfo);
     if (!extraAttributes.empty()) {
         (void)ExrFileDataBase::setExtraAttributes(extraAttributes.c_str());

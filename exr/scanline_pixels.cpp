@@ -22,7 +22,7 @@ constexpr std::int64_t kChunkBytes = 33554432;
 constexpr std::int64_t kCacheBytes = 2 << 20;
 // So that a chunk keeps every thread busy.
 constexpr std::int64_t kBlocksPerThread = 4;
-// How many times the threads that there are the library may be told of.
+// The most threads that OpenEXR is asked for, as a multiple of those in its pool.
 constexpr std::int64_t kMostThreads = 8;
 
 // Each three floats become their mean. The order of the sum and the factor are part of the result's last bit.
@@ -121,7 +121,7 @@ int ExrFileData::threadsToAskFor() const {
     return static_cast<int>(std::clamp(useful, std::int64_t{threads}, threads * kMostThreads));
 }
 
-// The main part is written first, wherever it stands.
+// The main part is written first, wherever it is in the list.
 int ExrFileData::partAt(int position) const {
     if (mainPart < 1 || mainPart >= headerCount) return position;
     if (position == 0) return mainPart;
@@ -135,7 +135,7 @@ void ExrFileData::writePart(int part, MUtils::MRRegionData& region) {
     setupFrameBuffer(part, frameBuffer, region, lines);
     const auto endY = static_cast<int>(dataWindow.y1);
     for (int y = static_cast<int>(dataWindow.y0), rows = 0; y < endY; y += rows) {
-        // The library goes on where it stands, and would read behind the staged rows before it notices.
+        // OpenEXR continues with the next row, and would read behind the staged rows before it notices.
         if (output.currentScanLine() != y + originY)
             throw std::runtime_error("Scan lines of this frame are already written");
         rows = std::min(lines, endY - y);

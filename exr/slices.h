@@ -20,11 +20,11 @@ struct ValueGrid {
 };
 
 // Describes the values to OpenEXR: one slice for each EXR channel, addressed by image coordinates. Integers
-// are UINT, all others `floatType`; a half value stands in the first two bytes of its component's four.
+// are UINT, all others `floatType`; a half value is in the first two bytes of its component's four.
 void insertSlices(Imf::FrameBuffer& frameBuffer, const ExrChannelRule& rule, const ExrNames& names,
                   Imf::PixelType floatType, const ValueGrid& grid);
 
-// Makes every slice's memory stand for image rows that lie `rows` further up.
+// Moves every slice to image rows that lie `rows` further up.
 void moveSlices(Imf::FrameBuffer& frameBuffer, std::int64_t rows);
 
 // True when `data` is there and holds width x height values of `valueBytes`.

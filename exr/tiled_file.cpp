@@ -183,7 +183,7 @@ void ExrTiledFileData::halveValues(MBVTable& data, const ExrChannelRule& rule, i
     }
 }
 
-// The first `count` values in one piece: where they stand, or, when they reach into further blocks, copied to
+// The first `count` values in one piece: where they are, or, when they reach into further blocks, copied to
 // the channel's staging buffer.
 const unsigned char* ExrTiledFileData::contiguousValues(const MBVTable& data, int channel, int count) {
     if (count <= data.itemsPerBlock) return data.item(0);

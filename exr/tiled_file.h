@@ -28,7 +28,7 @@ class ExrTiledFileData : public ExrFileDataBase {
     ErrorCode writeRegion(MUtils::MRRegionData* region) override;
 
     // Describes the region's channels, and with pixel type HALF turns their float values into halves where
-    // they stand.
+    // they are.
     void setupFrameBuffer(Imf::FrameBuffer& frameBuffer, MUtils::MRRegionData& region);
 
   private:

@@ -5,8 +5,8 @@
 #include "records.h"
 
 // The facts of the raw image file: a 32-byte file header, then tags of a 40-byte header and a payload each,
-// at the end of a finished file the table of its tags. docs/raw_format.md tells the whole story. Encoders and
-// decoders stand side by side in format.cpp; on disk everything is little-endian, without gaps.
+// at the end of a finished file the table of its tags. docs/raw_format.md describes all of it. Encoders and
+// decoders are side by side in format.cpp; on disk everything is little-endian, without gaps.
 
 namespace MUtils {
 inline namespace v1 {

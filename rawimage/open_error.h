@@ -5,7 +5,7 @@
 namespace MUtils {
 inline namespace v1 {
 
-// What the system says of a file that could not be opened, as a cause for the error that says which file.
+// The system's reason why a file could not be opened, as the cause of the error that names the file.
 ErrorCode openCause(int code);
 
 }  // namespace v1

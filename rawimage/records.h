@@ -94,7 +94,7 @@ using MUtils::MRRegionData;
 using MUtils::RegionChannel;
 using MUtils::RegionChannelCallback;
 
-// The camera of a frame; every field is stored as it stands, none is converted or checked.
+// The camera of a frame; every field is stored as it is, none is converted or checked.
 struct RICameraInfo {
     // 4 x 4, row after row: rows 0 to 2 hold the axis vectors in their first three elements, row 3 the
     // position; element 15 is 1, elements 3, 7 and 11 are 0.

@@ -92,7 +92,7 @@ struct PayloadRange {
 class TagRules {
   public:
     explicit TagRules(bool compressed) : compressed_(compressed) {}
-    // What the file header says; it may be damaged.
+    // As the file header has it, which may be damaged.
     explicit TagRules(const RIF_HEADER& header) : TagRules((header.flags & RIF_COMPRESSED) != 0) {}
 
     // True when pixel payloads are zlib streams.

@@ -134,7 +134,7 @@ ErrorCode RIFile::WriteHeader(int /*bitsPerChannel*/) {
     encodeHeader(header, bytes);
     int written = 0;
     // The reverse of the other checks, deliberately: an error that reports nothing written passes, and Close
-    // tells it.
+    // reports it.
     if (stream->Write(bytes, kFileHeaderBytes, written) == 0 && written < kFileHeaderBytes) {
         return ErrorCode("WriteHeader", -1, "Error writing header.");
     }

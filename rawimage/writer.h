@@ -83,7 +83,7 @@ class RIFile : public RIFileBase {
     void setCompressionLevel(int level);
 
     // The direct writers: p4 * p5 values of 4, 4, 8, 12 and 12 bytes, never compressed, whatever the file
-    // header says.
+    // header gives.
     ErrorCode WTInt(MBVTable& data, int p1, int p2, int p3, int p4, int p5, int p6, int p7, int p8);
     ErrorCode WTFloat(MBVTable& data, int p1, int p2, int p3, int p4, int p5, int p6, int p7, int p8);
     ErrorCode WT2Float(MBVTable& data, int p1, int p2, int p3, int p4, int p5, int p6, int p7, int p8);

@@ -46,7 +46,7 @@ ErrorCode RIFile::writeBlob(const Blob& blob) {
             result = chained(std::move(headerError), blob.operation, "Error writing tag header.");
         } else if (const int code = stream->Write(blob.data, size, written); code == 0 && written < size) {
             // The number in the message is what Write returned, so always 0. A real error passes here,
-            // deliberately: the next tag header or Close tells it.
+            // deliberately: the next tag header or Close reports it.
             result = ErrorCode(blob.operation, -1, blob.failed, code);
         }
     }

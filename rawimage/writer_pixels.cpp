@@ -16,7 +16,7 @@ std::int64_t valueBytes(int width, int height, int valueSize) {
 }
 
 // True when `data` can give `count` values of the size that the tag promises, so that the payload will have
-// the length that its header says.
+// the length that its header gives.
 bool holds(const MBVTable& data, int count, int valueSize) {
     return data.itemSize == valueSize && count <= data.capacity;
 }
@@ -104,7 +104,7 @@ ErrorCode RIFile::writeChannel(const Channel& channel, RegionPacker* packer) {
     const MBVTable& data = *channel.data;
     if (data.capacity == 0) return ErrorCode(kName, -1, "No buffer channel.");
     const RIF_PIXEL_KIND* kind = findChannelKind(channel.type);
-    // %n stands for itself in a message; the text is known by it.
+    // %n is no conversion in a message; the text contains it as it is.
     if (kind == nullptr) return ErrorCode(kName, -1, "Unknown channel type: Id: %n", channel.type);
     if (stream == nullptr) return ErrorCode(kName, -1, "No file stream");
     const std::int64_t bytes = channel.bytes();
@@ -130,7 +130,7 @@ ErrorCode RIFile::writeChannel(const Channel& channel, RegionPacker* packer) {
     const int expected = compressed ? static_cast<int>(stored) : count;
     const int code =
         compressed ? stream->Write(zipped, expected, written) : data.write(stream, 0, count, written);
-    // An error of the stream passes, deliberately; the next tag header or Close tells it.
+    // An error of the stream is ignored, deliberately; the next tag header or Close reports it.
     if (code == 0 && written != expected) return ErrorCode(kName, -1, "Error writing data buffer.");
     return {};
 }

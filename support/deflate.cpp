@@ -152,7 +152,7 @@ int Inflater::uncompress(unsigned char* out, std::size_t& outSize, const unsigne
 }
 
 int Inflater::uncompress(InflateFlow& flow, std::size_t& outSize) {
-    // With no room at all one spare byte tells a stream of no bytes from one that is too long.
+    // With no room at all one spare byte distinguishes a stream of no bytes from one that is too long.
     unsigned char spare[1];
     outSize = 0;
     z_stream& stream = state_->stream;

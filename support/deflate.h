@@ -28,7 +28,7 @@ class Deflater {
     std::unique_ptr<State> state_;
 };
 
-// Where the bytes of a zlib stream come from and where those that it stands for go, piece by piece.
+// Where the bytes of a zlib stream come from and where the inflated ones go, piece by piece.
 class InflateFlow {
   public:
     struct Input {

@@ -13,7 +13,7 @@ class [[nodiscard]] ErrorCode {
   public:
     ErrorCode() = default;
 
-    // printf-style. The conversion %n is not a conversion here: it stands for itself and nothing is ever
+    // printf-style. The conversion %n is not a conversion here: it is copied as it is and nothing is ever
     // written through an argument (an argument given for it is left over, so it belongs at the end). The
     // message may be of any length; a null format or operation counts as "".
     ErrorCode(const char* operation, int code, const char* format, ...);

@@ -245,7 +245,7 @@ int PFileStream::Sync() {
     do {
         code = ::fsync(descriptor_) != 0 ? errno : 0;
     } while (code == EINTR);
-    // Data that did not reach the disk is lost, whatever a later call says.
+    // Data that did not reach the disk is lost, whatever a later call returns.
     return writeError_ = code;
 }
 

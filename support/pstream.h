@@ -8,7 +8,7 @@
 
 namespace MUtils {
 
-// A seekable stream of bytes, the ground that writer and readers stand on. Hosts and tests may put their own
+// A seekable stream of bytes, which writer and readers are built on. Hosts and tests may put their own
 // underneath.
 //
 // Every operation that returns int answers 0 for no error and a positive code (errno) otherwise. One contract
@@ -46,7 +46,7 @@ class PStream {
     // default.
     virtual int Sync();
 
-    // Bytes in the stream, or -1 when the stream cannot tell. A reader that knows the length refuses sizes
+    // Bytes in the stream, or -1 when the stream does not know. A reader that knows the length refuses sizes
     // that the stream cannot hold before it allocates; otherwise it reads in growing pieces.
     virtual std::int64_t Length();
 
@@ -62,9 +62,9 @@ class PStream {
 };
 
 // A file. Reads are buffered; writes reach the kernel before Write returns, so a process that is killed loses
-// nothing it was told is written. The first write error is sticky: every later Write, Truncate and Close of
-// this opening answers it again and nothing more is written behind a torn record. Only regular files and
-// devices open; a directory gives EISDIR, a pipe or socket ESPIPE.
+// nothing of what was reported as written. The first write error is sticky: every later Write, Truncate and
+// Close of this opening answers it again and nothing more is written behind a torn record. Only regular files
+// and devices open; a directory gives EISDIR, a pipe or socket ESPIPE.
 //
 // A file that is open for writing is locked against a second writer, in this process or another, unless
 // `share` allows one: that one gets EWOULDBLOCK. The lock is advisory, and goes with Close or the process.
@@ -118,7 +118,7 @@ class PFileStream : public PStream {
     // Copies `size` bytes from the position of `source` to the position of this stream, without taking them
     // through the program. Returns how many went over; both positions are behind them then. Fewer than
     // `size`, none included, when the system cannot do that here or has met an error: Read and Write go on
-    // from there, or tell why not.
+    // from there, or report why not.
     std::int64_t CopyFrom(PFileStream& source, std::int64_t size);
 
   private:

@@ -10,7 +10,7 @@ namespace MUtils {
 inline namespace v1 {
 
 // The raw image that a conversion writes. Every error becomes a ConvertError (kWriteFailed) with the place
-// where writing broke off, what the system said, and the chain of operations.
+// where writing broke off, the system's reason, and the chain of operations.
 class RawOutput {
   public:
     // Throws ConvertError also for a file that another writer has open (kLocked).

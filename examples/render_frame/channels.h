@@ -9,7 +9,7 @@
 
 namespace render_frame {
 
-// One channel of the frame: what the file says of it, and where a bucket keeps its values.
+// One channel of the frame: its record in the file, and where a bucket keeps its values.
 struct ChannelRow {
     const char* name;
     RegionChannelType type;
@@ -18,7 +18,7 @@ struct ChannelRow {
     const void* (*values)(const BucketPixels& pixels);
 };
 
-// Bit i stands for channel i.
+// Bit i is channel i.
 using ChannelMask = uint32_t;
 constexpr ChannelMask kAllChannels = ~ChannelMask{0};
 

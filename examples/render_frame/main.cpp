@@ -69,7 +69,7 @@ bool makeThumbnail(const Scene& scene, FrameInfo& info) {
     return true;
 }
 
-// A line on a terminal that says how far the frame is; nothing anywhere else.
+// A line on a terminal that shows how far the frame is; nothing anywhere else.
 class Progress {
   public:
     explicit Progress(size_t total) : shown_(isatty(STDERR_FILENO) != 0), total_(total) {}

@@ -37,7 +37,7 @@ struct Options {
     bool has(const std::string& option) const { return given.count(option) > 0; }
 };
 
-// Fills the options. After --help and after a mistake, which it tells, it gives what the program ends with.
+// Fills the options. After --help and after a mistake, which it reports, it returns the exit code.
 std::optional<ExitCode> parseOptions(int argc, char** argv, Options& options);
 
 // What the command line asks to be written.

@@ -11,7 +11,7 @@
 
 namespace render_frame {
 
-// What an output file is told of the frame besides its pixels.
+// What an output file receives of the frame besides its pixels.
 struct FrameInfo {
     RenderSettings render;
     int bucketWidth = 64;

@@ -77,8 +77,8 @@ void RenderPool::renderAll() {
     }
 }
 
-// The next bucket that nobody renders yet, once there is a slot for it; false when there is nothing left to
-// do.
+// The next bucket that no thread renders yet, once there is a slot for it; false when there is nothing left
+// to do.
 bool RenderPool::claim(size_t& index) {
     std::unique_lock lock(mutex_);
     changed_.wait(

@@ -48,7 +48,7 @@ class RenderPool {
     std::atomic<bool>& stop_;
 
     std::mutex mutex_;                 // guards all that follows
-    std::condition_variable changed_;  // told of every change
+    std::condition_variable changed_;  // notified of every change
     std::vector<Slot> slots_;          // pixels: the thread that claimed the slot, then the consumer's
     size_t claimed_ = 0;               // buckets that a thread has begun
     size_t delivered_ = 0;             // buckets that next() has returned

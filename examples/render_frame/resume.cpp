@@ -86,7 +86,7 @@ std::string foreignIn(const MUtils::FileSummary& summary, const RenderSettings& 
     return sameChannels(summary) ? "" : "it has other channels";
 }
 
-// What the command line says of the frame, if anything, must be what the file says.
+// What the command line gives of the frame, if anything, must agree with the file.
 template <class Value>
 void adopt(const Options& options, const char* name, Value& value, const Value& found) {
     if (options.has(name) && textOf(value) != textOf(found)) {

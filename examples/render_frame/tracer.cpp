@@ -59,7 +59,7 @@ struct Tracer::PixelSum {
         int count = 0;  // paths that met it first
         Vec2 motion;
     };
-    static constexpr size_t kMaxObjects = 8;  // that are told apart in one pixel
+    static constexpr size_t kMaxObjects = 8;  // that are distinguished in one pixel
 
     Vec3 color, diffuse, reflection, sun, normal;
     float depth = kFarDepth;

@@ -9,7 +9,7 @@
 
 namespace render_frame {
 
-// What stands in the depth channel where there is no object.
+// The value of the depth channel where there is no object.
 constexpr float kFarDepth = 1e30f;
 
 // The finished values of one bucket, row after row from the top, channel by channel. Colours are linear

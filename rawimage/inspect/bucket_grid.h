@@ -44,7 +44,7 @@ class BucketGrid {
     PixelBox cells_;  // columns and rows that the area meets
 };
 
-// The grid that the file announces: none when it announces no size, says that sizes vary, or has no pixels to
+// The grid that the file announces: none when it announces no size, or sizes that vary, or has no pixels to
 // render. Buckets begin at the corner of the frame or at that of the area, whichever fits more of the pixel
 // tags.
 std::optional<BucketGrid> announcedGrid(const Inspection& file);

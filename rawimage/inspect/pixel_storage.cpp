@@ -35,7 +35,7 @@ std::int64_t PixelStorage::findFirstTag(std::int64_t end) {
     return first.offset;
 }
 
-// When none of the first pixel tags is what the flag says, and all that can be reached are what it denies,
+// When none of the first pixel tags agrees with the flag, and all that can be reached are what it denies,
 // the flag is wrong. In a sound file the first one settles it.
 bool PixelStorage::deniedByTags(std::int64_t first) {
     constexpr int kTagsAsked = 16;
@@ -56,7 +56,7 @@ bool PixelStorage::deniedByTags(std::int64_t first) {
                                        : place.fault == nullptr;
             if (!right && mayDeny)
                 denied += isSoundUnder(*doubted_, place.tag, offset, scan_.fileBytes) ? 1 : 0;
-            // A stream that inflates as it should settles it, too, whatever the size says.
+            // A stream that inflates as it should settles it, too, whatever the size field is.
             if (right ||
                 (believed_->rules().compressed() && mayDeny && believed_->hasWholePayload(place.tag, offset)))
                 return false;

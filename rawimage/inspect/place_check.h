@@ -20,7 +20,7 @@ inline namespace v1 {
 // order:
 //
 //   1. The file: where many tags differ from their neighbours, or most of the channel's do, it is how the
-//      writer works, and nothing is said.
+//      writer works, and nothing is reported.
 //   2. Later buckets: where they cover both the place and the likely place, nothing is wrong any more.
 //   3. The payload, where width or height differ: it decides.
 //   4. The other channels, where x or y differ. The channel has a tag more than its neighbour's channel has

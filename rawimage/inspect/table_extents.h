@@ -12,7 +12,7 @@ inline namespace v1 {
 // Which bytes of a file belong to which tag according to its table. A search uses them so that it does not
 // take the content of a payload for tags. Where bytes are missing or were inserted, entries lead to places at
 // which their tags are no more: an entry counts when its own tag's header, or that of the next listed tag, is
-// where the table says.
+// where the table has it.
 class TableExtents {
   public:
     // Reads the table that the header's offset leads to, if there is one. Throws std::bad_alloc.

@@ -26,7 +26,7 @@ class PayloadCheck {
   public:
     explicit PayloadCheck(const TagRules& rules) : rules_(rules) {}
 
-    // What fault() says of compressed pixels that are sound, where more bytes follow in the payload.
+    // What fault() returns for sound compressed pixels behind which more bytes follow in the payload.
     static const char kBytesBehindPixels[];
 
     // True when fault() looks at this tag's payload at all.
@@ -38,7 +38,7 @@ class PayloadCheck {
 
     // Where the payload of a tag ends by what it holds, of the `size` bytes that follow the header of a tag
     // whose size is in doubt: compressed pixels where their stream ends, with the right checksum, texts
-    // behind their zero byte. -1 when it cannot be told.
+    // behind their zero byte. -1 when the content does not show it.
     std::int64_t sizeByContent(const RIF_TAG& tag, const unsigned char* bytes, std::size_t size);
 
     // Bytes that came out of zlib so far.

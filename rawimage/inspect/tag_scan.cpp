@@ -217,7 +217,7 @@ void Scanner::checkPayloads() {
     if (!bad.empty()) replaceBadTags(bad);
 }
 
-// A tag whose payload is not what its header says becomes a gap. Sound tags inside it stay: its size was
+// A tag whose payload contradicts its header becomes a gap. Sound tags inside it stay: its size was
 // damaged so that it reached over them. Bytes behind the end of the pixels that contain no tag are no damage:
 // writers may leave them.
 void Scanner::replaceBadTags(const std::vector<PayloadPool::Bad>& bad) {

@@ -117,7 +117,7 @@ const char* TagSearch::tableFault(const RIF_TAG& tag, std::int64_t offset) {
     return 2 * foreign > tag.p1 ? "table of entries that lead nowhere" : nullptr;
 }
 
-// Where the payload ends by what it holds, whatever the size field says; -1 when the content does not show
+// Where the payload ends by its content, whatever the size field is; -1 when the content does not show
 // it.
 std::int64_t TagSearch::endByContent(const RIF_TAG& tag, std::int64_t offset, std::int64_t end) {
     const std::int64_t start = offset + kTagHeaderBytes;

@@ -66,7 +66,7 @@ class TagSearch {
     // count.
     std::optional<OtherFile> findOtherFile(std::int64_t from, std::int64_t to);
 
-    // True when the caller's progress has said so.
+    // True when the caller's progress has returned false.
     bool stopped() const { return stopped_; }
     bool going(std::int64_t offset);
 

@@ -18,14 +18,14 @@ class RIFileCallback {
   public:
     // Asked for every tag, unknown ones too, before its payload is read. 0 stops the parse (-9), 2 skips the
     // tag; every other value decodes it, negative ones too. The tag may be edited: the reader goes on with
-    // what it then says.
+    // the edited one.
     virtual int parseTag(RIF_TAG& tag);
 
-    // Width and height in pixels, width of a pixel over its height (1 when the file says 0). False: -12.
+    // Width and height in pixels, width of a pixel over its height (1 when the file has 0). False: -12.
     virtual bool setResolution(int width, int height, float aspect) = 0;
     // Called before setChannel, which then comes once for each complete record. False: -10.
     virtual bool setNumChannels(int count) = 0;
-    // `index` is 0-based, -1 when the file does not say. False: -11.
+    // `index` is 0-based, -1 when the file does not have it. False: -11.
     virtual bool setChannel(int index, RegionChannelType type, RegionChannelAlias alias,
                             const char* name) = 0;
     // The `count` values of one channel of one bucket of width x height pixels, the first at (x, y); `w28`

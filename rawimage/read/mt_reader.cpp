@@ -117,7 +117,7 @@ int RIFileMT::walk(RIFileCallback& callback) {
         pending = false;
         if (error_ != 0) return error_;
         if (const int code = ParseTag(tag, &callback); code != 0) return code;
-        // To where the tag ends by what the file says, even if the callback has edited the size.
+        // To where the tag ends in the file, even if the callback has edited the size.
         status = walkable ? stream->Seek(static_cast<long>(offset)) : -5;
         if (status != 0) break;
     }

@@ -11,7 +11,7 @@
 // rawimage/read/callback.h for what is called where.
 //
 // A pixel tag that fails, is refused or stopped by its callback is dropped, and ParseFile's result does not
-// tell: a callback that must know counts what it gets. That includes, on purpose, every payload that is
+// show it: a callback that must know counts what it gets. That includes, on purpose, every payload that is
 // larger than its values (noise, ids, buckets of a pixel or two), which the sequential reader delivers. Tools
 // that must see every pixel do not use this reader.
 //

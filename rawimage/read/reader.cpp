@@ -65,7 +65,7 @@ int RIFile::readTagHeader(RIF_TAG& tag, int& got) {
 int RIFile::ReadInfoTags(int* channelMask) {
     if (stream == nullptr) return -1;
     infoTags.SetEmpty();
-    // Until it is known where the next tag belongs: what stands at the position may be sound.
+    // Until it is known where the next tag belongs: a sound tag may be at the position.
     mustListFirst_ = writeMode;
     bool complete = false;
     if (const int code = readHeader(complete); code != 0) {
@@ -137,7 +137,7 @@ int RIFile::dropTable(const RIF_TAG& table, long offset) {
     return written == static_cast<int>(sizeof noTable) ? stream->Seek(offset) : ENOSPC;
 }
 
-// Of a file of our own the reason is worth telling; a stream of the caller's may be of a fixed size.
+// Of a file of our own the reason is worth reporting; a stream of the caller's may be of a fixed size.
 int RIFile::cutAt(long offset, bool& cut) {
     if (const int code = stream->Seek(offset); code != 0) return code;
     const int code = stream->Truncate();

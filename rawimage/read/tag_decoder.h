@@ -42,7 +42,7 @@ bool readInflated(PStream& stream, std::int64_t payloadBytes, const PixelShape& 
 bool readInflated(PStream& stream, std::int64_t payloadBytes, const PixelShape& shape, ByteBuffer& piece,
                   Inflater& inflater, ValueRooms& rooms, PixelFault& fault);
 
-// Decodes any tag that is not a pixel tag; the stream stands at its payload. Returns 0 or the code of the
+// Decodes any tag that is not a pixel tag; the stream is at its payload. Returns 0 or the code of the
 // operation that failed, see RIFileCallback. Tags without an operation of their own give 0.
 int decodeRecord(PStream& stream, const RIF_TAG& tag, RIFileCallback& callback);
 

@@ -39,13 +39,13 @@ class ValueRooms {
 };
 
 // Decodes single tags, wherever they are in a file: for tools that have found the tags by the table or by a
-// search. What the tag says is not trusted: sizes are checked against the stream before memory is allocated.
+// search. The tag is not trusted: sizes are checked against the stream before memory is allocated.
 //
 // The object borrows the stream, which is open, and moves its position. It keeps its working memory from tag
 // to tag. One thread uses it at a time; several readers work at once where each has a stream of its own.
 class TagReader {
   public:
-    // `compressed` says how the payloads of pixel tags are stored. It is not taken from the file header,
+    // `compressed` is how the payloads of pixel tags are stored. It is not taken from the file header,
     // which a damaged file may have wrong.
     TagReader(PStream& stream, bool compressed);
     ~TagReader();

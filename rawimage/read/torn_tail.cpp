@@ -49,7 +49,7 @@ Inflated inflated(const RIF_TAG& tag, const ByteBuffer& bytes, std::int64_t size
     return {static_cast<std::int64_t>(used), ended && came == expected, ended || came > expected};
 }
 
-// Whether the content of the payload ends where the size field says.
+// Whether the content of the payload ends where the size field puts its end.
 bool endsAsItSays(PStream& stream, const INFOTAG& tag, const TagRules& rules) {
     if (rules.payloadRange(tag).certain()) return true;
     const std::int64_t size = tag.payloadBytes();

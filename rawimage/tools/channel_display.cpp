@@ -22,7 +22,7 @@ float nearness(float depth) {
     return distance > 0.0f && distance < kNothingThere ? 1.0f / distance : 0.0f;
 }
 
-// A colour of its own for each id, bright enough to be told from the black of "no object".
+// A colour of its own for each id, bright enough to differ from the black of "no object".
 void colourOfId(std::uint32_t id, float rgb[3]) {
     std::uint32_t hash = id;
     for (int round = 0; round < 2; ++round) {

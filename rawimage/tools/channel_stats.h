@@ -9,11 +9,11 @@
 
 namespace MUtils {
 
-// Collects the pixel tags of a walk, 32 bytes each, and tells at the end what every channel has of them. The
+// Collects the pixel tags of a walk, 32 bytes each, and sums them up for each channel at the end. The
 // channel list may come after the pixels, more than once, or never, so tags find their channels only then.
 class ChannelStats {
   public:
-    // A pixel tag whose payload is whole; `rawBytes` is what it stands for.
+    // A pixel tag whose payload is whole; `rawBytes` are the bytes of its values.
     void add(const RIF_TAG& tag, std::int64_t rawBytes);
 
     // Fills the channels of `summary`, those in `listed` first, by its resolution. Drops what was collected.

@@ -32,7 +32,7 @@ std::string sizeText(const FrameFacts& facts) {
                             : "unknown";
 }
 
-// An aspect word of 0 stands for 1.
+// An aspect word of 0 means 1.
 std::uint32_t aspectOf(const FrameFacts& facts) {
     const std::int32_t word = facts.resolution ? facts.resolution->p3 : 0;
     return word != 0 ? static_cast<std::uint32_t>(word) : bitsFromFloat(1.0f);
@@ -271,7 +271,7 @@ bool Merge::checkHoles() {
                     (holes.boxes.empty() ? "" : boxText(holes.boxes.front())));
 }
 
-// Where one file says that a channel ends at a window, the others mean all of their area: without a word for
+// Where one file states a window of a channel, the others mean all of their area: without a window stated for
 // them their part of the channel would count as outside.
 void Merge::collectWindows() {
     std::map<std::int32_t, RIF_TAG> stated;

@@ -108,12 +108,12 @@ bool replaceRawNote(const char* fileName, char* note, int /*reserved*/, RawImage
     {
         auto stream = std::make_unique<PFileStream>();
         RIFile file;
-        // What could not be opened is for ParseFile to tell.
+        // ParseFile reports a file that could not be opened.
         (void)stream->Open(fileName, PFileStream::kReadWrite, 1, PFileStream::kOpenAlways);
         (void)file.Open(fileName, stream.get());
         failed = file.ParseFile(callback) != 0;
         (void)file.Close();
-        // The file is closed; the stream object itself is handed over to nobody and stays, deliberately.
+        // The file is closed; the stream object itself stays with the object, deliberately.
         expectLeak(stream.release());
     }
     if (!callback.found() && note != nullptr) appendNote(fileName, note);

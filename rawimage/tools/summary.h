@@ -48,7 +48,7 @@ struct ChannelSummary {
     bool listed = false;
     std::int64_t tags = 0;
     std::int64_t storedBytes = 0;  // payloads
-    std::int64_t rawBytes = 0;     // the values that they stand for
+    std::int64_t rawBytes = 0;     // of their values
     // Pixels of the frame that its tags cover, overlaps counted once; none when the file gives no resolution.
     std::optional<std::int64_t> coveredPixels;
 };
