@@ -6,6 +6,16 @@
 
 #include "support/scratch_buffer.h"
 
+// Packing of a region on several threads. start() puts the region's channels into a sequence, the most
+// expensive first, by what the channel at each place has cost of late, and enqueues a job for every thread
+// but the writer's. A job takes the next channel off the sequence under the mutex, packs it with memory of
+// its thread while the mutex is free, marks it as done, and goes on until the sequence is at its end.
+//
+// The writer asks for the channels in the order of the file. take() returns as soon as the one asked for is
+// done; while it is not, the writer's thread packs others from the sequence, and waits only when there are
+// none. A channel that is done before its turn waits with its packed bytes, so the raw values in work are
+// those of one channel for each thread.
+
 namespace MUtils {
 inline namespace v1 {
 
