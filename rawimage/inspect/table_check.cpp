@@ -255,8 +255,8 @@ bool TableCheck::isDeniedByWholeTable(const INFOTAG& tag) {
 void TableCheck::reportUnlisted(std::size_t tag) {
     if (!headerLeadsToIt_) return;
     const INFOTAG& unlisted = scan_.tags[tag];
-    const bool follows =
-        lastUnlisted_ + 1 == tag && isPixelTag(scan_.tags[lastUnlisted_].id) == isPixelTag(unlisted.id);
+    const bool follows = lastUnlisted_ != TableMatch::kNoTag && lastUnlisted_ + 1 == tag &&
+                         isPixelTag(scan_.tags[lastUnlisted_].id) == isPixelTag(unlisted.id);
     lastUnlisted_ = tag;
     if (follows) return faults_.addLikeLast();
     const std::string name = isPixelTag(unlisted.id) ? "pixel" : tagName(unlisted.id);
