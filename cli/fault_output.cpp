@@ -38,7 +38,9 @@ class FaultGroup {
     }
 
     void add(const FileFault& fault) {
-        channels_.emplace(fault.channel, channelText(fault.channel, fault.channelName));
+        const std::string channel = channelText(fault.channel, fault.channelName);
+        if (std::find(channels_.begin(), channels_.end(), channel) == channels_.end())
+            channels_.push_back(channel);
         if (std::find(causes_.begin(), causes_.end(), fault.cause) == causes_.end())
             causes_.push_back(fault.cause);
         // The tags of a bucket often lie side by side.
@@ -70,15 +72,12 @@ class FaultGroup {
         if (tagId_ == 0) return ranges_.front().end > ranges_.front().begin ? "bytes" : "";
         const std::string name = MUtils::tagName(tagId_);
         if (!isOfBucket(tagId_, box_)) return name == "unknown" ? name + " tag" : name;
-        std::vector<std::string> channels;
-        for (const auto& [index, text] : channels_)
-            channels.push_back(text);
-        return "bucket " + boxText(box_) + " of channel" + plural(channels) + listText(channels);
+        return "bucket " + boxText(box_) + " of channel" + plural(channels_) + listText(channels_);
     }
 
     std::uint32_t tagId_;
     MUtils::PixelBox box_;
-    std::map<int, std::string> channels_;
+    std::vector<std::string> channels_;  // in the order of their tags, as the ranges are
     std::vector<std::string> causes_;
     std::vector<Range> ranges_;
     std::int64_t count_;
