@@ -134,6 +134,7 @@ std::int64_t TagRules::mostPayload(const RIF_TAG& tag) const {
 
 // What is wrong with a header wherever it is.
 const char* TagRules::contentFault(const RIF_TAG& tag) const {
+    if (tag.id == 0) return "zeros in place of a tag id";
     if (!isKnownTag(tag.id)) return "unknown tag id";
     if (tag.size < kTagHeaderBytes) return "size less than the tag header's";
     const PayloadRange range = payloadRange(tag);

@@ -1,6 +1,8 @@
 #include "rawimage/tools/recover.h"
 
+#include <algorithm>
 #include <utility>
+#include <vector>
 
 #include "rawimage/tools/recover_report.h"
 #include "rawimage/tools/supplied_facts.h"
@@ -8,6 +10,24 @@
 #include "support/files.h"
 
 namespace MUtils {
+
+namespace {
+
+// The tags in file order, but pixels in doubt before all others: readers draw later tags over earlier ones.
+std::vector<INFOTAG> doubtfulFirst(const Inspection& file) {
+    std::vector<INFOTAG> tags = file.tags;
+    if (file.doubted.empty()) return tags;
+    const auto isSure = [&file](const INFOTAG& tag) {
+        return !std::binary_search(file.doubted.begin(), file.doubted.end(),
+                                   static_cast<std::int64_t>(tag.offset));
+    };
+    const auto pixels =
+        std::find_if(tags.begin(), tags.end(), [](const INFOTAG& tag) { return isPixelTag(tag.id); });
+    std::stable_partition(pixels, tags.end(), [&isSure](const INFOTAG& tag) { return !isSure(tag); });
+    return tags;
+}
+
+}  // namespace
 
 RecoverReport recoverFile(const char* input, const char* output, const RecoverOptions& options) {
     PFileStream file;
@@ -35,7 +55,7 @@ RecoverReport recoverFile(const char* input, const char* output, const RecoverOp
     TagCopier copier(copying);
     ErrorCode error = copier.begin(output, found.compressed);
     if (error.empty()) error = supplied.write(copier);
-    if (error.empty()) error = copier.copy(file, found.tags, found.repairs);
+    if (error.empty()) error = copier.copy(file, doubtfulFirst(found), found.repairs);
     const bool whole = error.empty() && !copier.stopped();
     ErrorCode closing = whole ? copier.Close() : copier.leaveOpenEnded();
     if (error.empty()) error = std::move(closing);

@@ -1,6 +1,5 @@
 #include "rawimage/tools/recover_report.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "support/pstream.h"
@@ -47,6 +46,7 @@ bool reportInspection(const Inspection& file, RecoverReport& report) {
         report.lost.push_back(faultOf(gap, file.facts));
         report.lacks = report.lacks || (!isTable(gap, file) && (!gap.torn || gap.tag.id != 0));
     }
+    report.lacks = report.lacks || !file.doubted.empty();
     FileFaults faults = faultsOf(file);
     report.repaired = std::move(faults.repaired);
     report.doubts = std::move(faults.doubts);
@@ -66,11 +66,9 @@ bool isSoundButForItsEnd(const Inspection& file, bool renderedAgain, RecoverRepo
         report.cause = cause + " at " + std::to_string(offset);
         return false;
     };
-    for (const TagScan::Fault& fault : file.faults) {
-        const bool covered =
-            tolerant && std::binary_search(file.doubted.begin(), file.doubted.end(), fault.offset);
-        if (!covered) return refuse(fault.cause, fault.offset);
-    }
+    if (!file.faults.empty()) return refuse(file.faults.front().cause, file.faults.front().offset);
+    if (!tolerant && !file.doubted.empty())
+        return refuse("pixels whose place is in doubt", file.doubted.front());
     for (const TagGap& gap : file.gaps) {
         if (!gap.torn) return refuse(gap.cause, gap.offset);
     }

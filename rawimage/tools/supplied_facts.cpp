@@ -108,6 +108,10 @@ bool SuppliedFacts::loadSibling(const Inspection& input, const RecoverOptions& o
         return refuse(report, RecoverState::kMismatch, options.like + ": " + what);
     };
     const FrameFacts& facts = siblingFile_.facts;
+    const PixelBox own = input.facts.frame();
+    if (!own.empty() && !facts.frame().empty() && own != facts.frame())
+        return lacks(
+            ("no sibling: its frame is " + sizeText(facts.frame().width(), facts.frame().height())).c_str());
     if (report.lacksResolution) {
         const PixelBox frame = facts.frame();
         if (frame.empty()) return lacks("the resolution is missing there, too");
