@@ -9,6 +9,7 @@
 #include "support/preview_drawing.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -282,4 +283,5 @@ bool ChannelDrawCallback::setImageData(const MBVTable& data, int count, int /*ch
     return true;
 }
 
+}  // namespace v1
 }  // namespace MUtils

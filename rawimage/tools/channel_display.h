@@ -13,6 +13,7 @@
 // makePicture.
 
 namespace MUtils {
+inline namespace v1 {
 
 // A channel as the file lists it.
 struct ShownChannel {
@@ -119,4 +120,5 @@ class ChannelDrawCallback final : public OneChannelCallback {
     int outHeight_;
 };
 
+}  // namespace v1
 }  // namespace MUtils

@@ -8,6 +8,7 @@
 #include "rawimage/inspect/tag_check.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 void ChannelStats::add(const RIF_TAG& tag, std::int64_t rawBytes) {
     if (statesWindow(tag)) return;  // no bucket
@@ -75,4 +76,5 @@ void ChannelStats::summarise(const std::vector<RIF_CHANNEL>& listed, FileSummary
     tags_.clear();
 }
 
+}  // namespace v1
 }  // namespace MUtils

@@ -8,6 +8,7 @@
 #include "rawimage/tools/summary.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // Collects the pixel tags of a walk, 32 bytes each, and sums them up for each channel at the end. The
 // channel list may come after the pixels, more than once, or never, so tags find their channels only then.
@@ -34,4 +35,5 @@ class ChannelStats {
     std::deque<PixelTag> tags_;
 };
 
+}  // namespace v1
 }  // namespace MUtils

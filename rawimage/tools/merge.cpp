@@ -16,6 +16,7 @@
 #include "support/files.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -379,4 +380,5 @@ MergeReport mergeFiles(const std::vector<std::string>& inputs, const std::string
     return report;
 }
 
+}  // namespace v1
 }  // namespace MUtils

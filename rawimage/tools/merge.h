@@ -11,6 +11,7 @@
 // One file out of several that hold pieces of the same frame, by copying: nothing is compressed again.
 
 namespace MUtils {
+inline namespace v1 {
 
 enum class MergeState {
     kGood,
@@ -62,4 +63,5 @@ struct MergeReport {
 MergeReport mergeFiles(const std::vector<std::string>& inputs, const std::string& output,
                        const MergeOptions& options);
 
+}  // namespace v1
 }  // namespace MUtils

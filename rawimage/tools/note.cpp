@@ -127,6 +127,7 @@ bool replaceRawNote(const char* fileName, char* note, int /*reserved*/, RawImage
 }
 
 namespace MUtils {
+inline namespace v1 {
 
 ErrorCode writeNote(const char* fileName, const char* note) {
     constexpr const char* kName = "writeNote";
@@ -153,4 +154,5 @@ ErrorCode writeNote(const char* fileName, const char* note) {
     }
 }
 
+}  // namespace v1
 }  // namespace MUtils

@@ -21,6 +21,7 @@ bool readRawNote(const char* fileName, char* buffer, int capacity);
 bool replaceRawNote(const char* fileName, char* note, int reserved, RawImageInfo* info);
 
 namespace MUtils {
+inline namespace v1 {
 
 // Codes of writeNote() besides the system's, which are positive, and -1.
 constexpr int kNoteFileNotThisFormat = -2;
@@ -36,6 +37,7 @@ constexpr int kNoteFileUnfinished = -4;
 // are not looked at.
 ErrorCode writeNote(const char* fileName, const char* note);
 
+}  // namespace v1
 }  // namespace MUtils
 
 // Takes the note's text. Other tags are skipped.

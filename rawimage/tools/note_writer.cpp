@@ -15,6 +15,7 @@
 #include "support/stream_wrapper.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -233,4 +234,5 @@ ErrorCode setNote(PStream& file, PStream& mending, const char* note) {
     return apply(Addition(file, found.tags.back()), payload, mending);
 }
 
+}  // namespace v1
 }  // namespace MUtils

@@ -5,6 +5,7 @@
 #include "support/pstream.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // writeNote() on a file that is open. `mending` is a second stream on the same file, which puts back what was
 // there when a write fails: `file` may refuse to write any more then. Where the file has notes, each is
@@ -14,4 +15,5 @@ namespace MUtils {
 // Throws std::bad_alloc.
 ErrorCode setNote(PStream& file, PStream& mending, const char* note);
 
+}  // namespace v1
 }  // namespace MUtils

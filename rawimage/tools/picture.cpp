@@ -10,6 +10,7 @@
 #include "rawimage/tools/channel_display.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -220,4 +221,5 @@ Picture makePicture(const char* fileName, const PictureRequest& request) {
     return picture;
 }
 
+}  // namespace v1
 }  // namespace MUtils

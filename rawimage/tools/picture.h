@@ -12,6 +12,7 @@
 // in unfinished and damaged files, and reports what is not.
 
 namespace MUtils {
+inline namespace v1 {
 
 // How a channel's values are shown. The guess goes by type, alias and name, and for four floats by the
 // values:
@@ -88,4 +89,5 @@ struct Picture {
 // inspection the values of the largest of its tags are in memory.
 Picture makePicture(const char* fileName, const PictureRequest& request);
 
+}  // namespace v1
 }  // namespace MUtils

@@ -10,6 +10,7 @@
 #include "support/files.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -88,4 +89,5 @@ RecoverReport recoverInPlace(const char* fileName, const RecoverOptions& options
     return report;
 }
 
+}  // namespace v1
 }  // namespace MUtils

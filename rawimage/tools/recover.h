@@ -11,6 +11,7 @@
 // Saves what is sound of a damaged or unfinished raw image file.
 
 namespace MUtils {
+inline namespace v1 {
 
 enum class RecoverState {
     kGood,
@@ -67,4 +68,5 @@ RecoverReport recoverFile(const char* input, const char* output, const RecoverOp
 // else is wrong with it; a sound, finished file stays as it is.
 RecoverReport recoverInPlace(const char* fileName, const RecoverOptions& options);
 
+}  // namespace v1
 }  // namespace MUtils

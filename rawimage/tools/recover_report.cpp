@@ -5,6 +5,7 @@
 #include "support/pstream.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -78,4 +79,5 @@ bool isSoundButForItsEnd(const Inspection& file, bool renderedAgain, RecoverRepo
     return true;
 }
 
+}  // namespace v1
 }  // namespace MUtils

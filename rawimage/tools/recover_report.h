@@ -8,6 +8,7 @@
 // How the report of a recovery, in place or not, or of a resumption is filled.
 
 namespace MUtils {
+inline namespace v1 {
 
 RecoverReport recoverFailure(RecoverState state, std::string cause);
 // For the code with which the input, or the file to be changed, did not open.
@@ -22,4 +23,5 @@ bool reportInspection(const Inspection& file, RecoverReport& report);
 // `renderedAgain`, pixel tags of an unfinished file whose place is wrong or in doubt are no such damage.
 bool isSoundButForItsEnd(const Inspection& file, bool renderedAgain, RecoverReport& report);
 
+}  // namespace v1
 }  // namespace MUtils

@@ -6,6 +6,7 @@
 #include "rawimage/tools/tag_copier.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 RecoverReport prepareResume(const char* fileName) {
     TagCopier file;
@@ -22,4 +23,5 @@ RecoverReport prepareResume(const char* fileName) {
     return report;
 }
 
+}  // namespace v1
 }  // namespace MUtils

@@ -5,6 +5,7 @@
 // Continues a raw image file whose render was interrupted.
 
 namespace MUtils {
+inline namespace v1 {
 
 // Makes a file ready to be continued with RIFile::Append and ReadInfoTags: cuts a torn tail, or the table of
 // a finished file, so that the next tag follows the last whole one. Works under the writers' lock. Refuses
@@ -13,4 +14,5 @@ namespace MUtils {
 // again covers it. missingPixels() lists its bucket.
 RecoverReport prepareResume(const char* fileName);
 
+}  // namespace v1
 }  // namespace MUtils

@@ -11,6 +11,7 @@
 #include "support/bytes.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -135,4 +136,5 @@ FileSummary summariseFile(const char* fileName, bool keepTags) {
     return code == 0 ? summariseStream(file, keepTags) : failed(code);
 }
 
+}  // namespace v1
 }  // namespace MUtils

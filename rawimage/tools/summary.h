@@ -12,6 +12,7 @@
 // size is summarised quickly, and the bytes that they decompress to come from their headers.
 
 namespace MUtils {
+inline namespace v1 {
 
 // A text of the file, up to its NUL. One of more than kMaxSummaryText bytes is not read.
 struct StoredText {
@@ -107,4 +108,5 @@ FileSummary summariseStream(PStream& stream, bool keepTags);
 // those of the inspection.
 FileSummary summarise(PStream& stream, const Inspection& file);
 
+}  // namespace v1
 }  // namespace MUtils

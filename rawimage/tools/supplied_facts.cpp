@@ -9,6 +9,7 @@
 #include "rawimage/tools/recover_report.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -138,4 +139,5 @@ ErrorCode SuppliedFacts::write(TagCopier& output) {
     return output.copy(sibling_, tags_, siblingFile_.repairs);
 }
 
+}  // namespace v1
 }  // namespace MUtils

@@ -8,6 +8,7 @@
 #include "support/pstream.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // The resolution and the channel list for a recovered file whose input has lost them. No reader can show
 // pixels without. They come from a sibling, a file of the same render, or from the caller.
@@ -31,4 +32,5 @@ class SuppliedFacts {
     int height_ = 0;
 };
 
+}  // namespace v1
 }  // namespace MUtils

@@ -8,6 +8,7 @@
 #include "support/scratch_buffer.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -182,4 +183,5 @@ ErrorCode TagCopier::leaveOpenEnded() {
     return Close();
 }
 
+}  // namespace v1
 }  // namespace MUtils

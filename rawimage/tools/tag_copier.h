@@ -9,6 +9,7 @@
 #include "support/byte_buffer.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 // Writes a raw image file out of tags of others, byte for byte as they are there. Errors as RIFile's; what
 // cannot be read of a source is an error too.
@@ -55,4 +56,5 @@ class TagCopier : public RIFile {
     ByteBuffer chunk_;
 };
 
+}  // namespace v1
 }  // namespace MUtils

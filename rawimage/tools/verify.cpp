@@ -7,6 +7,7 @@
 #include "support/files.h"
 
 namespace MUtils {
+inline namespace v1 {
 
 namespace {
 
@@ -77,4 +78,5 @@ VerifyReport missingPixels(const char* fileName, const MissingOptions& options) 
     return reportOf(inspectFile(fileName, inspecting));
 }
 
+}  // namespace v1
 }  // namespace MUtils

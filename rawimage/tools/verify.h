@@ -14,6 +14,7 @@
 // Whether a raw image file is what was written, and whether it is all there.
 
 namespace MUtils {
+inline namespace v1 {
 
 struct VerifyReport {
     FileState state = FileState::kGood;
@@ -72,4 +73,5 @@ struct MissingOptions {
 // elsewhere: a program that continues the file as it is leaves the wrong header in it. Throws std::bad_alloc.
 VerifyReport missingPixels(const char* fileName, const MissingOptions& options = {});
 
+}  // namespace v1
 }  // namespace MUtils
