@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "../rawimage/area/pixel_box.h"
+#include "../rawimage/export.h"
 #include "../rawimage/inspect/inspection.h"
 
 // What the conversions between OpenEXR files and raw images have in common: their two steps and their report.
@@ -82,7 +83,7 @@ using ConvertProgress = std::function<bool(std::int64_t done, std::int64_t total
 //     if (!conversion->report().written) fail(conversion->report().cause);
 //
 // One thread at a time uses the object. Both steps throw std::bad_alloc and nothing else.
-class Conversion {
+class RAWIMAGE_EXPORT Conversion {
   public:
     virtual ~Conversion() = default;
 

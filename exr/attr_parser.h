@@ -2,6 +2,7 @@
 
 #include <ImfForward.h>
 
+#include "../rawimage/export.h"
 #include "../support/error_code.h"
 
 // Free-form metadata as one text, "name=value; name=value", and the typed OpenEXR attributes that it
@@ -24,7 +25,7 @@
 // dropped (1-2 is 1.0); .5, 1E5 and 0x10 are strings; integers wrap to 32 bits.
 
 // A header as the parser sees it.
-class ExrHeaderWrapper {
+class RAWIMAGE_EXPORT ExrHeaderWrapper {
   public:
     explicit ExrHeaderWrapper(Imf::Header& target) : header(target) {}
 
@@ -37,7 +38,7 @@ class ExrHeaderWrapper {
 
 // The parser; it has no state. Exists for ExrHeaderWrapper.
 template <class HeaderWrapper>
-class AttrParser {
+class RAWIMAGE_EXPORT AttrParser {
   public:
     // Inserts the attributes of `text`, which it writes into: the text must be the caller's own,
     // NUL-terminated copy. Each attribute goes in as soon as it is read, over one of the same name and type,
@@ -60,13 +61,13 @@ class AttrParser {
 // Runs the parser with the process's numeric locale switched to "C". The locale is back when this returns; an
 // exception of the header passes through and leaves it at "C". Process-wide: no other thread may rely on the
 // locale meanwhile. A null text counts as "".
-ErrorCode WriteEXRExtraAttributes(Imf::Header& header, char* text);
+RAWIMAGE_EXPORT ErrorCode WriteEXRExtraAttributes(Imf::Header& header, char* text);
 
 namespace MUtils {
 inline namespace v1 {
 
 // For attributes that no text can express: puts them into the headers of an ExrFile (setHeaderEditor).
-class ExrHeaderEditor {
+class RAWIMAGE_EXPORT ExrHeaderEditor {
   public:
     virtual ~ExrHeaderEditor() = default;
     // `header` is that of part `part`, complete with its channels but for camera and texts, which go over
@@ -77,7 +78,7 @@ class ExrHeaderEditor {
 // What is wrong with a text, found before any file exists: the parser's error, or what a header with the
 // attributes that every EXR file of this module holds (the camera's among them) throws at it, as an error
 // with code -5. Null and "" are right. The locale is back afterwards in every case.
-ErrorCode checkExtraAttributes(const char* text);
+RAWIMAGE_EXPORT ErrorCode checkExtraAttributes(const char* text);
 
 }  // namespace v1
 }  // namespace MUtils

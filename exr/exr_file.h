@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "../rawimage/export.h"
 #include "../rawimage/output_file.h"
 
 namespace MUtils {
@@ -26,7 +27,7 @@ class ExrFileDataBase;
 // WTStampText and WTExtraAttributes let OpenEXR's exceptions through (a name that holds an attribute of
 // another type; for a tiled file an empty channel name); no other operation throws. One thread at a time uses
 // an object; OpenEXR compresses on the threads of its own global pool.
-class ExrFile : public RIFileBase {
+class RAWIMAGE_EXPORT ExrFile : public RIFileBase {
   public:
     enum Kind {
         kScanline = 0,  // and every number not named here: one part

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "../rawimage/export.h"
 #include "../rawimage/records.h"
 
 // Facts about OpenEXR files that whoever writes and reads them shares. No type of OpenEXR's is needed here.
@@ -28,11 +29,11 @@ constexpr CameraAttribute kCameraAttributes[] = {
 };
 
 // True for the name of any of these attributes.
-bool isCameraAttribute(const char* name);
+RAWIMAGE_EXPORT bool isCameraAttribute(const char* name);
 
 // The lines that a scan-line file packs together, for a value of Imf::Compression; 1 for one that is not
 // known.
-int linesPerBlock(int compression);
+RAWIMAGE_EXPORT int linesPerBlock(int compression);
 
 }  // namespace v1
 }  // namespace MUtils

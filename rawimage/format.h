@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "export.h"
 #include "records.h"
 
 // The facts of the raw image file: a 32-byte file header, then tags of a 40-byte header and a payload each,
@@ -114,44 +115,44 @@ struct RIF_PIXEL_KIND {
 };
 
 // The row of a channel type 1 to 6, or null.
-const RIF_PIXEL_KIND* findChannelKind(int type);
+RAWIMAGE_EXPORT const RIF_PIXEL_KIND* findChannelKind(int type);
 // A row of the pixel tag `tagId`, or null for any other id; types 2 and 5 share a tag, so only its value size
 // counts.
-const RIF_PIXEL_KIND* findPixelKind(std::uint32_t tagId);
+RAWIMAGE_EXPORT const RIF_PIXEL_KIND* findPixelKind(std::uint32_t tagId);
 inline bool isPixelTag(std::uint32_t tagId) {
     return findPixelKind(tagId) != nullptr;
 }
 
 // Bytes of width x height values; -1 when a side is negative, or for more bytes than 31 bits count.
-std::int64_t valuesBytes(std::int32_t width, std::int32_t height, int valueSize);
+RAWIMAGE_EXPORT std::int64_t valuesBytes(std::int32_t width, std::int32_t height, int valueSize);
 // Bytes of the values of a pixel tag, uncompressed; -1 when its parameters make no sense, 0 for any other
 // tag.
-std::int64_t pixelBytes(const RIF_TAG& tag);
+RAWIMAGE_EXPORT std::int64_t pixelBytes(const RIF_TAG& tag);
 
 // "note", "camera", "float3 pixels", ...; "unknown" for an id that the format does not have.
-const char* tagName(std::uint32_t tagId);
+RAWIMAGE_EXPORT const char* tagName(std::uint32_t tagId);
 
-void encodeHeader(const RIF_HEADER& header, unsigned char bytes[kFileHeaderBytes]);
-RIF_HEADER decodeHeader(const unsigned char bytes[kFileHeaderBytes]);
+RAWIMAGE_EXPORT void encodeHeader(const RIF_HEADER& header, unsigned char bytes[kFileHeaderBytes]);
+RAWIMAGE_EXPORT RIF_HEADER decodeHeader(const unsigned char bytes[kFileHeaderBytes]);
 
-void encodeTag(const RIF_TAG& tag, unsigned char bytes[kTagHeaderBytes]);
-RIF_TAG decodeTag(const unsigned char bytes[kTagHeaderBytes]);
+RAWIMAGE_EXPORT void encodeTag(const RIF_TAG& tag, unsigned char bytes[kTagHeaderBytes]);
+RAWIMAGE_EXPORT RIF_TAG decodeTag(const unsigned char bytes[kTagHeaderBytes]);
 
-void encodeInfoTag(const INFOTAG& entry, unsigned char bytes[kInfoTagBytes]);
-INFOTAG decodeInfoTag(const unsigned char bytes[kInfoTagBytes]);
+RAWIMAGE_EXPORT void encodeInfoTag(const INFOTAG& entry, unsigned char bytes[kInfoTagBytes]);
+RAWIMAGE_EXPORT INFOTAG decodeInfoTag(const unsigned char bytes[kInfoTagBytes]);
 
 // Of the name at most 63 characters are stored; the rest of the field is zeros.
-void encodeChannel(const RIF_CHANNEL& channel, unsigned char bytes[kChannelRecordBytes]);
+RAWIMAGE_EXPORT void encodeChannel(const RIF_CHANNEL& channel, unsigned char bytes[kChannelRecordBytes]);
 // A channel record. The name may be null, which counts as "", and need not end within its first 63
 // characters, which are all that is taken of it.
-RIF_CHANNEL makeChannel(int index, int type, int alias, int flags, const char* name);
-RIF_CHANNEL decodeChannel(const unsigned char bytes[kChannelRecordBytes]);
+RAWIMAGE_EXPORT RIF_CHANNEL makeChannel(int index, int type, int alias, int flags, const char* name);
+RAWIMAGE_EXPORT RIF_CHANNEL decodeChannel(const unsigned char bytes[kChannelRecordBytes]);
 
-void encodeCamera(const RICameraInfo& camera, unsigned char bytes[kCameraRecordBytes]);
-RICameraInfo decodeCamera(const unsigned char bytes[kCameraRecordBytes]);
+RAWIMAGE_EXPORT void encodeCamera(const RICameraInfo& camera, unsigned char bytes[kCameraRecordBytes]);
+RAWIMAGE_EXPORT RICameraInfo decodeCamera(const unsigned char bytes[kCameraRecordBytes]);
 
-void encodeRegion(const RIRegionInfo& region, unsigned char bytes[kRegionRecordBytes]);
-RIRegionInfo decodeRegion(const unsigned char bytes[kRegionRecordBytes]);
+RAWIMAGE_EXPORT void encodeRegion(const RIRegionInfo& region, unsigned char bytes[kRegionRecordBytes]);
+RAWIMAGE_EXPORT RIRegionInfo decodeRegion(const unsigned char bytes[kRegionRecordBytes]);
 
 }  // namespace v1
 }  // namespace MUtils

@@ -3,6 +3,7 @@
 #include "../support/error_code.h"
 #include "../support/pstream.h"
 #include "../support/table.h"
+#include "export.h"
 #include "records.h"
 
 class RIFileCallback;
@@ -16,7 +17,7 @@ class RIFileCallback;
 //
 // Every operation but ParseFile returns an empty ErrorCode on success. One thread at a time uses an object;
 // no operation keeps a pointer it was given.
-class RIFileBase {
+class RAWIMAGE_EXPORT RIFileBase {
   public:
     virtual ~RIFileBase();
 

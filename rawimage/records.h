@@ -3,6 +3,7 @@
 #include "../support/mbvtable.h"
 #include "../support/rgb24.h"
 #include "../support/table.h"
+#include "export.h"
 
 // The storage class of a render channel's values. Types 2 and 5 share size and tag; the EXR writers name the
 // components of a colour R, G, B and those of a vector X, Y, Z.
@@ -31,7 +32,7 @@ using ::RegionChannelAlias;
 using ::RegionChannelType;
 
 // Three axis vectors.
-struct Matrix {
+struct RAWIMAGE_EXPORT Matrix {
     float axis[3][3];
 
     Matrix() = default;
@@ -60,7 +61,7 @@ struct RegionChannel {
 
 // A finished region of the image with the values of its channels. The writers read it during the call only
 // and own nothing of it.
-class MRRegionData {
+class RAWIMAGE_EXPORT MRRegionData {
   public:
     virtual ~MRRegionData();
 
@@ -77,7 +78,7 @@ class MRRegionData {
 };
 
 // The renderer's description of one channel. The name may be null, which counts as "".
-class RegionChannelCallback {
+class RAWIMAGE_EXPORT RegionChannelCallback {
   public:
     virtual RegionChannelType getType() = 0;
     virtual RegionChannelAlias getAlias() = 0;
@@ -95,7 +96,7 @@ using MUtils::RegionChannel;
 using MUtils::RegionChannelCallback;
 
 // The camera of a frame; every field is stored as it is, none is converted or checked.
-struct RICameraInfo {
+struct RAWIMAGE_EXPORT RICameraInfo {
     // 4 x 4, row after row: rows 0 to 2 hold the axis vectors in their first three elements, row 3 the
     // position; element 15 is 1, elements 3, 7 and 11 are 0.
     float transform[16];
@@ -128,7 +129,7 @@ struct RIRegionInfo {
 };
 
 // The scene of a frame: a value whose meaning is the renderer's, and an owned name, which may be null.
-struct RISceneInfo {
+struct RAWIMAGE_EXPORT RISceneInfo {
     int value = 0;
     char* name = nullptr;  // allocated with array new
 
@@ -145,4 +146,4 @@ struct RISceneInfo {
 
 // Bytes of one value of the pixel tag `tagId`: 12, 8, 4, 4, 16 for the tags 258 to 261 and 270. It takes a
 // tag id, not a channel type; every other id gives -1.
-int getChanSize(int tagId);
+RAWIMAGE_EXPORT int getChanSize(int tagId);

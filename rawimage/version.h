@@ -1,5 +1,7 @@
 #pragma once
 
+#include "export.h"
+
 // The version of these headers. The build takes its version from here.
 #define RAWIMAGE_VERSION_MAJOR 1
 #define RAWIMAGE_VERSION_MINOR 0
@@ -16,7 +18,7 @@ inline namespace v1 {
 
 // The version of the library that is linked, which need not be the one of the headers where it is shared. The
 // text lives as long as the program.
-const char* rawimageVersion();
+RAWIMAGE_EXPORT const char* rawimageVersion();
 
 }  // namespace v1
 }  // namespace MUtils

@@ -5,6 +5,7 @@
 
 #include "../support/byte_buffer.h"
 #include "../support/job_queue.h"
+#include "export.h"
 #include "format.h"
 #include "output_file.h"
 
@@ -27,7 +28,7 @@ class TagDecoder;
 //
 // An object is used by one thread at a time. It owns the streams it opens by name and borrows those it is
 // given; Close closes either.
-class RIFile : public RIFileBase {
+class RAWIMAGE_EXPORT RIFile : public RIFileBase {
   public:
     RIFile();
     // Releases what it owns, but does not finish the file: without Close there is no table.

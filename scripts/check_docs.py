@@ -44,7 +44,7 @@ def holds(source, lines):
 
 
 def fields_of(header, struct):
-    body = re.search(rf"^struct {struct}\b[^;]*?\{{\n(.*?)^\}};", header, re.M | re.S)
+    body = re.search(rf"^struct (?:RAWIMAGE_EXPORT )?{struct}\b[^;]*?\{{\n(.*?)^\}};", header, re.M | re.S)
     if body is None:
         return None
     return [match[1] for match in map(MEMBER.match, body[1].split("\n")) if match]

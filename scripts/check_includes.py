@@ -22,13 +22,13 @@ BELOW_CONVERT += ["exr " + PUBLIC, *(f"rawimage/{room} {PUBLIC}" for room in ["t
 # What each folder may include of ours: a folder's headers, one header, public headers of a folder ("folder PUBLIC"),
 # all public headers, or anything. Folders of the library are listed one by one; below the others all is alike.
 LIBRARY = {
-    "support": ["support"],
+    "support": ["support", "rawimage/export.h"],
     "rawimage": ["rawimage", "support"],
     "rawimage/read": ["rawimage/read", "rawimage", "support"],
     "rawimage/area": ["rawimage/area", "rawimage", "support"],
     "rawimage/inspect": ["rawimage/inspect", "rawimage/area", "rawimage/read " + PUBLIC, "rawimage", "support"],
     "rawimage/tools": ["rawimage/tools", "rawimage/inspect", "rawimage/area", "rawimage/read " + PUBLIC, "rawimage", "support"],
-    "exr": ["exr", "rawimage/records.h", "rawimage/output_file.h", "rawimage/area/pixel_box.h", "support"],
+    "exr": ["exr", "rawimage/export.h", "rawimage/records.h", "rawimage/output_file.h", "rawimage/area/pixel_box.h", "support"],
     "convert": ["convert", *BELOW_CONVERT],
     "convert/from_exr": ["convert/from_exr", "convert", *BELOW_CONVERT],
     "convert/to_exr": ["convert/to_exr", "convert", *BELOW_CONVERT],

@@ -15,10 +15,6 @@ CharString::CharString(const char* text) {
     std::memcpy(text_.get(), text, length + 1);
 }
 
-bool operator==(const CharString& a, const CharString& b) {
-    return a.length_ == b.length_ && std::strcmp(a.c_str(), b.c_str()) == 0;
-}
-
 void assignText(char*& owned, const char* text) {
     char* copy = nullptr;
     if (text != nullptr) {

@@ -3,13 +3,15 @@
 #include <memory>
 #include <string>
 
+#include "../rawimage/export.h"
+
 namespace MUtils {
 
 // The result of a writing operation: empty for success, else the failing operation's own name, a numeric code
 // (-1 for the module's own failures, the stream's positive code for failures to open), a formatted message
 // and, when another operation failed underneath, that error as its cause. An empty one costs a pointer. A
 // value: copies are deep, safe to hand to another thread.
-class [[nodiscard]] ErrorCode {
+class [[nodiscard]] RAWIMAGE_EXPORT ErrorCode {
   public:
     ErrorCode() = default;
 

@@ -6,13 +6,15 @@
 #include <thread>
 #include <vector>
 
+#include "../rawimage/export.h"
+
 namespace MUtils {
 
 // Processors that this process may use, at least 1.
-int getNumProcessors();
+RAWIMAGE_EXPORT int getNumProcessors();
 
 // What a thread runs.
-class ThreadProc {
+class RAWIMAGE_EXPORT ThreadProc {
   public:
     virtual void proc(void* argument) = 0;
     // Shown by debuggers, when it has at most 15 characters.
@@ -24,7 +26,7 @@ class ThreadProc {
 
 // Starts threads and joins them. It may serve several queues; its operations may be called from any thread.
 // It must outlive what it started: the destructor joins every thread that is left.
-class ThreadManager {
+class RAWIMAGE_EXPORT ThreadManager {
   public:
     ThreadManager();
     ~ThreadManager();
@@ -50,7 +52,7 @@ struct JobsHandle {
 // Runs jobs on worker threads, a bounded number at a time. One thread, the owner, starts, fills and waits;
 // the workers only run jobs. Whoever fills a job's data before enqueueJob() may rely on the worker seeing it,
 // and on seeing the job's results after waitJobs().
-class JobQueue : public ThreadProc {
+class RAWIMAGE_EXPORT JobQueue : public ThreadProc {
   public:
     static constexpr int kMaxThreads = 1024;
     static constexpr int kMaxSlots = 8192;

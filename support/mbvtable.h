@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "../rawimage/export.h"
 #include "pstream.h"
 
 namespace MUtils {
@@ -17,7 +18,7 @@ namespace MUtils {
 // It holds up to 2^31 - 1 values of any size; negative sizes count as an empty table. Blocks are not cleared,
 // so those that nothing is written to cost no memory. Making room throws std::bad_alloc. Several threads may
 // read one table at a time; changing it needs it alone.
-class MBVTable {
+class RAWIMAGE_EXPORT MBVTable {
   public:
     int numBlocks = 0;           // blocks in use
     int blockGrowStep = 100;     // growth step of the block pointer array

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "../rawimage/export.h"
+
 namespace MUtils {
 
 // A seekable stream of bytes, which writer and readers are built on. Hosts and tests may put their own
@@ -21,7 +23,7 @@ namespace MUtils {
 //  - IsEOF is true when the position is at or past the length, or when the last read was short.
 //  - Open on an open stream returns 0 and rewinds; contents stay.
 // A stream is used by one thread at a time.
-class PStream {
+class RAWIMAGE_EXPORT PStream {
   public:
     virtual ~PStream();
 
@@ -69,7 +71,7 @@ class PStream {
 // A file that is open for writing is locked against a second writer, in this process or another, unless
 // `share` allows one: that one gets EWOULDBLOCK. The lock is advisory, and goes with Close or the process.
 // Readers are never held up.
-class PFileStream : public PStream {
+class RAWIMAGE_EXPORT PFileStream : public PStream {
   public:
     // The numbering of `access` and `disposition`.
     static constexpr unsigned kRead = 0x80000000u;
@@ -144,7 +146,7 @@ class PFileStream : public PStream {
 };
 
 // A growable block of memory. Close keeps the contents.
-class PMemStream : public PStream {
+class RAWIMAGE_EXPORT PMemStream : public PStream {
   public:
     // Room for `initialSize` bytes is made at once.
     explicit PMemStream(int initialSize = 0);
@@ -174,7 +176,7 @@ class PMemStream : public PStream {
 
 // A block of memory of a fixed size. All of it counts as data, whether written or not. Close keeps the
 // contents.
-class PBufStream : public PStream {
+class RAWIMAGE_EXPORT PBufStream : public PStream {
   public:
     PBufStream() = default;
     explicit PBufStream(int size) { Alloc(size); }
@@ -209,13 +211,13 @@ class PBufStream : public PStream {
 
 // What a code that Open or Create of a file gave means, in the system's words ("No such file or directory");
 // that of the lock, EWOULDBLOCK, is "another writer has the file open".
-std::string openErrorText(int code);
+RAWIMAGE_EXPORT std::string openErrorText(int code);
 
 }  // namespace MUtils
 
 // fopen for names as this module takes them: a null name fails with ENOENT, a directory with EISDIR, a pipe
 // with ESPIPE.
-std::FILE* mutils_fopen(const char* name, const char* mode);
+RAWIMAGE_EXPORT std::FILE* mutils_fopen(const char* name, const char* mode);
 
 using MUtils::PBufStream;
 using MUtils::PFileStream;

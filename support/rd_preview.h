@@ -1,12 +1,13 @@
 #pragma once
 
+#include "../rawimage/export.h"
 #include "mbvtable.h"
 #include "rgb24.h"
 
 namespace MUtils {
 
 // Turns a colour as it is stored into one as it is shown.
-class ColCor {
+class RAWIMAGE_EXPORT ColCor {
   public:
     virtual ~ColCor();
     // Corrects the colour red, green, blue in place. The result is taken as display values, 0 to 1.
@@ -15,10 +16,10 @@ class ColCor {
 
 // A display value as a byte: floor(clamp(value * 256, 0, 255)), so that 1/256 per step goes both ways. NaN
 // gives 0.
-unsigned char byteFromDisplay(float value);
+RAWIMAGE_EXPORT unsigned char byteFromDisplay(float value);
 
 // The sRGB curve of a linear value, not clamped.
-float srgbFromLinear(float value);
+RAWIMAGE_EXPORT float srgbFromLinear(float value);
 
 // Draws what one bucket of a colour channel contributes to a preview: the canvas of canvasWidth x
 // canvasHeight pixels is scaled to the outWidth x outHeight pixels of `out`, and each output pixel whose
@@ -35,10 +36,11 @@ float srgbFromLinear(float value);
 // the numbers, `alias`, `second`, `background` and the last argument are carried for the callers' sake.
 // `hasCorrector` of 0 ignores the corrector. Calls with different `out` may run at the same time. Always
 // true.
-bool CreateRDPreview(int mode, int reserved, int valueType, int alias, const MBVTable& data,
-                     const MBVTable* second, int canvasWidth, int canvasHeight, int x, int y, int width,
-                     int height, RGB24* out, int outWidth, int outHeight, RGB24 background, int filter,
-                     ColCor* corrector, int hasCorrector, int reservedLast);
+RAWIMAGE_EXPORT bool CreateRDPreview(int mode, int reserved, int valueType, int alias, const MBVTable& data,
+                                     const MBVTable* second, int canvasWidth, int canvasHeight, int x, int y,
+                                     int width, int height, RGB24* out, int outWidth, int outHeight,
+                                     RGB24 background, int filter, ColCor* corrector, int hasCorrector,
+                                     int reservedLast);
 
 }  // namespace MUtils
 

@@ -1,6 +1,6 @@
 #!/bin/sh
 # Installs the build into a temporary directory, moves the installed tree, and builds and runs a small consumer
-# against it, once through find_package and once through pkg-config.
+# against it: through find_package, through pkg-config, and with a shared library, of which it checks the symbols.
 # Usage: install_test.sh CMAKE CXX BUILD_DIR
 set -eu
 
@@ -48,6 +48,37 @@ LD_LIBRARY_PATH=$(pkg-config --variable=libdir rawimage) "$work/consumer" "$work
     "$(pkg-config --modversion rawimage)"
 check_file "$work/pkgconfig.rimg"
 echo "pkg-config: ok"
+
+# The objects of a static library are those of a shared one, and linking them takes a second.
+libdir=$(pkg-config --variable=libdir rawimage)
+shared=$libdir/librawimage.so
+if [ ! -e "$shared" ]; then
+    shared=$work/librawimage.so
+    # shellcheck disable=SC2046
+    "$cxx" -shared -o "$shared" -Wl,--whole-archive "$libdir/librawimage.a" -Wl,--no-whole-archive \
+        $(pkg-config --libs rawimage | sed 's/-lrawimage//')
+fi
+# shellcheck disable=SC2046
+"$cxx" -std=c++17 -fvisibility=hidden -Wall -Wextra -Werror -I"$consumer/host" $(pkg-config --cflags rawimage) \
+    "$consumer/main.cpp" -o "$work/consumer" "$shared"
+LD_LIBRARY_PATH=$(dirname "$shared") "$work/consumer" "$work/shared.rimg" "$(pkg-config --modversion rawimage)"
+check_file "$work/shared.rimg"
+
+# What is exported is marked in a public header, or a member of a class that is. Template instances of other
+# libraries do not count.
+grep -rh RAWIMAGE_EXPORT "$prefix/include" |
+    sed -nE 's/^(class|struct) .*RAWIMAGE_EXPORT (\w+).*/\2/p; s/^RAWIMAGE_EXPORT [^(]*\b(\w+)\(.*/\1/p' >"$work/marked"
+nm -DC --defined-only "$shared" | sed -E 's/^[0-9a-f]* . //' >"$work/symbols"
+sed -E 's/\[abi:\w+\]//g; s/operator.*//; :args; s/<[^<>]*>//g; t args; s/\(.*//; s/.* //' "$work/symbols" |
+    grep -vE '^(std|__gnu_cxx|Imf_\w+|Imath_\w+)::' | sort -u >"$work/exported"
+if grep -vwFf "$work/marked" "$work/exported" >&2; then
+    echo "exported, but marked in no public header" >&2
+    exit 1
+fi
+for name in RIFile::Close MUtils::v1::inspectFile; do
+    grep -qx "$name" "$work/exported" || { echo "$name is not exported" >&2; exit 1; }
+done
+echo "shared library: ok, $(wc -l <"$work/marked") classes and functions"
 
 # Every installed header compiles where each of them has a namesake of the host's first in the include path.
 include=$(dirname "$(find "$prefix/include" -path '*/rawimage/writer.h')")/..

@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 
+#include "../../rawimage/export.h"
 #include "../../rawimage/format.h"
 #include "../conversion.h"
 
@@ -29,11 +30,12 @@ struct FromExrOptions {
 // some pixels cannot be read is left out. The output does not depend on the number of threads.
 //
 // In memory are a row of buckets and the blocks of the file that it meets, at most 2 GiB.
-std::unique_ptr<Conversion> makeFromExr(const std::string& input, const FromExrOptions& options);
+RAWIMAGE_EXPORT std::unique_ptr<Conversion> makeFromExr(const std::string& input,
+                                                        const FromExrOptions& options);
 
 // Both steps at once, whatever is lost.
-ConvertReport convertFromExr(const std::string& input, const std::string& output,
-                             const FromExrOptions& options);
+RAWIMAGE_EXPORT ConvertReport convertFromExr(const std::string& input, const std::string& output,
+                                             const FromExrOptions& options);
 
 }  // namespace v1
 }  // namespace MUtils

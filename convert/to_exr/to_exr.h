@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "../../exr/exr_file.h"
+#include "../../rawimage/export.h"
 #include "../conversion.h"
 
 namespace MUtils {
@@ -32,10 +33,11 @@ struct ToExrOptions {
 //
 // OpenEXR compresses on its global thread pool, whose size belongs to the program: call
 // Imf::setGlobalThreadCount() before.
-std::unique_ptr<Conversion> makeToExr(const std::string& input, const ToExrOptions& options);
+RAWIMAGE_EXPORT std::unique_ptr<Conversion> makeToExr(const std::string& input, const ToExrOptions& options);
 
 // Both steps at once, whatever is lost.
-ConvertReport convertToExr(const std::string& input, const std::string& output, const ToExrOptions& options);
+RAWIMAGE_EXPORT ConvertReport convertToExr(const std::string& input, const std::string& output,
+                                           const ToExrOptions& options);
 
 }  // namespace v1
 }  // namespace MUtils

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "../area/missing_boxes.h"
+#include "../export.h"
 #include "inspection.h"
 
 // The buckets that a frame is rendered in, and which of them are to be rendered again.
@@ -20,7 +21,7 @@ inline namespace v1 {
 //         for (const MUtils::PixelBox& bucket : grid->bucketsIn(file.missingInAny.boxes, 1000))
 //         render(bucket);
 //     }
-class BucketGrid {
+class RAWIMAGE_EXPORT BucketGrid {
   public:
     // Buckets of width x height pixels, both at least 1, over an area that is not empty. The first pixel of
     // some bucket is at (x, y); it may lie outside the area.
@@ -47,7 +48,7 @@ class BucketGrid {
 // The grid that the file announces: none when it announces no size, or sizes that vary, or has no pixels to
 // render. Buckets begin at the corner of the frame or at that of the area, whichever fits more of the pixel
 // tags.
-std::optional<BucketGrid> announcedGrid(const Inspection& file);
+RAWIMAGE_EXPORT std::optional<BucketGrid> announcedGrid(const Inspection& file);
 
 struct BucketCount {
     std::int64_t sound = 0;  // no channel lacks a pixel of it
@@ -57,7 +58,7 @@ struct BucketCount {
 // Counts the buckets of the announced grid, else the distinct boxes that the file's pixel tags have, damaged
 // ones included. None when they cannot be counted: there are no pixels to render, the file has neither a grid
 // nor pixels, its missing pixels are truncated, or the count would take too much work. Throws std::bad_alloc.
-std::optional<BucketCount> countBuckets(const Inspection& file);
+RAWIMAGE_EXPORT std::optional<BucketCount> countBuckets(const Inspection& file);
 
 }  // namespace v1
 }  // namespace MUtils

@@ -9,6 +9,7 @@
 
 #include "../../support/pstream.h"
 #include "../area/missing_boxes.h"
+#include "../export.h"
 #include "../format.h"
 
 // The inspection of a raw image file: what is sound in it, what is not and why, and the one state that every
@@ -32,7 +33,7 @@ enum class FileState {
 };
 
 // "good", "unfinished", "incomplete", "damaged", "not this format", "cannot open".
-const char* stateName(FileState state);
+RAWIMAGE_EXPORT const char* stateName(FileState state);
 
 // A deeper look may find more damage. It never calls damaged what a shallower one has proved sound.
 enum class InspectDepth {
@@ -102,7 +103,7 @@ struct TagScan {
 
 // What the sound tags of a file contain of its frame. Of several tags of a kind the last one counts, as for a
 // reader that receives one after the other.
-struct FrameFacts {
+struct RAWIMAGE_EXPORT FrameFacts {
     std::optional<RIF_TAG> resolution;
     std::optional<RIF_TAG> buckets;  // the announced bucket size
     std::optional<RIRegionInfo> region;
@@ -162,9 +163,9 @@ struct FileFaults {
     std::vector<FileFault> repaired;  // tags whose header was damaged and is known from elsewhere
     std::vector<FileFault> doubts;    // contradictions that cost no tag, and damage beside the tags
 };
-FileFaults faultsOf(const Inspection& file);
+RAWIMAGE_EXPORT FileFaults faultsOf(const Inspection& file);
 // A gap as a fault.
-FileFault faultOf(const TagGap& gap, const FrameFacts& facts);
+RAWIMAGE_EXPORT FileFault faultOf(const TagGap& gap, const FrameFacts& facts);
 
 // Inspects an open stream, which is left open at no particular position; one that does not know its length is
 // read to its end first. Never fails: what is wrong is in the state. One object's work is done by the calling
@@ -176,10 +177,10 @@ FileFault faultOf(const TagGap& gap, const FrameFacts& facts);
 // What no inspection can find: damage in values that are stored without a checksum (uncompressed pixels,
 // camera, blobs, letters of names and notes). Tags of an unknown id and, in a compressed file, those of the
 // direct writers (WTInt ... _WT3Float), at which readers stop, count as damaged.
-Inspection inspectStream(PStream& stream, const InspectOptions& options);
+RAWIMAGE_EXPORT Inspection inspectStream(PStream& stream, const InspectOptions& options);
 
 // The same for a file, which may be written to at the same time.
-Inspection inspectFile(const char* fileName, const InspectOptions& options);
+RAWIMAGE_EXPORT Inspection inspectFile(const char* fileName, const InspectOptions& options);
 
 }  // namespace v1
 }  // namespace MUtils

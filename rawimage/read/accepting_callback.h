@@ -1,12 +1,13 @@
 #pragma once
 
+#include "../export.h"
 #include "callback.h"
 
 namespace MUtils {
 inline namespace v1 {
 
 // A callback that accepts everything and keeps nothing: the base of those that want a tag or two.
-class AcceptingCallback : public RIFileCallback {
+class RAWIMAGE_EXPORT AcceptingCallback : public RIFileCallback {
   public:
     bool setResolution(int width, int height, float aspect) override;
     bool setNumChannels(int count) override;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "../../support/pstream.h"
+#include "../export.h"
 #include "../format.h"
 #include "../records.h"
 
@@ -14,7 +15,7 @@
 //
 // What a call is handed belongs to the reader and lives until the call returns. A false result ends the parse
 // with the code given at the operation.
-class RIFileCallback {
+class RAWIMAGE_EXPORT RIFileCallback {
   public:
     // Asked for every tag, unknown ones too, before its payload is read. 0 stops the parse (-9), 2 skips the
     // tag; every other value decodes it, negative ones too. The tag may be edited: the reader goes on with

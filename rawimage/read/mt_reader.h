@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "../../support/job_queue.h"
+#include "../export.h"
 #include "../writer.h"
 
 // A raw image file whose ParseFile decodes pixel tags on worker threads. One thread reads the whole file; see
@@ -17,7 +18,7 @@
 //
 // The payloads on their way take at most threads + 1 times the largest one, or kBatchBytes where that is
 // more.
-class RIFileMT : public RIFile {
+class RAWIMAGE_EXPORT RIFileMT : public RIFile {
   public:
     // `threads` below 1 means one for each processor. With exactly 1 everything is as in RIFile, the result
     // codes too. The manager provides the threads and outlives this object; null makes the reader provide its

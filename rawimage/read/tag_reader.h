@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "../../support/pstream.h"
+#include "../export.h"
 #include "../format.h"
 
 class RIFileCallback;
@@ -22,10 +23,10 @@ enum PixelCode : int {
 
 // The words for the result of reading a pixel tag, for reports: "pixels do not inflate", as an
 // inspection has it. Null for 0.
-const char* pixelCodeText(int code);
+RAWIMAGE_EXPORT const char* pixelCodeText(int code);
 
 // The places for the values of one pixel tag, handed out piece by piece.
-class ValueRooms {
+class RAWIMAGE_EXPORT ValueRooms {
   public:
     struct Room {
         unsigned char* data = nullptr;
@@ -43,7 +44,7 @@ class ValueRooms {
 //
 // The object borrows the stream, which is open, and moves its position. It keeps its working memory from tag
 // to tag. One thread uses it at a time; several readers work at once where each has a stream of its own.
-class TagReader {
+class RAWIMAGE_EXPORT TagReader {
   public:
     // `compressed` is how the payloads of pixel tags are stored. It is not taken from the file header,
     // which a damaged file may have wrong.

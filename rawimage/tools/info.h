@@ -1,8 +1,10 @@
 #pragma once
 
+#include "../export.h"
+
 // What the preview and note tools report of a file. A plain record: whoever owns it releases the name, with
 // delete[].
-struct RawImageInfo {
+struct RAWIMAGE_EXPORT RawImageInfo {
     int width = 0;  // of the frame, in pixels
     int height = 0;
     int scene = 0;         // the scene's value

@@ -7,6 +7,7 @@
 
 #include "../../support/error_code.h"
 #include "../area/missing_boxes.h"
+#include "../export.h"
 
 // One file out of several that hold pieces of the same frame, by copying: nothing is compressed again.
 
@@ -60,8 +61,8 @@ struct MergeReport {
 // Where inputs overlap and that is allowed, buckets that another input has, too, come from the one that
 // counts only; of others the tags of the one that counts come last. Does not inflate pixels: damage inside
 // them is copied. Throws std::bad_alloc.
-MergeReport mergeFiles(const std::vector<std::string>& inputs, const std::string& output,
-                       const MergeOptions& options);
+RAWIMAGE_EXPORT MergeReport mergeFiles(const std::vector<std::string>& inputs, const std::string& output,
+                                       const MergeOptions& options);
 
 }  // namespace v1
 }  // namespace MUtils

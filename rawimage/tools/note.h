@@ -1,6 +1,7 @@
 #pragma once
 
 #include "../../support/error_code.h"
+#include "../export.h"
 #include "../read/accepting_callback.h"
 #include "info.h"
 
@@ -10,7 +11,7 @@
 // fit is cut without a NUL. "" when the file has none; nothing is written when the capacity is not positive.
 // Returns true when the parse failed, false when all went well and also when the file cannot be opened (the
 // buffer is untouched then).
-bool readRawNote(const char* fileName, char* buffer, int capacity);
+RAWIMAGE_EXPORT bool readRawNote(const char* fileName, char* buffer, int capacity);
 
 // Replaces the file's note: in place, 1024 bytes, when it has one (each, when it has several), else by a note
 // tag and a new table at the end. The first 1023 characters of `note` count; null leaves the notes alone.
@@ -18,7 +19,7 @@ bool readRawNote(const char* fileName, char* buffer, int capacity);
 // only when there is a scene. Returns true when the parse failed; failures to write are not reported, for
 // which there is writeNote(). A missing file is created, empty, and is a failed parse, as a directory is,
 // which stays as it is; a file whose tags cannot be listed is not appended to. The int is not used.
-bool replaceRawNote(const char* fileName, char* note, int reserved, RawImageInfo* info);
+RAWIMAGE_EXPORT bool replaceRawNote(const char* fileName, char* note, int reserved, RawImageInfo* info);
 
 namespace MUtils {
 inline namespace v1 {
@@ -35,13 +36,13 @@ constexpr int kNoteFileUnfinished = -4;
 // note that readers find is replaced in any. What is written is on the disk when it returns. After a failure
 // the file is as it was, or, where the disk does not allow that either, unfinished with all its tags. Pixels
 // are not looked at.
-ErrorCode writeNote(const char* fileName, const char* note);
+RAWIMAGE_EXPORT ErrorCode writeNote(const char* fileName, const char* note);
 
 }  // namespace v1
 }  // namespace MUtils
 
 // Takes the note's text. Other tags are skipped.
-class ReadNoteCallback final : public MUtils::AcceptingCallback {
+class RAWIMAGE_EXPORT ReadNoteCallback final : public MUtils::AcceptingCallback {
   public:
     ReadNoteCallback(char* buffer, int capacity);
 
@@ -58,7 +59,7 @@ class ReadNoteCallback final : public MUtils::AcceptingCallback {
 };
 
 // Has the reader overwrite each note, and takes what `info` wants.
-class ReplaceNoteCallback final : public MUtils::AcceptingCallback {
+class RAWIMAGE_EXPORT ReplaceNoteCallback final : public MUtils::AcceptingCallback {
   public:
     // `note` is borrowed.
     explicit ReplaceNoteCallback(const char* note);

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "../../support/rgb24.h"
+#include "../export.h"
 #include "../inspect/inspection.h"
 
 // A picture of any channel of a raw image file, for people to look at. Where makeRawImagePreview serves the
@@ -87,7 +88,7 @@ struct Picture {
 // own, 0 in black. Where tags overlap the last one in the file counts; those whose place is in doubt never
 // cover others. Only the shown channel is decompressed, one tag at a time: beside the picture and the file's
 // inspection the values of the largest of its tags are in memory.
-Picture makePicture(const char* fileName, const PictureRequest& request);
+RAWIMAGE_EXPORT Picture makePicture(const char* fileName, const PictureRequest& request);
 
 }  // namespace v1
 }  // namespace MUtils

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "../../support/rd_preview.h"
+#include "../export.h"
 #include "../read/accepting_callback.h"
 #include "info.h"
 
@@ -13,11 +14,11 @@
 // and is written once the file is open. Returns true when a preview was made, false when the file cannot be
 // opened (nothing is touched) or parsed: the opposite sense of the note tools. Draws nothing when W or H is
 // not positive.
-bool makeRawImagePreview(const char* fileName, int W, int H, RGB24* out, RawImageInfo* info, bool keepAspect,
-                         RGB24 background, ColCor* corrector);
+RAWIMAGE_EXPORT bool makeRawImagePreview(const char* fileName, int W, int H, RGB24* out, RawImageInfo* info,
+                                         bool keepAspect, RGB24 background, ColCor* corrector);
 
 // The first pass: takes the stored thumbnail, and what `info` wants. Reads no pixel payload.
-class ReadPreviewCallback final : public MUtils::AcceptingCallback {
+class RAWIMAGE_EXPORT ReadPreviewCallback final : public MUtils::AcceptingCallback {
   public:
     ReadPreviewCallback(RGB24* out, int W, int H, ColCor* corrector);
 
@@ -46,7 +47,7 @@ class ReadPreviewCallback final : public MUtils::AcceptingCallback {
 };
 
 // The second pass: draws the colour channel, the last one of alias 1 or 126, bucket by bucket.
-class MakePreviewCallback final : public MUtils::AcceptingCallback {
+class RAWIMAGE_EXPORT MakePreviewCallback final : public MUtils::AcceptingCallback {
   public:
     MakePreviewCallback(RGB24* out, int W, int H, bool keepAspect, ColCor* corrector);
 

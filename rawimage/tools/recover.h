@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "../../support/error_code.h"
+#include "../export.h"
 #include "../inspect/inspection.h"
 
 // Saves what is sound of a damaged or unfinished raw image file.
@@ -62,11 +63,12 @@ struct RecoverOptions {
 // all others, so that they cover none. Old tables are left out.
 // docs/recovery.md describes which of a damaged file's statements are believed. What it writes verifies:
 // good, or incomplete. Throws std::bad_alloc, as does the other.
-RecoverReport recoverFile(const char* input, const char* output, const RecoverOptions& options);
+RAWIMAGE_EXPORT RecoverReport recoverFile(const char* input, const char* output,
+                                          const RecoverOptions& options);
 
 // Cuts a torn tail off the file and adds the table, in place, under the writers' lock. Refuses when anything
 // else is wrong with it; a sound, finished file stays as it is.
-RecoverReport recoverInPlace(const char* fileName, const RecoverOptions& options);
+RAWIMAGE_EXPORT RecoverReport recoverInPlace(const char* fileName, const RecoverOptions& options);
 
 }  // namespace v1
 }  // namespace MUtils

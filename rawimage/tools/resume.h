@@ -1,5 +1,6 @@
 #pragma once
 
+#include "../export.h"
 #include "recover.h"
 
 // Continues a raw image file whose render was interrupted.
@@ -12,7 +13,7 @@ inline namespace v1 {
 // damage (kNotInPlace), with two exceptions: pixels are not inflated, so damage inside them is not found, and
 // a pixel tag of an unfinished file whose place is wrong or in doubt stays where it is, as what is rendered
 // again covers it. missingPixels() lists its bucket.
-RecoverReport prepareResume(const char* fileName);
+RAWIMAGE_EXPORT RecoverReport prepareResume(const char* fileName);
 
 }  // namespace v1
 }  // namespace MUtils

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "../export.h"
 #include "../format.h"
 #include "../inspect/inspection.h"
 
@@ -95,18 +96,18 @@ struct FileSummary {
 constexpr int kMaxUnlistedChannels = 1000;
 
 // Pixels of the frame, 0 when there is no sensible resolution.
-std::int64_t framePixels(const FileSummary& summary);
+RAWIMAGE_EXPORT std::int64_t framePixels(const FileSummary& summary);
 
 // Summarises a file: a view of its inspection to the depth of records. Never fails: what is wrong is in the
 // state. Needs about 80 bytes of memory a tag. Throws std::bad_alloc.
-FileSummary summariseFile(const char* fileName, bool keepTags);
+RAWIMAGE_EXPORT FileSummary summariseFile(const char* fileName, bool keepTags);
 
 // The same for an open stream, which is left open at no particular position.
-FileSummary summariseStream(PStream& stream, bool keepTags);
+RAWIMAGE_EXPORT FileSummary summariseStream(PStream& stream, bool keepTags);
 
 // The same for a stream that has been inspected to the depth of records or more. Without the tags, which are
 // those of the inspection.
-FileSummary summarise(PStream& stream, const Inspection& file);
+RAWIMAGE_EXPORT FileSummary summarise(PStream& stream, const Inspection& file);
 
 }  // namespace v1
 }  // namespace MUtils

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "../../support/pstream.h"
+#include "../export.h"
 #include "../inspect/bucket_grid.h"
 #include "../inspect/inspection.h"
 
@@ -55,10 +56,10 @@ struct VerifyOptions {
 
 // Reports on a file: a view of its inspection. Reads the whole file unless it is quick. Incompressible
 // payloads, larger than their pixels, are sound. Throws std::bad_alloc.
-VerifyReport verifyFile(const char* fileName, const VerifyOptions& options);
+RAWIMAGE_EXPORT VerifyReport verifyFile(const char* fileName, const VerifyOptions& options);
 
 // The same for an open stream that knows its length; it is left open at no particular position.
-VerifyReport verifyStream(PStream& stream, const VerifyOptions& options);
+RAWIMAGE_EXPORT VerifyReport verifyStream(PStream& stream, const VerifyOptions& options);
 
 struct MissingOptions {
     // Inflate the pixels: a bucket whose values are damaged is missing. Without it a bucket whose tag header
@@ -71,7 +72,7 @@ struct MissingOptions {
 // Reports what is left to render of a file: the boxes that some channel lacks, and those of each channel.
 // Pixels of a tag whose header is damaged count as missing, also where verifyFile() knows the header from
 // elsewhere: a program that continues the file as it is leaves the wrong header in it. Throws std::bad_alloc.
-VerifyReport missingPixels(const char* fileName, const MissingOptions& options = {});
+RAWIMAGE_EXPORT VerifyReport missingPixels(const char* fileName, const MissingOptions& options = {});
 
 }  // namespace v1
 }  // namespace MUtils

@@ -1,5 +1,6 @@
 #include <cstdio>
 #include <cstring>
+#include <stdexcept>
 
 #include "exr/attr_parser.h"
 #include "exr/exr_file.h"
@@ -16,8 +17,31 @@
 #include "rawimage/version.h"
 #include "rawimage/writer.h"
 
-// Writes a file without pixels and compares the installed version with that of the headers and of the
-// library.
+namespace {
+
+struct Thrower final : MUtils::AcceptingCallback {
+    bool setResolution(int, int, float) override { throw std::runtime_error("thrown by the host"); }
+};
+
+// True when the library's type information is also the host's, and the exception of a callback passes through
+// the library.
+bool crossesTheBoundary(const char* fileName) {
+    RIFileMT reader(nullptr, 1);
+    RIFileBase& file = reader;
+    if (dynamic_cast<RIFileMT*>(&file) != &reader || file.Open(fileName, nullptr)) return false;
+    Thrower callback;
+    try {
+        file.ParseFile(callback);
+    } catch (const std::runtime_error&) {
+        return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+// Compares the installed version with that of the headers and of the library, writes a file without pixels
+// and reads it.
 int main(int argc, char** argv) {
     if (argc != 3) return 2;
     const char* const versions[] = {RAWIMAGE_VERSION, MUtils::rawimageVersion()};
@@ -27,8 +51,7 @@ int main(int argc, char** argv) {
         return 1;
     }
     RIFile file;
-    return file.Create(argv[1], nullptr).empty() && file.WriteHeader(0).empty() &&
-                   file.WTResolution(4, 4, 1.0f).empty() && file.Close().empty()
-               ? 0
-               : 1;
+    const bool written = file.Create(argv[1], nullptr).empty() && file.WriteHeader(0).empty() &&
+                         file.WTResolution(4, 4, 1.0f).empty() && file.Close().empty();
+    return written && crossesTheBoundary(argv[1]) ? 0 : 1;
 }
