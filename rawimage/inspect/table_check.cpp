@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <iterator>
 #include <string>
-#include <tuple>
 
 #include "rawimage/area/tag_box.h"
 #include "rawimage/inspect/channel_check.h"
@@ -16,14 +15,6 @@ inline namespace v1 {
 namespace {
 
 constexpr std::size_t kMostSettled = 1000;  // each may look at every tag
-
-auto words(const RIF_TAG& tag) {
-    return std::tie(tag.id, tag.size, tag.p1, tag.p2, tag.p3, tag.p4, tag.p5, tag.p6, tag.p7, tag.p8);
-}
-
-bool headerLess(const RIF_TAG& a, const RIF_TAG& b) {
-    return words(a) < words(b);
-}
 
 int wordsThatDiffer(const RIF_TAG& a, const RIF_TAG& b) {
     int count = (a.id != b.id ? 1 : 0) + (a.size != b.size ? 1 : 0);
@@ -157,23 +148,18 @@ void TableCheck::repair(const OpenEntry& entry) {
 void TableCheck::surveyTable() {
     TableSurvey& survey = survey_.emplace();
     survey.confirmedById.resize(kLastTagId - kFirstTagId + 1);
-    for (const OpenEntry& entry : match_->open()) {
-        survey.openHeaders.push_back(entry.header);
+    for (const OpenEntry& entry : match_->open())
         survey.allSound = survey.allSound && entry.sound;
-    }
-    std::sort(survey.openHeaders.begin(), survey.openHeaders.end(), headerLess);
     for (std::size_t i = 0; i < scan_.tags.size(); ++i) {
         const INFOTAG& tag = scan_.tags[i];
-        if (!match_->isListed(i)) survey.unlistedHeaders.push_back(tag);
         if (match_->confirmed()[i]) ++survey.confirmedById[tag.id - kFirstTagId];
         if (!isPixelTag(tag.id)) continue;
         if (match_->confirmed()[i]) ++survey.confirmedPixels;
         if (!match_->isListed(i)) ++survey.unlistedPixels;
     }
-    std::sort(survey.unlistedHeaders.begin(), survey.unlistedHeaders.end(), headerLess);
 }
 
-// Goes over the stretches of tags between two that are confirmed.
+// A stretch is the unconfirmed tags between two confirmed ones.
 void TableCheck::judgeUnlisted() {
     const std::vector<bool>& confirmed = match_->confirmed();
     for (std::size_t from = 0; from + 1 < scan_.tags.size();) {
@@ -195,13 +181,10 @@ void TableCheck::judgeStretch(std::size_t from, std::size_t to) {
         if (match_->isListed(i)) continue;
         const auto entry = match_->soundFrom(startOf(tag));
         const bool claimed = entry != match_->sound().end() && startOf((*entry)->header) < endOf(tag);
-        // Where the table is not where the header has it, bytes may have come or gone: tags have moved.
-        const bool tagWins = chainWins || (claimed && !headerLeadsToIt_ &&
-                                           (isListedElsewhere(tag) || hasMoved((*entry)->header)));
-        if (claimed && !tagWins) {
+        if (claimed && !chainWins && !movedTags().contains(i)) {
             dropped_[i] = "tag in the place of another one that the table lists";
         } else if (isAlwaysListed(tag.id)) {
-            // A writer that could not read the old table lists only what it has appended.
+            // A writer that cannot read the old table lists only the tags that it appends.
             const bool mayBeOlder = isWhole && isPixelTag(tag.id);
             if (!claimed && !mayBeOlder && isDeniedByWholeTable(tag)) {
                 dropped_[i] = "tag that the table does not list";
@@ -230,24 +213,16 @@ bool TableCheck::entriesFill(std::int64_t from, std::int64_t to) const {
     return from == to;
 }
 
-// True when an unlisted tag has the header of this entry, with another offset.
-bool TableCheck::hasMoved(const INFOTAG& entry) {
-    if (!survey_) surveyTable();
-    return std::binary_search(survey_->unlistedHeaders.begin(), survey_->unlistedHeaders.end(),
-                              RIF_TAG(entry), headerLess);
-}
-
-// True when an open entry has the header of this tag, with another offset.
-bool TableCheck::isListedElsewhere(const INFOTAG& tag) {
-    if (!survey_) surveyTable();
-    return std::binary_search(survey_->openHeaders.begin(), survey_->openHeaders.end(), RIF_TAG(tag),
-                              headerLess);
+// A table that is not at the header's offset proves that bytes were inserted or lost.
+const MovedTags& TableCheck::movedTags() {
+    if (!movedTags_) movedTags_.emplace(scan_, *match_, !headerLeadsToIt_);
+    return *movedTags_;
 }
 
 // Metadata needs another tag of its kind that the table confirms, as other writers may list less.
 bool TableCheck::isDeniedByWholeTable(const INFOTAG& tag) {
     if (!survey_) surveyTable();
-    if (!survey_->allSound || isListedElsewhere(tag)) return false;
+    if (!survey_->allSound || movedTags().isListed(tag)) return false;
     return isPixelTag(tag.id) ? survey_->confirmedPixels > survey_->unlistedPixels
                               : survey_->confirmedById[tag.id - kFirstTagId] > 0;
 }

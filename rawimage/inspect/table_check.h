@@ -7,6 +7,7 @@
 
 #include "rawimage/inspect/fault_list.h"
 #include "rawimage/inspect/header_evidence.h"
+#include "rawimage/inspect/moved_tags.h"
 #include "rawimage/inspect/payload_probe.h"
 #include "rawimage/inspect/table_match.h"
 
@@ -15,8 +16,6 @@ inline namespace v1 {
 
 // What a table contains as a whole.
 struct TableSurvey {
-    std::vector<RIF_TAG> openHeaders;      // sorted
-    std::vector<RIF_TAG> unlistedHeaders;  // sorted
     bool allSound = true;
     std::vector<std::size_t> confirmedById;  // from kFirstTagId on
     std::size_t confirmedPixels = 0;
@@ -30,10 +29,10 @@ struct TableSurvey {
 //      differ, then the place where each of the two ends; HeaderEvidence decides when the sizes are the same.
 //      A tag whose entry is right gets the entry's header when its payload agrees with that, else it is
 //      dropped.
-//   3. A tag that no entry leads to is dropped when sound entries claim its bytes, unless an unbroken chain
-//      of tags leads over it from one confirmed tag to the next, and the entries do not fill that stretch.
-//      Where no entry claims its bytes, it is dropped only when every entry of the table is sound, pixels
-//      only outside such a chain.
+//   3. A tag to which no entry leads is dropped when sound entries claim its bytes. It stays when it has
+//      moved (MovedTags), or when an unbroken chain of tags leads over it from one confirmed tag to the next
+//      and the entries do not fill that stretch. Where no entry claims its bytes, it is dropped only when
+//      every entry of the table is sound, pixels only outside such a chain.
 //   4. A tag that a sound entry places inside a gap is restored when its payload agrees with the entry: by
 //      its checksum, or, for a payload without one, when its header differs from the entry in one word only.
 //
@@ -64,8 +63,7 @@ class TableCheck {
     void judgeStretch(std::size_t from, std::size_t to);
     bool isChain(std::size_t from, std::size_t to) const;
     bool entriesFill(std::int64_t from, std::int64_t to) const;
-    bool hasMoved(const INFOTAG& entry);
-    bool isListedElsewhere(const INFOTAG& tag);
+    const MovedTags& movedTags();
     bool isDeniedByWholeTable(const INFOTAG& tag);
     void surveyTable();
     void reportUnlisted(std::size_t tag);
@@ -93,6 +91,7 @@ class TableCheck {
     std::vector<const char*> dropped_;               // by tag: why it is no tag, or null
     std::vector<INFOTAG> restored_;                  // by offset
     std::optional<TableSurvey> survey_;              // only where a tag is unlisted
+    std::optional<MovedTags> movedTags_;             // likewise
     std::size_t lastUnlisted_ = TableMatch::kNoTag;  // that was reported
 };
 

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <set>
 
 #include "rawimage/inspect/inspection.h"
@@ -17,8 +18,16 @@ namespace {
 
 constexpr int kChannels = 4;
 
-// 3 x 2 buckets of 16 x 16 with metadata. Another `seed` gives a sibling: the same frame with other values.
-Contents makeFrame(int seed, int channels = kChannels) {
+using Values = std::function<float(int component, int x, int y)>;
+
+Values valuesOf(int seed) {
+    return [seed](int component, int x, int y) {
+        return static_cast<float>((x * 31 + y * 17 + component * 7) * (seed + 3) % (seed + 97));
+    };
+}
+
+// 3 x 2 buckets of 16 x 16 with metadata.
+Contents makeFrame(const Values& values, int channels = kChannels, const std::string& stamp = "stamp") {
     RawFrame frame;
     frame.width = 48, frame.height = 32;
     const RawChannel all[kChannels] = {{2, 126, "color"}, {2, 125, "alpha"}, {4, 0, "id"}, {4, 0, "mask"}};
@@ -26,17 +35,15 @@ Contents makeFrame(int seed, int channels = kChannels) {
     frame.boxes.clear();
     for (int i = 0; i < 6; ++i)
         frame.boxes.push_back({i % 3 * 16, i / 3 * 16, 16, 16});
-    frame.metadata = [seed](RIFile& file) {
+    frame.metadata = [&stamp](RIFile& file) {
         expectOk(file.WTCameraInfo({}));
-        expectOk(file.WTNote(("note " + std::to_string(seed)).c_str()));
-        expectOk(file.WTStampText("stamp"));
+        expectOk(file.WTNote("note"));
+        expectOk(file.WTStampText(stamp.c_str()));
         char blob[] = "settings";
         expectOk(file.WTOverlayTexts(blob, 3));
         expectOk(file.WTMirtSettings(blob, sizeof blob));
     };
-    frame.values = [seed](int component, int x, int y) {
-        return static_cast<float>((x * 31 + y * 17 + component * 7) * (seed + 3) % (seed + 97));
-    };
+    frame.values = values;
     MemoryFile file;
     frame.write(file.path());
     return file.bytes();
@@ -67,7 +74,7 @@ std::set<std::string> setOf(const std::vector<std::string>& tags) {
 }
 
 struct Evidence : testing::Test {
-    const Contents file = makeFrame(1);
+    const Contents file = makeFrame(valuesOf(1));
     const Inspection sound = inspected(file);
     const std::vector<std::string> headers = headersOf(sound);
     const INFOTAG& table = sound.tags.back();
@@ -130,28 +137,66 @@ TEST_F(Evidence, RepairsNoPayloadThatNothingProves) {
     EXPECT_EQ(result.tags.size(), sound.tags.size() - 1);
 }
 
-// A block of a sibling in the file, as a disk leaves one that was not written.
+// A block of a sibling in the file, as a disk leaves one that was not written. The tags of some siblings are
+// those of the file, displaced by the longer stamp.
 TEST_F(Evidence, KeepsNothingOfASibling) {
-    const Contents sibling = makeFrame(2);
-    const std::set<std::string> own = setOf(tagsOf(opened(file)));
-    for (const std::size_t size : {300u, 700u, 1500u}) {
-        for (std::size_t at = 100; at + size < table.offset; at += 97) {
-            Contents bytes = file;
-            std::copy_n(sibling.begin() + static_cast<std::ptrdiff_t>(at), size,
-                        bytes.begin() + static_cast<std::ptrdiff_t>(at));
-            if (bytes == file) continue;
-            const std::set<std::string> kept = recoveredTags(bytes);
-            std::size_t touched = 0;
-            for (const INFOTAG& tag : sound.tags)
-                touched += tag.offset < at + size && tag.offset + tag.size > at ? 1 : 0;
-            EXPECT_GE(kept.size() + touched, own.size()) << at;
-            for (const std::string& tag : kept) {
-                // Records and texts have no checksum.
-                if (isPixelTag(idOf(tag))) {
-                    EXPECT_EQ(own.count(tag), 1u) << at << ", " << size;
+    const Values flat = [](int, int, int) { return 1.0f; }, brighter = [](int, int, int) { return 2.0f; };
+    const Values moving = [](int component, int x, int y) {
+        return valuesOf(x >= 16 && x < 32 && y < 16 ? 5 : 1)(component, x, y);
+    };
+    const std::pair<Contents, Contents> cases[] = {
+        {file, makeFrame(valuesOf(2))},
+        {file, makeFrame(valuesOf(2), kChannels, "other stamp")},
+        {file, makeFrame(moving, kChannels, "other stamp")},
+        {makeFrame(flat), makeFrame(brighter, kChannels, "other stamp")},
+    };
+    for (const auto& [frame, sibling] : cases) {
+        const std::vector<INFOTAG> tags = inspected(frame).tags;
+        const std::set<std::string> own = setOf(tagsOf(opened(frame)));
+        for (const std::size_t size : {300u, 700u, 1500u, 4000u}) {
+            for (std::size_t at = 100; at + size < tags.back().offset; at += 97) {
+                Contents bytes = frame;
+                std::copy_n(sibling.begin() + static_cast<std::ptrdiff_t>(at), size,
+                            bytes.begin() + static_cast<std::ptrdiff_t>(at));
+                if (bytes == frame) continue;
+                const std::set<std::string> kept = recoveredTags(bytes);
+                std::size_t touched = 0;
+                for (const INFOTAG& tag : tags)
+                    touched += tag.offset < at + size && tag.offset + tag.size > at ? 1 : 0;
+                EXPECT_GE(kept.size() + touched, own.size()) << at;
+                for (const std::string& tag : kept) {
+                    // Records and texts have no checksum.
+                    if (isPixelTag(idOf(tag))) {
+                        EXPECT_EQ(own.count(tag), 1u) << at << ", " << size;
+                    }
                 }
             }
         }
+    }
+}
+
+// Bytes inserted and as many lost further on: the header leads to the table, and the tags between are not
+// where it lists them.
+TEST_F(Evidence, KeepsTagsThatHaveMoved) {
+    constexpr std::ptrdiff_t kMoved = 45;
+    const INFOTAG first = tagOf(TAG_CHAN_FLOAT3, 0), last = tagOf(TAG_CHAN_FLOAT3, 10);
+    std::set<std::string> intact = setOf(tagsOf(opened(file)));
+    for (const INFOTAG& tag : {first, last}) {
+        const auto begin = file.begin() + static_cast<std::ptrdiff_t>(tag.offset);
+        intact.erase(std::string(begin, begin + static_cast<std::ptrdiff_t>(tag.size)));
+    }
+    const auto inside = [](const INFOTAG& tag) { return static_cast<std::ptrdiff_t>(tag.offset) + 50; };
+    Contents later = file, sooner = file;
+    later.erase(later.begin() + inside(last), later.begin() + inside(last) + kMoved);
+    later.insert(later.begin() + inside(first), kMoved, 'x');
+    sooner.insert(sooner.begin() + inside(last), kMoved, 'x');
+    sooner.erase(sooner.begin() + inside(first), sooner.begin() + inside(first) + kMoved);
+    // An entry that has lost its header, or its offset.
+    const std::size_t entry = table.offset + kTagHeaderBytes + (sound.tags.size() - 15) * kInfoTagBytes;
+    for (const Contents& moved : {later, sooner}) {
+        EXPECT_EQ(recoveredTags(moved), intact);
+        for (const std::size_t at : {entry + 20, entry + 28, entry + kTagHeaderBytes})
+            EXPECT_EQ(recoveredTags(flipped(moved, at, 4)), intact) << at - entry;
     }
 }
 
@@ -243,7 +288,7 @@ TEST_F(Evidence, DoubtsWhatItCannotSettle) {
     EXPECT_EQ(twice.doubted, std::vector<std::int64_t>{static_cast<std::int64_t>(tag.offset)});
     EXPECT_EQ(twice.missing.size(), 1u) << "both places of one channel";
 
-    const Contents pairs = makeFrame(1, 2);
+    const Contents pairs = makeFrame(valuesOf(1), 2);
     const Inspection soundPairs = inspected(pairs);
     for (const INFOTAG& of : soundPairs.tags) {
         if (!isPixelTag(of.id)) continue;
