@@ -6,6 +6,7 @@
 
 #include "rawimage/inspect/inspection.h"
 #include "rawimage/tools/recover.h"
+#include "support/bytes.h"
 #include "tests/testing/check.h"
 #include "tests/testing/raw_frame.h"
 
@@ -123,6 +124,24 @@ TEST_F(Evidence, RepairsEveryBitOfAListedHeader) {
         EXPECT_EQ(headersOf(result), headers) << bit;
         EXPECT_EQ(result.state, FileState::kDamaged) << bit;
         EXPECT_TRUE(result.repairs.empty()) << bit;
+    }
+}
+
+// An aspect of 0 may have a sign.
+TEST_F(Evidence, RepairsNoAspectByADamagedEntry) {
+    const std::size_t inHeader = 16, tag = tagOf(TAG_RESOLUTION).offset;
+    const std::size_t entry = table.offset + kTagHeaderBytes;  // the first one lists the resolution
+    for (const std::uint32_t aspect : {0u, 0x80000000u, 0x3f800000u}) {
+        Contents aspected = file;
+        for (const std::size_t at : {tag, entry})
+            storeU32(&aspected[at + inHeader], aspect);
+        const std::vector<std::string> intact = headersOf(inspected(aspected));
+        for (int bit = 0; bit < 32; ++bit) {
+            const Inspection result = inspected(flipped(aspected, entry + inHeader, bit));
+            EXPECT_EQ(headersOf(result), intact) << aspect << ", bit " << bit;
+            EXPECT_TRUE(result.repairs.empty());
+            EXPECT_EQ(result.faults.size(), 1u);
+        }
     }
 }
 
