@@ -26,6 +26,11 @@ bool isPossibleAspect(const RIF_TAG& header) {
     return aspect == 0 || (aspect >= kLeast && aspect <= kMost);
 }
 
+// Nearly all frames have them.
+bool hasSquarePixels(const RIF_TAG& header) {
+    return floatFromBits(static_cast<std::uint32_t>(header.p3)) == 1;
+}
+
 }  // namespace
 
 bool HeaderEvidence::agreesWithList(const RIF_TAG& header) const {
@@ -90,7 +95,19 @@ int HeaderEvidence::countOf(std::uint32_t id) {
 bool HeaderEvidence::agreesWithPixels(const RIF_TAG& header) {
     survey();
     if (header.id == TAG_RESOLUTION) return header.p1 == right_ && header.p2 == bottom_;
-    return header.p1 == widest_ && header.p2 == highest_ && (header.p3 != 0) == sizesVary_;
+    return header.p1 == widest_ && header.p2 == highest_;
+}
+
+// Buckets of one size are announced as such. Cropped ones may have any.
+bool HeaderEvidence::agreesWithSizes(const RIF_TAG& header) {
+    survey();
+    return sizesVary_ || header.p3 == 0;
+}
+
+// A frame of which the buckets cover more than a corner.
+bool HeaderEvidence::isCovered(const RIF_TAG& header) {
+    constexpr std::int64_t kMostBeyond = 4;
+    return header.p1 <= kMostBeyond * right_ && header.p2 <= kMostBeyond * bottom_;
 }
 
 // A frame with room for all buckets.
@@ -129,10 +146,14 @@ int HeaderEvidence::compare(std::size_t index, const RIF_TAG& entry) {
     if (found == 0 && isPixelTag(tag.id)) return comparePixels(index, entry);
     if (found != 0 || (tag.id != TAG_RESOLUTION && tag.id != TAG_REGIONS_INFO)) return found;
     found = better(tag, entry, [this](const RIF_TAG& header) { return agreesWithPixels(header); });
-    if (found != 0 || tag.id != TAG_RESOLUTION) return found;
+    if (found != 0) return found;
+    if (tag.id == TAG_REGIONS_INFO)
+        return better(tag, entry, [this](const RIF_TAG& header) { return agreesWithSizes(header); });
     found = better(tag, entry, [this](const RIF_TAG& header) { return holdsPixels(header); });
     if (found == 0) found = better(tag, entry, isPossibleSize);
-    return found != 0 ? found : better(tag, entry, isPossibleAspect);
+    if (found == 0) found = better(tag, entry, [this](const RIF_TAG& header) { return isCovered(header); });
+    if (found == 0) found = better(tag, entry, isPossibleAspect);
+    return found != 0 ? found : better(tag, entry, hasSquarePixels);
 }
 
 }  // namespace v1

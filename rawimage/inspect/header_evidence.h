@@ -40,6 +40,8 @@ class HeaderEvidence {
     bool agreesWithCaller(std::size_t index, const RIF_TAG& header) const;
     bool leavesOthersFree(std::size_t index, const RIF_TAG& header) const;
     bool agreesWithPixels(const RIF_TAG& header);
+    bool agreesWithSizes(const RIF_TAG& header);
+    bool isCovered(const RIF_TAG& header);
     bool holdsPixels(const RIF_TAG& header);
     int countOf(std::uint32_t id);
     void survey();

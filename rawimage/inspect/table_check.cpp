@@ -30,6 +30,17 @@ bool samePixels(const RIF_TAG& a, const RIF_TAG& b) {
     return boxOf(a) == boxOf(b) && a.p1 == b.p1 && a.p8 == b.p8;
 }
 
+// ": p2 is 1556 in the table, 1558 in the tag", of the first parameter that differs.
+std::string differenceText(const RIF_TAG& entry, const RIF_TAG& tag) {
+    const std::int32_t listed[] = {entry.p1, entry.p2, entry.p3, entry.p4,
+                                   entry.p5, entry.p6, entry.p7, entry.p8};
+    const std::int32_t found[] = {tag.p1, tag.p2, tag.p3, tag.p4, tag.p5, tag.p6, tag.p7, tag.p8};
+    const auto [here, there] = std::mismatch(std::begin(listed), std::end(listed), std::begin(found));
+    if (here == std::end(listed)) return "";
+    return ": p" + std::to_string(here - std::begin(listed) + 1) + " is " + std::to_string(*here) +
+           " in the table, " + std::to_string(*there) + " in the tag";
+}
+
 constexpr const char* kDiffers = "header that differs from its table entry";
 
 }  // namespace
@@ -319,10 +330,10 @@ void TableCheck::reportEntries() {
             RIF_TAG tag;
             (void)probe_.readHeader(startOf(entry.header), tag);
             const std::string name = tagName(tag.id);
-            faults_.add(
-                entry.place,
-                "a table entry differs from its " + name + " tag at " + std::to_string(entry.header.offset),
-                tag);
+            faults_.add(entry.place,
+                        "a table entry differs from its " + name + " tag at " +
+                            std::to_string(entry.header.offset) + differenceText(entry.header, tag),
+                        tag);
         }
     }
 }

@@ -221,10 +221,10 @@ TEST_F(RimgCheck, ShowsALineForEachDamagedBucket) {
         const char* last;
         std::ptrdiff_t lines;
     } cases[] = {
-        {"verify @row", "damaged bucket 1x1+0+0 of channels 0 color, 1 id, offset ",
+        {"verify @row", "damaged bucket 1x1+0+0 of channels 1 id, 0 color, offset ",
          "  and 10 more (--all lists them)\n", 25},
         {"verify --all @row", "damaged bucket 1x1+0+0 of", "damaged bucket 1x1+29+0 of", 34},
-        {"recover @row -o @out", "lost: bucket 1x1+0+0 of channels 0 color, 1 id, offset ", "and 10 more",
+        {"recover @row -o @out", "lost: bucket 1x1+0+0 of channels 1 id, 0 color, offset ", "and 10 more",
          22},
         {"recover --all @row -o @out", "lost: bucket 1x1+0+0 of", "lost: bucket 1x1+29+0 of", 31},
     };
