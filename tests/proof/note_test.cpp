@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "rawimage/tools/note_writer.h"
+#include "support/stream_wrapper.h"
 #include "tests/proof/frame.h"
 #include "tests/testing/sample_file.h"
 
@@ -69,20 +70,9 @@ INSTANTIATE_TEST_SUITE_P(Files, SetNote,
                          });
 
 // The second stream, which mends: the same file, and a log of its own.
-struct Mending : PStream {
-    explicit Mending(FaultStream& of) : file(of) {}
-    int Open() override { return file.Open(); }
+struct Mending : MUtils::StreamWrapper {
+    using StreamWrapper::StreamWrapper;
     int Close() override { return 0; }
-    bool IsOpen() const override { return true; }
-    int Read(void* data, int size, int& got) override { return file.Read(data, size, got); }
-    int Write(const void* data, int size, int& got) override { return file.Write(data, size, got); }
-    int Seek(long to) override { return file.Seek(to); }
-    int Skip(long by) override { return file.Skip(by); }
-    std::int64_t Tell() override { return file.Tell(); }
-    bool IsEOF() override { return file.IsEOF(); }
-    int Truncate() override { return file.Truncate(); }
-    int Sync() override { return file.Sync(); }
-    FaultStream& file;
 };
 
 }  // namespace
