@@ -8,6 +8,7 @@
 #include "rawimage/inspect/channel_check.h"
 #include "rawimage/inspect/gap_list.h"
 #include "rawimage/inspect/tag_check.h"
+#include "rawimage/table_entries.h"
 
 namespace MUtils {
 inline namespace v1 {
@@ -74,10 +75,56 @@ bool TableCheck::findTable() {
                            endOf(scan_.tags.back()) == scan_.ownBytes;
     headerLeadsToIt_ = tableEnds && scan_.tags.back().offset == stored;
     if (headerLeadsToIt_) scan_.tableOffset = stored;
+    if (!tableEnds && findHeadlessTable(stored)) return true;
     if (!headerLeadsToIt_ && stored != 0) checkOffset(stored, tableEnds);
     if (!tableEnds) return false;
     match_.emplace(stream_, scan_);
     return headerLeadsToIt_ || 2 * match_->confirmedCount() > static_cast<std::size_t>(scan_.tags.back().p1);
+}
+
+// A table whose beginning is lost, under another file's block for example: from the header's offset to the
+// end of the file there is room for a whole number of entries, and most of these are headers of tags
+// before it. What the scan found in these bytes is no tag then. A table with an intact header was cut.
+bool TableCheck::findHeadlessTable(std::uint64_t stored) {
+    const std::int64_t room = scan_.ownBytes - kTagHeaderBytes;
+    if (stored < kFileHeaderBytes || stored >= static_cast<std::uint64_t>(std::max<std::int64_t>(room, 0)))
+        return false;
+    const auto offset = static_cast<std::int64_t>(stored);
+    const std::int64_t entries = (room - offset) / kInfoTagBytes;
+    if ((room - offset) % kInfoTagBytes != 0 || entries > INT32_MAX / kInfoTagBytes) return false;
+    RIF_TAG found;
+    if (!probe_.readHeader(offset, found) || found.id == TAG_INFO_TAGS) return false;
+    if (2 * countPossibleEntries(offset, entries) <= entries) return false;
+    INFOTAG table;
+    table.id = TAG_INFO_TAGS;
+    table.size = static_cast<std::uint32_t>(scan_.ownBytes - offset);
+    table.p1 = static_cast<std::int32_t>(entries);
+    table.offset = stored;
+    const auto firstInside = static_cast<std::ptrdiff_t>(firstTagFrom(scan_.tags, stored));
+    scan_.tags.erase(scan_.tags.begin() + firstInside, scan_.tags.end());
+    scan_.tags.push_back(table);
+    match_.emplace(stream_, scan_);
+    std::vector<TagGap>& gaps = scan_.gaps;
+    gaps.erase(std::remove_if(gaps.begin(), gaps.end(),
+                              [offset](const TagGap& gap) { return gap.offset >= offset; }),
+               gaps.end());
+    if (!gaps.empty()) gaps.back().end = std::min(gaps.back().end, offset);
+    dropped_.assign(scan_.tags.size(), nullptr);
+    headerLeadsToIt_ = true;
+    scan_.tableOffset = stored;
+    faults_.add(offset, "the beginning of the table is damaged", table);
+    return true;
+}
+
+std::int64_t TableCheck::countPossibleEntries(std::int64_t table, std::int64_t count) {
+    std::int64_t possible = 0;
+    TableEntries entries(stream_, table + kTagHeaderBytes, count);
+    for (INFOTAG entry; entries.next(entry);) {
+        const bool before =
+            entry.offset >= kFileHeaderBytes && entry.offset < static_cast<std::uint64_t>(table);
+        possible += before && rulesOf(scan_).headerFault(entry, startOf(entry), table) == nullptr ? 1 : 0;
+    }
+    return possible;
 }
 
 // No fault: a tag where the table was, as a writer that appends leaves the offset until it closes the file;

@@ -52,6 +52,8 @@ class TableCheck {
     using OpenEntry = TableMatch::OpenEntry;
 
     bool findTable();
+    bool findHeadlessTable(std::uint64_t stored);
+    std::int64_t countPossibleEntries(std::int64_t table, std::int64_t count);
     void checkOffset(std::uint64_t stored, bool tableEnds);
 
     void settleDifferences();

@@ -173,7 +173,8 @@ TEST_F(Evidence, KeepsNothingOfASibling) {
         const std::vector<INFOTAG> tags = inspected(frame).tags;
         const std::set<std::string> own = setOf(tagsOf(opened(frame)));
         for (const std::size_t size : {300u, 700u, 1500u, 4000u}) {
-            for (std::size_t at = 100; at + size < tags.back().offset; at += 97) {
+            // The last blocks cover the beginning of the table, too.
+            for (std::size_t at = 100; at + size < tags.back().offset + 500; at += 97) {
                 Contents bytes = frame;
                 std::copy_n(sibling.begin() + static_cast<std::ptrdiff_t>(at), size,
                             bytes.begin() + static_cast<std::ptrdiff_t>(at));
