@@ -64,9 +64,11 @@ int PMemStream::Write(const void* data, int size, int& bytesWritten) {
     if (size <= 0) return 0;
     if (position_ > std::numeric_limits<std::int64_t>::max() - size) return EFBIG;
     const auto* from = static_cast<const unsigned char*>(data);
+    // Not Length(), which a derived stream may answer in its own way.
+    const auto there = static_cast<std::int64_t>(bytes_.size());
     try {
-        if (position_ > Length()) bytes_.resize(static_cast<std::size_t>(position_));
-        const auto over = static_cast<int>(std::min<std::int64_t>(Length() - position_, size));
+        if (position_ > there) bytes_.resize(static_cast<std::size_t>(position_));
+        const auto over = static_cast<int>(std::clamp<std::int64_t>(there - position_, 0, size));
         if (over > 0) std::memcpy(bytes_.data() + position_, from, static_cast<std::size_t>(over));
         bytes_.insert(bytes_.end(), from + over, from + size);
     } catch (const std::exception&) {
@@ -87,7 +89,8 @@ int PMemStream::Skip(long distance) {
 
 int PMemStream::Truncate() {
     if (!open_) return EBADF;
-    if (position_ < Length()) bytes_.resize(static_cast<std::size_t>(position_));
+    if (position_ < static_cast<std::int64_t>(bytes_.size()))
+        bytes_.resize(static_cast<std::size_t>(position_));
     return 0;
 }
 
@@ -120,7 +123,7 @@ int PBufStream::Read(void* data, int size, int& bytesRead) {
 int PBufStream::Write(const void* data, int size, int& bytesWritten) {
     bytesWritten = 0;
     if (!open_) return EBADF;
-    const std::int64_t room = std::max<std::int64_t>(Length() - position_, 0);
+    const std::int64_t room = std::max<std::int64_t>(Size() - position_, 0);
     bytesWritten = static_cast<int>(std::min<std::int64_t>(room, std::max(size, 0)));
     if (bytesWritten > 0) {
         std::memcpy(bytes_.data() + position_, data, static_cast<std::size_t>(bytesWritten));
@@ -139,7 +142,7 @@ int PBufStream::Skip(long distance) {
 
 int PBufStream::Truncate() {
     if (!open_) return EBADF;
-    return position_ >= Length() ? 0 : ENOTSUP;
+    return position_ >= Size() ? 0 : ENOTSUP;
 }
 
 }  // namespace MUtils

@@ -163,7 +163,7 @@ class RAWIMAGE_EXPORT PMemStream : public PStream {
     int Seek(long position) override;
     int Skip(long distance) override;
     std::int64_t Tell() override { return position_; }
-    bool IsEOF() override { return position_ >= Length() || shortRead_; }
+    bool IsEOF() override { return position_ >= PMemStream::Length() || shortRead_; }
     int Truncate() override;
     std::int64_t Length() override { return static_cast<std::int64_t>(bytes_.size()); }
 
@@ -197,7 +197,7 @@ class RAWIMAGE_EXPORT PBufStream : public PStream {
     int Seek(long position) override;
     int Skip(long distance) override;
     std::int64_t Tell() override { return position_; }
-    bool IsEOF() override { return position_ >= Length() || shortRead_; }
+    bool IsEOF() override { return position_ >= Size() || shortRead_; }
     // The size is fixed: succeeds at the end, else ENOTSUP.
     int Truncate() override;
     std::int64_t Length() override { return Size(); }

@@ -71,6 +71,21 @@ class Contract : public testing::TestWithParam<Kind> {
 INSTANTIATE_TEST_SUITE_P(Streams, Contract, testing::Values(Kind::kFile, Kind::kMemory, Kind::kBuffer),
                          testing::PrintToStringParamName());
 
+// As streams of hosts that do not know how long they are.
+TEST(MemStream, WritesWhateverADerivedStreamAnswersAsItsLength) {
+    struct Unknown : PMemStream {
+        std::int64_t Length() override { return -1; }
+    } stream;
+    int moved = 0;
+    stream.Open();
+    EXPECT_EQ(stream.Write("abc", 3, moved), 0);
+    stream.Seek(1);
+    EXPECT_FALSE(stream.IsEOF());
+    EXPECT_EQ(stream.Write("XYZ", 3, moved), 0);
+    EXPECT_EQ(stream.Truncate(), 0);
+    EXPECT_EQ(std::string(stream.GetBuf(), stream.GetBuf() + 4), "aXYZ");
+}
+
 }  // namespace
 
 TEST_P(Contract, EndOfDataIsAShortCountWithoutError) {
