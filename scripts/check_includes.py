@@ -17,7 +17,7 @@ ANY = "(any)"
 
 # What the conversions build on: public headers of the rooms below, and the format's own.
 BELOW_CONVERT = ["rawimage", "support"]
-BELOW_CONVERT += ["exr " + PUBLIC, *(f"rawimage/{room} {PUBLIC}" for room in ["tools", "inspect", "area", "read"])]
+BELOW_CONVERT += ["exr " + PUBLIC, *(f"rawimage/{room} {PUBLIC}" for room in ["tools", "frame", "inspect", "area", "read"])]
 
 # What each folder may include of ours: a folder's headers, one header, public headers of a folder ("folder PUBLIC"),
 # all public headers, or anything. Folders of the library are listed one by one; below the others all is alike.
@@ -27,7 +27,8 @@ LIBRARY = {
     "rawimage/read": ["rawimage/read", "rawimage", "support"],
     "rawimage/area": ["rawimage/area", "rawimage", "support"],
     "rawimage/inspect": ["rawimage/inspect", "rawimage/area", "rawimage/read " + PUBLIC, "rawimage", "support"],
-    "rawimage/tools": ["rawimage/tools", "rawimage/inspect", "rawimage/area", "rawimage/read " + PUBLIC, "rawimage", "support"],
+    "rawimage/frame": ["rawimage/frame", "rawimage/inspect", "rawimage/area", "rawimage/read", "rawimage", "support"],
+    "rawimage/tools": ["rawimage/tools", "rawimage/frame", "rawimage/inspect", "rawimage/area", "rawimage/read " + PUBLIC, "rawimage", "support"],
     "exr": ["exr", "rawimage/export.h", "rawimage/records.h", "rawimage/output_file.h", "rawimage/area/pixel_box.h", "support"],
     "convert": ["convert", *BELOW_CONVERT],
     "convert/from_exr": ["convert/from_exr", "convert", *BELOW_CONVERT],

@@ -7,6 +7,7 @@
 
 #include "../export.h"
 #include "../format.h"
+#include "../frame/frame_records.h"
 #include "../inspect/inspection.h"
 
 // What a raw image file contains, by its headers and small records. Pixels are not read, so a file of any
@@ -14,33 +15,6 @@
 
 namespace MUtils {
 inline namespace v1 {
-
-// A text of the file, up to its NUL. One of more than kMaxSummaryText bytes is not read.
-struct StoredText {
-    std::int64_t bytes = 0;  // as stored, NUL and fill included
-    std::string text;        // any bytes but NUL: not necessarily UTF-8, and not fit for a terminal as it is
-};
-constexpr std::int64_t kMaxSummaryText = 1 << 20;
-
-struct FrameSize {
-    int width = 0;  // pixels; as stored, so zero and negative numbers are met
-    int height = 0;
-};
-
-struct FrameResolution : FrameSize {
-    float aspect = 1.0f;  // width of a pixel over its height
-};
-
-// What the writer announced, not what the pixel tags have.
-struct BucketSize : FrameSize {
-    bool varies = false;
-};
-
-// The scene as its tag has it; the value means something to the renderer only.
-struct SceneSummary {
-    int value = 0;
-    StoredText name;
-};
 
 // A channel and the whole tags of its pixels.
 struct ChannelSummary {
