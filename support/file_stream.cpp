@@ -206,6 +206,27 @@ std::int64_t PFileStream::CopyFrom(PFileStream& source, std::int64_t size) {
     return copied;
 }
 
+int PFileStream::ReadAt(std::int64_t offset, void* data, std::size_t size, std::size_t& bytesRead) const {
+    bytesRead = 0;
+    if (descriptor_ < 0) return EBADF;
+    auto* bytes = static_cast<unsigned char*>(data);
+    while (bytesRead < size) {
+        const ssize_t n = ::pread(descriptor_, bytes + bytesRead, size - bytesRead,
+                                  offset + static_cast<std::int64_t>(bytesRead));
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) return errno;
+        if (n == 0) break;
+        bytesRead += static_cast<std::size_t>(n);
+    }
+    return 0;
+}
+
+bool PFileStream::IsStillNamed() const {
+    struct stat open, named;
+    return descriptor_ >= 0 && ::fstat(descriptor_, &open) == 0 && ::stat(name_.c_str(), &named) == 0 &&
+           open.st_dev == named.st_dev && open.st_ino == named.st_ino;
+}
+
 int PFileStream::Seek(long position) {
     if (descriptor_ < 0) return EBADF;
     if (position < 0) return EINVAL;

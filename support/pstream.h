@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -122,6 +123,15 @@ class RAWIMAGE_EXPORT PFileStream : public PStream {
     // `size`, none included, when the system cannot do that here or has met an error: Read and Write go on
     // from there, or report why not.
     std::int64_t CopyFrom(PFileStream& source, std::int64_t size);
+
+    // Reads up to `size` bytes at `offset`, past the buffer and without moving the position: any number of
+    // threads at a time, also while one of them uses the stream otherwise, as long as it stays open. Returns
+    // as Read does.
+    int ReadAt(std::int64_t offset, void* data, std::size_t size, std::size_t& bytesRead) const;
+    // Forgets what was read ahead: for a file that somebody else writes to.
+    void DropBuffer() { buffered_ = 0; }
+    // False when the name leads to another file than the one that is open, or to none.
+    bool IsStillNamed() const;
 
   private:
     int lockAndEmpty(int descriptor, bool regular) const;
