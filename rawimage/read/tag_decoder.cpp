@@ -197,11 +197,21 @@ int codeOf(PixelFault fault) {
     return 0;
 }
 
-// False also for a payload that is shorter than the values: the next tag's bytes would be read as pixels.
-// What a longer one has behind the values is not read.
+// False for a payload that is shorter than the values: the next tag's bytes would be read as pixels.
+bool holdsRaw(const RIF_TAG& tag, const PixelShape& shape) {
+    return tag.size < kTagHeaderBytes || tag.payloadBytes() >= shape.bytes;
+}
+
+// What a longer payload has behind the values is not read.
 bool mayHoldRaw(PStream& stream, const RIF_TAG& tag, const PixelShape& shape) {
-    const bool shorter = tag.size >= kTagHeaderBytes && tag.payloadBytes() < shape.bytes;
-    return !shorter && mayHold(stream, shape.bytes);
+    return holdsRaw(tag, shape) && mayHold(stream, shape.bytes);
+}
+
+// Whether a payload can inflate to the values at all: 0 or a PixelCode.
+int claimCode(const RIF_TAG& tag, const PixelShape& shape) {
+    if (!shape.sound()) return kPixelsNotInflatable;
+    const std::size_t most = inflateLimit(static_cast<std::size_t>(tag.payloadBytes()));
+    return static_cast<std::size_t>(shape.bytes) > most ? kPixelsWrongLength : 0;
 }
 
 bool readRooms(PStream& stream, std::int64_t bytes, ValueRooms& rooms) {
@@ -215,6 +225,22 @@ bool readRooms(PStream& stream, std::int64_t bytes, ValueRooms& rooms) {
 }
 
 }  // namespace
+
+int decodeValues(const RIF_TAG& tag, bool compressed, const unsigned char* payload, Inflater& inflater,
+                 ByteBuffer& room, const unsigned char*& values) {
+    const PixelShape shape = pixelShape(tag);
+    if (!compressed) {
+        values = payload;
+        return shape.sound() && holdsRaw(tag, shape) ? 0 : kPixelsUnreadable;
+    }
+    if (const int code = claimCode(tag, shape); code != 0) return code;
+    auto inflated = static_cast<std::size_t>(shape.bytes);
+    values = reserve(room, std::max<std::size_t>(inflated, 1));
+    if (inflater.uncompress(room.data(), inflated, payload, static_cast<std::size_t>(tag.payloadBytes())) !=
+        0)
+        return kPixelsNotInflatable;
+    return inflated == static_cast<std::size_t>(shape.bytes) ? 0 : kPixelsWrongLength;
+}
 
 int TagDecoder::decode(PStream& stream, RIF_TAG& tag, bool compressed, RIFileCallback& callback) {
     const int verdict = callback.parseTag(tag);
@@ -266,9 +292,7 @@ int TagDecoder::readPixels(PStream& stream, const RIF_TAG& tag, bool compressed,
         return read ? 0 : kPixelsUnreadable;
     }
     if (!mayHold(stream, tag.payloadBytes())) return kPixelsCutShort;
-    if (!shape.sound()) return kPixelsNotInflatable;
-    const std::size_t most = inflateLimit(static_cast<std::size_t>(tag.payloadBytes()));
-    if (static_cast<std::size_t>(shape.bytes) > most) return kPixelsWrongLength;
+    if (const int code = claimCode(tag, shape); code != 0) return code;
     PixelFault fault = PixelFault::kNone;
     const bool whole = readInflated(stream, tag.payloadBytes(), shape, zipped_, inflater_, rooms, fault);
     return whole ? codeOf(fault) : kPixelsCutShort;

@@ -42,6 +42,11 @@ bool readInflated(PStream& stream, std::int64_t payloadBytes, const PixelShape& 
 bool readInflated(PStream& stream, std::int64_t payloadBytes, const PixelShape& shape, ByteBuffer& piece,
                   Inflater& inflater, ValueRooms& rooms, PixelFault& fault);
 
+// Decodes the values of a pixel tag from its whole payload. `values` receives them: in `room`, or in the
+// payload where that is not compressed. Returns 0 or the PixelCode that TagDecoder::readPixels returns.
+int decodeValues(const RIF_TAG& tag, bool compressed, const unsigned char* payload, Inflater& inflater,
+                 ByteBuffer& room, const unsigned char*& values);
+
 // Decodes any tag that is not a pixel tag; the stream is at its payload. Returns 0 or the code of the
 // operation that failed, see RIFileCallback. Tags without an operation of their own give 0.
 int decodeRecord(PStream& stream, const RIF_TAG& tag, RIFileCallback& callback);
