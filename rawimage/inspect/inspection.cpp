@@ -8,6 +8,7 @@
 #include "rawimage/area/tag_box.h"
 #include "rawimage/inspect/channel_cover.h"
 #include "rawimage/inspect/frame_facts.h"
+#include "rawimage/inspect/judge.h"
 #include "rawimage/inspect/payload_pool.h"
 #include "rawimage/inspect/tag_check.h"
 #include "rawimage/inspect/tag_scan.h"
@@ -61,11 +62,7 @@ void checkTail(Inspection& file) {
     setState(file, FileState::kDamaged, kTailCause, end);
 }
 
-void listMissing(Inspection& file, bool repairedIsMissing) {
-    ChannelCover cover;
-    cover.addChannels(file.facts.channels);
-    cover.addPixels(file, repairedIsMissing);
-    cover.addWindows(file.tags, file.facts.frame());
+void listMissing(Inspection& file, const ChannelCover& cover) {
     ChannelCover::Missing missing = cover.missing(file.area);
     for (auto& [channel, boxes] : missing.channels)
         file.missing.push_back({channel, file.facts.channelName(channel), std::move(boxes)});
@@ -109,6 +106,14 @@ void decide(Inspection& file) {
     } else if (!file.missingInAny.boxes.empty() || file.missingInAny.truncated) {
         incomplete("pixels are missing");
     }
+}
+
+ChannelCover coverOf(const Inspection& file, bool repairedIsMissing) {
+    ChannelCover cover;
+    cover.addChannels(file.facts.channels);
+    cover.addPixels(file, repairedIsMissing);
+    cover.addWindows(file.tags, file.facts.frame());
+    return cover;
 }
 
 bool headerCanBeRead(PStream& stream) {
@@ -178,6 +183,11 @@ FileFaults faultsOf(const Inspection& file) {
     return faults;
 }
 
+void judge(Inspection& file, const ChannelCover& cover) {
+    listMissing(file, cover);
+    if (file.state == FileState::kGood) decide(file);
+}
+
 Inspection inspectStream(PStream& stream, const InspectOptions& options) {
     Inspection file;
     if (!stream.IsOpen()) {
@@ -204,9 +214,7 @@ Inspection inspectStream(PStream& stream, const InspectOptions& options) {
     if (const INFOTAG* tag = readFrameFacts(stream, file.tags, file.facts))
         file.faults.push_back({static_cast<std::int64_t>(tag->offset), "payload cannot be read", *tag});
     file.area = file.facts.area();
-    listMissing(file, options.repairedIsMissing);
-    if (file.state != FileState::kGood) return file;
-    decide(file);
+    judge(file, coverOf(file, options.repairedIsMissing));
     return file;
 }
 
