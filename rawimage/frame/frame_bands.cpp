@@ -1,0 +1,70 @@
+#include "rawimage/frame/frame_bands.h"
+
+#include <algorithm>
+
+#include "rawimage/area/tag_box.h"
+
+namespace MUtils {
+inline namespace v1 {
+
+namespace {
+
+// Rows [y0, y1).
+struct Rows {
+    std::int64_t y0, y1;
+};
+
+// The rows that cannot be cut between without cutting a tag, from the top down, as far apart as possible.
+std::vector<Rows> uncutRows(const FrameSnapshot& snapshot, const PixelBox& box,
+                            const std::vector<int>& channels) {
+    std::vector<Rows> rows;
+    for (const int channel : channels) {
+        for (const INFOTAG* tag : snapshot.find(channel, box, false)) {
+            const PixelBox part = intersect(boxOf(*tag), box);
+            if (rows.empty() || rows.back().y0 != part.y0 || rows.back().y1 != part.y1)
+                rows.push_back({part.y0, part.y1});
+        }
+    }
+    std::sort(rows.begin(), rows.end(), [](const Rows& a, const Rows& b) { return a.y0 < b.y0; });
+    std::vector<Rows> joined;
+    for (const Rows& next : rows) {
+        if (!joined.empty() && next.y0 < joined.back().y1) {
+            joined.back().y1 = std::max(joined.back().y1, next.y1);
+        } else {
+            joined.push_back(next);
+        }
+    }
+    return joined;
+}
+
+std::int64_t bytesOfRow(const FrameSnapshot& snapshot, const PixelBox& box,
+                        const std::vector<int>& channels) {
+    std::int64_t bytes = 0;
+    for (const int index : channels) {
+        if (const FrameChannel* channel = snapshot.info()->findIndex(index)) bytes += channel->valueBytes();
+    }
+    return std::max<std::int64_t>(bytes, 1) * box.width();
+}
+
+}  // namespace
+
+std::vector<PixelBox> cutIntoBands(const FrameSnapshot& snapshot, const PixelBox& box,
+                                   const std::vector<int>& channels, std::int64_t maxBytes) {
+    std::vector<PixelBox> bands;
+    if (box.empty()) return bands;
+    const std::vector<Rows> uncut = uncutRows(snapshot, box, channels);
+    const std::int64_t most = std::max<std::int64_t>(maxBytes / bytesOfRow(snapshot, box, channels), 1);
+    for (std::int64_t y = box.y0; y < box.y1;) {
+        std::int64_t end = box.y1 - y > most ? y + most : box.y1;
+        // The first ones that reach below the end.
+        const auto cut = std::partition_point(uncut.begin(), uncut.end(),
+                                              [end](const Rows& rows) { return rows.y1 <= end; });
+        if (cut != uncut.end() && cut->y0 < end && cut->y0 > y) end = cut->y0;
+        bands.push_back({box.x0, y, box.x1, end});
+        y = end;
+    }
+    return bands;
+}
+
+}  // namespace v1
+}  // namespace MUtils

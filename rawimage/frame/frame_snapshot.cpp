@@ -1,0 +1,254 @@
+#include "rawimage/frame/frame_snapshot.h"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+#include "rawimage/area/tag_box.h"
+#include "rawimage/frame/frame_info.h"
+#include "rawimage/inspect/channel_cover.h"
+#include "rawimage/inspect/frame_facts.h"
+#include "rawimage/inspect/judge.h"
+#include "rawimage/inspect/tag_check.h"
+#include "support/bounded_read.h"
+
+namespace MUtils {
+inline namespace v1 {
+
+namespace {
+
+bool isSound(const Inspection& file) {
+    const auto isDamage = [](const TagGap& gap) { return !gap.torn; };
+    return file.state != FileState::kCannotOpen && file.state != FileState::kNotThisFormat && !file.stopped &&
+           file.faults.empty() && file.repairs.empty() && file.doubted.empty() && file.tailOffset == 0 &&
+           std::none_of(file.gaps.begin(), file.gaps.end(), isDamage);
+}
+
+bool sameFileHeader(const RIF_HEADER& a, const RIF_HEADER& b) {
+    return a.magic == b.magic && a.formatFirst == b.formatFirst && a.formatSecond == b.formatSecond &&
+           a.flags == b.flags && a.reserved == b.reserved;
+}
+
+}  // namespace
+
+// What the other one has computed stays behind.
+FrameSnapshot::FrameSnapshot(const FrameSnapshot& other)
+    : source_(other.source_),
+      file_(other.file_),
+      faults_(other.faults_),
+      sound_(other.sound_),
+      info_(other.info_),
+      segments_(other.segments_),
+      others_(other.others_),
+      windows_(other.windows_),
+      known_(other.known_),
+      last_(other.last_),
+      anchor_(other.anchor_) {}
+
+FrameSnapshot::Pointer FrameSnapshot::cannotOpen(std::string cause) {
+    const std::shared_ptr<FrameSnapshot> made(new FrameSnapshot);
+    Inspection file;
+    file.state = FileState::kCannotOpen;
+    file.cause = std::move(cause);
+    made->takeInspection(std::move(file));
+    return made;
+}
+
+FrameSnapshot::Pointer FrameSnapshot::open(const Source& source, const Progress& progress) {
+    {
+        PositionedReader::Locked locked(*source);
+        if (locked.stream().IsOpen() && locked.stream().Length() >= 0) {
+            QuickScan scan(locked.stream(), progress);
+            const std::shared_ptr<FrameSnapshot> made(new FrameSnapshot);
+            made->source_ = source;
+            if (scan.run() && made->takeScan(locked.stream(), scan)) return made;
+        }
+    }
+    return inspect(source, InspectDepth::kHeaders, progress);
+}
+
+FrameSnapshot::Pointer FrameSnapshot::inspect(const Source& source, InspectDepth depth,
+                                              const Progress& progress) {
+    const std::shared_ptr<FrameSnapshot> made(new FrameSnapshot);
+    made->source_ = source;
+    InspectOptions options;
+    options.depth = depth;
+    options.progress = progress;
+    PositionedReader::Locked locked(*source);
+    made->takeInspection(inspectStream(locked.stream(), options));
+    made->sound_ = made->sound_ && made->readAnchor(locked.stream());
+    return made;
+}
+
+// False when what the scan has listed is odd after all.
+bool FrameSnapshot::takeScan(PStream& stream, QuickScan& scan) {
+    file_.header = scan.header;
+    file_.fileBytes = file_.ownBytes = scan.fileBytes;
+    file_.compressed = scan.compressed();
+    file_.tableOffset = scan.tableOffset;
+    file_.stopped = scan.stopped;
+    file_.gaps.clear();
+    if (scan.tornEnd) file_.gaps.push_back(*scan.tornEnd);
+    others_.insert(others_.end(), scan.others.begin(), scan.others.end());
+    const bool isNew = info_ == nullptr || !scan.others.empty();
+    if (isNew && readFrameFacts(stream, others_, file_.facts) != nullptr) return false;
+    file_.area = file_.facts.area();
+    const std::map<std::int32_t, std::int32_t> channels = scan.order.channels();
+    if (!listAgrees(file_.facts.channels, channels)) return false;
+    info_ = makeFrameInfo(file_, channels);
+    if (isNew) listWindows();
+
+    known_.end = scan.end;
+    known_.tags += static_cast<std::int64_t>(scan.tags.size());
+    known_.pixelTags += std::count_if(scan.tags.begin(), scan.tags.end(),
+                                      [](const RIF_TAG& tag) { return isPixelTag(tag.id); });
+    known_.order = std::move(scan.order);
+    if (!scan.tags.empty()) last_ = scan.tags.back();
+    addSegment(std::move(scan.tags));
+    return readAnchor(stream);
+}
+
+void FrameSnapshot::takeInspection(Inspection found) {
+    file_ = std::move(found);
+    inspected_ = true;
+    faults_ = faultsOf(file_);
+    sound_ = isSound(file_);
+    known_.order.ignorePlaces();
+    std::vector<INFOTAG> pixels;
+    for (const INFOTAG& tag : file_.tags) {
+        const bool doubted = std::binary_search(file_.doubted.begin(), file_.doubted.end(),
+                                                static_cast<std::int64_t>(tag.offset));
+        if (tag.id != TAG_INFO_TAGS) {
+            known_.end = static_cast<std::int64_t>(tag.offset) + tag.size;
+            ++known_.tags;
+            last_ = tag;
+        }
+        if (!isPixelTag(tag.id)) {
+            if (!doubted) others_.push_back(tag);
+            continue;
+        }
+        ++known_.pixelTags;
+        // Where the tags of a channel differ in type, the first one counts.
+        (void)known_.order.take(tag);
+        (doubted ? doubted_ : pixels).push_back(tag);
+        if (tag.p5 == 0 && !doubted) others_.push_back(tag);
+    }
+    file_.tags = {};
+    info_ = makeFrameInfo(file_, known_.order.channels());
+    listWindows();
+    addSegment(std::move(pixels));
+}
+
+// Joins segments so that each is at least twice as large as the next one: a tag is moved as many times as
+// its segment can double.
+void FrameSnapshot::addSegment(std::vector<INFOTAG> tags) {
+    while (!segments_.empty() && segments_.back()->tags().size() / 2 < tags.size()) {
+        const std::vector<INFOTAG>& before = segments_.back()->tags();
+        std::vector<INFOTAG> joined;
+        joined.reserve(before.size() + tags.size());
+        joined.insert(joined.end(), before.begin(), before.end());
+        joined.insert(joined.end(), tags.begin(), tags.end());
+        tags.swap(joined);
+        segments_.pop_back();
+    }
+    if (!tags.empty()) segments_.push_back(std::make_shared<const TagSegment>(std::move(tags)));
+}
+
+void FrameSnapshot::listWindows() {
+    windows_.clear();
+    for (const INFOTAG& tag : others_) {
+        if (const auto window = windowOf(tag, file_.facts.frame())) windows_[tag.p8].push_back(*window);
+    }
+}
+
+// Of pixels the payload belongs to it; records may be replaced in place.
+std::size_t FrameSnapshot::anchorSize() const {
+    if (last_.id == 0) return 0;
+    return isPixelTag(last_.id) ? std::min<std::size_t>(last_.size, kAnchorBytes) : kTagHeaderBytes;
+}
+
+bool FrameSnapshot::readAnchor(PStream& stream) {
+    return stream.Seek(static_cast<long>(last_.offset)) == 0 &&
+           readExactly(stream, anchor_.data(), static_cast<int>(anchorSize()));
+}
+
+bool FrameSnapshot::stillHolds() const {
+    if (source_ == nullptr || !source_->isStillNamed()) return false;
+    unsigned char header[kFileHeaderBytes];
+    if (!source_->read(0, header, kFileHeaderBytes)) return false;
+    if (!sameFileHeader(decodeHeader(header), file_.header)) return false;
+    unsigned char bytes[kAnchorBytes];
+    return source_->read(static_cast<std::int64_t>(last_.offset), bytes, anchorSize()) &&
+           std::equal(bytes, bytes + anchorSize(), anchor_.data());
+}
+
+FrameSnapshot::Growth FrameSnapshot::grow(Pointer& next, PixelBox& box) const {
+    PositionedReader::Locked locked(*source_);
+    PStream& stream = locked.stream();
+    ByteBuffer header;
+    if (stream.Length() < 0 || !readPayloadAt(stream, 0, kFileHeaderBytes, header)) return Growth::kOpenAnew;
+    if (stream.Length() == file_.fileBytes &&
+        decodeHeader(header.data()).infoTagsOffset == file_.header.infoTagsOffset)
+        return Growth::kNone;
+    if (!sound_) return Growth::kOpenAnew;
+    const Progress none;
+    QuickScan scan(stream, none);
+    if (!scan.resume(known_)) return Growth::kOpenAnew;
+    PixelBox pixels;
+    for (const INFOTAG& tag : scan.tags) {
+        if (isPixelTag(tag.id)) pixels = boxAround(pixels, boxOf(tag));
+    }
+    const std::shared_ptr<FrameSnapshot> grown(new FrameSnapshot(*this));
+    if (!grown->takeScan(stream, scan)) return Growth::kOpenAnew;
+    next = grown;
+    box = pixels;
+    return Growth::kMore;
+}
+
+const Inspection& FrameSnapshot::verdict() const {
+    if (inspected_) return file_;
+    std::call_once(judged_, [this] {
+        Inspection judged = file_;
+        ChannelCover cover;
+        cover.addChannels(judged.facts.channels);
+        for (const auto& segment : segments_)
+            cover.addPixels(segment->tags());
+        cover.addWindows(others_, judged.facts.frame());
+        if (!judged.stopped) judge(judged, cover);
+        verdict_ = std::move(judged);
+    });
+    return verdict_;
+}
+
+std::vector<const INFOTAG*> FrameSnapshot::find(std::int32_t channel, const PixelBox& box,
+                                                bool withDoubted) const {
+    std::vector<const INFOTAG*> found;
+    for (std::size_t i = 0; withDoubted && i < doubted_.size(); ++i) {
+        if (doubted_[i].p8 == channel && overlaps(boxOf(doubted_[i]), box)) found.push_back(&doubted_[i]);
+    }
+    for (const auto& segment : segments_)
+        segment->find(channel, box, found);
+    return found;
+}
+
+const std::vector<PixelBox>* FrameSnapshot::windowsOf(std::int32_t channel) const {
+    const auto windows = windows_.find(channel);
+    return windows != windows_.end() ? &windows->second : nullptr;
+}
+
+const INFOTAG* FrameSnapshot::lastOf(std::uint32_t tagId) const {
+    const auto last = std::find_if(others_.rbegin(), others_.rend(),
+                                   [tagId](const INFOTAG& tag) { return tag.id == tagId; });
+    return last != others_.rend() ? &*last : nullptr;
+}
+
+RIF_TAG FrameSnapshot::storedHeader(const INFOTAG& tag) const {
+    const auto offset = static_cast<std::int64_t>(tag.offset);
+    const auto repair =
+        std::lower_bound(file_.repairs.begin(), file_.repairs.end(), offset,
+                         [](const TagScan::Repair& a, std::int64_t at) { return a.offset < at; });
+    return repair != file_.repairs.end() && repair->offset == offset ? repair->found : RIF_TAG(tag);
+}
+
+}  // namespace v1
+}  // namespace MUtils
