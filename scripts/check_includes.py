@@ -26,7 +26,7 @@ LIBRARY = {
     "rawimage": ["rawimage", "support"],
     "rawimage/read": ["rawimage/read", "rawimage", "support"],
     "rawimage/area": ["rawimage/area", "rawimage", "support"],
-    "rawimage/inspect": ["rawimage/inspect", "rawimage/area", "rawimage/read " + PUBLIC, "rawimage", "support"],
+    "rawimage/inspect": ["rawimage/inspect", "rawimage/area", "rawimage/read " + PUBLIC, "rawimage/read/torn_tail.h", "rawimage", "support"],
     "rawimage/frame": ["rawimage/frame", "rawimage/inspect", "rawimage/area", "rawimage/read", "rawimage", "support"],
     "rawimage/tools": ["rawimage/tools", "rawimage/frame", "rawimage/inspect", "rawimage/area", "rawimage/read " + PUBLIC, "rawimage", "support"],
     "exr": ["exr", "rawimage/export.h", "rawimage/records.h", "rawimage/output_file.h", "rawimage/area/pixel_box.h", "support"],

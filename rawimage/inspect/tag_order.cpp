@@ -26,10 +26,13 @@ bool TagOrder::continues(const RIF_TAG& tag) {
     const int step = tag.p8 > last_.p8 ? 1 : tag.p8 < last_.p8 ? -1 : 0;
     const bool samePlace =
         tag.p2 == last_.p2 && tag.p3 == last_.p3 && tag.p4 == last_.p4 && tag.p5 == last_.p5;
-    if (!samePlace) return direction_ == 0 || step != direction_;
+    if (!samePlace) {
+        if (direction_ == 0) (step < 0 ? hasGoneDown_ : hasGoneUp_) |= step != 0;
+        return direction_ == 0 || step != direction_;
+    }
     if (step == 0 || step == -direction_) return false;
     direction_ = step;
-    return true;
+    return !(step < 0 ? hasGoneDown_ : hasGoneUp_);
 }
 
 std::map<std::int32_t, std::int32_t> TagOrder::channels() const {

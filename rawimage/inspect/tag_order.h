@@ -32,6 +32,9 @@ class TagOrder {
     std::map<std::int32_t, std::int32_t> further_;  // of the others
     RIF_TAG last_;                                  // with values
     int direction_ = 0;  // of the indices in a bucket: -1 or 1, 0 until it is known
+    // From one place to the next, while the direction is not known.
+    bool hasGoneUp_ = false;
+    bool hasGoneDown_ = false;
     bool ignoresPlaces_ = false;
 };
 

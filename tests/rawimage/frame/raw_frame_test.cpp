@@ -117,4 +117,169 @@ TEST(RawFrame, ReadsBoxesIntoAnyMemory) {
     }
 }
 
+// Pixels of the whole frame by channel: as of the sound tags of a full look at all headers, drawn one after
+// the other. A pixel that none has is all 0xEE bytes.
+std::vector<std::string> drawnFrom(const Contents& bytes, const Inspection& found, const FrameInfo& info) {
+    testing_tools::FaultStream stream(bytes);
+    stream.Open();
+    TagReader reader(stream, found.compressed);
+    std::vector<std::string> planes;
+    for (const FrameChannel& channel : info.channels) {
+        const auto size = static_cast<std::size_t>(channel.valueBytes());
+        std::string plane(static_cast<std::size_t>(info.frame.area()) * size, '\xEE');
+        for (const INFOTAG& tag : found.tags) {
+            const bool doubted = std::binary_search(found.doubted.begin(), found.doubted.end(),
+                                                    static_cast<std::int64_t>(tag.offset));
+            if (!isPixelTag(tag.id) || tag.p8 != channel.index || tag.p1 != channel.type || doubted) continue;
+            struct Whole final : ValueRooms {
+                std::string values;
+                Room next() override {
+                    return {reinterpret_cast<unsigned char*>(values.data()), values.size()};
+                }
+            } rooms;
+            rooms.values.resize(static_cast<std::size_t>(pixelBytes(tag)));
+            if (reader.readPixels(tag, rooms) != 0) continue;
+            const PixelBox part = intersect(boxAt(tag.p2, tag.p3, tag.p4, tag.p5), info.frame);
+            for (std::int64_t y = part.y0; y < part.y1; ++y) {
+                for (std::int64_t x = part.x0; x < part.x1; ++x) {
+                    const auto from = static_cast<std::size_t>((y - tag.p3) * tag.p4 + x - tag.p2) * size;
+                    const auto to = static_cast<std::size_t>(y * info.frame.width() + x) * size;
+                    plane.replace(to, size, rooms.values, from, size);
+                }
+            }
+        }
+        planes.push_back(plane);
+    }
+    return planes;
+}
+
+std::vector<std::string> readFrom(const Frame& frame, const FrameInfo& info, FrameRead& read,
+                                  bool& reportsAll) {
+    std::vector<std::string> planes;
+    std::vector<ChannelTarget> targets;
+    for (const FrameChannel& channel : info.channels) {
+        planes.emplace_back(static_cast<std::size_t>(info.frame.area() * channel.valueBytes()), '\xEE');
+        targets.emplace_back(channel, nullptr);
+    }
+    for (std::size_t i = 0; i < planes.size(); ++i) {
+        targets[i].data = planes[i].data();
+        targets[i].fill = 0.25;
+    }
+    read = frame.read(info.frame, targets);
+    reportsAll = true;
+    // What was filled is reported; it counts as nothing here.
+    for (std::size_t i = 0; i < planes.size(); ++i) {
+        const FrameChannel& channel = info.channels[i];
+        const auto size = static_cast<std::size_t>(channel.valueBytes());
+        if (size == 0) continue;
+        std::string fill;
+        for (int k = 0; k < channel.components(); ++k) {
+            const float value = 0.25f;
+            const std::int32_t integer = 0;
+            fill.append(channel.isInteger() ? reinterpret_cast<const char*>(&integer)
+                                            : reinterpret_cast<const char*>(&value),
+                        4);
+        }
+        const auto covers = [&](const PixelBox& pixel) {
+            const bool damaged =
+                std::any_of(read.damaged.begin(), read.damaged.end(), [&](const FileFault& fault) {
+                    return fault.channel == channel.index && contains(fault.box, pixel);
+                });
+            return damaged || std::any_of(read.missing.begin(), read.missing.end(), [&](const auto& missing) {
+                       return missing.channel == channel.index &&
+                              std::any_of(missing.boxes.boxes.begin(), missing.boxes.boxes.end(),
+                                          [&](const PixelBox& box) { return contains(box, pixel); });
+                   });
+        };
+        for (std::size_t at = 0; at < planes[i].size(); at += size) {
+            if (planes[i].compare(at, size, fill) != 0) continue;
+            const auto pixel = static_cast<std::int64_t>(at / size);
+            const PixelBox place = boxAt(pixel % info.frame.width(), pixel / info.frame.width(), 1, 1);
+            if (overlaps(place, info.area)) reportsAll = reportsAll && covers(place);
+            planes[i].replace(at, size, std::string(size, '\xEE'));
+        }
+    }
+    return planes;
+}
+
+// A frame of three rows of buckets, with all records; its render region lies within.
+Contents wholeFile(bool closed) {
+    Written written;
+    written.width = 12;
+    written.height = 9;
+    written.tile = 4;
+    written.closed = closed;
+    written.boxes.clear();
+    for (int y = 0; y < 9; y += 3) {
+        for (int x = 0; x < 12; x += 4)
+            written.boxes.push_back({x, y, 4, 3, 1.0f});
+    }
+    written.metadata = [](RIFile& file) {
+        EXPECT_TRUE(file.WTNote("note").empty());
+        EXPECT_TRUE(file.WTRenderRegion({0, 0, 0, 12, 9}).empty());
+        RISceneInfo scene(3, "scene");
+        EXPECT_TRUE(file.WTSceneInfo(scene).empty());
+    };
+    MemoryFile file;
+    written.write(file.path());
+    return file.bytes();
+}
+
+// Compares a frame of these bytes with what an inspection of them gives. Returns whether all pixels are the
+// same, or else reported.
+::testing::AssertionResult agreesWithInspection(const Contents& bytes) {
+    MemoryFile file;
+    file.fill(bytes);
+    const Frame frame(file.path());
+    const Inspection found = testing_tools::inspected(bytes, InspectDepth::kHeaders);
+    const auto before = frame.info();
+    if (before->frame != found.facts.frame() || before->frame.area() > 4096)
+        return ::testing::AssertionSuccess() << "another size";
+    FrameRead read;
+    bool reportsAll = true;
+    const auto planes = readFrom(frame, *before, read, reportsAll);
+    if (!reportsAll) return ::testing::AssertionFailure() << "filled pixels that are not reported";
+    const auto expected = drawnFrom(bytes, found, *before);
+    for (std::size_t i = 0; i < planes.size(); ++i) {
+        if (planes[i] != expected[i])
+            return ::testing::AssertionFailure() << "channel " << before->channels[i].index << " differs";
+    }
+    return ::testing::AssertionSuccess();
+}
+
+TEST(RawFrame, ShowsWhatAnInspectionFinds) {
+    for (const bool closed : {true, false}) {
+        const Contents whole = wholeFile(closed);
+        for (std::size_t size = 0; size <= whole.size(); ++size) {
+            const Contents cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
+            MemoryFile file;
+            file.fill(cut);
+            const Frame frame(file.path());
+            const Inspection found = testing_tools::inspected(cut, InspectDepth::kHeaders);
+            ASSERT_EQ(frame.state(), found.state) << size;
+            ASSERT_EQ(frame.cause(), found.cause) << size;
+            ASSERT_EQ(frame.missing().size(), found.missing.size()) << size;
+            ASSERT_EQ(frame.info()->channels.size(), found.facts.channels.size()) << size;
+        }
+    }
+}
+
+// One damaged byte anywhere: nothing is shown that an inspection would not show.
+TEST(RawFrame, ShowsNoPixelOfADamagedHeader) {
+    for (const bool closed : {true, false}) {
+        const Contents whole = wholeFile(closed);
+        int differ = 0;
+        for (std::size_t at = 0; at < whole.size(); ++at) {
+            for (const int bit : {0x01, 0x10, 0x80}) {
+                Contents damaged = whole;
+                damaged[at] = static_cast<unsigned char>(damaged[at] ^ bit);
+                const auto agrees = agreesWithInspection(damaged);
+                if (!agrees && ++differ < 20)
+                    ADD_FAILURE() << closed << ": byte " << at << ": " << agrees.message();
+            }
+        }
+        EXPECT_EQ(differ, 0);
+    }
+}
+
 }  // namespace
