@@ -2,9 +2,9 @@
 #include <cstdio>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "cli/exit_codes.h"
+#include "cli/file_list.h"
 #include "cli/info_output.h"
 #include "cli/interrupt.h"
 #include "cli/report.h"
@@ -18,7 +18,7 @@ namespace {
 using MUtils::FileSummary;
 
 struct InfoOptions {
-    std::vector<std::string> files;
+    FileList files;
     bool json = false;
     bool tags = false;
 };
@@ -26,7 +26,7 @@ struct InfoOptions {
 ExitCode runInfo(const InfoOptions& options) {
     ExitCode result = ExitCode::kGood;
     bool first = true;
-    for (const std::string& file : options.files) {
+    for (const std::string& file : options.files.names()) {
         if (stopRequested()) return ExitCode::kStopped;
         const FileSummary summary = MUtils::summariseFile(file.c_str(), options.tags);
         const ExitCode code = exitCodeOf(summary.state);
@@ -49,7 +49,7 @@ ExitCode runInfo(const InfoOptions& options) {
 void addInfoVerb(CLI::App& app, ExitCode& result) {
     CLI::App* verb = app.add_subcommand("info", "Show what raw images hold: frame, camera, texts, channels");
     auto options = std::make_shared<InfoOptions>();
-    verb->add_option("FILE", options->files, "Raw images")->required();
+    options->files.addTo(*verb, "Raw images");
     verb->add_flag("--json", options->json, "Print a JSON object for each file, on a line of its own");
     verb->add_flag("--tags", options->tags, "List every tag, too: offset, id, size in bytes, parameters");
     verb->callback([options, &result] { result = runInfo(*options); });

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/file_list.h"
 #include "cli/merge_output.h"
 #include "cli/option_checks.h"
 #include "cli/output_file.h"
@@ -21,7 +22,8 @@ using MUtils::MergeReport;
 using MUtils::MergeState;
 
 struct MergeVerbOptions {
-    std::vector<std::string> inputs;
+    FileList files;
+    std::vector<std::string> inputs;  // of `files`
     std::string output;
     std::string overlap;
     bool allowHoles = false;
@@ -80,9 +82,12 @@ void mergeInto(MergeReport& merged, const MergeVerbOptions& options) {
     if (!merged.holes.boxes.empty()) report(options.output, "has holes, as allowed: rimg missing lists them");
 }
 
-ExitCode runMerge(const MergeVerbOptions& options) {
+ExitCode runMerge(MergeVerbOptions& options) {
     MergeReport merged;
     try {
+        merged.state = MergeState::kCannotOpen;
+        options.inputs = options.files.names();
+        merged.state = MergeState::kGood;
         mergeInto(merged, options);
     } catch (const Failure& failure) {
         const bool begun = failure.code() != ExitCode::kUsage;
@@ -103,8 +108,7 @@ void addMergeVerb(CLI::App& app, ExitCode& result) {
         "merge",
         "Make one raw image out of pieces of the same frame, by copying. Does not look into pixels: verify "
         "the pieces, or the result");
-    verb->add_option("FILE", options->inputs, "The pieces: raw images that agree in size and channels")
-        ->required();
+    options->files.addTo(*verb, "The pieces: raw images that agree in size and channels");
     verb->add_option("-o,--output", options->output, "The raw image to write")->type_name("OUT")->required();
     verb->add_option("--overlap", options->overlap,
                      "Where several pieces have a pixel, the \"first\" or the \"last\" of them counts. "

@@ -9,10 +9,10 @@ namespace {
 using MUtils::MergeReport;
 using MUtils::MergeState;
 
-// A failure that the report knows nothing of is one of the output's.
+// A failure that the report does not know is one of the output's.
 MergeState stateOf(const MergeReport& merged, const Failure* failure) {
-    if (failure == nullptr || merged.state != MergeState::kGood) return merged.state;
-    return failure->code() == ExitCode::kStopped ? MergeState::kStopped : MergeState::kWriteFailed;
+    if (failure != nullptr && failure->code() == ExitCode::kStopped) return MergeState::kStopped;
+    return failure != nullptr && merged.state == MergeState::kGood ? MergeState::kWriteFailed : merged.state;
 }
 
 const char* nameOf(MergeState state) {

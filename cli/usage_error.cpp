@@ -184,7 +184,7 @@ void refuseSlips(CLI::App& app) {
             const std::string name = option->get_name();
             if (name == "FILE" || name == "IN")
                 option->check([&app](const std::string& file) { return checkFile(app, file); });
-            if (name == "OUT" || name == "--output")
+            if (name == "OUT" || name == "--output" || name == "--files-from")
                 option->check([](const std::string& file) {
                     return file.empty() ? std::string("an empty name is no file") : std::string();
                 });

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/file_list.h"
 #include "cli/option_checks.h"
 #include "cli/report.h"
 #include "cli/tool_progress.h"
@@ -20,7 +21,7 @@ namespace {
 using MUtils::VerifyReport;
 
 struct VerifyVerbOptions {
-    std::vector<std::string> files;
+    FileList files;
     bool quick = false;
     bool json = false;
     bool all = false;
@@ -65,62 +66,73 @@ void printTotals(const std::map<MUtils::FileState, int>& filesOf, std::size_t fi
 ExitCode runVerify(const VerifyVerbOptions& options) {
     ExitCode result = ExitCode::kGood;
     std::map<MUtils::FileState, int> filesOf;
-    for (const std::string& file : options.files) {
+    const std::vector<std::string> files = options.files.names();
+    for (const std::string& file : files) {
         const VerifyReport found = verify(file, options);
         print(file, found, options);
         ++filesOf[found.state];
         result = worse(result, exitCodeOf(found.state));
     }
-    if (options.files.size() > 1 && !options.json) printTotals(filesOf, options.files.size());
+    if (files.size() > 1 && !options.json) printTotals(filesOf, files.size());
     return result;
 }
 
 struct MissingVerbOptions {
-    std::string file;
+    FileList files;
     bool deep = false;
     bool buckets = false;
     bool json = false;
     int threads = 0;
 };
 
-VerifyReport findMissing(const MissingVerbOptions& options) {
-    ToolProgress progress("missing " + options.file);
+VerifyReport findMissing(const std::string& file, const MissingVerbOptions& options) {
+    ToolProgress progress("missing " + file);
     MUtils::MissingOptions finding;
     finding.deep = options.deep;
     finding.threads = options.threads;
     finding.progress = progress.callback();
-    const VerifyReport found = MUtils::missingPixels(options.file.c_str(), finding);
-    if (found.stopped) throw Failure(ExitCode::kStopped, options.file, "stopped");
+    const VerifyReport found = MUtils::missingPixels(file.c_str(), finding);
+    if (found.stopped) throw Failure(ExitCode::kStopped, file, "stopped");
     return found;
 }
 
-void printMissing(const MissingVerbOptions& options, const VerifyReport& found) {
+void printMissing(const std::string& file, const MissingVerbOptions& options, const VerifyReport& found) {
     if (options.buckets) {
         const std::int64_t more = printMissingBuckets(found, options.json);
-        if (more > 0) report(options.file, std::to_string(more) + " more buckets are missing");
+        if (more > 0) report(file, std::to_string(more) + " more buckets are missing");
     } else if (options.json) {
-        printMissingJson(options.file, found);
+        printMissingJson(file, found);
     } else if (!found.area.empty()) {
-        printMissingText(options.file, found);
+        printMissingText(file, found);
     }
     flushOutput();
 }
 
-ExitCode runMissing(const MissingVerbOptions& options) {
-    const VerifyReport found = findMissing(options);
-    printMissing(options, found);
+ExitCode runMissing(const std::string& file, const MissingVerbOptions& options) {
+    const VerifyReport found = findMissing(file, options);
+    printMissing(file, options, found);
     const ExitCode code = exitCodeOf(found.state);
-    if (code == ExitCode::kUnreadable) throw Failure(code, options.file, found.cause);
-    if (code == ExitCode::kDamaged) {
-        report(options.file, found.cause, found.causeOffset);
+    if (code == ExitCode::kUnreadable || code == ExitCode::kDamaged) {
+        report(file, found.cause, code == ExitCode::kDamaged ? found.causeOffset : Failure::kNoOffset);
         return code;
     }
     // A render that died at once.
     if (found.area.empty()) {
-        report(options.file, "holds neither a frame nor a render region: all is missing");
+        report(file, "holds neither a frame nor a render region: all is missing");
         return ExitCode::kIncomplete;
     }
     return found.missingInAny.boxes.empty() ? ExitCode::kGood : ExitCode::kIncomplete;
+}
+
+ExitCode runMissing(const MissingVerbOptions& options) {
+    const std::vector<std::string> files = options.files.names();
+    if (options.buckets && files.size() > 1)
+        throw Failure(ExitCode::kUsage, "missing",
+                      "--buckets lists those of one FILE, not of " + std::to_string(files.size()));
+    ExitCode result = ExitCode::kGood;
+    for (const std::string& file : files)
+        result = worse(result, runMissing(file, options));
+    return result;
 }
 
 CLI::Option* addThreadsOption(CLI::App& verb, int& threads) {
@@ -136,7 +148,7 @@ CLI::Option* addThreadsOption(CLI::App& verb, int& threads) {
 void addVerifyVerb(CLI::App& app, ExitCode& result) {
     auto options = std::make_shared<VerifyVerbOptions>();
     CLI::App* verb = app.add_subcommand("verify", "Check whether raw images are sound and whole");
-    verb->add_option("FILE", options->files, "Raw images")->required();
+    options->files.addTo(*verb, "Raw images");
     verb->add_flag("--quick", options->quick, "Check headers, table, lists and texts only, no pixels");
     verb->add_flag("--all", options->all, "Print all faults and boxes. Default: the first 20");
     verb->add_flag("--json", options->json, "Print a JSON object for each file, on a line of its own");
@@ -146,14 +158,15 @@ void addVerifyVerb(CLI::App& app, ExitCode& result) {
 
 void addMissingVerb(CLI::App& app, ExitCode& result) {
     auto options = std::make_shared<MissingVerbOptions>();
-    CLI::App* verb = app.add_subcommand("missing", "List the boxes of a raw image that are still to render");
-    verb->add_option("FILE", options->file, "The raw image")->required();
+    CLI::App* verb = app.add_subcommand("missing", "List the boxes of raw images that are still to render");
+    options->files.addTo(*verb, "Raw images");
     CLI::Option* deep = verb->add_flag(
         "--deep", options->deep,
         "Check the pixels, too: buckets with damaged values are missing. Default: headers only");
     verb->add_flag("--buckets", options->buckets,
                    "List the buckets to render again, one on a line, by the grid that the file announces");
-    verb->add_flag("--json", options->json, "Print a JSON object; with --buckets one for each bucket");
+    verb->add_flag("--json", options->json,
+                   "Print a JSON object for each file, on a line of its own; with --buckets for each bucket");
     addThreadsOption(*verb, options->threads)->needs(deep);
     verb->callback([options, &result] { result = runMissing(*options); });
 }

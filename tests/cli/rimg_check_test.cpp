@@ -27,9 +27,11 @@ class RimgCheck : public testing::Test {
         writeFile(folder_ / "header", whole.substr(0, 32));
         flip("damaged", whole, whole.size() / 2);  // in the pixels of channel 1
         flip("bad_tag", whole, 36);                // the size of the first tag
+        writeFile(folder_ / "frame.1", whole);
         writeFile(folder_ / "text", "something else entirely, of no use to anyone here");
         frame.boxes = {{0, 0, 20, 24}};
         write("left", frame);
+        write("frame.3", frame);
         frame.boxes = {{20, 0, 20, 24}};
         write("right", frame);
         frame.channels[2].type = 1;
@@ -106,7 +108,17 @@ TEST_F(RimgCheck, AnswersWithItsExitCodes) {
         {"missing @text", 5, "", "not a raw image file\n"},
         {"missing --json @text", 5, "\"verdict\":\"not this format\"", "not a raw image file\n"},
         {"missing @none", 5, "", "none: No such file"},
-        {"missing @whole @left", 2},
+        {"missing @whole @left @text", 5, "whole: nothing is missing\n", "text: not a raw image file\n"},
+        {"missing @left @whole", 3, "whole: nothing is missing\n"},
+        {"verify --frames 1-3 @frame.#", 5, "3 files: 1 good, 1 incomplete, 1 cannot open\n",
+         "frame.2: No such file"},
+        {"info --json --frames 1,2 @frame.#", 5, "\"verdict\":\"cannot open\"", "frame.2: No such file"},
+        {"missing --frames 3-1 @frame.#", 5, "frame.1: nothing is missing\n", "frame.2: No such file"},
+        {"missing --buckets --frames 3 @frame.#", 3, "16x16+16+0\n8x16+32+0\n16x8+16+16\n8x8+32+16\n"},
+        {"merge --frames 1-3 @frame.# -o @new", 5, "", "frame.2: No such file"},
+        {"merge --frames 1,3 --overlap last @frame.# -o @out", 0},
+        {"merge --json --files-from @none -o @new", 5, "\"state\":\"cannot open\"",
+         "none: cannot be read: No"},
         {"missing @damaged", 0, "nothing is missing\n"},
         {"missing --deep @damaged", 4, "missing in channel 1 alpha: 40x24+0+0\n", "pixels do not inflate\n"},
         {"missing --deep -j 2 @whole", 0, "nothing is missing\n"},
