@@ -1,29 +1,37 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <string>
-
-#include "cli/progress.h"
 
 namespace rimg {
 
-// A progress bar for a library function with a progress callback, which also stops that function after a
-// signal. The destructor clears the line.
+// A progress bar on stderr for a library function with a progress callback, which also stops that function
+// after a signal. The bar is for work that takes longer than half a second, and only on a terminal. The
+// destructor clears the line.
 class ToolProgress {
   public:
-    explicit ToolProgress(std::string task) : task_(std::move(task)) {}
+    explicit ToolProgress(const std::string& task);
+    ~ToolProgress() { clear(); }
+    ToolProgress(const ToolProgress&) = delete;
+    ToolProgress& operator=(const ToolProgress&) = delete;
 
     // For the function's option; must not outlive the object.
     std::function<bool(std::int64_t done, std::int64_t total)> callback();
-    // Clears the line. A later call of the callback begins another one.
-    void clear() { bar_.reset(); }
+    // Clears the line, so that errors can be reported. A later call of the callback draws another one.
+    void clear();
 
   private:
+    using Clock = std::chrono::steady_clock;
+
+    void show(std::int64_t done, std::int64_t total);
+
     const std::string task_;
-    std::unique_ptr<Progress> bar_;
+    const bool terminal_;
     std::int64_t done_ = 0;
+    Clock::time_point next_;  // not drawn before
+    bool drawn_ = false;
 };
 
 }  // namespace rimg
