@@ -10,9 +10,9 @@
 #include <string>
 
 #include "cli/convert_output.h"
+#include "cli/option_checks.h"
 #include "cli/output_file.h"
 #include "cli/report.h"
-#include "cli/size_option.h"
 #include "cli/tool_progress.h"
 #include "cli/verbs.h"
 #include "rawimage/writer.h"

@@ -1,10 +1,28 @@
 #include "cli/option_checks.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
 #include <cmath>
 
 namespace rimg {
+
+namespace {
+
+constexpr int kMostThreads = 1024;
+constexpr int kLargestSize = 1000000;
+
+// Parses "WxH"; false when `text` is anything else.
+bool parse(const std::string& text, PixelSize& size) {
+    const char* end = text.data() + text.size();
+    const auto width = std::from_chars(text.data(), end, size.width);
+    if (width.ec != std::errc() || width.ptr == end || *width.ptr != 'x') return false;
+    const auto height = std::from_chars(width.ptr + 1, end, size.height);
+    if (height.ec != std::errc() || height.ptr != end) return false;
+    return std::min(size.width, size.height) > 0 && std::max(size.width, size.height) <= kLargestSize;
+}
+
+}  // namespace
 
 OptionCheck wholeNumber(int least, int most) {
     return [least, most](const std::string& text) -> std::string {
@@ -38,6 +56,24 @@ OptionCheck oneOf(std::vector<std::string> names) {
             list += (list.empty() ? "" : ", ") + name;
         return "one of " + list + ", not \"" + text + '"';
     };
+}
+
+std::string checkSize(const std::string& text) {
+    PixelSize size;
+    return parse(text, size) ? "" : "a size is WIDTHxHEIGHT in pixels, such as 640x360: " + text;
+}
+
+PixelSize parseSize(const std::string& text) {
+    PixelSize size;
+    return parse(text, size) ? size : PixelSize();
+}
+
+CLI::Option* addThreadsOption(CLI::App& verb, int& threads) {
+    return verb
+        .add_option("-j,--threads", threads,
+                    "Threads that decompress, 1 to 1024. Default: one for each processor")
+        ->type_name("N")
+        ->check(wholeNumber(1, kMostThreads));
 }
 
 }  // namespace rimg

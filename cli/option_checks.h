@@ -4,16 +4,32 @@
 #include <string>
 #include <vector>
 
+namespace CLI {
+class App;
+class Option;
+}  // namespace CLI
+
 namespace rimg {
 
 // Checks for CLI::Option::check(): each answers a text with what is wrong, else "".
 using OptionCheck = std::function<std::string(const std::string&)>;
 
-constexpr int kMostThreads = 1024;
-
 OptionCheck wholeNumber(int least, int most);
 // A number from -`most` to `most`; "nan" is none.
 OptionCheck numberWithin(int most);
 OptionCheck oneOf(std::vector<std::string> names);
+
+struct PixelSize {
+    int width = 0;
+    int height = 0;
+};
+
+// Accepts WxH, two whole numbers from 1 to 1000000 with an x between them; parseSize() returns the size in
+// it.
+std::string checkSize(const std::string& text);
+PixelSize parseSize(const std::string& text);
+
+// The option -j, for a verb whose threads decompress.
+CLI::Option* addThreadsOption(CLI::App& verb, int& threads);
 
 }  // namespace rimg

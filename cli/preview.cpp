@@ -12,7 +12,6 @@
 #include "cli/option_checks.h"
 #include "cli/png_file.h"
 #include "cli/report.h"
-#include "cli/size_option.h"
 #include "cli/stream_output.h"
 #include "cli/verbs.h"
 #include "rawimage/tools/picture.h"

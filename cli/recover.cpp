@@ -10,7 +10,6 @@
 #include "cli/output_file.h"
 #include "cli/recover_output.h"
 #include "cli/report.h"
-#include "cli/size_option.h"
 #include "cli/tool_progress.h"
 #include "cli/verbs.h"
 
@@ -114,10 +113,7 @@ void addRecoverVerb(CLI::App& app, ExitCode& result) {
         ->excludes("--in-place");
     verb->add_flag("--all", options->all, "Print all that is lost, repaired or in doubt. Default: 20 lines");
     verb->add_flag("--json", options->json, "Print a JSON object, also when it fails");
-    verb->add_option("-j,--threads", options->threads,
-                     "Threads that decompress, 1 to 1024. Default: one for each processor")
-        ->type_name("N")
-        ->check(wholeNumber(1, kMostThreads));
+    addThreadsOption(*verb, options->threads);
     verb->callback([options, &result] { result = runRecover(*options); });
 }
 

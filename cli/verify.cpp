@@ -135,14 +135,6 @@ ExitCode runMissing(const MissingVerbOptions& options) {
     return result;
 }
 
-CLI::Option* addThreadsOption(CLI::App& verb, int& threads) {
-    return verb
-        .add_option("-j,--threads", threads,
-                    "Threads that decompress, 1 to 1024. Default: one for each processor")
-        ->type_name("N")
-        ->check(wholeNumber(1, kMostThreads));
-}
-
 }  // namespace
 
 void addVerifyVerb(CLI::App& app, ExitCode& result) {
