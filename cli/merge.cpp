@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "cli/file_list.h"
-#include "cli/merge_output.h"
+#include "cli/json_output.h"
 #include "cli/option_checks.h"
 #include "cli/output_file.h"
 #include "cli/report.h"
@@ -30,25 +30,51 @@ struct MergeVerbOptions {
     bool json = false;
 };
 
-ExitCode exitCodeOf(MergeState state) {
+struct StateRow {
+    ExitCode code;
+    const char* name;       // in JSON
+    const char* hint = "";  // behind the cause
+};
+
+StateRow rowOf(MergeState state) {
     switch (state) {
-        case MergeState::kGood: return ExitCode::kGood;
-        case MergeState::kCannotOpen:
-        case MergeState::kNotThisFormat: return ExitCode::kUnreadable;
-        case MergeState::kDamaged: return ExitCode::kDamaged;
-        case MergeState::kMismatch:
+        case MergeState::kGood: return {ExitCode::kGood, "good"};
+        case MergeState::kCannotOpen: return {ExitCode::kUnreadable, "cannot open"};
+        case MergeState::kNotThisFormat: return {ExitCode::kUnreadable, "not this format"};
+        case MergeState::kDamaged: return {ExitCode::kDamaged, "damaged"};
+        case MergeState::kMismatch: return {ExitCode::kMismatch, "mismatch"};
         case MergeState::kOverlap:
-        case MergeState::kHoles: return ExitCode::kMismatch;
-        case MergeState::kStopped: return ExitCode::kStopped;
-        case MergeState::kWriteFailed: break;
+            return {ExitCode::kMismatch, "overlap", "; --overlap first or last lets one of them count"};
+        case MergeState::kHoles: return {ExitCode::kMismatch, "holes", "; --allow-holes leaves them"};
+        case MergeState::kWriteFailed: return {ExitCode::kFailure, "write failed"};
+        case MergeState::kStopped: break;
     }
-    return ExitCode::kFailure;
+    return {ExitCode::kStopped, "stopped"};
 }
 
-const char* hintFor(MergeState state) {
-    if (state == MergeState::kOverlap) return "; --overlap first or last lets one of them count";
-    if (state == MergeState::kHoles) return "; --allow-holes leaves them";
-    return "";
+// A failure that the report does not know is one of the output's.
+MergeState stateOf(const MergeReport& merged, const Failure* failure) {
+    if (failure != nullptr && failure->code() == ExitCode::kStopped) return MergeState::kStopped;
+    return failure != nullptr && merged.state == MergeState::kGood ? MergeState::kWriteFailed : merged.state;
+}
+
+// `failure` is why there is no merged file, null when there is one.
+void printMergeJson(const MergeVerbOptions& options, const MergeReport& merged, const Failure* failure) {
+    const ExitCode code = failure != nullptr ? failure->code() : ExitCode::kGood;
+    Json json{{"inputs", options.inputs},
+              {"output", options.output},
+              {"state", rowOf(stateOf(merged, failure)).name},
+              {"exitCode", static_cast<int>(code)},
+              {"fault", faultOf(failure)},
+              {"unfinished", merged.unfinished},
+              {"frame", nullptr},
+              {"area", nullptr},
+              {"holes", jsonOf(merged.holes)},
+              {"pixelTags", merged.tags}};
+    if (merged.frame.width() > 0)
+        json["frame"] = {{"width", merged.frame.width()}, {"height", merged.frame.height()}};
+    if (merged.area.width() > 0) json["area"] = jsonOf(merged.area);
+    printJson(json);
 }
 
 MergeReport merge(const MergeVerbOptions& options, const std::string& output) {
@@ -69,8 +95,8 @@ void mergeInto(MergeReport& merged, const MergeVerbOptions& options) {
         report(file, "was never finished; what is whole in it counts");
     if (merged.state != MergeState::kGood) {
         const std::string cause = merged.error.empty() ? merged.cause : outputCause(merged.error);
-        throw Failure(exitCodeOf(merged.state), output.named(merged.file),
-                      output.named(cause) + hintFor(merged.state));
+        const StateRow row = rowOf(merged.state);
+        throw Failure(row.code, output.named(merged.file), output.named(cause) + row.hint);
     }
     output.commit();
     const MUtils::PixelBox& area = merged.area;
@@ -91,11 +117,11 @@ ExitCode runMerge(MergeVerbOptions& options) {
         mergeInto(merged, options);
     } catch (const Failure& failure) {
         const bool begun = failure.code() != ExitCode::kUsage;
-        if (options.json && begun) printMergeJson(options.inputs, options.output, merged, &failure);
+        if (options.json && begun) printMergeJson(options, merged, &failure);
         flushOutput();
         throw;
     }
-    if (options.json) printMergeJson(options.inputs, options.output, merged, nullptr);
+    if (options.json) printMergeJson(options, merged, nullptr);
     flushOutput();
     return ExitCode::kGood;
 }
