@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <sstream>
 #include <string>
 
@@ -25,10 +26,8 @@ constexpr std::size_t kLongestNote = MUtils::kNoteBytes - 1;
 
 struct NoteOptions {
     std::string file;
-    std::string text;
-    std::string source;
-    bool set = false;
-    bool setFrom = false;
+    std::optional<std::string> text;
+    std::optional<std::string> source;
 };
 
 // What is in the file `name`, or as much of it as shows that it is too long.
@@ -103,7 +102,7 @@ void checkReplaceable(const NoteOptions& options, const MUtils::FileSummary& sum
 }
 
 ExitCode replaceNote(const NoteOptions& options) {
-    const std::string text = options.setFrom ? readText(options.source) : options.text;
+    const std::string text = options.source ? readText(*options.source) : *options.text;
     checkText(options, text);
     checkReplaceable(options, requireRawImage(options.file));
     if (const ErrorCode error = MUtils::writeNote(options.file.c_str(), text.c_str()); !error.empty())
@@ -117,14 +116,12 @@ void addNoteVerb(CLI::App& app, ExitCode& result) {
     auto options = std::make_shared<NoteOptions>();
     CLI::App* verb = app.add_subcommand("note", "Print a raw image's note, or replace it in place");
     verb->add_option("FILE", options->file, "The raw image")->required();
-    auto* set = verb->add_option("--set", options->text, "The new note, at most 1023 characters");
-    auto* setFrom = verb->add_option("--set-from", options->source, "A text file that holds the new note");
-    set->excludes(setFrom);
-    setFrom->type_name("PATH");
-    verb->callback([options, set, setFrom, &result] {
-        options->set = set->count() > 0;
-        options->setFrom = setFrom->count() > 0;
-        result = options->set || options->setFrom ? replaceNote(*options) : printNote(*options);
+    verb->add_option("--set", options->text, "The new note, at most 1023 characters");
+    verb->add_option("--set-from", options->source, "A text file that contains the new note")
+        ->type_name("PATH")
+        ->excludes("--set");
+    verb->callback([options, &result] {
+        result = options->text || options->source ? replaceNote(*options) : printNote(*options);
     });
 }
 
