@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <iterator>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -25,7 +26,6 @@ struct PreviewOptions {
     std::string output;
     std::string size;
     std::string background = "000000";
-    std::string view;
     bool stretch = false;
     bool noStored = false;
     MUtils::PictureRequest request;
@@ -36,28 +36,6 @@ RGB24 parseColour(const std::string& text) {
     const unsigned long value = std::stoul(text, nullptr, 16);
     return {static_cast<unsigned char>(value >> 16), static_cast<unsigned char>(value >> 8 & 0xff),
             static_cast<unsigned char>(value & 0xff)};
-}
-
-struct NamedView {
-    const char* name;
-    MUtils::ChannelView view;
-};
-constexpr NamedView kViews[] = {{"id", MUtils::ChannelView::kId},
-                                {"colour", MUtils::ChannelView::kColour},
-                                {"vector", MUtils::ChannelView::kVector},
-                                {"depth", MUtils::ChannelView::kDepth}};
-
-MUtils::ChannelView parseView(const std::string& text) {
-    for (const NamedView& view : kViews) {
-        if (text == view.name) return view.view;
-    }
-    return MUtils::ChannelView::kGuess;
-}
-
-std::string checkView(const std::string& text) {
-    return parseView(text) != MUtils::ChannelView::kGuess
-               ? ""
-               : "a channel is shown as id, colour, vector or depth: " + text;
 }
 
 std::string checkColour(const std::string& text) {
@@ -137,7 +115,6 @@ ExitCode runPreview(PreviewOptions& options) {
         options.request.height = size.height;
     }
     options.request.background = parseColour(options.background);
-    options.request.view = parseView(options.view);
     options.request.keepAspect = !options.stretch;
     options.request.useStored = !options.noStored;
     StreamOutput output(options.output, {options.file});
@@ -167,10 +144,18 @@ void addPreviewVerb(CLI::App& app, ExitCode& result) {
     verb->add_option("--channel", options->request.channel,
                      "The channel to show, by name: colours, depth, vectors, ids, anything. Default: "
                      "the main colour");
-    verb->add_option("--as", options->view,
-                     "Shows the channel as id (a colour for each), colour, vector or depth. Default: guessed "
-                     "by type, name and values")
-        ->check(checkView)
+    static const std::map<std::string, MUtils::ChannelView> kViews{{"id", MUtils::ChannelView::kId},
+                                                                   {"colour", MUtils::ChannelView::kColour},
+                                                                   {"vector", MUtils::ChannelView::kVector},
+                                                                   {"depth", MUtils::ChannelView::kDepth}};
+    verb->add_option_function<std::string>(
+            "--as", [options](const std::string& name) { options->request.view = kViews.at(name); },
+            "Shows the channel as id (a colour for each), colour, vector or depth. Default: guessed by type, "
+            "name and values")
+        ->check([](const std::string& text) {
+            const std::string wrong = "a channel is shown as id, colour, vector or depth: " + text;
+            return kViews.count(text) != 0 ? "" : wrong;
+        })
         ->type_name("id|colour|vector|depth");
     verb->add_option("--exposure", options->request.exposure,
                      "Brightens colours and luminance by this many stops (-100 to 100)")
