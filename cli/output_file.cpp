@@ -66,7 +66,7 @@ int synced(int file) {
 // So that the new name outlives a power cut. Some file systems do not sync folders; there is no other way
 // then.
 void syncFolder(const std::string& path) {
-    const std::string folder = path.substr(0, path.rfind('/') + 1);
+    const std::string folder = folderOf(path);
     const int descriptor = ::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (descriptor < 0) return;
     ::fsync(descriptor);
