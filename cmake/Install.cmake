@@ -19,19 +19,24 @@ if(RAWIMAGE_BUILD_CLI)
     install(TARGETS rimg RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
 endif()
 
-# Whoever links the static archive links zlib as well; behind the shared library zlib is its own affair.
-set(zlib_packages "zlib")
-if(RAWIMAGE_LIBDEFLATE)
-    set(zlib_packages "zlib, libdeflate")
+# Whoever links the static archive links the compression libraries as well; a shared library has its own.
+set(RAWIMAGE_CONFIG_CODECS "")
+if(RAWIMAGE_HAS_LIBDEFLATE)
+    list(APPEND RAWIMAGE_CONFIG_CODECS libdeflate)
 endif()
+if(RAWIMAGE_HAS_ISAL)
+    list(APPEND RAWIMAGE_CONFIG_CODECS libisal)
+endif()
+set(codec_packages zlib ${RAWIMAGE_CONFIG_CODECS})
+list(JOIN codec_packages ", " codec_packages)
 if(library_type STREQUAL "STATIC_LIBRARY")
     set(RAWIMAGE_CONFIG_STATIC ON)
-    set(RAWIMAGE_PC_REQUIRES "OpenEXR >= 3.1, ${zlib_packages}")
+    set(RAWIMAGE_PC_REQUIRES "OpenEXR >= 3.1, ${codec_packages}")
     set(RAWIMAGE_PC_REQUIRES_PRIVATE "")
 else()
     set(RAWIMAGE_CONFIG_STATIC OFF)
     set(RAWIMAGE_PC_REQUIRES "OpenEXR >= 3.1")
-    set(RAWIMAGE_PC_REQUIRES_PRIVATE "${zlib_packages}")
+    set(RAWIMAGE_PC_REQUIRES_PRIVATE "${codec_packages}")
 endif()
 
 configure_package_config_file(cmake/rawimageConfig.cmake.in "${PROJECT_BINARY_DIR}/rawimageConfig.cmake"
@@ -39,7 +44,7 @@ configure_package_config_file(cmake/rawimageConfig.cmake.in "${PROJECT_BINARY_DI
 write_basic_package_version_file("${PROJECT_BINARY_DIR}/rawimageConfigVersion.cmake"
     COMPATIBILITY SameMajorVersion)
 install(FILES "${PROJECT_BINARY_DIR}/rawimageConfig.cmake" "${PROJECT_BINARY_DIR}/rawimageConfigVersion.cmake"
-    cmake/RawimageImath.cmake
+    cmake/RawimageCodecs.cmake cmake/RawimageImath.cmake
     DESTINATION "${RAWIMAGE_CMAKEDIR}")
 
 # The .pc file finds its prefix from where it lies, so an installed tree can be moved.

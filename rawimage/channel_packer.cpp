@@ -35,16 +35,15 @@ const char* gather(const MBVTable& data, int count, int size, PMemStream& memStr
 
 }  // namespace
 
-const char* packChannel(const MBVTable& data, int count, int size, int level, Deflater& deflater,
-                        PMemStream& memStream, ByteBuffer& zipBuf, std::size_t& zippedSize) {
+const char* packChannel(const MBVTable& data, int count, int size, const CompressionSetting& setting,
+                        Deflater& deflater, PMemStream& memStream, ByteBuffer& zipBuf,
+                        std::size_t& zippedSize) {
     const unsigned char* bytes = nullptr;
     if (const char* failure = gather(data, count, size, memStream, bytes)) return failure;
-    // The bound is this formula's, not zlib's own; the room is what the buffer has grown to.
-    const auto bound = static_cast<std::uint32_t>(size * 1.01 + 12.0);
-    if (!tryReserve(zipBuf, bound)) return kNotPacked;
+    const auto rawSize = static_cast<std::size_t>(size);
+    if (!tryReserve(zipBuf, deflateBound(rawSize))) return kNotPacked;
     zippedSize = zipBuf.capacity;
-    const int code =
-        deflater.compress(zipBuf.data(), zippedSize, bytes, static_cast<std::size_t>(size), level);
+    const int code = deflater.compress(zipBuf.data(), zippedSize, bytes, rawSize, setting);
     return code != 0 || zippedSize > INT_MAX - kTagHeaderBytes ? kNotPacked : nullptr;
 }
 

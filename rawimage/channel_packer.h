@@ -17,8 +17,9 @@ constexpr const char* kNotPacked = "Error compressing data buffer.";
 // `zipBuf`, whose first `zippedSize` bytes it then is. Values in several blocks are gathered in `memStream`,
 // which is open. Null on success, else the message of the step that failed; the buffers keep what memory they
 // got.
-const char* packChannel(const MBVTable& data, int count, int size, int level, Deflater& deflater,
-                        PMemStream& memStream, ByteBuffer& zipBuf, std::size_t& zippedSize);
+const char* packChannel(const MBVTable& data, int count, int size, const CompressionSetting& setting,
+                        Deflater& deflater, PMemStream& memStream, ByteBuffer& zipBuf,
+                        std::size_t& zippedSize);
 
 }  // namespace v1
 }  // namespace MUtils

@@ -25,7 +25,7 @@ struct RIFile::Channel {
 // next one.
 struct RIFile::Packing {
     MUtils::Deflater deflater;
-    int level = MUtils::kCompressionLevel;
+    MUtils::CompressionSetting setting{MUtils::Compression::kSmall, MUtils::kCompressionLevel};
     int threads = 1;
     ThreadManager* manager = nullptr;
     std::unique_ptr<MUtils::RegionPacker> packer;

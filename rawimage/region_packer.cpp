@@ -39,9 +39,9 @@ RegionPacker::~RegionPacker() {
     releaseThreads();
 }
 
-void RegionPacker::start(const std::vector<Order>& orders, int level) {
+void RegionPacker::start(const std::vector<Order>& orders, const CompressionSetting& setting) {
     abandon();
-    level_ = level;
+    setting_ = setting;
     if (packed_.size() < orders.size()) packed_ = std::vector<Packed>(orders.size());
     sequence_.clear();
     for (std::size_t i = 0; i < orders.size(); ++i) {
@@ -94,17 +94,17 @@ int RegionPacker::jobProc(int threadIndex, int /*jobIndex*/, void* /*data*/) {
 void RegionPacker::packNext(std::unique_lock<std::mutex>& lock, Tools& tools) {
     Packed& packed = packed_[sequence_[next_++]];
     lock.unlock();
-    pack(packed, level_, tools);
+    pack(packed, setting_, tools);
     lock.lock();
     packed.done = true;
 }
 
-void RegionPacker::pack(Packed& packed, int level, Tools& tools) {
+void RegionPacker::pack(Packed& packed, const CompressionSetting& setting, Tools& tools) {
     using Clock = std::chrono::steady_clock;
     const Clock::time_point begun = Clock::now();
     const Order& order = packed.order;
-    packed.failure = packChannel(*order.data, order.count, order.size, level, tools.deflater, tools.memStream,
-                                 tools.zipBuf, packed.size);
+    packed.failure = packChannel(*order.data, order.count, order.size, setting, tools.deflater,
+                                 tools.memStream, tools.zipBuf, packed.size);
     if (packed.failure == nullptr && !tryReserve(packed.bytes, packed.size)) packed.failure = kNotPacked;
     if (packed.failure == nullptr) std::memcpy(packed.bytes.data(), tools.zipBuf.data(), packed.size);
     const std::int64_t cost = std::chrono::nanoseconds(Clock::now() - begun).count();

@@ -29,7 +29,7 @@ class RegionPacker final : private JobQueue {
     RegionPacker(ThreadManager* manager, int threads);
     ~RegionPacker();
 
-    void start(const std::vector<Order>& orders, int level);
+    void start(const std::vector<Order>& orders, const CompressionSetting& setting);
 
     // Waits for order `index`. Null, with the zlib stream in `bytes` and `size` until the next start(); or
     // packChannel's message.
@@ -58,13 +58,13 @@ class RegionPacker final : private JobQueue {
 
     int jobProc(int threadIndex, int jobIndex, void* data) override;
     void packNext(std::unique_lock<std::mutex>& lock, Tools& tools);
-    static void pack(Packed& packed, int level, Tools& tools);
+    static void pack(Packed& packed, const CompressionSetting& setting, Tools& tools);
 
     std::vector<Tools> tools_;  // by worker; the last are the writer's
 
     std::mutex mutex_;  // guards what follows, orders that are being packed aside
     std::condition_variable done_;
-    int level_ = 0;
+    CompressionSetting setting_{};
     std::vector<Packed> packed_;         // by order
     std::vector<std::size_t> sequence_;  // orders as they are begun
     std::size_t next_ = 0;               // in the sequence

@@ -57,7 +57,8 @@ PayloadRange deflatedRange(std::int64_t raw) {
     constexpr auto kExpansion = static_cast<std::int64_t>(inflateLimit(1) - inflateLimit(0));
     constexpr auto kAllowance = static_cast<std::int64_t>(inflateLimit(0));
     const std::int64_t beyond = std::max<std::int64_t>(raw - kAllowance, 0);
-    return {(beyond + kExpansion - 1) / kExpansion, raw + raw / 100 + 12};
+    const auto most = static_cast<std::int64_t>(deflateBound(static_cast<std::size_t>(raw)));
+    return {(beyond + kExpansion - 1) / kExpansion, most};
 }
 
 }  // namespace

@@ -77,7 +77,7 @@ RegionPacker* RIFile::startPacking() {
         }
         packing.orders.push_back(order);
     }
-    packing.packer->start(packing.orders, packing.level);
+    packing.packer->start(packing.orders, packing.setting);
     return packing.packer.get();
 }
 
@@ -88,7 +88,7 @@ void RIFile::setCompressionThreads(ThreadManager* manager, int threads) {
 }
 
 void RIFile::setCompressionLevel(int level) {
-    packing_->level = std::clamp(level, 1, kCompressionLevel);
+    packing_->setting.level = std::clamp(level, 1, kCompressionLevel);
 }
 
 ErrorCode RIFile::WTChan(MBVTable& data, int /*unused*/, int channelIndex, char* /*name*/,
@@ -139,7 +139,7 @@ ErrorCode RIFile::writeChannel(const Channel& channel, RegionPacker* packer) {
 const char* RIFile::pack(const Channel& channel, RegionPacker* packer, int count,
                          const unsigned char*& zipped, std::size_t& zippedSize) {
     if (packer != nullptr) return packer->take(channel.order, zipped, zippedSize);
-    const char* failure = packChannel(*channel.data, count, static_cast<int>(zippedSize), packing_->level,
+    const char* failure = packChannel(*channel.data, count, static_cast<int>(zippedSize), packing_->setting,
                                       packing_->deflater, memStream, zipBuf, zippedSize);
     zipped = zipBuf.data();
     return failure;

@@ -45,8 +45,9 @@ PROGRAMS = {
 # Which of our files may include a foreign library. A name that ends with a slash stands for the folder.
 CHECKS = ["tests/", "bench/", "fuzz/"]
 FOREIGN = [
-    ("zlib", re.compile(r"z(lib|conf)\.h$"), ["support/deflate.cpp"] + CHECKS),
-    ("libdeflate", re.compile(r"libdeflate\.h$"), ["support/deflate.cpp"]),
+    ("zlib", re.compile(r"z(lib|conf)\.h$"), ["support/deflate_zlib.cpp", "support/inflate.cpp"] + CHECKS),
+    ("libdeflate", re.compile(r"libdeflate\.h$"), ["support/deflate_libdeflate.cpp"]),
+    ("ISA-L", re.compile(r"isa-l(\.h$|/)"), ["support/deflate_isal.cpp"]),
     ("OpenEXR", re.compile(r"(OpenEXR/|Imath/|Imf|Imath|Iex|IlmThread|half|openexr)"), ["exr/", "convert/", "cli/convert.cpp"] + CHECKS),
     ("CLI11", re.compile(r"CLI/"), ["cli/", "examples/"]),
     ("nlohmann-json", re.compile(r"nlohmann/"), ["cli/", "tests/"]),

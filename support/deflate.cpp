@@ -1,212 +1,71 @@
 #include "support/deflate.h"
 
-#include <zlib.h>
-
 #include <algorithm>
 #include <climits>
 
-#if defined(RAWIMAGE_LIBDEFLATE)
-#include <libdeflate.h>
-#endif
+#include "support/codec.h"
 
 namespace MUtils {
 inline namespace v1 {
 
 namespace {
 
-constexpr std::size_t kPiece = UINT_MAX;  // zlib counts in 32 bits: larger buffers are handed over in pieces
+constexpr int kZlibSmall = 9;
+constexpr int kZlibFast = 1;
+constexpr int kLibdeflateLevel = 6;
+constexpr int kIsalLevel = 1;
 
-uInt nextPiece(std::size_t& left) {
-    const std::size_t piece = std::min(left, kPiece);
-    left -= piece;
-    return static_cast<uInt>(piece);
-}
+struct Codec {
+    std::string (*name)();
+    std::unique_ptr<Compressor> (*make)(int level);
+    int level;
+};
 
-// zlib's interface takes input as non-const, but never writes to it.
-Bytef* inputBytes(const unsigned char* data) {
-    return const_cast<Bytef*>(data);
+// Where a library is not built in, the next in speed takes its place.
+Codec codecOf(const CompressionSetting& setting) {
+    const bool small = setting.compression == Compression::kSmall;
+    if constexpr (kHasIsal) {
+        if (setting.compression == Compression::kFast) return {isalName, makeIsalCompressor, kIsalLevel};
+    }
+    if constexpr (kHasLibdeflate) {
+        if (!small) return {libdeflateName, makeLibdeflateCompressor, kLibdeflateLevel};
+    }
+    return {zlibName, makeZlibCompressor, small ? setting.level : kZlibFast};
 }
 
 }  // namespace
 
-struct Deflater::State {
-    z_stream stream{};
-    int level = 0;  // of the initialised stream, 0 for none
+std::string compressorName(Compression compression) {
+    const Codec codec = codecOf({compression, kZlibSmall});
+    return codec.name() + ", level " + std::to_string(codec.level);
+}
 
-    ~State() { end(); }
-
-    void end() {
-        if (level != 0) deflateEnd(&stream);
-        level = 0;
-    }
-
-    int begin(int wanted) {
-        if (level == wanted) return deflateReset(&stream);
-        end();
-        stream = z_stream{};
-        const int code = deflateInit(&stream, wanted);
-        if (code == Z_OK) level = wanted;
-        return code;
-    }
-};
-
-Deflater::Deflater() : state_(std::make_unique<State>()) {}
+Deflater::Deflater() = default;
 Deflater::~Deflater() = default;
 
 int Deflater::compress(unsigned char* out, std::size_t& outSize, const unsigned char* data, std::size_t size,
-                       int level) {
-    std::size_t outLeft = outSize;
+                       const CompressionSetting& setting) {
+    // The same room for the same values, whatever the caller has: a library may store values that do not fit
+    // it compressed, and the bytes must not depend on the buffer.
+    const std::size_t room = std::min(outSize, deflateBound(size));
     outSize = 0;
-    if (level < 1 || level > 9) return Z_STREAM_ERROR;
-    if (const int code = state_->begin(level); code != Z_OK) return code;
-    z_stream& stream = state_->stream;
-    stream.next_out = out;
-    stream.avail_out = 0;
-    stream.next_in = inputBytes(data);
-    stream.avail_in = 0;
-    int code;
-    do {
-        if (stream.avail_out == 0) stream.avail_out = nextPiece(outLeft);
-        if (stream.avail_in == 0) stream.avail_in = nextPiece(size);
-        code = deflate(&stream, size > 0 ? Z_NO_FLUSH : Z_FINISH);
-    } while (code == Z_OK);
-    outSize = stream.total_out;
-    return code == Z_STREAM_END ? Z_OK : code;
-}
-
-struct Inflater::State {
-    z_stream stream{};
-    bool ready = false;
-
-    ~State() {
-        if (ready) inflateEnd(&stream);
+    if (size > INT_MAX) return kDeflateBadArgument;
+    if (chosen_ == nullptr || made_.compression != setting.compression || made_.level != setting.level) {
+        const Codec codec = codecOf(setting);
+        chosen_ = codec.make(codec.level);
+        made_ = setting;
     }
-
-#if defined(RAWIMAGE_LIBDEFLATE)
-    std::unique_ptr<libdeflate_decompressor, void (*)(libdeflate_decompressor*)> fast{
-        libdeflate_alloc_decompressor(), libdeflate_free_decompressor};
-#endif
-
-    // True when the faster decoder has done the whole stream. What it refuses zlib judges. What it accepts
-    // and zlib would not is a stream made for that, with codes that no encoder writes and a right checksum.
-    bool decodeFast([[maybe_unused]] unsigned char* out, [[maybe_unused]] std::size_t& outSize,
-                    [[maybe_unused]] const unsigned char* data, [[maybe_unused]] std::size_t size) {
-#if defined(RAWIMAGE_LIBDEFLATE)
-        std::size_t used = 0;
-        std::size_t made = 0;
-        if (fast == nullptr || outSize == 0 ||
-            libdeflate_zlib_decompress_ex(fast.get(), data, size, out, outSize, &used, &made) !=
-                LIBDEFLATE_SUCCESS) {
-            return false;
-        }
-        outSize = made;
-        return true;
-#else
-        return false;
-#endif
+    if (chosen_ == nullptr) return kDeflateNoMemory;
+    std::size_t made = room;
+    int code = chosen_->compress(out, made, data, size);
+    if (code == kDeflateNoRoom && setting.compression != Compression::kSmall) {
+        // The other libraries want more room than the bound for a short run of noise.
+        if (plain_ == nullptr) plain_ = makeZlibCompressor(kZlibFast);
+        made = room;
+        code = plain_ != nullptr ? plain_->compress(out, made, data, size) : kDeflateNoMemory;
     }
-
-    int begin() {
-        if (ready) return inflateReset(&stream);
-        const int code = inflateInit(&stream);
-        ready = code == Z_OK;
-        return code;
-    }
-};
-
-Inflater::Inflater() : state_(std::make_unique<State>()) {}
-Inflater::~Inflater() = default;
-
-namespace {
-
-class BufferFlow final : public InflateFlow {
-  public:
-    BufferFlow(const unsigned char* data, std::size_t size, unsigned char* out, std::size_t room)
-        : data_(data), size_(size), out_(out), room_(room) {}
-
-    Input nextInput() override {
-        const Input input{data_, nextPiece(size_)};
-        data_ += input.size;
-        return input;
-    }
-    Room nextRoom() override {
-        const Room room{out_, nextPiece(room_)};
-        out_ += room.size;
-        return room;
-    }
-
-  private:
-    const unsigned char* data_;
-    std::size_t size_;
-    unsigned char* out_;
-    std::size_t room_;
-};
-
-}  // namespace
-
-int Inflater::uncompress(unsigned char* out, std::size_t& outSize, const unsigned char* data,
-                         std::size_t size) {
-    if (state_->decodeFast(out, outSize, data, size)) return Z_OK;
-    BufferFlow flow(data, size, out, outSize);
-    return uncompress(flow, outSize);
-}
-
-int Inflater::uncompress(InflateFlow& flow, std::size_t& outSize) {
-    // With no room at all one spare byte distinguishes a stream of no bytes from one that is too long.
-    unsigned char spare[1];
-    outSize = 0;
-    z_stream& stream = state_->stream;
-    stream.next_in = nullptr;
-    stream.avail_in = 0;
-    if (const int code = state_->begin(); code != Z_OK) return code;
-    InflateFlow::Room room = flow.nextRoom();
-    const bool noRoom = room.size == 0;
-    stream.next_out = noRoom ? spare : room.data;
-    stream.avail_out = static_cast<uInt>(noRoom ? sizeof spare : room.size);
-    int code;
-    do {
-        if (stream.avail_out == 0 && !noRoom) {
-            room = flow.nextRoom();
-            if (room.size > 0) stream.next_out = room.data;
-            stream.avail_out = static_cast<uInt>(room.size);
-        }
-        if (stream.avail_in == 0) {
-            const InflateFlow::Input input = flow.nextInput();
-            stream.next_in = inputBytes(input.data);
-            stream.avail_in = static_cast<uInt>(input.size);
-        }
-        code = inflate(&stream, Z_NO_FLUSH);
-    } while (code == Z_OK);
-    if (!noRoom) outSize = stream.total_out;
-    if (code == Z_STREAM_END) return Z_OK;
-    if (code == Z_NEED_DICT) return Z_DATA_ERROR;
-    // Room left over means that the input ended too early.
-    const bool tooLongForNothing = noRoom && stream.total_out > 0;
-    if (code == Z_BUF_ERROR && (stream.avail_out > 0 || tooLongForNothing)) return Z_DATA_ERROR;
+    if (code == kDeflated) outSize = made;
     return code;
-}
-
-int Inflater::measure(std::size_t& outSize, const unsigned char* data, std::size_t& size) {
-    unsigned char dropped[16384];
-    const std::size_t expected = outSize;
-    std::size_t left = size;
-    outSize = 0;
-    z_stream& stream = state_->stream;
-    stream.next_in = inputBytes(data);
-    stream.avail_in = 0;
-    if (const int code = state_->begin(); code != Z_OK) return code;
-    int code;
-    do {
-        stream.next_out = dropped;
-        stream.avail_out = sizeof dropped;
-        if (stream.avail_in == 0) stream.avail_in = nextPiece(left);
-        code = inflate(&stream, Z_NO_FLUSH);
-    } while (code == Z_OK && stream.total_out <= expected);
-    outSize = stream.total_out;
-    size = stream.total_in;
-    if (outSize > expected) return Z_BUF_ERROR;
-    if (code == Z_STREAM_END) return Z_OK;
-    return code == Z_NEED_DICT || code == Z_BUF_ERROR ? Z_DATA_ERROR : code;
 }
 
 }  // namespace v1

@@ -3,14 +3,30 @@
 #include <cstddef>
 #include <memory>
 
+#include "support/compression.h"
+
 namespace MUtils {
 inline namespace v1 {
 
-// The zlib calls. Both classes answer zlib's own result codes (0 is success) and keep zlib's working memory
-// from call to call, so that a file of thousands of payloads allocates once. One object serves one thread at
-// a time.
+// Both classes answer zlib's own result codes (0 is success) and keep their working memory from call to call,
+// so that a file of thousands of payloads allocates once. One object serves one thread at a time.
 
-// Compresses with the bytes and the result codes of zlib's compress2.
+// What to compress with.
+struct CompressionSetting {
+    Compression compression;
+    int level;  // of kSmall, 1 (fast) to 9 (small)
+};
+
+// The most bytes that a stream of `size` bytes takes, whatever makes it.
+constexpr std::size_t deflateBound(std::size_t size) {
+    return size + size / 100 + 12;
+}
+
+class Compressor;
+class Decompressor;
+
+// Compresses whole buffers. The bytes depend on the values and the setting only, not on the room nor on what
+// the object did before; those of kSmall are those of zlib's compress2.
 class Deflater {
   public:
     Deflater();
@@ -19,13 +35,15 @@ class Deflater {
     Deflater& operator=(const Deflater&) = delete;
 
     // Compresses `size` bytes of `data` to one zlib stream in `out`. `outSize` holds the room in `out` and
-    // receives the stream's length. `level` is 1 (fast) to 9 (small). `data` may be null when `size` is 0.
+    // receives the stream's length, 0 after a failure; deflateBound(size) is always enough. More than INT_MAX
+    // bytes are refused. `data` may be null when `size` is 0.
     int compress(unsigned char* out, std::size_t& outSize, const unsigned char* data, std::size_t size,
-                 int level);
+                 const CompressionSetting& setting);
 
   private:
-    struct State;
-    std::unique_ptr<State> state_;
+    std::unique_ptr<Compressor> chosen_;
+    CompressionSetting made_{};          // the setting that chosen_ is for
+    std::unique_ptr<Compressor> plain_;  // for what chosen_ has no room for
 };
 
 // Where the bytes of a zlib stream come from and where the inflated ones go, piece by piece.
@@ -47,7 +65,8 @@ class InflateFlow {
     ~InflateFlow() = default;
 };
 
-// Decompresses with the bytes and the result codes of zlib's uncompress.
+// Decompresses with the bytes and the result codes of zlib's uncompress. Whole buffers go to the faster
+// library first where one is built in; all else, and what that refuses, is zlib's to decide.
 class Inflater {
   public:
     Inflater();

@@ -9,6 +9,8 @@
 
 namespace {
 
+using MUtils::Compression;
+using MUtils::CompressionSetting;
 using MUtils::Deflater;
 using MUtils::Inflater;
 using Buffer = std::vector<unsigned char>;
@@ -29,22 +31,74 @@ Buffer zipped(const Buffer& bytes, int level = 9) {
     return out;
 }
 
+int deflated(Deflater& deflater, const Buffer& bytes, CompressionSetting setting, std::size_t room,
+             Buffer& out) {
+    out.assign(room, 0xAA);
+    std::size_t made = room;
+    const int code =
+        deflater.compress(out.data(), made, bytes.empty() ? nullptr : bytes.data(), bytes.size(), setting);
+    out.resize(made);
+    return code;
+}
+
 TEST(Deflater, WritesTheBytesOfCompress2) {
     Deflater deflater;
     for (const std::size_t size : std::vector<std::size_t>{0, 1, 3, 700, 65536, 300000}) {
         for (const int level : {9, 1, 6, 9}) {
+            const CompressionSetting setting{Compression::kSmall, level};
             const Buffer bytes = values(size, 11);
             const Buffer expected = zipped(bytes, level);
-            Buffer out(expected.size() + 100);
-            std::size_t made = out.size();
-            EXPECT_EQ(deflater.compress(out.data(), made, bytes.data(), bytes.size(), level), Z_OK);
-            out.resize(made);
+            Buffer out;
+            EXPECT_EQ(deflated(deflater, bytes, setting, expected.size() + 100, out), Z_OK);
             EXPECT_TRUE(out == expected) << size << ' ' << level;
-            std::size_t small = expected.size() - 1;
-            EXPECT_EQ(deflater.compress(out.data(), small, bytes.data(), bytes.size(), level), Z_BUF_ERROR);
+            EXPECT_EQ(deflated(deflater, bytes, setting, expected.size() - 1, out), Z_BUF_ERROR);
+            EXPECT_EQ(out.size(), 0u);
         }
     }
 }
+
+class EveryCompressor : public testing::TestWithParam<Compression> {};
+
+TEST_P(EveryCompressor, GivesStreamsThatZlibTakes) {
+    std::vector<Buffer> runs{{}, Buffer(1, 7), Buffer(5000000, 0), values(5000000, 256), values(70000, 3)};
+    for (std::size_t size = 2; size < 1500; size += size / 20 + 1) {
+        runs.push_back(values(size, 256));
+        runs.push_back(values(size, 2));
+    }
+    const CompressionSetting setting{GetParam(), 9};
+    Deflater used;
+    for (const Buffer& bytes : runs) {
+        const std::size_t bound = MUtils::deflateBound(bytes.size());
+        Buffer out, again, back(bytes.size() + 1);
+        Deflater fresh;
+        ASSERT_EQ(deflated(used, bytes, setting, bound, out), Z_OK) << bytes.size();
+        uLongf length = static_cast<uLongf>(back.size());
+        ASSERT_EQ(uncompress(back.data(), &length, out.data(), static_cast<uLong>(out.size())), Z_OK);
+        back.resize(length);
+        ASSERT_TRUE(back == bytes) << bytes.size();
+        // Whatever the object did before, and whatever room it has.
+        ASSERT_EQ(deflated(fresh, bytes, setting, bound * 2, again), Z_OK);
+        ASSERT_TRUE(again == out) << bytes.size();
+    }
+}
+
+TEST_P(EveryCompressor, RefusesWhatItCannotTake) {
+    const CompressionSetting setting{GetParam(), 9};
+    Deflater deflater;
+    unsigned char bytes[100] = {};
+    std::size_t room = sizeof bytes;
+    EXPECT_EQ(deflater.compress(bytes, room, bytes, std::size_t{1} << 31, setting), Z_STREAM_ERROR);
+    EXPECT_EQ(room, 0u);
+    for (const std::size_t small : {0u, 1u, 7u}) {
+        Buffer out(small + 1, 0xAA);
+        room = small;
+        EXPECT_EQ(deflater.compress(out.data(), room, values(90, 256).data(), 90, setting), Z_BUF_ERROR);
+        EXPECT_EQ(out.back(), 0xAA);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, EveryCompressor,
+                         testing::Values(Compression::kSmall, Compression::kBalanced, Compression::kFast));
 
 // A stream and a room in pieces of a few bytes.
 struct Pieces final : MUtils::InflateFlow {
