@@ -33,7 +33,7 @@ class Compressor {
   public:
     virtual ~Compressor() = default;
     // As Deflater::compress; `size` is at most INT_MAX, `outSize` at most deflateBound of it. `outSize` is
-    // undefined after a failure.
+    // undefined after a failure. kDeflateNoRoom leaves the values to zlib.
     virtual int compress(unsigned char* out, std::size_t& outSize, const unsigned char* data,
                          std::size_t size) = 0;
 };

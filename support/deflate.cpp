@@ -59,7 +59,7 @@ int Deflater::compress(unsigned char* out, std::size_t& outSize, const unsigned 
     std::size_t made = room;
     int code = chosen_->compress(out, made, data, size);
     if (code == kDeflateNoRoom && setting.compression != Compression::kSmall) {
-        // The other libraries want more room than the bound for a short run of noise.
+        // Short runs of values: the other libraries want more room than the bound for noise.
         if (plain_ == nullptr) plain_ = makeZlibCompressor(kZlibFast);
         made = room;
         code = plain_ != nullptr ? plain_->compress(out, made, data, size) : kDeflateNoMemory;

@@ -97,6 +97,23 @@ TEST_P(EveryCompressor, RefusesWhatItCannotTake) {
     }
 }
 
+// Objects lie at different addresses, as those of threads do; no byte may depend on that.
+TEST_P(EveryCompressor, GivesTheSameBytesInEveryObject) {
+    const CompressionSetting setting{GetParam(), 1};
+    std::mt19937 random(11);
+    std::vector<Deflater> deflaters(4);
+    Buffer first, other;
+    for (int i = 0; i < 20000; ++i) {
+        Buffer bytes(300 + random() % 500);
+        for (unsigned char& byte : bytes)
+            byte = static_cast<unsigned char>(random() % 5);
+        const std::size_t bound = MUtils::deflateBound(bytes.size());
+        ASSERT_EQ(deflated(deflaters[0], bytes, setting, bound, first), Z_OK);
+        ASSERT_EQ(deflated(deflaters[1 + random() % 3], bytes, setting, bound, other), Z_OK);
+        ASSERT_TRUE(first == other) << i;
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(Each, EveryCompressor,
                          testing::Values(Compression::kSmall, Compression::kBalanced, Compression::kFast));
 
