@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "../support/byte_buffer.h"
+#include "../support/compression.h"
 #include "../support/job_queue.h"
 #include "export.h"
 #include "format.h"
@@ -18,7 +19,7 @@ class TagDecoder;
 
 // A raw image file, written or read.
 //
-// Writing: every call appends a tag (WTRegion one for each channel, its values compressed by zlib); Close
+// Writing: every call appends a tag (WTRegion one for each channel, its values a zlib stream); Close
 // writes the table of tags and then its offset into the file header. A file that was never closed holds all
 // its finished tags and can be read, listed and appended to. Errors carry the operation's name and code -1
 // (failures to open: the stream's code).
@@ -80,7 +81,9 @@ class RAWIMAGE_EXPORT RIFile : public RIFileBase {
     // number. The threads, of `manager` or of this object's own when it is null, run until the object goes or
     // this is called again; of a region `threads` channels are in work at a time, the others wait compressed.
     void setCompressionThreads(ThreadManager* manager, int threads);
-    // 1 (fast) to 9 (small, the default). Readers need not know it.
+    // The library that compresses: kSmall, the default, is zlib. Readers need not know it.
+    void setCompression(MUtils::Compression compression);
+    // Of zlib, 1 (fast) to 9 (small, the default). Without effect on the other choices.
     void setCompressionLevel(int level);
 
     // The direct writers: p4 * p5 values of 4, 4, 8, 12 and 12 bytes, never compressed, whatever the file

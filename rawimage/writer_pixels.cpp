@@ -87,6 +87,10 @@ void RIFile::setCompressionThreads(ThreadManager* manager, int threads) {
     packing_->threads = threads < 1 ? MUtils::getNumProcessors() : threads;
 }
 
+void RIFile::setCompression(Compression compression) {
+    packing_->setting.compression = compression;
+}
+
 void RIFile::setCompressionLevel(int level) {
     packing_->setting.level = std::clamp(level, 1, kCompressionLevel);
 }

@@ -3,6 +3,7 @@
 #include <memory>
 #include <random>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 #include "rawimage/writer.h"
@@ -12,6 +13,7 @@
 namespace {
 
 using namespace testing_tools;
+using MUtils::Compression;
 
 constexpr RegionChannelType kTypes[] = {RCT_COLOR,  RCT_FLOAT,  RCT_FLOAT2, RCT_INT,
                                         RCT_VECTOR, RCT_FLOAT4, RCT_COLOR,  RCT_FLOAT};
@@ -50,11 +52,13 @@ struct Written {
     bool operator==(const Written& other) const { return bytes == other.bytes && error == other.error; }
 };
 
-Written write(const Frame& frame, int threads, int level, ThreadManager* manager) {
+Written write(const Frame& frame, int threads, int level, ThreadManager* manager,
+              Compression compression = Compression::kSmall) {
     FaultStream stream;
     stream.Open();
     RIFile file;
     file.setCompressionThreads(manager, threads);
+    file.setCompression(compression);
     file.setCompressionLevel(level);
     EXPECT_TRUE(file.Create(nullptr, &stream).empty());
     EXPECT_TRUE(file.WriteHeader(0).empty());
@@ -74,13 +78,18 @@ class ParallelWriter : public testing::TestWithParam<int> {};
 
 TEST_P(ParallelWriter, WritesTheSameFileAsOneThread) {
     ThreadManager manager;
-    for (const int level : {1, 9}) {
+    constexpr std::pair<Compression, int> kSettings[] = {{Compression::kSmall, 1},
+                                                         {Compression::kSmall, 9},
+                                                         {Compression::kBalanced, 9},
+                                                         {Compression::kFast, 9}};
+    for (const auto& [compression, level] : kSettings) {
         for (const int badChannel : {-1, 0, 3, 7}) {
             const Frame frame(badChannel);
-            const Written one = write(frame, 1, level, nullptr);
+            const Written one = write(frame, 1, level, nullptr, compression);
             EXPECT_EQ(one.error.empty(), badChannel < 0);
             for (ThreadManager* each : {&manager, static_cast<ThreadManager*>(nullptr)}) {
-                EXPECT_TRUE(write(frame, GetParam(), level, each) == one) << level << ' ' << badChannel;
+                EXPECT_TRUE(write(frame, GetParam(), level, each, compression) == one)
+                    << MUtils::compressorName(compression) << ' ' << badChannel;
             }
         }
     }
@@ -107,18 +116,24 @@ TEST(ParallelWriter, LeavesTheRegionAloneWhenTheStreamThrows) {
     }
 }
 
-TEST(CompressionLevel, ChangesOnlyTheSizeOfTheFile) {
+TEST(Compression, ChangesOnlyTheSizeOfTheFile) {
     const Frame frame(-1);
     const Written small = write(frame, 1, 9, nullptr);
-    const Written fast = write(frame, 1, 1, nullptr);
-    EXPECT_GT(fast.bytes.size(), small.bytes.size());
+    const Written level1 = write(frame, 1, 1, nullptr);
+    EXPECT_GT(level1.bytes.size(), small.bytes.size());
     EXPECT_TRUE(write(frame, 1, 99, nullptr) == small);
-    EXPECT_TRUE(write(frame, 1, -4, nullptr) == fast);
-    Reading a(small.bytes);
-    Reading b(fast.bytes);
-    EXPECT_EQ(a.parse(), 0);
-    EXPECT_EQ(b.parse(), 0);
-    EXPECT_EQ(a.seen.events, b.seen.events);
+    EXPECT_TRUE(write(frame, 1, -4, nullptr) == level1);
+    const Written balanced = write(frame, 1, 9, nullptr, Compression::kBalanced);
+    const Written fast = write(frame, 1, 9, nullptr, Compression::kFast);
+    EXPECT_TRUE(write(frame, 1, 3, nullptr, Compression::kFast) == fast);
+    Reading reference(small.bytes);
+    EXPECT_EQ(reference.parse(), 0);
+    for (const Written* other : {&level1, &balanced, &fast}) {
+        EXPECT_FALSE(*other == small);
+        Reading reading(other->bytes);
+        EXPECT_EQ(reading.parse(), 0);
+        EXPECT_EQ(reading.seen.events, reference.seen.events);
+    }
 }
 
 }  // namespace
