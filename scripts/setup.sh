@@ -8,12 +8,11 @@
 #   bench     the measurements
 #   sanitize  the tests under the sanitizers
 #   fuzz      the fuzz targets
-#   inflate   the comparison of the two inflaters
 #   format    the layout of the code
 #   all       all of these
 set -euo pipefail
 
-build=(g++ make cmake zlib1g-dev libopenexr-dev libimath-dev)
+build=(g++ make cmake zlib1g-dev libdeflate-dev libisal-dev libopenexr-dev libimath-dev)
 programs=(libcli11-dev nlohmann-json3-dev libpng-dev)
 clang=(clang-14 libclang-rt-14-dev)
 declare -A needs=(
@@ -25,7 +24,6 @@ declare -A needs=(
 # The tests check the layout, too, and build the benchmarks.
 needs[test]="${needs[bench]} libgtest-dev libgmock-dev ninja-build pkg-config ${needs[format]}"
 needs[sanitize]="${needs[test]} ${clang[*]}"
-needs[inflate]="${needs[test]} libdeflate-dev"
 
 list=
 if [ "${1-}" = --list ]; then
@@ -38,7 +36,7 @@ for job in "$@"; do
     wanted+=("${needs[$job]-unknown}")
 done
 if [ "${#wanted[@]}" -eq 0 ] || [[ " ${wanted[*]} " == *" unknown "* ]]; then
-    echo "usage: setup.sh [--list] JOB..., a JOB is one of: demo test bench sanitize fuzz inflate format all" >&2
+    echo "usage: setup.sh [--list] JOB..., a JOB is one of: demo test bench sanitize fuzz format all" >&2
     exit 2
 fi
 mapfile -t packages < <(tr ' ' '\n' <<<"${wanted[*]}" | sort -u)

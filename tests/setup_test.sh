@@ -21,14 +21,14 @@ while read -r job with without; do
     [ "$with" = - ] || echo "$packages" | grep -qx "$with" || fail "$job needs $with"
     [ "$without" = - ] || ! echo "$packages" | grep -E "$without" || fail "$job installs too much"
 done <<'EOF'
-demo libopenexr-dev clang|gtest|gmock|benchmark|deflate|python|ninja
+demo libopenexr-dev clang|gtest|gmock|benchmark|python|ninja
+demo libdeflate-dev -
+demo libisal-dev -
 demo libpng-dev -
-test libgtest-dev ^clang-14|^libclang|deflate
+test libgtest-dev ^clang-14|^libclang
 bench libbenchmark-dev clang|gtest|gmock
-sanitize clang-14 deflate
+sanitize clang-14 -
 fuzz libclang-rt-14-dev clang-format|benchmark
-inflate libdeflate-dev -
-all libdeflate-dev -
 all clang-format-14 -
 EOF
 if "$root/scripts/setup.sh" --list unknown >/dev/null 2>&1; then fail "an unknown job has a list"; fi
@@ -52,6 +52,11 @@ if grep -iE 'faulty|PyImath|warning' "$work/log"; then fail "the configuration r
 if grep -iE '^(GTest|benchmark|Python3?)_DIR|_Python3_EXECUTABLE' "$work/build/CMakeCache.txt"; then
     fail "the configuration looks for packages of the tests"
 fi
+
+# The compression libraries are a choice: what is not found is done without, unless it is asked for.
+configure -DRAWIMAGE_LIBDEFLATE=ON -DRAWIMAGE_ISAL=OFF || fail "libdeflate alone is not possible"
+configure -DRAWIMAGE_LIBISAL_INCLUDE_DIR= || fail "the configuration insists on ISA-L"
+if configure -DRAWIMAGE_LIBISAL_INCLUDE_DIR= -DRAWIMAGE_ISAL=ON; then fail "ISA-L that is asked for is left out"; fi
 
 # Faults that matter are reported all the same: no OpenEXR, and an Imath without its library.
 if configure -DCMAKE_DISABLE_FIND_PACKAGE_OpenEXR=ON; then fail "the configuration does without OpenEXR"; fi
