@@ -16,6 +16,7 @@
 #include "cli/tool_progress.h"
 #include "cli/verbs.h"
 #include "rawimage/writer.h"
+#include "support/compression.h"
 #include "support/job_queue.h"
 #include "support/pstream.h"
 
@@ -24,6 +25,7 @@ namespace rimg {
 namespace {
 
 using Format = ImageFormat;
+using MUtils::Compression;
 using MUtils::Conversion;
 using MUtils::ConvertReport;
 using MUtils::ConvertState;
@@ -193,9 +195,19 @@ void addFromExrOptions(CLI::App& app, MUtils::FromExrOptions& options) {
         ->check(checkSize)
         ->default_str("64x64")
         ->group(kFromExr);
-    app.add_option("--level", options.level, "compression, 1 (fast) to 9 (small)")
+    app.add_option("--level", options.level, "compression of zlib, 1 (fast) to 9 (small)")
         ->check(CLI::Range(1, MUtils::kCompressionLevel))
         ->capture_default_str()
+        ->group(kFromExr);
+    static const std::map<std::string, Compression> kSpeeds{
+        {"small", Compression::kSmall}, {"balanced", Compression::kBalanced}, {"fast", Compression::kFast}};
+    app.add_option_function<std::string>(
+           "--compression-speed",
+           [&options](const std::string& name) { options.compression = kSpeeds.at(name); },
+           "what compresses: small is zlib at --level, the others take less time for larger files. Default: "
+           "small")
+        ->type_name("NAME")
+        ->check(CLI::IsMember(kSpeeds))
         ->group(kFromExr);
     static const std::map<std::string, FrameChoice> kFrames{{"display", FrameChoice::kDisplayWindow},
                                                             {"data", FrameChoice::kDataWindow},
@@ -298,6 +310,8 @@ void addConvertVerb(CLI::App& app, ExitCode& result) {
     addFromExrOptions(*verb, options->fromExr);
     addToExrOptions(*verb, options->toExr);
     verb->callback([verb, options, &result] {
+        if (options->fromExr.compression != Compression::kSmall && verb->count("--level") > 0)
+            throw Failure(ExitCode::kUsage, "", "--level is for --compression-speed small");
         if (options->toExr.autoDataWindow && options->toExr.kind == ExrFile::kTiled)
             throw Failure(ExitCode::kUsage, "", "--auto-data-window is not for tiled files");
         result = runConvert(*verb, *options);

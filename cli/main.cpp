@@ -5,6 +5,7 @@
 #include <exception>
 #include <initializer_list>
 #include <new>
+#include <string>
 #include <tuple>
 
 #include "cli/exit_codes.h"
@@ -14,15 +15,24 @@
 #include "cli/verb_help.h"
 #include "cli/verbs.h"
 #include "rawimage/version.h"
+#include "support/compression.h"
 
 namespace rimg {
 
 namespace {
 
+std::string versionText() {
+    using MUtils::Compression;
+    return "rimg " RAWIMAGE_VERSION "\ncompression small: " + MUtils::compressorName(Compression::kSmall) +
+           "\ncompression balanced: " + MUtils::compressorName(Compression::kBalanced) +
+           "\ncompression fast: " + MUtils::compressorName(Compression::kFast) +
+           "\ndecompression: " + MUtils::decompressorName();
+}
+
 ExitCode runVerb(int argc, char** argv) {
     CLI::App app("Works on raw images, the files that a renderer writes bucket by bucket.", "rimg");
     setHelpLayout(app);
-    app.set_version_flag("--version", "rimg " RAWIMAGE_VERSION, "Show the version");
+    app.set_version_flag("--version", versionText, "Show the version, and what is built in");
     app.require_subcommand(1);
     ExitCode result = ExitCode::kGood;
     addConvertVerb(app, result);

@@ -116,6 +116,7 @@ class FromExr {
     ConvertState run(const std::string& path) {
         RawOutput output(path);
         output.file().setCompressionThreads(nullptr, options_.threads);
+        output.file().setCompression(options_.compression);
         output.file().setCompressionLevel(options_.level);
         writeHead(output);
         writeBuckets(output);

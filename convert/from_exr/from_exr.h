@@ -5,6 +5,7 @@
 
 #include "../../rawimage/export.h"
 #include "../../rawimage/format.h"
+#include "../../support/compression.h"
 #include "../conversion.h"
 
 namespace MUtils {
@@ -16,7 +17,8 @@ enum class FrameChoice { kDisplayWindow, kDataWindow, kUnion };
 struct FromExrOptions {
     int bucketWidth = 64;  // pixels, 1 or more
     int bucketHeight = 64;
-    int level = kCompressionLevel;  // 1 (fast) to 9 (small)
+    Compression compression = Compression::kSmall;
+    int level = kCompressionLevel;  // of kSmall, 1 (fast) to 9 (small)
     FrameChoice frame = FrameChoice::kDisplayWindow;
     bool cropOverscan = false;  // leave out pixels outside the frame
     int threads = 0;            // that compress; below 1: one for each processor

@@ -27,6 +27,10 @@ const std::map<std::string, int> kCompressions{{"none", 1}, {"rle", 2},   {"zips
                                                {"piz", 5},  {"pxr24", 6}, {"b44", 7},  {"b44a", 8},
                                                {"dwaa", 9}, {"dwab", 10}};
 
+const std::map<std::string, MUtils::Compression> kSpeeds{{"small", MUtils::Compression::kSmall},
+                                                         {"balanced", MUtils::Compression::kBalanced},
+                                                         {"fast", MUtils::Compression::kFast}};
+
 void declareOutput(CLI::App& app, Options& options) {
     app.add_option("--output", options.outputs,
                    "file to write, may repeat: X.exr, X.multipart.exr and X.tiled.exr are OpenEXR files, any "
@@ -42,8 +46,12 @@ void declareOutput(CLI::App& app, Options& options) {
         ->check(CLI::IsMember(kCompressions))
         ->capture_default_str();
     app.add_flag("--thumbnail", options.thumbnail, "store a preview picture too");
-    app.add_option("--level", options.level, "compression of raw images, 1 (fast) to 9 (small)")
+    app.add_option("--level", options.level, "compression of raw images by zlib, 1 (fast) to 9 (small)")
         ->check(CLI::Range(1, MUtils::kCompressionLevel))
+        ->capture_default_str();
+    app.add_option("--compression-speed", options.compressionSpeed,
+                   "what compresses raw images: small is zlib at --level, the others take less time")
+        ->check(CLI::IsMember(kSpeeds))
         ->capture_default_str();
 }
 
@@ -81,7 +89,13 @@ std::string faultOf(const Options& options) {
             return "the frame is too large for one piece: " + spec.path;
         raw = raw || spec.kind == FileKind::kRaw;
     }
-    return raw || !options.has("--level") ? "" : "--level is for raw images, and none is written";
+    for (const char* option : {"--level", "--compression-speed"}) {
+        if (!raw && options.has(option))
+            return option + std::string(" is for raw images, and none is written");
+    }
+    if (options.has("--level") && options.compressionSpeed != "small")
+        return "--level is for --compression-speed small";
+    return "";
 }
 
 FileKind kindOf(const std::string& path) {
@@ -133,11 +147,13 @@ std::optional<ExitCode> parseOptions(int argc, char** argv, Options& options) {
 }
 
 std::vector<OutputSpec> outputSpecs(const Options& options) {
-    if (options.has("--resume")) return {{options.resume, FileKind::kRaw, options.level, options.threads}};
+    const MUtils::Compression speed = kSpeeds.at(options.compressionSpeed);
+    if (options.has("--resume"))
+        return {{options.resume, FileKind::kRaw, speed, options.level, options.threads}};
     std::vector<OutputSpec> specs;
     for (const std::string& path : options.outputs) {
         const FileKind kind = options.kind.empty() ? kindOf(path) : kKinds.at(options.kind);
-        specs.push_back({path, kind, options.level, options.threads, options.bits,
+        specs.push_back({path, kind, speed, options.level, options.threads, options.bits,
                          kCompressions.at(options.compression)});
     }
     return specs;

@@ -24,6 +24,7 @@ struct Options {
     std::string kind;
     int bits = 32;
     std::string compression = "zips";
+    std::string compressionSpeed = "small";
     int level = MUtils::kCompressionLevel;
     Size size{640, 360};
     Size bucket{64, 64};

@@ -116,6 +116,7 @@ ErrorCode FrameWriter::onRawFile(Operation operation) {
 void FrameWriter::setCompression() {
     (void)onRawFile([&](RIFile& raw) {
         raw.setCompressionThreads(nullptr, spec_.threads);
+        raw.setCompression(spec_.speed);
         raw.setCompressionLevel(spec_.level);
         return ErrorCode();
     });

@@ -8,6 +8,7 @@
 #include "examples/render_frame/tracer.h"
 #include "rawimage/format.h"
 #include "rawimage/output_file.h"
+#include "support/compression.h"
 
 namespace render_frame {
 
@@ -34,8 +35,9 @@ struct OutputSpec {
     std::string path;
     FileKind kind = FileKind::kRaw;
     // Raw images only.
-    int level = MUtils::kCompressionLevel;
-    int threads = 1;  // that compress
+    MUtils::Compression speed = MUtils::Compression::kSmall;
+    int level = MUtils::kCompressionLevel;  // of kSmall
+    int threads = 1;                        // that compress
     // OpenEXR only.
     int bits = 32;        // of a value that is no integer
     int compression = 3;  // as ExrFile numbers them

@@ -203,23 +203,29 @@ TEST(Convert, UnreadablePixelsAreLeftOutAndTold) {
     }
 }
 
-TEST(Convert, ThreadsChangeNothingAndLevelsOnlyTheSize) {
+TEST(Convert, ThreadsChangeNothingAndCompressionOnlyTheSize) {
     const TempFolder folder;
     const std::string in = folder / "in.exr", raw = folder / "out.rimg";
     oneImage(kFrame, kFrame).write(in);
     ASSERT_EQ(convert(in, raw, "16x16").status, 0);
     const std::string bytes = readFile(raw);
     const auto events = parseRaw(raw);
-    const auto bytesWith = [&](const char* threads, const char* level) {
-        const std::vector<std::string> all{"convert", in,      raw,       "--bucket", "16x16",
-                                           "-j",      threads, "--level", level};
+    const auto bytesWith = [&](const char* threads, const char* option, const char* value) {
+        const std::vector<std::string> all{"convert", in,      raw,    "--bucket", "16x16",
+                                           "-j",      threads, option, value};
         EXPECT_EQ(runProgram(RIMG_PROGRAM, all).status, 0);
         EXPECT_EQ(parseRaw(raw), events);
         return readFile(raw);
     };
     for (const char* threads : {"1", "2", "5"})
-        EXPECT_TRUE(bytesWith(threads, "9") == bytes) << threads;
-    EXPECT_NE(bytesWith("5", "1").size(), bytes.size());
+        EXPECT_TRUE(bytesWith(threads, "--level", "9") == bytes) << threads;
+    EXPECT_NE(bytesWith("5", "--level", "1").size(), bytes.size());
+    EXPECT_TRUE(bytesWith("5", "--compression-speed", "small") == bytes);
+    for (const char* speed : {"balanced", "fast"}) {
+        const std::string one = bytesWith("1", "--compression-speed", speed);
+        EXPECT_NE(one.size(), bytes.size());
+        EXPECT_TRUE(bytesWith("5", "--compression-speed", speed) == one);
+    }
 }
 
 TEST(Convert, FailuresHaveOneLineAndTheirExitCode) {
@@ -254,6 +260,8 @@ TEST(Convert, FailuresHaveOneLineAndTheirExitCode) {
         {{"convert", in, out, "--level", "0"}, 2, "--level: Value 0 not in range 1 to 9"},
         {{"convert", in, out, "--level", "10"}, 2, "--level"},
         {{"convert", in, out, "--level", "fast"}, 2, "--level"},
+        {{"convert", in, out, "--compression-speed", "9"}, 2, "--compression-speed"},
+        {{"convert", in, out, "--level", "9", "--compression-speed", "fast"}, 2, "--compression-speed small"},
         {{"convert", raw, folder / "out.exr", "--level", "1"}, 2, "--level is for OpenEXR files as input"},
         {{"convert", in, out, "--threads", "0"}, 2, "--threads"},
         {{"convert", in, out, "-j", "1025"}, 2, "--threads"},
@@ -285,6 +293,7 @@ TEST(Convert, FailuresHaveOneLineAndTheirExitCode) {
         const ProgramResult result = runProgram(RIMG_PROGRAM, {option});
         EXPECT_EQ(result.status, 0);
         EXPECT_THAT(result.out, HasSubstr("rimg"));
+        EXPECT_EQ(result.out.find("balanced: ") != std::string::npos, option[2] == 'v');
         EXPECT_EQ(result.err, "");
     }
     // A frame far larger than what is rendered of it costs nothing.

@@ -259,9 +259,12 @@ TEST_F(RenderFrame, CompressesOnAnyNumberOfThreadsAtTheLevelAskedFor) {
         EXPECT_EQ(render(kSmall, {"--output", path_, "-j", threads}).status, 0);
         EXPECT_TRUE(readFile(path_) == bytes_) << threads;
     }
-    EXPECT_EQ(render(kSmall, {"--output", path_, "--level", "1"}).status, 0);
-    EXPECT_NE(readFile(path_).size(), bytes_.size());
-    expectFrame(path_, whole_);
+    for (const Arguments& other : std::vector<Arguments>{
+             {"--level", "1"}, {"--compression-speed", "balanced"}, {"--compression-speed", "fast"}}) {
+        EXPECT_EQ(render(kSmall, {"--output", path_, other[0], other[1]}).status, 0);
+        EXPECT_NE(readFile(path_).size(), bytes_.size());
+        expectFrame(path_, whole_);
+    }
 
     const std::string exr = folder_ / "frame.exr";
     EXPECT_EQ(render(kSmall, {"--output", exr, path_, "--level", "2"}).status, 0);
@@ -269,6 +272,8 @@ TEST_F(RenderFrame, CompressesOnAnyNumberOfThreadsAtTheLevelAskedFor) {
                                                          {"--level", "0"},
                                                          {"--level", "10"},
                                                          {"--level", "fast"},
+                                                         {"--level", "2", "--compression-speed", "fast"},
+                                                         {"--compression-speed", "9"},
                                                          {"--threads", "0"},
                                                          {"-j", "257"}}) {
         const ProgramResult result = render(kSmall, wrong);
