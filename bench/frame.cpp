@@ -15,13 +15,13 @@ using namespace MUtils;
 
 namespace bench {
 
-namespace {
-
 std::unique_ptr<MBVTable> makeTable(int values, int valueSize) {
     auto table = std::make_unique<MBVTable>(valueSize, 0);
     table->initNotResizable(values, valueSize, kMaxBlockBytes);
     return table;
 }
+
+namespace {
 
 class Loader final : public RIFileCallback {
   public:

@@ -17,6 +17,9 @@ namespace bench {
 using Bytes = std::vector<unsigned char>;
 using Tables = std::vector<std::unique_ptr<MBVTable>>;
 
+// Room for so many values.
+std::unique_ptr<MBVTable> makeTable(int values, int valueSize);
+
 // A box of the frame with the values of each channel, by channel index.
 struct Bucket {
     int x = 0, y = 0, width = 0, height = 0;
@@ -39,6 +42,9 @@ struct Frame {
     std::int64_t rawBytes() const;
     std::int64_t pixelBytes() const;  // of all channels
 };
+
+// 1024 x 1024 pixels without noise: balls of smooth shade on a black ground, the same in every run.
+Frame makeCleanFrame();
 
 // The renderer's description of the frame's channels, for the writers.
 class ChannelList {

@@ -38,8 +38,7 @@ Frame makeFrame(int count, int side, int channels) {
             for (std::size_t v = 0; v < values.size(); ++v)
                 values[v] =
                     std::sin(static_cast<float>(v) * 0.001f + static_cast<float>(i + c)) + noise(random);
-            auto table = std::make_unique<MBVTable>(4, 0);
-            table->initNotResizable(side * side, 4, kMaxBlockBytes);
+            auto table = bench::makeTable(side * side, 4);
             table->loadFromBuffer(values.data(), side * side);
             bucket.values.push_back(std::move(table));
         }

@@ -90,7 +90,7 @@ struct Machine {
     std::string kernel;
     std::string compiler;
     std::string buildType;
-    bool libdeflate = false;
+    std::string decompressor;
     double loadBefore = 0;  // processes ready to run, average of the last minute
     double loadAfter = 0;
 };

@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "bench/harness.h"
+#include "support/compression.h"
 
 namespace bench {
 
@@ -74,9 +75,7 @@ Machine thisMachine() {
     machine.compiler = std::string("GCC ") + __VERSION__;
 #endif
     machine.buildType = RAWIMAGE_BUILD_TYPE;
-#if defined(RAWIMAGE_LIBDEFLATE)
-    machine.libdeflate = true;
-#endif
+    machine.decompressor = MUtils::decompressorName();
     machine.loadBefore = loadAverage();
     return machine;
 }
@@ -89,8 +88,8 @@ double loadAverage() {
 std::string asText(const Machine& machine, const std::vector<Result>& results) {
     std::string text = format("machine   %s, %d processors, %s\n", machine.processor.c_str(),
                               machine.processors, machine.kernel.c_str()) +
-                       format("build     %s, %s%s\n", machine.compiler.c_str(), machine.buildType.c_str(),
-                              machine.libdeflate ? ", reading with libdeflate" : "") +
+                       format("build     %s, %s, reading with %s\n", machine.compiler.c_str(),
+                              machine.buildType.c_str(), machine.decompressor.c_str()) +
                        format("load      %.2f before, %.2f after\n\n", machine.loadBefore, machine.loadAfter);
     text +=
         "ratio: median of the rounds, in the goal's terms; time is ours over plain, speed plain over ours\n"
@@ -116,13 +115,13 @@ std::string asText(const Machine& machine, const std::vector<Result>& results) {
 }
 
 std::string asJson(const Machine& machine, const std::vector<Result>& results) {
-    std::string json = "{\n  \"machine\": {\"processor\": " + quoted(machine.processor) +
-                       format(", \"processors\": %d, \"kernel\": ", machine.processors) +
-                       quoted(machine.kernel) + ", \"compiler\": " + quoted(machine.compiler) +
-                       ", \"build\": " + quoted(machine.buildType) +
-                       format(", \"libdeflate\": %s, \"loadBefore\": %.2f, \"loadAfter\": %.2f},\n",
-                              machine.libdeflate ? "true" : "false", machine.loadBefore, machine.loadAfter) +
-                       "  \"rows\": [";
+    std::string json =
+        "{\n  \"machine\": {\"processor\": " + quoted(machine.processor) +
+        format(", \"processors\": %d, \"kernel\": ", machine.processors) + quoted(machine.kernel) +
+        ", \"compiler\": " + quoted(machine.compiler) + ", \"build\": " + quoted(machine.buildType) +
+        ", \"decompressor\": " + quoted(machine.decompressor) +
+        format(", \"loadBefore\": %.2f, \"loadAfter\": %.2f},\n", machine.loadBefore, machine.loadAfter) +
+        "  \"rows\": [";
     const char* separator = "\n";
     for (const Result& r : results) {
         json +=

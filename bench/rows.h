@@ -8,6 +8,7 @@
 
 namespace bench {
 
+void compressorRows(Session& session, const Folder& folder, bool allBuckets);
 void writeRows(Session& session, const Folder& folder, bool allBuckets);
 void readRows(Session& session, const Folder& folder);
 void walkRows(Session& session, const Folder& folder);
@@ -19,7 +20,8 @@ void memoryRows(Session& session, const Folder& folder);
 int memoryChild(const Folder& folder, const char* job);
 
 // Writes a frame's buckets as a raw image. Throws on any error.
-void writeFrame(const Frame& frame, PStream* stream, const std::string& path, int threads, int level);
+void writeFrame(const Frame& frame, PStream* stream, const std::string& path, int threads, int level,
+                MUtils::Compression compression = MUtils::Compression::kSmall);
 
 // Accepts everything and keeps nothing.
 class DroppingCallback : public RIFileCallback {

@@ -67,11 +67,13 @@ void compareWithExr(Session& session, const Folder& folder) {
 
 }  // namespace
 
-void writeFrame(const Frame& frame, PStream* stream, const std::string& path, int threads, int level) {
+void writeFrame(const Frame& frame, PStream* stream, const std::string& path, int threads, int level,
+                Compression compression) {
     RIFile file;
     ChannelList channels(frame.channels);
     if (stream != nullptr) require(stream->Open() == 0, "cannot open the stream");
     file.setCompressionThreads(nullptr, threads);
+    file.setCompression(compression);
     file.setCompressionLevel(level);
     file.setSyncOnClose(false);
     bool good = file.Create(path.c_str(), stream).empty() && file.WriteHeader(32).empty() &&
