@@ -1,6 +1,7 @@
 #include "rawimage/inspect/tag_search.h"
 
 #include <algorithm>
+#include <cstring>
 #include <utility>
 
 #include "rawimage/inspect/payload_pool.h"
@@ -41,6 +42,23 @@ bool isFileHeader(const RIF_HEADER& header) {
     return header.magic == RIF_MAGIC && header.formatFirst == RIF_FORMAT_FIRST &&
            header.formatSecond == RIF_FORMAT_SECOND && (header.flags & ~RIF_COMPRESSED) == 0 &&
            header.reserved == 0;
+}
+
+// The first place in [at, end) where the id of a tag may be, going by its second byte; `end` when there is
+// none. There are bytes behind `end`.
+std::int64_t nextId(const unsigned char* bytes, std::int64_t at, std::int64_t end) {
+    constexpr std::uint32_t kSecondByte = kFirstTagId >> 8;
+    static_assert(kSecondByte == kLastTagId >> 8 && kSecondByte <= 0xff);
+    const void* found =
+        at < end ? std::memchr(bytes + at + 1, kSecondByte, static_cast<std::size_t>(end - at)) : nullptr;
+    return found != nullptr ? static_cast<const unsigned char*>(found) - bytes - 1 : end;
+}
+
+// Likewise for the magic of a file, by its first byte.
+std::int64_t nextMagic(const unsigned char* bytes, std::int64_t at, std::int64_t end) {
+    const void* found =
+        at < end ? std::memchr(bytes + at, RIF_MAGIC & 0xff, static_cast<std::size_t>(end - at)) : nullptr;
+    return found != nullptr ? static_cast<const unsigned char*>(found) - bytes : end;
 }
 
 }  // namespace
@@ -256,7 +274,9 @@ std::int64_t TagSearch::searchBytes(std::int64_t from, std::int64_t to, std::int
             step = kFirstChunk;
             continue;
         }
-        for (std::int64_t at = 0; at < step && at + kTagHeaderBytes <= got; ++at) {
+        const unsigned char* bytes = chunk_.data();
+        const std::int64_t stop = std::min<std::int64_t>(step, got - kTagHeaderBytes + 1);
+        for (std::int64_t at = nextId(bytes, 0, stop); at < stop; at = nextId(bytes, at + 1, stop)) {
             if (!isKnownTag(loadU32(chunk_.data() + at))) continue;
             const RIF_TAG tag = decodeTag(chunk_.data() + at);
             if (ends == Ends::kBeyondSearch && start + at + tag.size <= to) continue;
@@ -272,7 +292,9 @@ std::optional<TagSearch::OtherFile> TagSearch::findOtherFile(std::int64_t from, 
     const std::int64_t last = std::min(to, scan_.fileBytes - kFileHeaderBytes + 1);
     for (std::int64_t start = from; start < last && going(start); start += kLargestChunk) {
         const int got = readChunk(start, std::min(kLargestChunk, last - start) + kFileHeaderBytes - 1);
-        for (std::int64_t at = 0; at < kLargestChunk && at + kFileHeaderBytes <= got; ++at) {
+        const unsigned char* bytes = chunk_.data();
+        const std::int64_t stop = std::min<std::int64_t>(kLargestChunk, got - kFileHeaderBytes + 1);
+        for (std::int64_t at = nextMagic(bytes, 0, stop); at < stop; at = nextMagic(bytes, at + 1, stop)) {
             if (loadU32(chunk_.data() + at) != RIF_MAGIC) continue;
             const RIF_HEADER header = decodeHeader(chunk_.data() + at);
             const std::int64_t offset = start + at;
