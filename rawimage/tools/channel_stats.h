@@ -2,7 +2,8 @@
 
 #include <cstdint>
 #include <deque>
-#include <vector>
+#include <optional>
+#include <set>
 
 #include "rawimage/format.h"
 #include "rawimage/tools/summary.h"
@@ -17,8 +18,9 @@ class ChannelStats {
     // A pixel tag whose payload is whole; `rawBytes` are the bytes of its values.
     void add(const RIF_TAG& tag, std::int64_t rawBytes);
 
-    // Fills the channels of `summary`, those in `listed` first, by its resolution. Drops what was collected.
-    void summarise(const std::vector<RIF_CHANNEL>& listed, FileSummary& summary);
+    // Fills the channels of `summary`, those of the file's list first, by its resolution. Drops what was
+    // collected. What channels cover is taken from the inspection as far as that has it.
+    void summarise(const Inspection& file, FileSummary& summary);
 
   private:
     struct PixelTag {
@@ -30,9 +32,12 @@ class ChannelStats {
     };
     using Position = std::deque<PixelTag>::const_iterator;
 
-    static ChannelSummary summariseOne(Position first, Position end, const FileSummary& summary);
+    std::optional<std::int64_t> coveredOf(std::int32_t channel, const Inspection& file) const;
+    ChannelSummary summariseOne(Position first, Position end, const Inspection& file,
+                                const FileSummary& summary) const;
 
     std::deque<PixelTag> tags_;
+    std::set<std::int32_t> windowed_;  // channels that have windows
 };
 
 }  // namespace v1

@@ -116,7 +116,7 @@ FileSummary summarise(PStream& stream, const Inspection& file) {
         reader.take(tag);
         if (isPixelTag(tag.id)) stats.add(tag, pixelBytes(tag));
     }
-    stats.summarise(file.facts.channels, summary);
+    stats.summarise(file, summary);
     return summary;
 }
 
