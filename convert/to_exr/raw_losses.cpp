@@ -13,7 +13,7 @@ namespace {
 constexpr std::size_t kMostFaults = TagScan::kMaxFaults;
 constexpr std::size_t kMostBoxes = 10;
 
-// A fault, and the word for a bucket that has it.
+// A fault, and the word for a bucket that has it. A fault that represents several names no bucket.
 struct NamedFault {
     const char* bucket;
     FileFault fault;
@@ -22,7 +22,7 @@ struct NamedFault {
 std::string textOf(const NamedFault& named) {
     const FileFault& fault = named.fault;
     std::string text;
-    if (isPixelTag(fault.tagId)) {
+    if (isPixelTag(fault.tagId) && fault.count == 1) {
         text = named.bucket + (' ' + boxText(fault.box)) + " of channel " + std::to_string(fault.channel);
         if (!fault.channelName.empty()) text += ' ' + fault.channelName;
         text += ": ";
