@@ -5,6 +5,7 @@
 #include "rawimage/inspect/channel_check.h"
 #include "rawimage/inspect/channel_order.h"
 #include "rawimage/inspect/fault_list.h"
+#include "rawimage/inspect/foreign_end.h"
 #include "rawimage/inspect/gap_list.h"
 #include "rawimage/inspect/payload_probe.h"
 #include "rawimage/inspect/place_check.h"
@@ -50,7 +51,7 @@ void crossCheck(PStream& stream, TagScan& scan) {
     PayloadProbe probe(stream, scan.fileBytes, rulesOf(scan));
     FaultList faults(scan);
     TableCheck table(stream, scan, probe, faults);
-    table.run();
+    if (!table.run()) doubtForeignEnd(stream, scan);
     std::vector<bool> confirmed = table.confirmed();
     repairChannelOrder(stream, scan, confirmed);
     checkChannelList(stream, scan, confirmed);

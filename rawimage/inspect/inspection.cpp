@@ -20,6 +20,8 @@ inline namespace v1 {
 namespace {
 
 constexpr const char* kDoubtCause = "pixels whose place or channel other tags deny";
+constexpr const char* kUnsettledCause = "its table entry differs, and nothing shows which is right";
+constexpr const char* kForeignCause = "another file seems to have left this tag here";
 constexpr const char* kTailCause = "something follows the tag table";
 
 void setState(Inspection& file, FileState state, std::string cause, std::int64_t offset) {
@@ -62,6 +64,26 @@ void checkTail(Inspection& file) {
     setState(file, FileState::kDamaged, kTailCause, end);
 }
 
+FileFault doubtAt(const Inspection& file, std::int64_t offset) {
+    const INFOTAG& tag = tagAt(file, offset);
+    const bool foreign = file.foreignFrom > 0 && offset >= file.foreignFrom;
+    const char* cause = foreign ? kForeignCause : isPixelTag(tag.id) ? kDoubtCause : kUnsettledCause;
+    return makeFault(tag, offset, offset, cause, file.facts);
+}
+
+void readFacts(PStream& stream, Inspection& file) {
+    std::vector<INFOTAG> own;
+    if (file.foreignFrom > 0) {
+        std::copy_if(
+            file.tags.begin(), file.tags.end(), std::back_inserter(own),
+            [&file](const INFOTAG& tag) { return static_cast<std::int64_t>(tag.offset) < file.foreignFrom; });
+    }
+    const std::vector<INFOTAG>& tags = file.foreignFrom > 0 ? own : file.tags;
+    if (const INFOTAG* tag = readFrameFacts(stream, tags, file.facts))
+        file.faults.push_back({static_cast<std::int64_t>(tag->offset), "payload cannot be read", *tag});
+    file.area = file.facts.area();
+}
+
 void listMissing(Inspection& file, const ChannelCover& cover) {
     ChannelCover::Missing missing = cover.missing(file.area);
     for (auto& [channel, boxes] : missing.channels)
@@ -83,7 +105,7 @@ bool findDamage(Inspection& file) {
     for (const TagScan::Repair& repair : file.repairs)
         take(repair.offset, repair.cause);
     for (const std::int64_t offset : file.doubted)
-        take(offset, kDoubtCause);
+        take(offset, doubtAt(file, offset).cause);
     return file.state == FileState::kDamaged;
 }
 
@@ -171,7 +193,7 @@ FileFaults faultsOf(const Inspection& file) {
             makeFault(tagAt(file, repair.offset), repair.offset, repair.offset, repair.cause, file.facts));
     }
     for (const std::int64_t offset : file.doubted)
-        faults.doubts.push_back(makeFault(tagAt(file, offset), offset, offset, kDoubtCause, file.facts));
+        faults.doubts.push_back(doubtAt(file, offset));
     for (const TagScan::Fault& found : file.faults) {
         faults.doubts.push_back(makeFault(found.tag, found.offset, found.offset, found.cause, file.facts));
         faults.doubts.back().count = found.count;
@@ -211,9 +233,7 @@ Inspection inspectStream(PStream& stream, const InspectOptions& options) {
                  0);
     }
     if (!isRawImage || file.stopped) return file;
-    if (const INFOTAG* tag = readFrameFacts(stream, file.tags, file.facts))
-        file.faults.push_back({static_cast<std::int64_t>(tag->offset), "payload cannot be read", *tag});
-    file.area = file.facts.area();
+    readFacts(stream, file);
     judge(file, coverOf(file, options.repairedIsMissing));
     return file;
 }

@@ -96,8 +96,12 @@ struct TagScan {
     };
     std::vector<Repair> repairs;  // by offset
     // Offsets of tags in `tags` that may be wrong, ascending: pixels whose place or channel other tags deny
-    // without proof.
+    // without proof, records that differ from their table entry without one, and all tags from `foreignFrom`
+    // on.
     std::vector<std::int64_t> doubted;
+    // Where tags begin that another file seems to have left at the end of this one; 0 when none do. They
+    // count for no facts of the frame.
+    std::int64_t foreignFrom = 0;
     bool stopped = false;  // by the caller's progress; what is here is then not complete
 };
 

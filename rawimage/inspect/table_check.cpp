@@ -54,8 +54,8 @@ TableCheck::TableCheck(PStream& stream, TagScan& scan, PayloadProbe& probe, Faul
       confirmed_(scan.tags.size()),
       dropped_(scan.tags.size(), nullptr) {}
 
-void TableCheck::run() {
-    if (!findTable()) return;
+bool TableCheck::run() {
+    if (!findTable()) return false;
     if (match_->failedAt() >= 0) faults_.add(match_->failedAt(), "the table cannot be read");
     believed_.resize(match_->open().size());
     confirmed_ = match_->confirmed();
@@ -66,6 +66,7 @@ void TableCheck::run() {
     // Of a table to which the header does not lead, it is not known whether the writer had finished it.
     if (headerLeadsToIt_) reportEntries();
 }
+    return true;
 
 // A table at the end of the file is believed when the header's offset leads to it, or when it confirms most
 // of what it lists.

@@ -42,8 +42,9 @@ class TableCheck {
     // All must outlive the object.
     TableCheck(PStream& stream, TagScan& scan, PayloadProbe& probe, FaultList& faults);
 
-    // Finds the table and sets the scan's `tableOffset`; corrects its tags, gaps, repairs and doubts.
-    void run();
+    // Finds the table and sets the scan's `tableOffset`; corrects its tags, gaps, repairs and doubts. False
+    // when there is no table that can be believed.
+    bool run();
 
     // By tag, after run(): the table has the same header.
     const std::vector<bool>& confirmed() const { return confirmed_; }

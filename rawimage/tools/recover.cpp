@@ -14,7 +14,8 @@ inline namespace v1 {
 
 namespace {
 
-// The tags in file order, but pixels in doubt before all others: readers draw later tags over earlier ones.
+// The tags in file order, but those in doubt before all others, pixels behind the records: what comes later
+// covers what is before it, or replaces it.
 std::vector<INFOTAG> doubtfulFirst(const Inspection& file) {
     std::vector<INFOTAG> tags = file.tags;
     if (file.doubted.empty()) return tags;
@@ -22,6 +23,8 @@ std::vector<INFOTAG> doubtfulFirst(const Inspection& file) {
         return !std::binary_search(file.doubted.begin(), file.doubted.end(),
                                    static_cast<std::int64_t>(tag.offset));
     };
+    std::stable_partition(tags.begin(), tags.end(),
+                          [&isSure](const INFOTAG& tag) { return !isPixelTag(tag.id) && !isSure(tag); });
     const auto pixels =
         std::find_if(tags.begin(), tags.end(), [](const INFOTAG& tag) { return isPixelTag(tag.id); });
     std::stable_partition(pixels, tags.end(), [&isSure](const INFOTAG& tag) { return !isSure(tag); });

@@ -68,8 +68,7 @@ bool isSoundButForItsEnd(const Inspection& file, bool renderedAgain, RecoverRepo
         return false;
     };
     if (!file.faults.empty()) return refuse(file.faults.front().cause, file.faults.front().offset);
-    if (!tolerant && !file.doubted.empty())
-        return refuse("pixels whose place is in doubt", file.doubted.front());
+    if (!tolerant && !file.doubted.empty()) return refuse("tag in doubt", file.doubted.front());
     for (const TagGap& gap : file.gaps) {
         if (!gap.torn) return refuse(gap.cause, gap.offset);
     }

@@ -113,7 +113,9 @@ FileSummary summarise(PStream& stream, const Inspection& file) {
     SummaryReader reader(stream, summary);
     ChannelStats stats;
     for (const INFOTAG& tag : file.tags) {
-        reader.take(tag);
+        const bool foreign =
+            file.foreignFrom > 0 && static_cast<std::int64_t>(tag.offset) >= file.foreignFrom;
+        if (!foreign) reader.take(tag);
         if (isPixelTag(tag.id)) stats.add(tag, pixelBytes(tag));
     }
     stats.summarise(file, summary);

@@ -195,6 +195,37 @@ TEST_F(Evidence, KeepsNothingOfASibling) {
     }
 }
 
+// The same at the end of the file, over its table: what then tells the two frames apart is in the header.
+TEST_F(Evidence, DoubtsASiblingThatEndsTheFile) {
+    constexpr std::size_t kPage = 4096;
+    const Values noise = [](int component, int x, int y) {
+        return static_cast<float>((x * 7919 + y * 104729 + component * 31) % 65521) / 3.0f;
+    };
+    const Values other = [noise](int component, int x, int y) { return noise(component, x + 1, y) + 1.0f; };
+    const Contents first = makeFrame(noise),
+                   second = makeFrame(other, kChannels, "the stamp of another frame");
+    int trials = 0;
+    for (const auto& [frame, sibling] : {std::pair(first, second), std::pair(second, first)}) {
+        const std::set<std::string> own = setOf(tagsOf(opened(frame)));
+        for (std::size_t at = kPage; at < inspected(frame).tags.back().offset; at += kPage, ++trials) {
+            Contents bytes = sibling;
+            bytes.resize(frame.size());  // behind a shorter sibling are zeros
+            std::copy_n(frame.begin(), at, bytes.begin());
+            const Inspection result = inspected(bytes);
+            EXPECT_EQ(result.state, FileState::kDamaged) << at;
+            for (const INFOTAG& tag : result.tags) {
+                const auto begin = bytes.begin() + static_cast<std::ptrdiff_t>(tag.offset);
+                const bool isOwn = own.count({begin, begin + tag.size}) > 0;
+                const bool doubted = std::binary_search(result.doubted.begin(), result.doubted.end(),
+                                                        static_cast<std::int64_t>(tag.offset));
+                EXPECT_TRUE(doubted || isOwn || tag.id == TAG_INFO_TAGS) << at << ", " << tag.offset;
+                EXPECT_FALSE(doubted && tag.offset < at) << at << ", " << tag.offset;
+            }
+        }
+    }
+    EXPECT_GE(trials, 6);
+}
+
 // Bytes inserted and as many lost further on: the header leads to the table, and the tags between are not
 // where it lists them.
 TEST_F(Evidence, KeepsTagsThatHaveMoved) {
