@@ -28,7 +28,7 @@ int wordsThatDiffer(const RIF_TAG& a, const RIF_TAG& b) {
 
 // True for headers of the same pixels of the same channel.
 bool samePixels(const RIF_TAG& a, const RIF_TAG& b) {
-    return boxOf(a) == boxOf(b) && a.p1 == b.p1 && a.p8 == b.p8;
+    return isPixelTag(a.id) && isPixelTag(b.id) && boxOf(a) == boxOf(b) && a.p1 == b.p1 && a.p8 == b.p8;
 }
 
 // ": p2 is 1556 in the table, 1558 in the tag", of the first parameter that differs.
@@ -175,8 +175,7 @@ void TableCheck::settle(const OpenEntry& entry, HeaderEvidence& evidence) {
     if (evidence.entryIsRight(entry.tag, entry.header)) {
         if (probe_.agrees(entry.header, startOf(tag))) return repair(entry);
         dropped_[entry.tag] = "header that differs from its table entry and from the other tags";
-    } else if (isPixelTag(tag.id) && !samePixels(tag, entry.header) &&
-               !evidence.tagIsRight(entry.tag, entry.header)) {
+    } else if (!samePixels(tag, entry.header) && !evidence.tagIsRight(entry.tag, entry.header)) {
         scan_.doubted.push_back(startOf(tag));
     }
 }
