@@ -84,5 +84,24 @@ void restoreTags(TagScan& scan, const std::vector<INFOTAG>& found) {
     scan.tags.swap(tags);
 }
 
+void splitGaps(TagScan& scan, const std::vector<INFOTAG>& lost, const char* cause) {
+    if (lost.empty()) return;
+    std::vector<TagGap> parts;
+    auto next = lost.begin();
+    for (const TagGap& gap : scan.gaps) {
+        while (next != lost.end() && startOf(*next) < gap.offset)
+            ++next;
+        TagGap part = gap;
+        for (; next != lost.end() && startOf(*next) < gap.end; ++next) {
+            addPart(part, part.offset, startOf(*next), parts);
+            part.offset = startOf(*next);
+            part.tag = *next;
+            if (part.offset > gap.offset) part.cause = cause;
+        }
+        addPart(part, part.offset, gap.end, parts);
+    }
+    scan.gaps.swap(parts);
+}
+
 }  // namespace v1
 }  // namespace MUtils

@@ -33,5 +33,9 @@ void dropTags(TagScan& scan, const std::vector<const char*>& dropped);
 // order, and its tags do not overlap.
 void restoreTags(TagScan& scan, const std::vector<INFOTAG>& found);
 
+// Divides gaps where the tags `lost` begin, so that each is a gap of its own, with its header as the table
+// has it. Parts before which bytes of the same gap lie have the given cause. `lost` is in file order.
+void splitGaps(TagScan& scan, const std::vector<INFOTAG>& lost, const char* cause);
+
 }  // namespace v1
 }  // namespace MUtils

@@ -63,6 +63,7 @@ bool TableCheck::run() {
     judgeUnlisted();
     restoreFromGaps();
     finish();
+    nameGaps();
     // Of a table to which the header does not lead, it is not known whether the writer had finished it.
     if (headerLeadsToIt_) reportEntries();
 }
@@ -353,6 +354,15 @@ void TableCheck::finish() {
 
 // Entries that follow each other in the table, with the same cause, give one fault.
 void TableCheck::reportEntries() {
+// A gap may have swallowed several listed tags.
+void TableCheck::nameGaps() {
+    std::vector<INFOTAG> lost;
+    for (const OpenEntry* entry : match_->sound()) {
+        if (!believed(*entry) && isInGap(scan_.gaps, entry->header.offset)) lost.push_back(entry->header);
+    }
+    splitGaps(scan_, lost, "tag of the table that is lost");
+}
+
     std::vector<const OpenEntry*> entries;
     for (const OpenEntry& entry : match_->open()) {
         const bool hasTag = entry.tag != TableMatch::kNoTag && dropped_[entry.tag] == nullptr;

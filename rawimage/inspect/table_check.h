@@ -75,6 +75,7 @@ class TableCheck {
     bool restores(const OpenEntry& entry);
     const char* causeAt(std::int64_t offset) const;
     void finish();
+    void nameGaps();
     void reportEntries();
 
     std::size_t indexOf(const OpenEntry& entry) const {

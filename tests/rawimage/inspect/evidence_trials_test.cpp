@@ -251,6 +251,25 @@ TEST_F(Evidence, KeepsTagsThatHaveMoved) {
     }
 }
 
+TEST_F(Evidence, NamesEveryListedTagThatIsLost) {
+    const char* const names[] = {"", "mask", "id", "alpha"};
+    const std::size_t blob = sound.tags.size() - 26;  // the last record before the pixels
+    ASSERT_EQ(sound.tags[blob].id, TAG_SETTINGS);
+    Contents bytes = file;
+    std::fill(bytes.begin() + static_cast<std::ptrdiff_t>(sound.tags[blob].offset),
+              bytes.begin() + static_cast<std::ptrdiff_t>(sound.tags[blob + 3].offset) + 50, 0);
+    const Inspection result = inspected(bytes);
+    ASSERT_EQ(result.gaps.size(), 4u);
+    for (std::size_t i = 0; i < 4; ++i) {
+        const TagGap& gap = result.gaps[i];
+        EXPECT_EQ(gap.offset, static_cast<std::int64_t>(sound.tags[blob + i].offset));
+        EXPECT_EQ(gap.end, static_cast<std::int64_t>(sound.tags[blob + i + 1].offset));
+        const FileFault fault = faultOf(gap, result.facts);
+        EXPECT_EQ(fault.tagId, sound.tags[blob + i].id);
+        EXPECT_EQ(fault.channelName, names[i]);
+    }
+}
+
 TEST_F(Evidence, FindsTheTableAtTheEnd) {
     const INFOTAG moved = tagOf(TAG_CHAN_INT, 5);
     const Contents place = flipped(file, moved.offset + 12, 6);
