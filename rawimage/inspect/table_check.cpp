@@ -66,8 +66,8 @@ bool TableCheck::run() {
     nameGaps();
     // Of a table to which the header does not lead, it is not known whether the writer had finished it.
     if (headerLeadsToIt_) reportEntries();
-}
     return true;
+}
 
 // A table at the end of the file is believed when the header's offset leads to it, or when it confirms most
 // of what it lists.
@@ -294,7 +294,9 @@ void TableCheck::reportUnlisted(std::size_t tag) {
     lastUnlisted_ = tag;
     if (follows) return faults_.addLikeLast();
     const std::string name = isPixelTag(unlisted.id) ? "pixel" : tagName(unlisted.id);
-    faults_.add(startOf(unlisted), "the table lacks this " + name + " tag", unlisted);
+    if (!survey_) surveyTable();
+    const char* of = survey_->allSound ? "the table lacks this " : "the table is damaged, it lacks this ";
+    faults_.add(startOf(unlisted), of + name + " tag", unlisted);
 }
 
 void TableCheck::restoreFromGaps() {
@@ -352,8 +354,6 @@ void TableCheck::finish() {
     }
 }
 
-// Entries that follow each other in the table, with the same cause, give one fault.
-void TableCheck::reportEntries() {
 // A gap may have swallowed several listed tags.
 void TableCheck::nameGaps() {
     std::vector<INFOTAG> lost;
@@ -363,6 +363,8 @@ void TableCheck::nameGaps() {
     splitGaps(scan_, lost, "tag of the table that is lost");
 }
 
+// Entries that follow each other in the table, with the same cause, give one fault.
+void TableCheck::reportEntries() {
     std::vector<const OpenEntry*> entries;
     for (const OpenEntry& entry : match_->open()) {
         const bool hasTag = entry.tag != TableMatch::kNoTag && dropped_[entry.tag] == nullptr;
