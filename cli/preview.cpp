@@ -57,13 +57,18 @@ std::string checkEnding(const std::string& output) {
     return other ? "a preview is a PNG picture, and " + ending + " is another format: " + output : "";
 }
 
-// Of a file in which there is nothing to draw. A render that has only begun is not damaged.
+// Of a file in which there is nothing to draw, as it lacks `what`. A render that has only begun is not
+// damaged.
 [[noreturn]] void refuseEmpty(const PreviewOptions& options, const MUtils::Picture& picture,
                               const std::string& what) {
     using MUtils::FileState;
     const ExitCode code = exitCodeOf(picture.fileState);
     if (picture.fileState == FileState::kDamaged)
         throw Failure(code, options.file, picture.cause, picture.causeOffset);
+    if (picture.fileHasPixels && code != ExitCode::kGood)
+        throw Failure(
+            code, options.file,
+            "its " + what + " is missing, nothing was drawn; rimg recover --like SIBLING supplies it");
     if (picture.fileState == FileState::kUnfinished)
         throw Failure(code, options.file,
                       "the render has only begun, there is no " + what + " yet: nothing was drawn");
@@ -96,12 +101,16 @@ void refuse(const PreviewOptions& options, const MUtils::Picture& picture) {
 // Reports what the picture lacks, and returns what the program answers for it.
 ExitCode reportState(const PreviewOptions& options, const MUtils::Picture& picture) {
     constexpr std::size_t kShown = 5;
-    const std::vector<std::string> lines = faultLines(picture.damaged);
+    std::vector<std::string> lines;
+    for (const std::string& line : faultLines(picture.damaged))
+        lines.push_back("damaged " + line);
+    for (const std::string& line : faultLines(picture.doubts))
+        lines.push_back("in doubt: " + line);
     for (std::size_t i = 0; i < std::min(lines.size(), kShown); ++i)
-        report(options.file, "damaged " + lines[i]);
+        report(options.file, lines[i]);
     if (lines.size() > kShown)
-        report(options.file,
-               std::to_string(lines.size() - kShown) + " more are damaged; rimg verify lists them");
+        report(options.file, std::to_string(lines.size() - kShown) +
+                                 " more are damaged or in doubt; rimg verify lists them");
     if (!lines.empty()) return ExitCode::kDamaged;
     if (picture.fileState != MUtils::FileState::kGood)
         report(options.file, "the picture shows what is there: " + picture.cause, picture.causeOffset);

@@ -68,7 +68,8 @@ class PictureMaker {
     void chooseSize();
     void placeThumbnail();
     void drawChannel(const ShownChannel& channel);
-    void listLostTags(int channel);
+    void listFaults(int channel);
+    bool isInDoubt(std::int64_t offset) const;
     void addDamaged(const INFOTAG& tag, const char* cause);
 
     const PictureRequest& request_;
@@ -92,6 +93,8 @@ PictureState PictureMaker::make() {
     picture_.causeOffset = file_.causeOffset;
     if (file_.state == FileState::kCannotOpen) return PictureState::kCannotOpen;
     if (file_.state == FileState::kNotThisFormat) return PictureState::kNotThisFormat;
+    picture_.fileHasPixels = std::any_of(file_.tags.begin(), file_.tags.end(),
+                                         [](const INFOTAG& tag) { return isPixelTag(tag.id); });
     listChannels();
     readThumbnail();
     const bool stored = thumbnail_.width > 0;
@@ -175,10 +178,9 @@ void PictureMaker::drawChannel(const ShownChannel& channel) {
     std::copy_if(file_.tags.begin(), file_.tags.end(), std::back_inserter(tags),
                  [](const INFOTAG& tag) { return isPixelTag(tag.id); });
     std::stable_partition(tags.begin(), tags.end(), [this](const INFOTAG& tag) {
-        return std::binary_search(file_.doubted.begin(), file_.doubted.end(),
-                                  static_cast<std::int64_t>(tag.offset));
+        return isInDoubt(static_cast<std::int64_t>(tag.offset));
     });
-    listLostTags(channel.index);
+    listFaults(channel.index);
     for (const INFOTAG& tag : tags) {
         if (const int code = reader_.read(tag, draw); code != 0) addDamaged(tag, pixelCodeText(code));
     }
@@ -187,10 +189,18 @@ void PictureMaker::drawChannel(const ShownChannel& channel) {
     picture_.channel = channel.name;
 }
 
-void PictureMaker::listLostTags(int channel) {
-    for (FileFault& lost : faultsOf(file_).lost) {
+void PictureMaker::listFaults(int channel) {
+    FileFaults faults = faultsOf(file_);
+    for (FileFault& lost : faults.lost) {
         if (isPixelTag(lost.tagId) && lost.channel == channel) picture_.damaged.push_back(std::move(lost));
     }
+    for (FileFault& doubt : faults.doubts) {
+        if (doubt.channel == channel && isInDoubt(doubt.offset)) picture_.doubts.push_back(std::move(doubt));
+    }
+}
+
+bool PictureMaker::isInDoubt(std::int64_t offset) const {
+    return std::binary_search(file_.doubted.begin(), file_.doubted.end(), offset);
 }
 
 void PictureMaker::addDamaged(const INFOTAG& tag, const char* cause) {

@@ -78,6 +78,10 @@ struct Picture {
     // where it was wanted and could not be read. What earlier tags drew in that place remains, else the
     // background. Damaged values are found by decompressing them, so the file's state does not count them.
     std::vector<FileFault> damaged;
+    // Tags of the shown channel whose place or channel is in doubt, by offset. They are drawn below all
+    // others.
+    std::vector<FileFault> doubts;
+    bool fileHasPixels = false;  // any pixel tag, whatever the state is
 };
 
 // Makes a picture of a file. Never fails otherwise than by its state. Throws std::bad_alloc.
