@@ -10,6 +10,7 @@
 #include "cli/file_list.h"
 #include "cli/option_checks.h"
 #include "cli/report.h"
+#include "cli/safe_text.h"
 #include "cli/tool_progress.h"
 #include "cli/verbs.h"
 #include "cli/verify_output.h"
@@ -48,7 +49,8 @@ void print(const std::string& file, const VerifyReport& found, const VerifyVerbO
         printVerifyText(file, found, options.all);
     }
     flushOutput();
-    if (unreadable) report(file, found.cause);
+    const std::string next = found.tags > 0 ? "; next: rimg recover " + shellWord(file) + " -o NEW" : "";
+    if (unreadable) report(file, found.cause + next);
 }
 
 // "7 files: 5 good, 1 unfinished, 1 damaged".
@@ -119,6 +121,10 @@ ExitCode runMissing(const std::string& file, const MissingVerbOptions& options) 
     // A render that died at once.
     if (found.area.empty()) {
         report(file, "holds neither a frame nor a render region: all is missing");
+        return ExitCode::kIncomplete;
+    }
+    if (found.lacksChannels) {
+        report(options.file, "the channel list is missing: channels without any pixels are not known");
         return ExitCode::kIncomplete;
     }
     return found.missingInAny.boxes.empty() ? ExitCode::kGood : ExitCode::kIncomplete;

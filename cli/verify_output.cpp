@@ -36,7 +36,7 @@ struct MissingLine {
     const MissingBoxes& boxes() const { return channels.front()->boxes; }
     std::string text(bool all) const {
         const std::size_t shown = all ? channels.size() : std::min(channels.size(), kShown);
-        std::string title = "missing in channel";
+        std::string title = channels.size() > 1 ? "missing in channels" : "missing in channel";
         for (std::size_t i = 0; i < shown; ++i)
             title += (i == 0 ? " " : ", ") + channelText(channels[i]->channel, channels[i]->name);
         if (shown < channels.size()) title += " and " + std::to_string(channels.size() - shown) + " more";
@@ -105,16 +105,6 @@ void printFaults(const VerifyReport& report, bool all) {
     list.print("  ", all, report.furtherFaults);
 }
 
-// A file name as a word for the shell.
-std::string shellWord(const std::string& name) {
-    constexpr const char* kPlain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-./+:=@%,";
-    if (!name.empty() && name.find_first_not_of(kPlain) == std::string::npos) return name;
-    std::string word = "'";
-    for (const char c : name)
-        word += c == '\'' ? "'\\''" : std::string(1, c);
-    return safeText(word + '\'');
-}
-
 // The command to run next; "A render died" of the manual has them in their order.
 void printNext(const std::string& file, const VerifyReport& report) {
     const std::string name = shellWord(file);
@@ -123,7 +113,7 @@ void printNext(const std::string& file, const VerifyReport& report) {
     const bool unfinished = report.state == FileState::kUnfinished;
     // A render that died before its frame was in the file has nothing to go on with.
     if (unfinished && lacksFrame) return;
-    if (report.state == FileState::kDamaged || lacksFrame) {
+    if (report.state == FileState::kDamaged || lacksFrame || report.lacksChannels) {
         std::printf("  next: rimg recover %s -o NEW\n", name.c_str());
     } else if (lacksPixels) {
         std::printf("  next: rimg missing %s\n", name.c_str());
@@ -181,6 +171,7 @@ void printVerifyJson(const std::string& file, const VerifyReport& report) {
 void printMissingText(const std::string& file, const VerifyReport& report) {
     constexpr bool kAll = false;
     if (report.missingInAny.boxes.empty()) {
+        if (report.lacksChannels) return;
         std::printf("%s: nothing is missing\n", safeText(file).c_str());
     } else {
         std::printf("%s: of %s\n", safeText(file).c_str(), boxText(report.area).c_str());

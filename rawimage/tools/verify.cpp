@@ -35,9 +35,10 @@ VerifyReport reportOf(Inspection file) {
     report.causeOffset = file.causeOffset;
     report.fileBytes = std::max<std::int64_t>(file.fileBytes, 0);
     report.stopped = file.stopped;
+    report.tags = static_cast<std::int64_t>(file.tags.size());
     const bool inspected = file.state != FileState::kNotThisFormat && file.state != FileState::kCannotOpen;
     if (!inspected || file.stopped) return report;
-    report.tags = static_cast<std::int64_t>(file.tags.size());
+    report.lacksChannels = file.facts.channels.empty();
     listFaults(file, report);
     report.area = file.area;
     report.grid = announcedGrid(file);

@@ -36,10 +36,12 @@ struct VerifyReport {
     std::vector<MissingPixels> missing;
     // The pixels that any channel lacks.
     MissingBoxes missingInAny;
+    // The channel list is missing: channels without any pixels are not known.
+    bool lacksChannels = false;
     // As countBuckets() and announcedGrid() give them.
     std::optional<BucketCount> buckets;
     std::optional<BucketGrid> grid;
-    std::int64_t tags = 0;  // sound ones
+    std::int64_t tags = 0;  // sound ones; some in a file that is not of this format by its header, too
     std::int64_t fileBytes = 0;
     // A writer has the file open, as its lock shows: an unfinished file is then a render that goes on. Not
     // known of a stream: false.

@@ -85,7 +85,7 @@ TEST_F(RimgCheck, AnswersWithItsExitCodes) {
         {"verify @unfinished", 3, "  next: rimg recover --in-place "},
         {"verify @left", 3,
          "left: incomplete (pixels are missing)\n  2 of 6 buckets are sound\n  missing in"},
-        {"verify @left", 3, "missing in channel 0 color, 1 alpha, 2 id: 20x24+20+0\n  next: rimg missing "},
+        {"verify @left", 3, "missing in channels 0 color, 1 alpha, 2 id: 20x24+20+0\n  next: rimg missing "},
         {"verify @damaged", 4, "  0 of 6 buckets are sound\n  damaged bucket 40x24+0+0 of channel 1 alpha, "},
         {"verify @damaged", 4, ": pixels do not inflate\n  next: rimg recover "},
         {"verify --quick @damaged", 0, "good"},
@@ -102,7 +102,7 @@ TEST_F(RimgCheck, AnswersWithItsExitCodes) {
         {"verify", 2, "", "FILE"},
         {"missing @whole", 0, "whole: nothing is missing\n"},
         {"missing @unfinished", 0, "nothing is missing\n"},
-        {"missing @left", 3, "missing in channel 0 color, 1 alpha, 2 id: 20x24+20+0\n"},
+        {"missing @left", 3, "missing in channels 0 color, 1 alpha, 2 id: 20x24+20+0\n"},
         {"missing @header", 3, "", "header: "},
         {"missing @bad_tag", 4, "", "bad_tag: offset 32: "},
         {"missing @text", 5, "", "not a raw image file\n"},
@@ -247,7 +247,7 @@ TEST_F(RimgCheck, ShowsALineForEachDamagedBucket) {
         EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), c.lines) << out;
     }
     // Once, and not for the buckets that are listed as damaged.
-    EXPECT_THAT(run("verify @row").out, HasSubstr("missing in channel 0 color, 1 id: 30x1+0+1\n"));
+    EXPECT_THAT(run("verify @row").out, HasSubstr("missing in channels 0 color, 1 id: 30x1+0+1\n"));
 }
 
 TEST_F(RimgCheck, LeavesSoundFilesBehind) {
