@@ -1,6 +1,8 @@
 #include "rawimage/tools/recover.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdio>
 #include <memory>
 #include <optional>
 #include <string>
@@ -66,6 +68,17 @@ void recoverInto(RecoverReport& found, const RecoverVerbOptions& options) {
                   hint + (output ? output->named(cause) : cause));
 }
 
+// The options that were not needed.
+void printUnused(const RecoverVerbOptions& options, const RecoverReport& found) {
+    const auto supplied = [&found](std::uint32_t tagId) {
+        return std::count(found.supplied.begin(), found.supplied.end(), tagId) > 0;
+    };
+    if (!options.size.empty() && !supplied(TAG_RESOLUTION))
+        std::puts("--size is not used: the file has its resolution");
+    if (!options.like.empty() && !supplied(TAG_RESOLUTION) && !supplied(TAG_CHANNEL_INFO))
+        std::puts("--like is not used: the file has its resolution and its channel list");
+}
+
 ExitCode runRecover(const RecoverVerbOptions& options) {
     RecoverReport found;
     try {
@@ -79,7 +92,8 @@ ExitCode runRecover(const RecoverVerbOptions& options) {
     if (options.json) {
         printRecoverJson(options.file, options.output, found, nullptr);
     } else {
-        printRecoverText(found, options.inPlace, options.all);
+        printUnused(options, found);
+        printRecoverText(options.file, options.output, found, options.all);
     }
     flushOutput();
     return exitCodeOf(found);

@@ -1,8 +1,12 @@
 #include "cli/recover_output.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <iterator>
+#include <vector>
 
 #include "cli/fault_output.h"
+#include "cli/safe_text.h"
 
 namespace rimg {
 
@@ -37,18 +41,36 @@ Json namesOf(const std::vector<std::uint32_t>& tagIds) {
     return names;
 }
 
-// How to make a file that can be shown out of one that can not.
-void printHint(const RecoverReport& found) {
+bool lacksFacts(const RecoverReport& found) {
+    return found.lacksResolution || found.lacksChannels;
+}
+
+// What is missing of what readers need. Options can supply it where there are pixels to show.
+void printLacking(const RecoverReport& found) {
+    const bool helps = found.tagsOfPixels > 0;
     if (found.lacksResolution)
-        std::puts("the resolution is missing: --size WxH or --like SIBLING supplies it");
-    if (found.lacksChannels) std::puts("the channel list is missing: --like SIBLING supplies it");
+        std::printf("the resolution is missing%s\n",
+                    helps ? ": --size WxH or --like SIBLING supplies it" : "");
+    if (found.lacksChannels)
+        std::printf("the channel list is missing%s\n", helps ? ": --like SIBLING supplies it" : "");
+}
+
+void printNext(const std::string& input, const std::string& output, const RecoverReport& found) {
+    if (lacksFacts(found)) {
+        const char* option = found.lacksChannels ? "--like SIBLING" : "--size WxH";
+        if (found.tagsOfPixels > 0)
+            std::printf("next: rimg recover %s %s -o NEW\n", option, shellWord(input).c_str());
+    } else if (found.lacksPixels) {
+        std::printf("next: rimg missing %s\n", shellWord(output.empty() ? input : output).c_str());
+    }
 }
 
 }  // namespace
 
 ExitCode exitCodeOf(const RecoverReport& found) {
     switch (found.state) {
-        case RecoverState::kGood: return found.lacks ? ExitCode::kIncomplete : ExitCode::kGood;
+        case RecoverState::kGood:
+            return found.lacks || lacksFacts(found) ? ExitCode::kIncomplete : ExitCode::kGood;
         case RecoverState::kNotThisFormat:
         case RecoverState::kCannotOpen: return ExitCode::kUnreadable;
         case RecoverState::kMismatch: return ExitCode::kMismatch;
@@ -59,19 +81,26 @@ ExitCode exitCodeOf(const RecoverReport& found) {
     return ExitCode::kFailure;
 }
 
-void printRecoverText(const RecoverReport& found, bool inPlace, bool all) {
+void printRecoverText(const std::string& input, const std::string& output, const RecoverReport& found,
+                      bool all) {
+    std::vector<MUtils::FileFault> lost, cut;
+    std::partition_copy(found.lost.begin(), found.lost.end(), std::back_inserter(cut),
+                        std::back_inserter(lost),
+                        [&found](const MUtils::FileFault& fault) { return fault.offset == found.cutFrom; });
     LineList list;
-    list.add("lost: ", faultLines(found.lost));
+    list.add("lost: ", faultLines(lost));
+    list.add("cut off: ", faultLines(cut));
     list.add("repaired: ", faultLines(found.repaired));
     list.add("in doubt: ", faultLines(found.doubts));
     list.print("", all);
     for (const std::uint32_t tagId : found.supplied)
         std::printf("supplied: %s\n", MUtils::tagName(tagId));
-    printHint(found);
-    const char* what = inPlace ? "finished" : "kept";
+    printLacking(found);
+    const char* what = output.empty() ? "finished" : "kept";
     std::printf("%s: %lld tags, %lld of them pixels, %lld bytes\n", found.changed ? what : "nothing to do",
                 static_cast<long long>(found.tagsKept), static_cast<long long>(found.tagsOfPixels),
                 static_cast<long long>(found.bytesKept));
+    printNext(input, output, found);
 }
 
 void printRecoverJson(const std::string& input, const std::string& output, const RecoverReport& found,
@@ -94,8 +123,10 @@ void printRecoverJson(const std::string& input, const std::string& output, const
               {"lacks", found.lacks},
               {"lacksResolution", found.lacksResolution},
               {"lacksChannels", found.lacksChannels},
+              {"lacksPixels", found.lacksPixels},
               {"supplied", namesOf(found.supplied)},
               {"lost", jsonOf(found.lost)},
+              {"cutFrom", found.cutFrom >= 0 ? Json(found.cutFrom) : Json()},
               {"repaired", jsonOf(found.repaired)},
               {"doubts", jsonOf(found.doubts)}};
     printJson(json);

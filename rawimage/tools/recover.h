@@ -35,15 +35,18 @@ struct RecoverReport {
     // In file order: bytes of the input that are not in the output, a torn end among them, tags that the
     // output has as they were written and not as they are in the input, and contradictions that cost nothing.
     std::vector<FileFault> lost;
+    std::int64_t cutFrom = -1;  // offset of the torn end, one of `lost`; -1 when there is none
     std::vector<FileFault> repaired;
     std::vector<FileFault> doubts;
     // The output lacks something of what the input had, whole or in parts: pixels, a record, or the right
     // place of pixels in doubt. The table does not count, as the output has its own, nor does a torn end in
     // which no tag can be recognised.
     bool lacks = false;
-    // What readers need to show the pixels and the output does not have: RecoverOptions can supply it.
+    // What readers need to show pixels and the output does not have: RecoverOptions can supply it.
     bool lacksResolution = false;
     bool lacksChannels = false;
+    // Some channel lacks pixels of what is to be rendered; false where that is not known.
+    bool lacksPixels = false;
     std::vector<std::uint32_t> supplied;  // ids of the tags that were
     bool changed = true;                  // false when an in-place recovery found the file finished and sound
 };

@@ -45,9 +45,13 @@ bool reportInspection(const Inspection& file, RecoverReport& report) {
     if (report.state != RecoverState::kGood) return false;
     for (const TagGap& gap : file.gaps) {
         report.lost.push_back(faultOf(gap, file.facts));
+        if (gap.torn) report.cutFrom = gap.offset;
         report.lacks = report.lacks || (!isTable(gap, file) && (!gap.torn || gap.tag.id != 0));
     }
     report.lacks = report.lacks || !file.doubted.empty();
+    report.lacksResolution = file.facts.frame().empty();
+    report.lacksChannels = file.facts.channels.empty();
+    report.lacksPixels = !file.missingInAny.boxes.empty() || file.missingInAny.truncated;
     FileFaults faults = faultsOf(file);
     report.repaired = std::move(faults.repaired);
     report.doubts = std::move(faults.doubts);

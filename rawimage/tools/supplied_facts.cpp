@@ -73,8 +73,6 @@ bool refuse(RecoverReport& report, RecoverState state, std::string cause) {
 }  // namespace
 
 bool SuppliedFacts::load(const Inspection& input, const RecoverOptions& options, RecoverReport& report) {
-    report.lacksResolution = input.facts.frame().empty();
-    report.lacksChannels = input.facts.channels.empty();
     const auto supplied = [&report](bool& lacks, std::uint32_t tagId) {
         lacks = false;
         report.supplied.push_back(tagId);

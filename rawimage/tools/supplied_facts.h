@@ -14,8 +14,8 @@ inline namespace v1 {
 // pixels without. They come from a sibling, a file of the same render, or from the caller.
 class SuppliedFacts {
   public:
-    // Finds what `input` lacks and what the options supply of it, and notes both in the report. False, with
-    // the report's state and cause, when the sibling cannot be used: it cannot be read, lacks the same, or
+    // Finds what the options supply of what `input` lacks by the report, and notes it there. False, with the
+    // report's state and cause, when the sibling cannot be used: it cannot be read, lacks the same, or
     // contradicts the pixels of `input`. Throws std::bad_alloc.
     bool load(const Inspection& input, const RecoverOptions& options, RecoverReport& report);
 

@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "support/bytes.h"
+#include "tests/testing/check.h"
 #include "tests/testing/raw_frame.h"
 #include "tests/testing/run_program.h"
 
@@ -23,8 +24,15 @@ class RimgCheck : public testing::Test {
         RawFrame frame;
         write("whole", frame);
         const std::string whole = readFile(folder_ / "whole");
-        writeFile(folder_ / "unfinished", whole.substr(0, wordAt(whole, 12)));
+        const std::string open = whole.substr(0, wordAt(whole, 12));
+        writeFile(folder_ / "unfinished", open);
         writeFile(folder_ / "header", whole.substr(0, 32));
+        writeFile(folder_ / "zeros_at_end", open + std::string(99, '\0'));
+        writeFile(folder_ / "zeros_at_begin", std::string(72, '\0') + open.substr(72));
+        std::string noList = whole.substr(0, 12) + std::string(8, '\0') + whole.substr(20, 12);
+        for (const std::string& tag : tagsOf({open.begin(), open.end()}))
+            noList += idOf(tag) == TAG_CHANNEL_INFO ? "" : tag;
+        writeFile(folder_ / "no_list", noList);
         flip("damaged", whole, whole.size() / 2);  // in the pixels of channel 1
         flip("bad_tag", whole, 36);                // the size of the first tag
         writeFile(folder_ / "frame.1", whole);
@@ -91,6 +99,7 @@ TEST_F(RimgCheck, AnswersWithItsExitCodes) {
         {"verify --quick @damaged", 0, "good"},
         {"verify --quick @bad_tag", 4, "damaged"},
         {"verify @text", 5, "", "not a raw image file\n"},
+        {"verify @zeros_at_begin", 5, "", "finds tags of one; next: rimg recover "},
         {"verify @none", 5, "", "none: No such file"},
         {"verify @", 5, "", "Is a directory"},
         {"verify @whole @left @whole", 3, "3 files: 2 good, 1 incomplete\n"},
@@ -104,6 +113,7 @@ TEST_F(RimgCheck, AnswersWithItsExitCodes) {
         {"missing @unfinished", 0, "nothing is missing\n"},
         {"missing @left", 3, "missing in channels 0 color, 1 alpha, 2 id: 20x24+20+0\n"},
         {"missing @header", 3, "", "header: "},
+        {"missing @no_list", 3, "", "no_list: the channel list is missing"},
         {"missing @bad_tag", 4, "", "bad_tag: offset 32: "},
         {"missing @text", 5, "", "not a raw image file\n"},
         {"missing --json @text", 5, "\"verdict\":\"not this format\"", "not a raw image file\n"},
@@ -129,6 +139,15 @@ TEST_F(RimgCheck, AnswersWithItsExitCodes) {
         {"missing --buckets --json @text", 5, "", "not a raw image file\n"},
         {"recover @damaged -o @out", 3, "lost: bucket 40x24+0+0 of channel 1 alpha, offset "},
         {"recover @unfinished -o @out", 0, "kept: 6 tags, 3 of them pixels"},
+        {"recover @header -o @out", 3, "the channel list is missing\nkept: 0 tags"},
+        {"recover @zeros_at_end -o @out", 0, "cut off: bytes, offset "},
+        {"recover @zeros_at_begin -o @out", 3, "--size WxH or --like SIBLING supplies it\n"},
+        {"recover @zeros_at_begin -o @out", 3, "\nnext: rimg recover --size WxH "},
+        {"recover @no_list -o @out", 3, "\nnext: rimg recover --like SIBLING "},
+        {"recover @left --size 40x24 -o @out", 0, "--size is not used: the file has its resolution\n"},
+        {"recover @left --like @whole -o @out", 0, "--like is not used: "},
+        {"recover @left -o @out", 0, "\nnext: rimg missing "},
+        {"preview @no_list -o @new", 3, "", "its channel list is missing, nothing was drawn"},
         {"recover @text -o @new", 5, "", "text: not a raw image file\n"},
         {"recover @none -o @new", 5, "", "none: No such file"},
         {"recover @whole", 2, "", "--in-place"},
@@ -237,8 +256,8 @@ TEST_F(RimgCheck, ShowsALineForEachDamagedBucket) {
          "  and 10 more (--all lists them)\n", 25},
         {"verify --all @row", "damaged bucket 1x1+0+0 of", "damaged bucket 1x1+29+0 of", 34},
         {"recover @row -o @out", "lost: bucket 1x1+0+0 of channels 1 id, 0 color, offset ", "and 10 more",
-         22},
-        {"recover --all @row -o @out", "lost: bucket 1x1+0+0 of", "lost: bucket 1x1+29+0 of", 31},
+         23},
+        {"recover --all @row -o @out", "lost: bucket 1x1+0+0 of", "lost: bucket 1x1+29+0 of", 32},
     };
     for (const auto& c : cases) {
         const std::string out = run(c.command).out;
