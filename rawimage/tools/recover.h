@@ -38,8 +38,8 @@ struct RecoverReport {
     std::int64_t cutFrom = -1;  // offset of the torn end, one of `lost`; -1 when there is none
     std::vector<FileFault> repaired;
     std::vector<FileFault> doubts;
-    // The output lacks something of what the input had, whole or in parts: pixels, a record, or the right
-    // place of pixels in doubt. The table does not count, as the output has its own, nor does a torn end in
+    // The output lacks something of what the input had, whole or in parts: pixels, a record, or proof of a
+    // tag that is in doubt. The table does not count, as the output has its own, nor does a torn end in
     // which no tag can be recognised.
     bool lacks = false;
     // What readers need to show pixels and the output does not have: RecoverOptions can supply it.
@@ -62,8 +62,8 @@ struct RecoverOptions {
 };
 
 // Copies every sound tag of `input` to the new file `output`, which is emptied when it exists, and writes a
-// table. Tags are copied byte for byte, save the header of one that is repaired. Pixels in doubt come before
-// all others, so that they cover none. Old tables are left out.
+// table. Tags are copied byte for byte, save the header of one that is repaired. Tags in doubt come before
+// all others, records before pixels, so that they replace and cover none. Old tables are left out.
 // docs/recovery.md describes which of a damaged file's statements are believed. What it writes verifies:
 // good, or incomplete. Throws std::bad_alloc, as does the other.
 RAWIMAGE_EXPORT RecoverReport recoverFile(const char* input, const char* output,
