@@ -71,6 +71,8 @@ class RAWIMAGE_EXPORT JobQueue : public ThreadProc {
     // itself, as it does after releaseThreads().
     void startThreads(int threads, int slots);
     int numThreads() const { return numThreads_; }
+    // False when enqueueJob runs the jobs itself.
+    bool hasThreads() const { return !workers_.empty(); }
     int numSlots() const { return numSlots_; }
 
     // Takes a free slot, 0 to numSlots() - 1; waits until there is one. To wake the owner for each short job
