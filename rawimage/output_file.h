@@ -8,6 +8,31 @@
 
 class RIFileCallback;
 
+// Regions on their way to RIFileBase::WTRegions. Of one feed, a writer may call the operations from any of
+// its threads; they must not throw.
+class RAWIMAGE_EXPORT RegionFeed {
+  public:
+    // What a call of WTRegion takes.
+    struct Call {
+        MRRegionData* region = nullptr;
+        int a = 0;
+        int b = 0;
+        int c = 0;
+    };
+
+    // Takes the next region. It stays as it is, and belongs to the writer, until as many calls of written()
+    // have been made or WTRegions has returned. False when there is none: with `wait` for good, else at the
+    // moment. One thread at a time calls it.
+    virtual bool next(bool wait, Call& call) = 0;
+    // The first of the regions that were taken and not yet written is in the file.
+    virtual void written() = 0;
+    // No region is wanted any more: a next() that waits returns false.
+    virtual void end() = 0;
+
+  protected:
+    ~RegionFeed() = default;
+};
+
 // An output file as the renderer sees it, whichever format is behind it. It is driven in this order (only
 // Create, WriteHeader and Close are required, WTRegion repeats):
 //
@@ -52,4 +77,12 @@ class RAWIMAGE_EXPORT RIFileBase {
     virtual ErrorCode WTExtraAttributes(const char* text) = 0;
     virtual ErrorCode WTSceneInfo(RISceneInfo& scene) = 0;
     virtual ErrorCode WTStampText(const char* text) = 0;
+
+    // Writes the regions of `feed` as WTRegion does, in their order, until it has no more or one fails: the
+    // first that is not reported as written is that one, and no later one is in the file. A writer that can
+    // pack several regions at a time does so here. The values may be changed.
+    virtual ErrorCode WTRegions(RegionFeed& feed);
+    // Hands the system what the object still holds back of regions that are written. The error is that of an
+    // earlier write.
+    virtual ErrorCode flush();
 };

@@ -13,6 +13,18 @@ using namespace MUtils;
 
 RIFileBase::~RIFileBase() = default;
 
+ErrorCode RIFileBase::WTRegions(RegionFeed& feed) {
+    for (RegionFeed::Call call; feed.next(true, call); feed.written()) {
+        if (ErrorCode error = WTRegion(call.region, call.a, call.b, call.c); !error.empty()) return error;
+    }
+    return {};
+}
+
+// What is written reaches the kernel at once, unless a writer says otherwise.
+ErrorCode RIFileBase::flush() {
+    return {};
+}
+
 RIFile::RIFile() : packing_(std::make_unique<Packing>()) {
     memStream.Open();
 }

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "../support/byte_buffer.h"
 #include "../support/compression.h"
@@ -14,6 +16,7 @@ namespace MUtils {
 inline namespace v1 {
 class RegionPacker;
 class TagDecoder;
+struct ChannelTag;
 }  // namespace v1
 }  // namespace MUtils
 
@@ -71,15 +74,18 @@ class RAWIMAGE_EXPORT RIFile : public RIFileBase {
     // is not used. When a channel fails, the file is closed, with its table, and the channel's error comes
     // back as the cause.
     ErrorCode WTRegion(MRRegionData* region, int a, int b, int c) override;
+    // Writes regions as WTRegion does. What setCompressionThreads gave packs the channels of all that the
+    // feed has: a thread that is done with one region goes on with the next. Only the calling thread writes.
+    ErrorCode WTRegions(RegionFeed& feed) override;
     // One channel of a region of width x height pixels: as many values, of the type's size, at the start of
     // `data`. The second argument, the name and the alias are not used.
     ErrorCode WTChan(MBVTable& data, int unused, int channelIndex, char* name, RegionChannelAlias alias,
                      RegionChannelType type, int x, int y, int width, int height, int p6, int p7);
 
-    // Lets WTRegion compress its channels on `threads` threads (below 1: one for each processor; 1, the
-    // default: this one) and write them from the calling thread. The file is the same, byte for byte, for any
-    // number. The threads, of `manager` or of this object's own when it is null, run until the object goes or
-    // this is called again; of a region `threads` channels are in work at a time, the others wait compressed.
+    // Lets WTRegion and WTRegions compress channels on `threads` threads (below 1: one for each processor; 1,
+    // the default: this one) and write them from the calling thread. The file is the same, byte for byte, for
+    // any number. The threads, of `manager` or of this object's own when it is null, run until the object
+    // goes or this is called again; `threads` channels are in work at a time, others wait compressed.
     void setCompressionThreads(ThreadManager* manager, int threads);
     // The library that compresses: kSmall, the default, is zlib. Readers need not know it.
     void setCompression(MUtils::Compression compression);
@@ -165,7 +171,6 @@ class RAWIMAGE_EXPORT RIFile : public RIFileBase {
   private:
     struct Blob;
     struct Record;
-    struct Channel;
     struct Packing;
 
     static ErrorCode chained(ErrorCode cause, const char* operation, const char* message);
@@ -181,9 +186,12 @@ class RAWIMAGE_EXPORT RIFile : public RIFileBase {
     ErrorCode writeRecord(const Record& record);
     ErrorCode writeValues(const char* operation, std::uint32_t id, int valueSize, const MBVTable& data,
                           const std::int32_t (&p)[8]);
-    ErrorCode writeChannel(const Channel& channel, MUtils::RegionPacker* packer);
-    MUtils::RegionPacker* startPacking();
-    const char* pack(const Channel& channel, MUtils::RegionPacker* packer, int count,
+    ErrorCode writeRegions(RegionFeed& feed, int channels);
+    const std::vector<MUtils::ChannelTag>* nextRegion(RegionFeed& feed);
+    MUtils::RegionPacker* startPacking(RegionFeed& feed, int channels);
+    ErrorCode writeChannel(const MUtils::ChannelTag& channel, MUtils::RegionPacker* packer,
+                           std::size_t index);
+    const char* pack(const MUtils::ChannelTag& channel, MUtils::RegionPacker* packer, std::size_t index,
                      const unsigned char*& zipped, std::size_t& zippedSize);
 
     int loadTable(std::uint64_t offset);

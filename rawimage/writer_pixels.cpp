@@ -9,75 +9,85 @@ using namespace MUtils;
 
 namespace {
 
-// The bytes of width x height values, or -1 when a tag cannot hold as many.
-std::int64_t valueBytes(int width, int height, int valueSize) {
-    const std::int64_t bytes = MUtils::valuesBytes(width, height, valueSize);
-    return bytes <= INT_MAX - kTagHeaderBytes ? bytes : -1;
-}
-
 // True when `data` can give `count` values of the size that the tag promises, so that the payload will have
 // the length that its header gives.
 bool holds(const MBVTable& data, int count, int valueSize) {
     return data.itemSize == valueSize && count <= data.capacity;
 }
 
+// A single region.
+class OneRegion final : public RegionFeed {
+  public:
+    explicit OneRegion(const Call& call) : call_(call) {}
+
+    bool next(bool /*wait*/, Call& call) override {
+        call = call_;
+        return !std::exchange(over_, true);
+    }
+    void written() override {}
+    void end() override {}
+
+  private:
+    const Call call_;
+    bool over_ = false;
+};
+
 }  // namespace
 
-std::int64_t RIFile::Channel::bytes() const {
-    const RIF_PIXEL_KIND* kind = findChannelKind(type);
-    return kind != nullptr ? valueBytes(width, height, kind->valueSize) : -1;
+ErrorCode RIFile::WTRegion(MRRegionData* region, int a, int b, int c) {
+    if (region == nullptr) return ErrorCode("WTRegion", -1, "No region data.");
+    OneRegion feed({region, a, b, c});
+    return writeRegions(feed, region->channels.Count());
 }
 
-ErrorCode RIFile::WTRegion(MRRegionData* region, int /*a*/, int b, int c) {
-    if (region == nullptr) return ErrorCode("WTRegion", -1, "No region data.");
-    std::vector<Channel>& channels = packing_->channels;
-    channels.clear();
-    // Last channel first, deliberately: the order of the tags in the file.
-    for (int i = region->numChannels() - 1; i >= 0; --i) {
-        if (i >= region->channels.Count() || region->channels[i].data == nullptr) continue;
-        const RegionChannel& channel = region->channels[i];
-        channels.push_back({channel.data, i, channel.type, region->x0, region->y0, region->width,
-                            region->height, b, c, channels.size()});
-    }
-    RegionPacker* packer = startPacking();
-    // However this ends, no thread reads the region any more.
+ErrorCode RIFile::WTRegions(RegionFeed& feed) {
+    return writeRegions(feed, INT_MAX);
+}
+
+// `channels` is how many there are to pack at most.
+ErrorCode RIFile::writeRegions(RegionFeed& feed, int channels) {
+    RegionPacker* packer = startPacking(feed, channels);
+    // However this ends, no thread reads a region any more.
     struct Finisher {
         RegionPacker* packer;
         ~Finisher() {
-            if (packer != nullptr) packer->abandon();
+            if (packer != nullptr) packer->finish();
         }
     } finisher{packer};
-    for (const Channel& channel : channels) {
-        ErrorCode error = writeChannel(channel, packer);
-        lastError = error.getError();
-        if (error.empty()) continue;
-        // The table still goes to the file, so that what was written stays easy to find.
-        (void)Close();
-        return chained(std::move(error), "WTRegion", "Error writing channel buffer.");
+    while (const std::vector<ChannelTag>* tags =
+               packer != nullptr ? packer->nextRegion() : nextRegion(feed)) {
+        for (std::size_t i = 0; i < tags->size(); ++i) {
+            ErrorCode error = writeChannel((*tags)[i], packer, i);
+            lastError = error.getError();
+            if (error.empty()) continue;
+            // The table still goes to the file, so that what was written stays easy to find.
+            (void)Close();
+            return chained(std::move(error), "WTRegion", "Error writing channel buffer.");
+        }
+        // A region without values writes nothing, but it comes too early all the same.
+        if (mustListFirst_) return ErrorCode("WTRegion", -1, "Error writing channel buffer.");
+        feed.written();
     }
-    // A region without values writes nothing, but it comes too early all the same.
-    return mustListFirst_ ? ErrorCode("WTRegion", -1, "Error writing channel buffer.") : ErrorCode();
+    return {};
 }
 
-// Starts the other threads on the region's channels. Returns null when this thread packs them.
-RegionPacker* RIFile::startPacking() {
+// The next region for this thread alone; null at the end of the feed.
+const std::vector<ChannelTag>* RIFile::nextRegion(RegionFeed& feed) {
+    RegionFeed::Call call;
+    if (!feed.next(true, call)) return nullptr;
+    listChannelTags(call, packing_->channels);
+    return &packing_->channels;
+}
+
+// Lets other threads pack the regions of the feed. Returns null when this thread packs them.
+RegionPacker* RIFile::startPacking(RegionFeed& feed, int channels) {
     Packing& packing = *packing_;
     const bool compressed = (header.flags & RIF_COMPRESSED) != 0;
-    if (packing.threads < 2 || !compressed || packing.channels.size() < 2 || stream == nullptr)
-        return nullptr;
+    if (packing.threads < 2 || !compressed || channels < 2 || stream == nullptr) return nullptr;
     if (packing.packer == nullptr)
         packing.packer = std::make_unique<RegionPacker>(packing.manager, packing.threads);
-    packing.orders.clear();
-    for (const Channel& channel : packing.channels) {
-        const std::int64_t bytes = channel.bytes();
-        RegionPacker::Order order;
-        if (bytes >= 0 && channel.data->capacity > 0) {
-            order = {channel.data, static_cast<int>(bytes / findChannelKind(channel.type)->valueSize),
-                     static_cast<int>(bytes)};
-        }
-        packing.orders.push_back(order);
-    }
-    packing.packer->start(packing.orders, packing.setting);
+    if (!packing.packer->hasThreads()) return nullptr;
+    packing.packer->start(feed, packing.setting, std::min(packing.threads, channels));
     return packing.packer.get();
 }
 
@@ -98,12 +108,13 @@ void RIFile::setCompressionLevel(int level) {
 ErrorCode RIFile::WTChan(MBVTable& data, int /*unused*/, int channelIndex, char* /*name*/,
                          RegionChannelAlias /*alias*/, RegionChannelType type, int x, int y, int width,
                          int height, int p6, int p7) {
-    ErrorCode result = writeChannel({&data, channelIndex, type, x, y, width, height, p6, p7, 0}, nullptr);
+    ErrorCode result = writeChannel({&data, channelIndex, type, x, y, width, height, p6, p7}, nullptr, 0);
     lastError = result.getError();
     return result;
 }
 
-ErrorCode RIFile::writeChannel(const Channel& channel, RegionPacker* packer) {
+// With a packer, the channel is the one of that index in its region.
+ErrorCode RIFile::writeChannel(const ChannelTag& channel, RegionPacker* packer, std::size_t index) {
     constexpr const char* kName = "WTChan";
     const MBVTable& data = *channel.data;
     if (data.capacity == 0) return ErrorCode(kName, -1, "No buffer channel.");
@@ -119,7 +130,7 @@ ErrorCode RIFile::writeChannel(const Channel& channel, RegionPacker* packer) {
     const unsigned char* zipped = nullptr;
     std::size_t stored = static_cast<std::size_t>(bytes);
     if (compressed) {
-        if (const char* failure = pack(channel, packer, count, zipped, stored)) {
+        if (const char* failure = pack(channel, packer, index, zipped, stored)) {
             return ErrorCode(kName, -1, "%s", failure);
         }
     } else if (!holds(data, count, kind->valueSize)) {
@@ -140,11 +151,12 @@ ErrorCode RIFile::writeChannel(const Channel& channel, RegionPacker* packer) {
 }
 
 // Returns null with the zlib stream of the channel, packed by other threads or by this one; else the message.
-const char* RIFile::pack(const Channel& channel, RegionPacker* packer, int count,
+const char* RIFile::pack(const ChannelTag& channel, RegionPacker* packer, std::size_t index,
                          const unsigned char*& zipped, std::size_t& zippedSize) {
-    if (packer != nullptr) return packer->take(channel.order, zipped, zippedSize);
-    const char* failure = packChannel(*channel.data, count, static_cast<int>(zippedSize), packing_->setting,
-                                      packing_->deflater, memStream, zipBuf, zippedSize);
+    if (packer != nullptr) return packer->take(index, zipped, zippedSize);
+    const int size = static_cast<int>(zippedSize);
+    const char* failure = packChannel(*channel.data, size / findChannelKind(channel.type)->valueSize, size,
+                                      packing_->setting, packing_->deflater, memStream, zipBuf, zippedSize);
     zipped = zipBuf.data();
     return failure;
 }
@@ -153,7 +165,7 @@ ErrorCode RIFile::writeValues(const char* operation, std::uint32_t id, int value
                               const std::int32_t (&p)[8]) {
     if (stream == nullptr) return ErrorCode(operation, -1, "No file stream");
     if (data.capacity == 0) return ErrorCode(operation, -1, "No data buffer.");
-    const std::int64_t bytes = valueBytes(p[3], p[4], valueSize);
+    const std::int64_t bytes = pixelTagBytes(p[3], p[4], valueSize);
     const int count = static_cast<int>(bytes / valueSize);
     if (bytes < 0 || !holds(data, count, valueSize))
         return ErrorCode(operation, -1, "Error writing data buffer.");
@@ -188,7 +200,7 @@ ErrorCode RIFile::_WT3Float(float* values, int p1, int p2, int p3, int p4, int p
     constexpr int kValueSize = 12;
     if (stream == nullptr) return ErrorCode(kName, -1, "No file stream");
     if (values == nullptr) return ErrorCode(kName, -1, "No data buffer.");
-    const std::int64_t bytes = valueBytes(p4, p5, kValueSize);
+    const std::int64_t bytes = pixelTagBytes(p4, p5, kValueSize);
     if (bytes < 0) return ErrorCode(kName, -1, "Error writing data buffer (%i).", 0);
     const int size = static_cast<int>(bytes);
     ErrorCode headerError = WriteTagHeader(TAG_CHAN_FLOAT3, size, p1, p2, p3, p4, p5, p6, p7, p8);
