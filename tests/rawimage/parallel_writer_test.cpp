@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "rawimage/output_queue.h"
 #include "rawimage/writer.h"
 #include "support/job_queue.h"
 #include "tests/testing/sample_file.h"
@@ -69,8 +70,27 @@ Written write(const Frame& frame, int threads, int level, ThreadManager* manager
         if (error) break;
     }
     if (written.error.empty()) written.error = file.Close().describe();
-    const auto bytes = stream.bytes();
-    written.bytes.assign(bytes.begin(), bytes.end());
+    written.bytes = stream.bytes();
+    return written;
+}
+
+// Of an error, what the file itself has given.
+Written writeQueued(const Frame& frame, int threads, std::int64_t maxPending) {
+    FaultStream stream;
+    stream.Open();
+    RIFile file;
+    file.setCompressionThreads(nullptr, threads);
+    OutputQueue queue(file);
+    queue.setMaxPending(maxPending);
+    EXPECT_TRUE(queue.Create(nullptr, &stream).empty());
+    EXPECT_TRUE(queue.WriteHeader(0).empty());
+    for (const auto& region : frame.regions) {
+        if (queue.WTRegion(region.get(), 0, 1, 2)) break;
+    }
+    Written written;
+    const ErrorCode error = queue.Close();
+    if (error) written.error = error.cause()->describe();
+    written.bytes = stream.bytes();
     return written;
 }
 
@@ -91,11 +111,16 @@ TEST_P(ParallelWriter, WritesTheSameFileAsOneThread) {
                 EXPECT_TRUE(write(frame, GetParam(), level, each, compression) == one)
                     << MUtils::compressorName(compression) << ' ' << badChannel;
             }
+            for (const std::int64_t maxPending : {0, 100000, 1 << 28}) {
+                if (level == 1) break;
+                EXPECT_TRUE(writeQueued(frame, GetParam(), maxPending) == one)
+                    << maxPending << ' ' << badChannel;
+            }
         }
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Threads, ParallelWriter, testing::Values(0, 2, 3, 8));
+INSTANTIATE_TEST_SUITE_P(Threads, ParallelWriter, testing::Values(0, 1, 2, 3, 8));
 
 // A host's stream may throw. Nobody reads the region any more when that has left WTRegion.
 TEST(ParallelWriter, LeavesTheRegionAloneWhenTheStreamThrows) {
