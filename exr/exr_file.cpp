@@ -62,6 +62,35 @@ ErrorCode ExrFile::WTRegionsInfo(int bucketWidth, int bucketHeight, int variable
 
 ErrorCode ExrFile::WTRegion(MUtils::MRRegionData* region, int /*a*/, int /*b*/, int /*c*/) {
     if (region == nullptr || data_ == nullptr) return {};
+    return write([this, region] { return data_->writeRegion(region); });
+}
+
+ErrorCode ExrFile::WTRegions(RegionFeed& feed) {
+    if (data_ == nullptr) return RIFileBase::WTRegions(feed);
+    RegionFeed::Call call;
+    for (bool more = feed.next(true, call); more;) {
+        if (call.region == nullptr) {  // is passed over, as WTRegion does
+            feed.written();
+            more = feed.next(true, call);
+            continue;
+        }
+        ErrorCode error = write([&] { return data_->writeNext(feed, call, more); });
+        if (!error.empty()) return error;
+    }
+    return {};
+}
+
+ErrorCode ExrFile::WTTiles(MUtils::MRRegionData* region) {
+    if (region == nullptr || data_ == nullptr) return {};
+    return write([this, region] { return data_->writeTiles(region); });
+}
+
+ErrorCode ExrFile::flush() {
+    return data_ != nullptr ? data_->flush() : ErrorCode();
+}
+
+// Opens the file before its first region.
+ErrorCode ExrFile::write(const std::function<ErrorCode()>& writePixels) {
     if (ErrorCode cause = data_->create(); !cause.empty()) {
         ErrorCode error("WTRegion", -1, "Error creating OpenExr file");
         error.setCause(std::move(cause));
@@ -69,7 +98,7 @@ ErrorCode ExrFile::WTRegion(MUtils::MRRegionData* region, int /*a*/, int /*b*/, 
     }
     return MUtils::guarded("WTRegion",
                            kind_ == kTiled ? "Error writing tile to .exr file" : "Error writing .exr file",
-                           [this, region] { return data_->writeRegion(region); });
+                           writePixels);
 }
 
 ErrorCode ExrFile::WTChannelInfo(MUtils::MRRegionData* /*region*/) {

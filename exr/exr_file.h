@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 
 #include "../rawimage/export.h"
@@ -76,6 +77,16 @@ class RAWIMAGE_EXPORT ExrFile : public RIFileBase {
     // one is never written, Close drops those behind it.
     ErrorCode WTRegion(MUtils::MRRegionData* region, int a, int b, int c) override;
 
+    // Writes regions as WTRegion does. Of a tiled file, those that wait in the feed and whose tiles lie
+    // beside each other in a row or in a column are packed at the same time, on OpenEXR's threads; their
+    // values are copied for that.
+    ErrorCode WTRegions(RegionFeed& feed) override;
+    // As WTRegion, for a box of several tiles in several rows and columns, which are packed at the same time
+    // on OpenEXR's threads. Tiled files only; "Operation not supported" otherwise.
+    ErrorCode WTTiles(MUtils::MRRegionData* region);
+    // Hands the system what is buffered of the open file. The file is not whole before Close all the same.
+    ErrorCode flush() override;
+
     // Does nothing.
     ErrorCode WTChannelInfo(MUtils::MRRegionData* region) override;
     // The resolution must be known, and compression and auto data window be set.
@@ -111,6 +122,8 @@ class RAWIMAGE_EXPORT ExrFile : public RIFileBase {
     void setHeaderEditor(MUtils::ExrHeaderEditor* editor);
 
   private:
+    ErrorCode write(const std::function<ErrorCode()>& writePixels);
+
     std::unique_ptr<ExrFileDataBase> data_;
     int kind_;
 };

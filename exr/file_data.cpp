@@ -102,6 +102,21 @@ ErrorCode ExrFileDataBase::checkChannels(
     return {};
 }
 
+ErrorCode ExrFileDataBase::writeNext(RegionFeed& feed, RegionFeed::Call& call, bool& more) {
+    if (ErrorCode error = writeRegion(call.region); !error.empty()) return error;
+    feed.written();
+    more = feed.next(true, call);
+    return {};
+}
+
+ErrorCode ExrFileDataBase::writeTiles(MUtils::MRRegionData* /*region*/) {
+    return ErrorCode("writeTiles", -1, "Operation not supported");
+}
+
+ErrorCode ExrFileDataBase::flush() {
+    return stream_ != nullptr ? stream_->writeBuffered() : ErrorCode();
+}
+
 // The constructor refuses odd sizes and aspects; they are set afterwards and refused when the file is opened.
 Imf::Header ExrFileDataBase::makeHeader(const Imath::Box2i& dataWindow) const {
     Imf::Header made(1, 1, 1.0f, Imath::V2f(0.0f, 0.0f), 1.0f, Imf::INCREASING_Y,

@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 
+#include "rawimage/output_file.h"
 #include "rawimage/records.h"
 #include "support/byte_buffer.h"
 #include "support/char_string.h"
@@ -84,6 +85,13 @@ class ExrFileDataBase {
     // "name=value; name=value", see WriteEXRExtraAttributes(). No header: code -3, as above.
     virtual ErrorCode setExtraAttributes(const char* text);
     virtual ErrorCode writeRegion(MUtils::MRRegionData* region) = 0;
+    // Writes the region `call` of `feed`, and what follows it as far as it can be written together. Puts the
+    // region that comes then into `call`. False at the end of the feed.
+    virtual ErrorCode writeNext(RegionFeed& feed, RegionFeed::Call& call, bool& more);
+    // A region of several tiles. "Operation not supported" where there are none.
+    virtual ErrorCode writeTiles(MUtils::MRRegionData* region);
+    // Hands the system what the stream still buffers.
+    ErrorCode flush();
     // The attribute "stampText". No header: code -3, as above.
     virtual ErrorCode setStampText(const char* text);
 

@@ -45,10 +45,19 @@ ErrorCode ExrOutputStream::open(const char* name) {
     return {};
 }
 
+ErrorCode ExrOutputStream::writeBuffered() {
+    if (failure_ == 0 && buffered_ > 0) failure_ = flush();
+    return failure("writeBuffered");
+}
+
 ErrorCode ExrOutputStream::finish() {
     close();
+    return failure("finish");
+}
+
+ErrorCode ExrOutputStream::failure(const char* operation) const {
     if (failure_ == 0) return {};
-    return ErrorCode("finish", failure_, "Cannot write \"%s\": %s", name_.c_str(),
+    return ErrorCode(operation, failure_, "Cannot write \"%s\": %s", name_.c_str(),
                      describe(failure_).c_str());
 }
 

@@ -31,6 +31,9 @@ class ExrOutputStream : public Imf::OStream {
     ErrorCode open(const char* name);
     bool isOpen() const { return file_.IsOpen(); }
 
+    // Hands what is buffered to the system. Any failure since open() comes back, as from finish().
+    ErrorCode writeBuffered();
+
     // Writes what is buffered and closes. An error means that the file is not whole: its code is the errno of
     // the first failure since open(). Asked again, it answers the same.
     ErrorCode finish();
@@ -50,6 +53,7 @@ class ExrOutputStream : public Imf::OStream {
     std::uint64_t tellp() noexcept override { return static_cast<std::uint64_t>(position_); }
 
   private:
+    ErrorCode failure(const char* operation) const;
     int gather(const char* bytes, std::int64_t size) noexcept;
     int flush() noexcept;
     int writeThrough(std::int64_t position, const char* bytes, std::int64_t size) noexcept;

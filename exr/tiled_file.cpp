@@ -11,6 +11,7 @@
 #include <string>
 #include <utility>
 
+#include "exr/guarded.h"
 #include "exr/output_stream.h"
 #include "support/scratch_buffer.h"
 
@@ -76,21 +77,69 @@ ErrorCode ExrTiledFileData::create() {
     });
 }
 
+// The tile that a region beginning at (x, y) has.
+TileBox ExrTiledFileData::tileAt(int x, int y) const {
+    const int tx = static_cast<int>((std::int64_t{x} - renderRegion.left) / bucketWidth);
+    const int ty = static_cast<int>((std::int64_t{y} - renderRegion.top) / bucketHeight);
+    return {tx, ty, tx, ty};
+}
+
+std::size_t ExrTiledFileData::tileIndex(int tx, int ty) const {
+    return static_cast<std::size_t>(ty) * static_cast<std::size_t>(file->numXTiles()) +
+           static_cast<std::size_t>(tx);
+}
+
 ErrorCode ExrTiledFileData::writeRegion(MUtils::MRRegionData* region) {
     if (bucketWidth == 0 || bucketHeight == 0) return {};
+    const TileBox tile = tileAt(region->x0, region->y0);
+    if (ErrorCode error = checkRegion(*region, tile); !error.empty()) return error;
+    writeChecked(*region, tile);
+    return {};
+}
+
+ErrorCode ExrTiledFileData::writeTiles(MUtils::MRRegionData* region) {
+    if (bucketWidth == 0 || bucketHeight == 0) return {};
+    const TileBox first = tileAt(region->x0, region->y0);
+    const TileBox last = tileAt(lastPixel(region->x1, 0), lastPixel(region->y1, 0));
+    const TileBox tiles = {first.x0, first.y0, last.x0, last.y0};
+    if (ErrorCode error = checkRegion(*region, tiles); !error.empty()) return error;
+    writeChecked(*region, tiles);
+    return {};
+}
+
+// A region that cannot be written ends the run before it; the next call reports why.
+ErrorCode ExrTiledFileData::writeNext(RegionFeed& feed, RegionFeed::Call& call, bool& more) {
+    const int threads = Imf::globalThreadCount();
+    if (threads < 2 || bucketWidth == 0 || bucketHeight == 0)
+        return ExrFileDataBase::writeNext(feed, call, more);
+    const TileBox first = tileAt(call.region->x0, call.region->y0);
+    if (ErrorCode error = checkRegion(*call.region, first); !error.empty()) return error;
+    run_.start(*call.region, first);
+    for (more = feed.next(false, call); more && call.region != nullptr; more = feed.next(false, call)) {
+        const TileBox tile = tileAt(call.region->x0, call.region->y0);
+        const ErrorCode error = guarded("", "", [&] { return checkRegion(*call.region, tile); });
+        if (!error.empty() || !run_.add(*call.region, tile, threads)) break;
+    }
+    writeChecked(run_.region(), run_.tiles());
+    for (int i = 0; i < run_.size(); ++i)
+        feed.written();
+    if (!more) more = feed.next(true, call);
+    return {};
+}
+
+// Everything that must be right before pixels are touched.
+ErrorCode ExrTiledFileData::checkRegion(const MUtils::MRRegionData& r, const TileBox& tiles) const {
     if (file == nullptr) return ErrorCode("writeRegion", -1, "The OpenExr file could not be created");
-    const MUtils::MRRegionData& r = *region;
-    const int tx = static_cast<int>((std::int64_t{r.x0} - renderRegion.left) / bucketWidth);
-    const int ty = static_cast<int>((std::int64_t{r.y0} - renderRegion.top) / bucketHeight);
-    Imath::Box2i tile = file->dataWindowForTile(tx, ty, 0);
-    tile.min -= Imath::V2i(originX, originY);
-    tile.max -= Imath::V2i(originX, originY);
-    const int x1 = tile.max.x + 1;
-    const int y1 = tile.max.y + 1;
-    if (tile.min.x != r.x0 || tile.min.y != r.y0 || x1 != r.x1 || y1 != r.y1) {
+    Imath::Box2i box = file->dataWindowForTile(tiles.x0, tiles.y0, 0);
+    box.extendBy(file->dataWindowForTile(tiles.x1, tiles.y1, 0));
+    box.min -= Imath::V2i(originX, originY);
+    box.max -= Imath::V2i(originX, originY);
+    const int x1 = box.max.x + 1;
+    const int y1 = box.max.y + 1;
+    if (box.min.x != r.x0 || box.min.y != r.y0 || x1 != r.x1 || y1 != r.y1) {
         return ErrorCode("writeRegion", -1,
                          "Region data ((%i, %i)-(%i, %i)) and tile size ((%i, %i)-(%i, %i)) do not match",
-                         r.x0, r.y0, r.x1, r.y1, tile.min.x, tile.min.y, x1, y1);
+                         r.x0, r.y0, r.x1, r.y1, box.min.x, box.min.y, x1, y1);
     }
     // Rows may be longer than the box, as those of a larger buffer are.
     if (r.width < x1 - r.x0 || r.height < y1 - r.y0) {
@@ -100,15 +149,23 @@ ErrorCode ExrTiledFileData::writeRegion(MUtils::MRRegionData* region) {
     }
     if (ErrorCode error = checkChannelsOf(r); !error.empty()) return error;
     // The library refuses a tile that it has, but then hangs at the next one.
-    const std::size_t index = static_cast<std::size_t>(ty) * static_cast<std::size_t>(file->numXTiles()) +
-                              static_cast<std::size_t>(tx);
-    if (written_[index]) throw std::invalid_argument("The tile is already written");
-    Imf::FrameBuffer frameBuffer;
-    setupFrameBuffer(frameBuffer, *region);
-    file->setFrameBuffer(frameBuffer);
-    writePixels([&] { file->writeTile(tx, ty, 0); });
-    written_[index] = true;
+    for (int ty = tiles.y0; ty <= tiles.y1; ++ty) {
+        for (int tx = tiles.x0; tx <= tiles.x1; ++tx) {
+            if (written_[tileIndex(tx, ty)]) throw std::invalid_argument("The tile is already written");
+        }
+    }
     return {};
+}
+
+void ExrTiledFileData::writeChecked(MUtils::MRRegionData& region, const TileBox& tiles) {
+    Imf::FrameBuffer frameBuffer;
+    setupFrameBuffer(frameBuffer, region);
+    file->setFrameBuffer(frameBuffer);
+    writePixels([&] { file->writeTiles(tiles.x0, tiles.x1, tiles.y0, tiles.y1, 0); });
+    for (int ty = tiles.y0; ty <= tiles.y1; ++ty) {
+        for (int tx = tiles.x0; tx <= tiles.x1; ++tx)
+            written_[tileIndex(tx, ty)] = true;
+    }
 }
 
 // A channel that would be black although the region has it is an error, and the region is not touched.
