@@ -10,8 +10,6 @@ namespace MUtils {
 inline namespace v1 {
 
 ZeroedTable::~ZeroedTable() {
-    // So that the base class frees nothing.
-    blocks = nullptr;
     unmap();
 }
 
@@ -31,10 +29,7 @@ void ZeroedTable::setSize(int values) {
         pages_ = static_cast<unsigned char*>(mapped);
         bytes_ = needed;
     }
-    blocks = &pages_;
-    numBlocks = values > 0 ? 1 : 0;
-    count = capacity = itemsPerBlock = values;
-    blockBytes = static_cast<int>(needed);
+    show(pages_, values, itemSize);
 }
 
 void ZeroedTable::clear() {
@@ -84,13 +79,21 @@ unsigned char* ChannelRegion::at(std::size_t channel, std::int64_t x, std::int64
     return tables_[channel]->item(static_cast<int>((y - y0) * width + (x - x0)));
 }
 
-void copyPixels(const ChannelRegion& from, const PixelBox& box, ChannelRegion& to) {
-    to.setBox(box);
-    for (std::size_t i = 0; i < from.size(); ++i) {
-        if (from.table(i) == nullptr) continue;
-        const auto rowBytes = static_cast<std::size_t>(box.width() * from.table(i)->itemSize);
-        for (std::int64_t y = box.y0; y < box.y1; ++y)
-            std::memcpy(to.at(i, box.x0, y), from.at(i, box.x0, y), rowBytes);
+RegionRows::RegionRows(const ChannelRegion& region, std::int64_t firstRow, std::int64_t endRow) {
+    x0 = region.x0;
+    x1 = region.x1;
+    y0 = static_cast<int>(firstRow);
+    y1 = static_cast<int>(endRow);
+    width = region.width;
+    height = y1 - y0;
+    for (std::size_t i = 0; i < region.size(); ++i) {
+        RegionChannel entry = region.channels[static_cast<int>(i)];
+        if (const MBVTable* table = region.table(i); table != nullptr) {
+            tables_.push_back(std::make_unique<TableView>());
+            tables_.back()->show(region.at(i, x0, y0), width * height, table->itemSize);
+            entry.data = tables_.back().get();
+        }
+        channels.Add(entry);
     }
 }
 

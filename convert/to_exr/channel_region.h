@@ -8,16 +8,16 @@
 #include "convert/to_exr/exr_channels.h"
 #include "rawimage/area/pixel_box.h"
 #include "rawimage/records.h"
-#include "support/mbvtable.h"
+#include "support/table_view.h"
 
 namespace MUtils {
 inline namespace v1 {
 
 // Values in one piece that are 0 until they are written, and take no memory until then: a frame with few
 // buckets costs little.
-class ZeroedTable final : public MBVTable {
+class ZeroedTable final : public TableView {
   public:
-    explicit ZeroedTable(int valueSize) : MBVTable(valueSize, 0) {}
+    explicit ZeroedTable(int valueSize) { itemSize = valueSize; }
     ~ZeroedTable();
     ZeroedTable(const ZeroedTable&) = delete;
     ZeroedTable& operator=(const ZeroedTable&) = delete;
@@ -61,9 +61,15 @@ class ChannelRegion final : public MRRegionData {
     std::vector<std::unique_ptr<ZeroedTable>> tables_;
 };
 
-// Makes `to` a region of the pixels of `box`, which lies in the box of `from`, with its values. Both are of
-// the same channels.
-void copyPixels(const ChannelRegion& from, const PixelBox& box, ChannelRegion& to);
+// Rows of a region, as a region of the same values.
+class RegionRows final : public MRRegionData {
+  public:
+    // The rows y0 to y1 - 1 of `region`, which must live longer.
+    RegionRows(const ChannelRegion& region, std::int64_t y0, std::int64_t y1);
+
+  private:
+    std::vector<std::unique_ptr<TableView>> tables_;
+};
 
 }  // namespace v1
 }  // namespace MUtils

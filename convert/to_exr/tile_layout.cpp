@@ -87,13 +87,8 @@ std::vector<TileBand> TileLayout::bands(const std::vector<const INFOTAG*>& tags)
     return bands;
 }
 
-std::vector<PixelBox> TileLayout::tiles(const PixelBox& band) const {
-    std::vector<PixelBox> result;
-    for (std::int64_t y = band.y0; y < band.y1; y += tileHeight_) {
-        for (std::int64_t x = band.x0; x < band.x1; x += tileWidth_)
-            result.push_back(intersect({x, y, x + tileWidth_, y + tileHeight_}, band));
-    }
-    return result;
+std::int64_t TileLayout::columns() const {
+    return ceilDivide(window_.width(), tileWidth_);
 }
 
 }  // namespace v1

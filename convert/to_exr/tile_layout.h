@@ -38,8 +38,8 @@ class TileLayout {
     // border between rows it is the window. Tags outside the window are in no band.
     std::vector<TileBand> bands(const std::vector<const INFOTAG*>& tags) const;
 
-    // The tiles of a band, row after row.
-    std::vector<PixelBox> tiles(const PixelBox& band) const;
+    // Tiles of a row.
+    std::int64_t columns() const;
 
   private:
     std::int64_t rowOf(std::int64_t y) const { return (y - window_.y0) / tileHeight_; }

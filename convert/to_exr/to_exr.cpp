@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <climits>
-#include <iterator>
 #include <optional>
 #include <utility>
 
@@ -124,10 +123,9 @@ class ToExr {
             throw ConvertError(ConvertState::kTooLarge, input_.path(),
                                "the channel \"" + channel.name + "\" takes more than 2 GiB of memory");
         }
-        const std::int64_t tile = tiled() ? layout_.tileWidth() * layout_.tileHeight() : 0;
-        const double bytes = ChannelRegion::bytesNeeded(
-                                 channels(), pixels + (tiled() ? tile : std::min(pixels, kStagedPixels))) +
-                             loader_.bytesNeeded(tags_);
+        const std::int64_t staged = tiled() ? 0 : std::min(pixels, kStagedPixels);
+        const double bytes =
+            ChannelRegion::bytesNeeded(channels(), pixels + staged) + loader_.bytesNeeded(tags_);
         const double there =
             static_cast<double>(sysconf(_SC_PHYS_PAGES)) * static_cast<double>(sysconf(_SC_PAGE_SIZE));
         if (bytes <= there) return;
@@ -217,35 +215,22 @@ class ToExr {
         output.run([&](ExrFile& file) { return file.WTExtraAttributes(attributes_.c_str()); });
     }
 
-    // Loads a band of a few tiles tile by tile: one tile beside the band would be a large part of its memory.
+    // The tiles of a row are packed at the same time.
     void writeBand(const TileBand& band, ExrOutput& output, WorkCount& count) {
-        constexpr std::size_t kFewTiles = 5;
-        const std::vector<PixelBox> tiles =
-            tiled() ? layout_.tiles(band.box) : std::vector<PixelBox>{band.box};
-        if (tiles.size() <= kFewTiles) {
-            for (const PixelBox& box : tiles) {
-                std::vector<const INFOTAG*> tags;
-                std::copy_if(band.tags.begin(), band.tags.end(), std::back_inserter(tags),
-                             [&box](const INFOTAG* tag) { return overlaps(boxOf(*tag), box); });
-                region_.setBox(box);
-                loader_.load(tags, region_, count);
-                writeRegion(region_, output, count);
-            }
-            return;
-        }
         region_.setBox(band.box);
         loader_.load(band.tags, region_, count);
-        ChannelRegion tile(channels());
-        for (const PixelBox& box : tiles) {
-            copyPixels(region_, box, tile);
-            writeRegion(tile, output, count);
+        if (!tiled()) {
+            output.run([&](ExrFile& file) { return file.WTRegion(&region_, 0, 0, 0); });
+            ++report_.regions;
+            count.add(0);
+            return;
         }
-    }
-
-    void writeRegion(ChannelRegion& region, ExrOutput& output, WorkCount& count) {
-        output.run([&](ExrFile& file) { return file.WTRegion(&region, 0, 0, 0); });
-        ++report_.regions;
-        count.add(0);
+        for (std::int64_t y = band.box.y0; y < band.box.y1; y += layout_.tileHeight()) {
+            RegionRows rows(region_, y, std::min(y + layout_.tileHeight(), band.box.y1));
+            output.run([&](ExrFile& file) { return file.WTTiles(&rows); });
+            report_.regions += layout_.columns();
+            count.add(0);
+        }
     }
 
     const ToExrOptions& options_;

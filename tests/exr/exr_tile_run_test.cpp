@@ -54,7 +54,8 @@ std::vector<Corner> ringOfTiles() {
 }
 
 std::unique_ptr<Region> tileAt(const Chans& chans, const Corner& corner, int more = 0) {
-    const int right = std::min(corner.first + kTile, kWidth), bottom = std::min(corner.second + kTile, kHeight);
+    const int right = std::min(corner.first + kTile, kWidth),
+              bottom = std::min(corner.second + kTile, kHeight);
     auto region = std::make_unique<Region>(chans, corner.first, corner.second, right + more, bottom + more);
     region->x1 = right;
     region->y1 = bottom;
@@ -92,7 +93,8 @@ TEST_F(TileRuns, MakeTheSameFileAsSingleTiles) {
                 EXPECT_EQ(feed.done, order.size());
                 EXPECT_TRUE(bytesOf(one_.path) == bytesOf(many_.path)) << bits << ' ' << more;
                 const Part part = readExr(many_.path).at(0);
-                EXPECT_EQ(errorOf(part, "G", 0, 1) + errorOf(part, "id", 1, 0) + errorOf(part, "Z", 3, 0), 0.0);
+                EXPECT_EQ(errorOf(part, "G", 0, 1) + errorOf(part, "id", 1, 0) + errorOf(part, "Z", 3, 0),
+                          0.0);
             }
         }
     }
@@ -144,7 +146,8 @@ TEST_F(TileRuns, TakeSeveralRowsFromOneBuffer) {
     Writer one(1, one_.path, kWidth, kHeight, chans_, 16);
     ASSERT_EQ(one.writeBuckets({{0, 0}, {kWidth - 1, kHeight - 1}}, kTile), "");
     Writer many(1, many_.path, kWidth, kHeight, chans_, 16);
-    Region upper(chans_, 0, 0, kWidth, 32), wrong(chans_, 0, 8, kWidth, 32), lower(chans_, 0, 32, kWidth, kHeight);
+    Region upper(chans_, 0, 0, kWidth, 32), wrong(chans_, 0, 8, kWidth, 32),
+        lower(chans_, 0, 32, kWidth, kHeight);
     EXPECT_EQ(text(many.WTTiles(&upper)), "");
     EXPECT_EQ(text(many.WTTiles(&wrong)),
               "writeRegion -1 Region data ((0, 8)-(70, 32)) and tile size ((0, 0)-(70, 32)) do not match");
