@@ -90,19 +90,29 @@ class Progress {
     const size_t total_;
 };
 
-// Renders the tasks and writes each; `written` counts them. Gives what FrameOutputs gives.
-std::string renderTasks(const Tracer& tracer, const std::vector<BucketTask>& tasks, int threads,
+// Renders the tasks and writes each; `written` counts them. Gives what FrameOutputs gives. With queues the
+// threads that render call the outputs; without, this one does, so that none of them waits for the files.
+std::string renderTasks(const Tracer& tracer, const std::vector<BucketTask>& tasks, const Options& options,
                         FrameOutputs& outputs, size_t& written) {
     std::vector<Bucket> buckets;
     for (const BucketTask& task : tasks)
         buckets.push_back(task.bucket);
     const Progress progress(tasks.size());
-    RenderPool pool(tracer, buckets, threads, stopRequested);
-    while (const BucketPixels* pixels = pool.next()) {
-        if (std::string error = outputs.write(*pixels, tasks[written].channels); !error.empty()) return error;
-        progress.show(++written);
+    std::string error;
+    const auto write = [&](const BucketPixels& pixels) {
+        error = outputs.write(pixels, tasks[written].channels);
+        if (error.empty()) progress.show(++written);
+        return error.empty();
+    };
+    if (options.noQueue) {
+        RenderPool pool(tracer, buckets, options.threads, stopRequested);
+        for (const BucketPixels* pixels = pool.next(); pixels != nullptr && write(*pixels);)
+            pixels = pool.next();
+    } else {
+        RenderPool pool(tracer, buckets, options.threads, stopRequested, write);
+        pool.wait();
     }
-    return "";
+    return error;
 }
 
 FrameInfo frameInfo(const Options& options, const Scene& scene) {
@@ -141,7 +151,7 @@ void renderInto(FrameOutputs& outputs, const std::vector<BucketTask>& tasks, siz
                 const Options& options, const Scene& scene) {
     const Tracer tracer(scene, frameInfo(options, scene).render);
     size_t written = 0;
-    std::string error = renderTasks(tracer, tasks, options.threads, outputs, written);
+    std::string error = renderTasks(tracer, tasks, options, outputs, written);
     std::vector<Bucket> missing;
     for (size_t i = written; i < tasks.size(); ++i)
         missing.push_back(tasks[i].bucket);

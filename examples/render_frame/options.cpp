@@ -46,6 +46,8 @@ void declareOutput(CLI::App& app, Options& options) {
         ->check(CLI::IsMember(kCompressions))
         ->capture_default_str();
     app.add_flag("--thumbnail", options.thumbnail, "store a preview picture too");
+    app.add_flag("--no-queue", options.noQueue,
+                 "one thread writes the buckets and waits for it, instead of handing them to a queue");
     app.add_option("--level", options.level, "compression of raw images by zlib, 1 (fast) to 9 (small)")
         ->check(CLI::Range(1, MUtils::kCompressionLevel))
         ->capture_default_str();
@@ -148,14 +150,15 @@ std::optional<ExitCode> parseOptions(int argc, char** argv, Options& options) {
 
 std::vector<OutputSpec> outputSpecs(const Options& options) {
     const MUtils::Compression speed = kSpeeds.at(options.compressionSpeed);
-    if (options.has("--resume"))
-        return {{options.resume, FileKind::kRaw, speed, options.level, options.threads}};
+    const int compression = kCompressions.at(options.compression);
+    const auto spec = [&](const std::string& path, FileKind kind) {
+        return OutputSpec{path,         kind,        speed,           options.level, options.threads,
+                          options.bits, compression, !options.noQueue};
+    };
+    if (options.has("--resume")) return {spec(options.resume, FileKind::kRaw)};
     std::vector<OutputSpec> specs;
-    for (const std::string& path : options.outputs) {
-        const FileKind kind = options.kind.empty() ? kindOf(path) : kKinds.at(options.kind);
-        specs.push_back({path, kind, speed, options.level, options.threads, options.bits,
-                         kCompressions.at(options.compression)});
-    }
+    for (const std::string& path : options.outputs)
+        specs.push_back(spec(path, options.kind.empty() ? kindOf(path) : kKinds.at(options.kind)));
     return specs;
 }
 

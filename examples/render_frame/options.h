@@ -31,6 +31,7 @@ struct Options {
     int samples = RenderSettings{}.samples;
     int threads = static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1u, 256u));
     bool thumbnail = false;
+    bool noQueue = false;
     uint64_t seed = RenderSettings{}.seed;
 
     std::set<std::string> given;  // the options that the command line has: "--size"

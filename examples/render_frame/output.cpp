@@ -85,13 +85,14 @@ ErrorCode FrameWriter::start() {
     const RIRegionInfo wholeFrame{-1, 0, 0, info_.render.width, info_.render.height};
     file_ = makeOutputFile(spec_);
     setCompression();
+    makeQueue();
     return run({
-        [&] { return file_->Create(spec_.path.c_str(), nullptr); },
-        [&] { return file_->WriteHeader(spec_.bits); },
-        [&] { return file_->WTResolution(info_.render.width, info_.render.height, 1.0f); },
-        [&] { return file_->WTRegionsInfo(info_.bucketWidth, info_.bucketHeight, 0); },
-        [&] { return file_->WTRenderRegion(wholeFrame); },
-        [&] { return file_->WTChannelInfo(channels_.list()); },
+        [&] { return output().Create(spec_.path.c_str(), nullptr); },
+        [&] { return output().WriteHeader(spec_.bits); },
+        [&] { return output().WTResolution(info_.render.width, info_.render.height, 1.0f); },
+        [&] { return output().WTRegionsInfo(info_.bucketWidth, info_.bucketHeight, 0); },
+        [&] { return output().WTRenderRegion(wholeFrame); },
+        [&] { return output().WTChannelInfo(channels_.list()); },
         [&] { return writeMetadata(); },
     });
 }
@@ -103,14 +104,20 @@ ErrorCode FrameWriter::resume() {
         return ErrorCode("ReadInfoTags", code, "The tags cannot be listed (%i)", code);
     file_ = std::move(raw);
     setCompression();
+    makeQueue();
     return {};
+}
+
+void FrameWriter::makeQueue() {
+    if (spec_.queued && !wantsWholeFrame()) queue_ = std::make_unique<OutputQueue>(*file_);
 }
 
 // Runs an operation that only raw files have; on any other file nothing is to be done.
 template <class Operation>
 ErrorCode FrameWriter::onRawFile(Operation operation) {
     RIFile* raw = dynamic_cast<RIFile*>(file_.get());
-    return raw ? operation(*raw) : ErrorCode();
+    if (raw == nullptr) return {};
+    return queue_ != nullptr ? queue_->run([&] { return operation(*raw); }) : operation(*raw);
 }
 
 void FrameWriter::setCompression() {
@@ -134,8 +141,8 @@ ErrorCode FrameWriter::writeMetadata() {
     RISceneInfo scene(1, "spheres");
     const auto size = [](const std::string& text) { return static_cast<int>(text.size()); };
     return run({
-        [&] { return file_->WTCameraInfo(cameraInfo(info_.camera)); },
-        [&] { return file_->WTSceneInfo(scene); },
+        [&] { return output().WTCameraInfo(cameraInfo(info_.camera)); },
+        [&] { return output().WTSceneInfo(scene); },
         [&] { return onRawFile([&](RIFile& raw) { return raw.WTNote(note.c_str()); }); },
         [&] { return onRawFile([&](RIFile& raw) { return raw.WTStamp(stamp.data(), size(stamp)); }); },
         [&] { return writeStampText(stampText); },
@@ -154,7 +161,7 @@ ErrorCode FrameWriter::writeMetadata() {
             return onRawFile(
                 [&](RIFile& raw) { return raw.WTMirtSettings(settings.data(), size(settings)); });
         },
-        [&] { return file_->WTExtraAttributes(extraAttributes(note, stampText).c_str()); },
+        [&] { return output().WTExtraAttributes(extraAttributes(note, stampText).c_str()); },
     });
 }
 
@@ -162,7 +169,7 @@ ErrorCode FrameWriter::writeMetadata() {
 // attributes.
 ErrorCode FrameWriter::writeStampText(const std::string& text) {
     constexpr int kNoHeaderYet = -3;
-    ErrorCode error = file_->WTStampText(text.c_str());
+    ErrorCode error = output().WTStampText(text.c_str());
     return wantsWholeFrame() && error.getError() == kNoHeaderYet ? ErrorCode() : error;
 }
 
@@ -176,7 +183,7 @@ std::string FrameWriter::extraAttributes(const std::string& note, const std::str
 // A bucket may be the whole frame: finish() would write it once more.
 ErrorCode FrameWriter::write(const BucketPixels& pixels, ChannelMask channels) {
     if (wantsWholeFrame()) return {};
-    return file_->WTRegion(channels_.load(pixels, channels), 0, 0, 0);
+    return output().WTRegion(channels_.load(pixels, channels), 0, 0, 0);
 }
 
 ErrorCode FrameWriter::fillWithBlack(const std::vector<Bucket>& buckets) {
@@ -191,9 +198,9 @@ ErrorCode FrameWriter::fillWithBlack(const std::vector<Bucket>& buckets) {
 
 ErrorCode FrameWriter::finish(WholeFrame* frame) {
     if (frame != nullptr) {
-        if (ErrorCode error = file_->WTRegion(frame->region(), 0, 0, 0)) return error;
+        if (ErrorCode error = output().WTRegion(frame->region(), 0, 0, 0)) return error;
     }
-    return file_->Close();
+    return output().Close();
 }
 
 std::string FrameWriter::explain(const ErrorCode& error) const {

@@ -7,7 +7,7 @@
 #include "examples/render_frame/channels.h"
 #include "examples/render_frame/tracer.h"
 #include "rawimage/format.h"
-#include "rawimage/output_file.h"
+#include "rawimage/output_queue.h"
 #include "support/compression.h"
 
 namespace render_frame {
@@ -41,6 +41,8 @@ struct OutputSpec {
     // OpenEXR only.
     int bits = 32;        // of a value that is no integer
     int compression = 3;  // as ExrFile numbers them
+    // Buckets are handed over to a queue that writes them. Files that want the whole frame have none.
+    bool queued = true;
 };
 
 // Writes a frame to an output file, in the order of calls that the file wants, whichever kind it is. Every
@@ -55,7 +57,8 @@ class FrameWriter {
     ErrorCode start();
     // Opens a raw image that was begun before, to go on behind its last tag.
     ErrorCode resume();
-    // Offers a bucket and the channels of it to write. Files that want the whole frame wait for that.
+    // Offers a bucket and the channels of it to write. Files that want the whole frame wait for that. With a
+    // queue, an error may be that of an earlier bucket.
     ErrorCode write(const BucketPixels& pixels, ChannelMask channels);
     bool wantsWholeFrame() const {
         return spec_.kind == FileKind::kScanline || spec_.kind == FileKind::kMultiPart;
@@ -70,6 +73,9 @@ class FrameWriter {
 
   private:
     void setCompression();
+    void makeQueue();
+    // What is driven: the queue or the file.
+    RIFileBase& output() { return queue_ != nullptr ? *queue_ : *file_; }
     ErrorCode writeMetadata();
     ErrorCode writeStampText(const std::string& text);
     std::string extraAttributes(const std::string& note, const std::string& stampText) const;
@@ -80,6 +86,7 @@ class FrameWriter {
     OutputSpec spec_;
     FrameChannels channels_;
     std::unique_ptr<RIFileBase> file_;
+    std::unique_ptr<OutputQueue> queue_;  // for file_; null when there is none
 };
 
 // All the files of a frame, written at a time. Every operation gives "" on success, else what went wrong,

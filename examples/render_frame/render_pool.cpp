@@ -6,10 +6,11 @@
 namespace render_frame {
 
 RenderPool::RenderPool(const Tracer& tracer, std::vector<Bucket> buckets, int threads,
-                       std::atomic<bool>& stop)
+                       std::atomic<bool>& stop, HandOver handOver)
     : tracer_(tracer),
       buckets_(std::move(buckets)),
       stop_(stop),
+      handOver_(std::move(handOver)),
       slots_(std::max<size_t>(1, std::min(buckets_.size(), static_cast<size_t>(threads) * 2 + 2))),
       running_(0) {
     threads_.reserve(static_cast<size_t>(threads));
@@ -51,6 +52,12 @@ const BucketPixels* RenderPool::next() {
     return &slot.pixels;
 }
 
+void RenderPool::wait() {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [&] { return running_ == 0; });
+    if (failure_) std::rethrow_exception(failure_);
+}
+
 void RenderPool::work() {
     std::exception_ptr failure;
     try {
@@ -71,10 +78,31 @@ void RenderPool::renderAll() {
     for (size_t index; claim(index);) {
         Slot& slot = slotOf(index);
         if (!tracer_.render(buckets_[index], slot.pixels, stop_)) return;
-        const std::lock_guard lock(mutex_);
+        std::unique_lock lock(mutex_);
         slot.finished = true;
+        if (handOver_) handOverFinished(lock);
         changed_.notify_all();
     }
+}
+
+// Hands over all buckets whose turn it is. A thread that finds another one at it leaves its bucket to that.
+void RenderPool::handOverFinished(std::unique_lock<std::mutex>& lock) {
+    if (handingOver_) return;
+    handingOver_ = true;
+    while (released_ < buckets_.size() && slotOf(released_).finished) {
+        Slot& slot = slotOf(released_);
+        lock.unlock();
+        const bool goOn = handOver_(slot.pixels);
+        lock.lock();
+        slot.finished = false;
+        delivered_ = ++released_;
+        changed_.notify_all();
+        if (!goOn) {
+            stop_ = true;
+            return;
+        }
+    }
+    handingOver_ = false;
 }
 
 // The next bucket that no thread renders yet, once there is a slot for it; false when there is nothing left

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <exception>
+#include <functional>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -13,15 +14,21 @@ namespace render_frame {
 
 // Renders buckets on several threads and hands them over one after another, in the order given, whichever
 // thread is done first: so a file written from it comes out the same, byte for byte, whatever the number of
-// threads.
+// threads. They are handed over by the threads that render, or to a consumer that asks for them.
 //
-// At most two buckets a thread, and two, are finished or under way at a time; then the threads wait for the
-// consumer.
+// At most two buckets a thread, and two, are finished or under way at a time; then the threads wait for
+// whoever takes them.
 class RenderPool {
   public:
+    // Takes a finished bucket. False ends the rendering.
+    using HandOver = std::function<bool(const BucketPixels& pixels)>;
+
     // Starts the threads, at least one. Setting `stop` from anywhere, a signal handler included, ends the
-    // rendering. The tracer and the flag must outlive the pool.
-    RenderPool(const Tracer& tracer, std::vector<Bucket> buckets, int threads, std::atomic<bool>& stop);
+    // rendering. The tracer and the flag must outlive the pool. The thread that has rendered the bucket whose
+    // turn it is calls `handOver`, no two at a time, for it and for those behind it that are finished; with
+    // none, somebody calls next().
+    RenderPool(const Tracer& tracer, std::vector<Bucket> buckets, int threads, std::atomic<bool>& stop,
+               HandOver handOver = {});
     // Sets the stop flag and waits for the threads.
     ~RenderPool();
     RenderPool(const RenderPool&) = delete;
@@ -30,6 +37,10 @@ class RenderPool {
     // Waits for the next bucket; valid until the next call. Null after the last one, or when the rendering
     // was stopped before this one was done. Throws what a rendering thread threw. For one consumer.
     const BucketPixels* next();
+
+    // Waits until the threads have handed everything over, or the rendering was ended. Throws what a rendering
+    // thread threw.
+    void wait();
 
   private:
     // Bucket i is rendered into slot i modulo their number, once bucket i - that number has been consumed.
@@ -41,11 +52,13 @@ class RenderPool {
     void work();
     void renderAll();
     bool claim(size_t& index);
+    void handOverFinished(std::unique_lock<std::mutex>& lock);
     Slot& slotOf(size_t index) { return slots_[index % slots_.size()]; }
 
     const Tracer& tracer_;
     const std::vector<Bucket> buckets_;
     std::atomic<bool>& stop_;
+    const HandOver handOver_;
 
     std::mutex mutex_;                 // guards all that follows
     std::condition_variable changed_;  // notified of every change
@@ -53,6 +66,7 @@ class RenderPool {
     size_t claimed_ = 0;               // buckets that a thread has begun
     size_t delivered_ = 0;             // buckets that next() has returned
     size_t released_ = 0;              // of those, the ones that the consumer is done with
+    bool handingOver_ = false;         // a thread does, or has ended the rendering by it
     int running_;                      // threads that may still finish a bucket
     std::exception_ptr failure_;
 
