@@ -5,6 +5,7 @@
 #include <csignal>
 #include <random>
 
+#include "rawimage/output_queue.h"
 #include "tests/proof/frame.h"
 #include "tests/testing/sanitized.h"
 
@@ -15,13 +16,30 @@ using namespace testing_tools;
 namespace {
 
 constexpr int kBuckets = 100;
-constexpr int kMoments = kSanitized ? 30 : 200;
+constexpr int kMoments = kSanitized ? 30 : 240;
+
+enum class Way { kPlain, kThreaded, kQueued };
+
+// Hands the buckets from `first` on over, a batch at a time, and says so of each when its batch is flushed.
+bool renderQueued(RIFile& file, int first, int report) {
+    OutputQueue queue(file);
+    bool good = true;
+    for (int i = first, batch = 0; i < kBuckets && good; ++i) {
+        FrameRegion region(i);
+        good = queue.WTRegion(&region, 0, i, 7).empty();
+        if (++batch < 1 + i % 7 && i + 1 < kBuckets) continue;
+        const std::string bytes(static_cast<std::size_t>(batch), '\0');
+        good = good && queue.flush().empty() && ::write(report, bytes.data(), bytes.size()) == batch;
+        batch = 0;
+    }
+    return good && queue.Close().empty();
+}
 
 // Renders into `target`, from bucket `first` on, and says so of each bucket that was accepted. Does not
 // return.
-[[noreturn]] void render(const MemoryFile& target, int first, bool threaded, int report) {
+[[noreturn]] void render(const MemoryFile& target, int first, Way way, int report) {
     RIFile file;
-    if (threaded) file.setCompressionThreads(nullptr, 2);
+    if (way != Way::kPlain) file.setCompressionThreads(nullptr, 2);
     bool good =
         (first == 0 ? file.Create(target.path(), nullptr) : file.Append(target.path(), nullptr)).empty();
     if (first == 0) {
@@ -30,6 +48,7 @@ constexpr int kMoments = kSanitized ? 30 : 200;
     } else {
         good = good && file.ReadInfoTags(nullptr) == 0;
     }
+    if (way == Way::kQueued) ::_exit(good && renderQueued(file, first, report) ? 0 : 1);
     for (int i = first; i < kBuckets && good; ++i) {
         good = bucketStep(i)(file).empty();
         const char byte = 0;
@@ -65,7 +84,7 @@ TEST(Kill, KeepsEveryBucketThatWasAccepted) {
         ASSERT_GE(child, 0);
         if (child == 0) {
             ::close(ends[0]);
-            render(target, first, moment % 4 >= 2, ends[1]);
+            render(target, first, static_cast<Way>(moment / 2 % 3), ends[1]);
         }
         ::close(ends[1]);
         // Some buckets, then somewhere in the next ones, or in Close, or before the first.
