@@ -15,6 +15,7 @@
 
 #include "bench/harness.h"
 #include "exr/channel_map.h"
+#include "rawimage/output_queue.h"
 
 using namespace MUtils;
 
@@ -34,25 +35,46 @@ float floatAt(const MBVTable& values, int index, int component) {
     return value;
 }
 
+constexpr int kTile = 64;
+constexpr int kPartWidth = 15 * kTile;
+constexpr int kPartHeight = 8 * kTile;
+
 }  // namespace
 
-void writeOurExr(const ExrSource& source, const ExrLayout& layout, const std::string& path) {
+ExrPart::ExrPart(const std::string& path, bool tiled) : frame(Frame::load(path)) {
+    const int left = (frame.width - kPartWidth) / 2, top = (frame.height - kPartHeight) / 2;
+    const int width = tiled ? kTile : kPartWidth, height = tiled ? kTile : kPartHeight;
+    for (int y = 0; y < kPartHeight; y += height) {
+        for (int x = 0; x < kPartWidth; x += width) {
+            regions.push_back(frame.crop(left + x, top + y, width, height));
+            regions.back().x = x;
+            regions.back().y = y;
+        }
+    }
+    frame.buckets.clear();
+    frame.width = kPartWidth;
+    frame.height = kPartHeight;
+}
+
+void writeOurExr(const ExrSource& source, const ExrLayout& layout, const std::string& path, bool queued) {
     const Frame& frame = source.frame;
     const Bucket& first = source.regions.front();
     ChannelList channels(frame.channels);
     ExrFile file(layout.kind);
+    OutputQueue queue(file);
+    RIFileBase& output = queued ? static_cast<RIFileBase&>(queue) : file;
     const bool tiled = layout.kind == ExrFile::kTiled;
-    bool good = file.Create(path.c_str(), nullptr).empty() && file.WriteHeader(layout.bits).empty() &&
-                file.WTResolution(frame.width, frame.height, 1.0f).empty();
-    if (tiled) good = good && file.WTRegionsInfo(first.width, first.height, 0).empty();
+    bool good = output.Create(path.c_str(), nullptr).empty() && output.WriteHeader(layout.bits).empty() &&
+                output.WTResolution(frame.width, frame.height, 1.0f).empty();
+    if (tiled) good = good && output.WTRegionsInfo(first.width, first.height, 0).empty();
     file.setCompressionType(layout.compression);
-    good = good && file.WTChannelInfo(channels.table()).empty();
+    good = good && output.WTChannelInfo(channels.table()).empty();
     MRRegionData region;
     for (const Bucket& bucket : source.regions) {
         frame.describe(bucket, region);
-        good = good && file.WTRegion(&region, 0, 0, 0).empty();
+        good = good && output.WTRegion(&region, 0, 0, 0).empty();
     }
-    require(file.Close().empty() && good, "our EXR writer failed");
+    require(output.Close().empty() && good, "our EXR writer failed");
 }
 
 DirectExr::DirectExr(const ExrSource& source, const ExrLayout& layout, const std::string& ours)

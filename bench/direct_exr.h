@@ -20,13 +20,23 @@ struct ExrSource {
     const std::vector<Bucket>& regions;
 };
 
+// A part of a frame with all channels, 960 x 512 pixels moved to the origin: as one region, or as tiles.
+struct ExrPart {
+    ExrPart(const std::string& path, bool tiled);
+
+    Frame frame;  // without buckets
+    std::vector<Bucket> regions;
+};
+
 struct ExrLayout {
     ExrFile::Kind kind;
     int compression;  // as ExrFile::setCompressionType has it
     int bits;         // 16 or 32; 16 not for tiled files, whose values our writer uses up
 };
 
-void writeOurExr(const ExrSource& source, const ExrLayout& layout, const std::string& path);
+// With `queued`, through a queue.
+void writeOurExr(const ExrSource& source, const ExrLayout& layout, const std::string& path,
+                 bool queued = false);
 
 // Writes the parts and channels that a file of our writer has, from the values where they stand (halves: from
 // planes that it makes of them, as OpenEXR asks for). Like the renderer's buckets, tiles come one at a time.

@@ -14,14 +14,19 @@ void readRows(Session& session, const Folder& folder);
 void walkRows(Session& session, const Folder& folder);
 void exrRows(Session& session, const Folder& folder);
 void toolRows(Session& session, const Folder& folder);
+void queueRows(Session& session, const Folder& folder);
 void memoryRows(Session& session, const Folder& folder);
 
 // What a child process of memoryRows() does: the named job, then the bytes of its peak on stdout.
 int memoryChild(const Folder& folder, const char* job);
 
-// Writes a frame's buckets as a raw image. Throws on any error.
+// Writes a frame's buckets as a raw image, with `maxPending` above 0 through a queue of as many bytes. Throws
+// on any error.
 void writeFrame(const Frame& frame, PStream* stream, const std::string& path, int threads, int level,
-                MUtils::Compression compression = MUtils::Compression::kSmall);
+                MUtils::Compression compression = MUtils::Compression::kSmall, std::int64_t maxPending = 0);
+// Compares a writer of a frame's buckets at level 9 with the plain loop on as many threads.
+void compareWriting(Session& session, const Frame& frame, const std::string& name, int threads, Goal goal,
+                    std::int64_t maxPending = 0);
 
 // Accepts everything and keeps nothing.
 class DroppingCallback : public RIFileCallback {

@@ -11,10 +11,6 @@ namespace bench {
 
 namespace {
 
-constexpr int kTile = 64;
-constexpr int kWidth = 15 * kTile;
-constexpr int kHeight = 8 * kTile;
-
 struct Compression {
     const char* name;
     int setting;
@@ -31,21 +27,6 @@ constexpr Kind kKinds[] = {{"scan-line, float", ExrFile::kScanline, 32},
                            {"multi-part, float", ExrFile::kMultiPart, 32},
                            {"tiled, float", ExrFile::kTiled, 32},
                            {"scan-line, half", ExrFile::kScanline, 16}};
-
-// A part of the demo frame with all channels, moved to the origin: as one region, or as tiles.
-std::vector<Bucket> regionsOf(const Frame& frame, bool tiled) {
-    const int left = (frame.width - kWidth) / 2, top = (frame.height - kHeight) / 2;
-    const int width = tiled ? kTile : kWidth, height = tiled ? kTile : kHeight;
-    std::vector<Bucket> regions;
-    for (int y = 0; y < kHeight; y += height) {
-        for (int x = 0; x < kWidth; x += width) {
-            regions.push_back(frame.crop(left + x, top + y, width, height));
-            regions.back().x = x;
-            regions.back().y = y;
-        }
-    }
-    return regions;
-}
 
 void compareExr(Session& session, const Folder& folder, const ExrSource& source, const Kind& kind,
                 const Compression& compression) {
@@ -99,14 +80,10 @@ void compareHalf(Session& session) {
 }  // namespace
 
 void exrRows(Session& session, const Folder& folder) {
-    Frame frame = Frame::load(folder.demo);
-    const std::vector<Bucket> whole = regionsOf(frame, false);
-    const std::vector<Bucket> tiles = regionsOf(frame, true);
-    frame.buckets.clear();
-    frame.width = kWidth;
-    frame.height = kHeight;
+    const ExrPart part(folder.demo, false), tiled(folder.demo, true);
     for (const Kind& kind : kKinds) {
-        const ExrSource source{frame, kind.kind == ExrFile::kTiled ? tiles : whole};
+        const ExrPart& regions = kind.kind == ExrFile::kTiled ? tiled : part;
+        const ExrSource source{regions.frame, regions.regions};
         for (const Compression& compression : kCompressions)
             compareExr(session, folder, source, kind, compression);
     }

@@ -18,6 +18,7 @@ namespace {
 constexpr double kMiB = 1 << 20;
 constexpr int kBox = 512;  // large buckets, so that what is allowed on top does not cover everything
 constexpr int kThreads = 2;
+constexpr std::int64_t kMaxPending = 96 << 20;  // less than the buckets are, more than three of them
 
 // Kilobytes of a line of the process's status, such as "VmHWM:".
 double statusBytes(const char* field) {
@@ -68,6 +69,10 @@ int memoryChild(const Folder& folder, const char* job) {
     if (std::strcmp(job, "write") == 0) {
         const Frame frame = largeBuckets(folder);
         bytes = peakOf([&] { writeFrame(frame, nullptr, path, kThreads, MUtils::kCompressionLevel); });
+    } else if (std::strcmp(job, "queue") == 0) {
+        const Frame frame = largeBuckets(folder);
+        bytes = peakOf(
+            [&] { writeFrame(frame, nullptr, path, kThreads, MUtils::kCompressionLevel, MUtils::Compression::kSmall, kMaxPending); });
     } else if (std::strcmp(job, "read") == 0) {
         DroppingCallback dropping;
         bytes = peakOf([&] {
@@ -88,6 +93,8 @@ void memoryRows(Session& session, const Folder& folder) {
     }
     session.bytes("peak memory, write, 2 threads", "one bucket of all channels, raw", bucket,
                   2 * bucket + 8 * kMiB, [] { return runChild("write"); });
+    session.bytes("peak memory, queue, 2 threads", "the bound of the queue", kMaxPending,
+                  kMaxPending + 2 * bucket + 8 * kMiB, [] { return runChild("queue"); });
     const std::string path = folder.file("large.rimg");
     for (const INFOTAG& tag : pixelTags(path)) {
         const double raw = double{kBox} * kBox * MUtils::findPixelKind(tag.id)->valueSize;

@@ -3,6 +3,7 @@
 #include "bench/direct_exr.h"
 #include "bench/plain.h"
 #include "bench/rows.h"
+#include "rawimage/output_queue.h"
 
 using namespace MUtils;
 
@@ -25,17 +26,6 @@ void comparePayloads(const PMemStream& stream, const PlainPacking& plain) {
         }
         at += tag.size;
     }
-}
-
-void compareWriting(Session& session, const Frame& frame, const std::string& name, int threads, Goal goal) {
-    PMemStream stream(static_cast<int>(frame.rawBytes() / 2));
-    PlainPacking plain(frame);
-    Comparison row{"write, " + name, "gather + compress2", goal};
-    row.ours = [&] { writeFrame(frame, &stream, "", threads, kCompressionLevel); };
-    row.plain = [&] { plain.run(threads, kCompressionLevel); };
-    row.check = [&] { comparePayloads(stream, plain); };
-    row.busy = threads;
-    session.compare(row);
 }
 
 // Whole frames: OpenEXR takes scan lines.
@@ -67,24 +57,39 @@ void compareWithExr(Session& session, const Folder& folder) {
 
 }  // namespace
 
+void compareWriting(Session& session, const Frame& frame, const std::string& name, int threads, Goal goal,
+                    std::int64_t maxPending) {
+    PMemStream stream(static_cast<int>(frame.rawBytes() / 2));
+    PlainPacking plain(frame);
+    Comparison row{"write, " + name, "gather + compress2", goal};
+    row.ours = [&] { writeFrame(frame, &stream, "", threads, kCompressionLevel, Compression::kSmall, maxPending); };
+    row.plain = [&] { plain.run(threads, kCompressionLevel); };
+    row.check = [&] { comparePayloads(stream, plain); };
+    row.busy = threads;
+    session.compare(row);
+}
+
 void writeFrame(const Frame& frame, PStream* stream, const std::string& path, int threads, int level,
-                Compression compression) {
+                Compression compression, std::int64_t maxPending) {
     RIFile file;
+    OutputQueue queue(file);
+    RIFileBase& output = maxPending > 0 ? static_cast<RIFileBase&>(queue) : file;
     ChannelList channels(frame.channels);
     if (stream != nullptr) require(stream->Open() == 0, "cannot open the stream");
     file.setCompressionThreads(nullptr, threads);
     file.setCompression(compression);
     file.setCompressionLevel(level);
     file.setSyncOnClose(false);
-    bool good = file.Create(path.c_str(), stream).empty() && file.WriteHeader(32).empty() &&
-                file.WTResolution(frame.width, frame.height, 1.0f).empty() &&
-                file.WTChannelInfo(channels.table()).empty();
+    queue.setMaxPending(maxPending);
+    bool good = output.Create(path.c_str(), stream).empty() && output.WriteHeader(32).empty() &&
+                output.WTResolution(frame.width, frame.height, 1.0f).empty() &&
+                output.WTChannelInfo(channels.table()).empty();
     MRRegionData region;
     for (const Bucket& bucket : frame.buckets) {
         frame.describe(bucket, region);
-        good = good && file.WTRegion(&region, 0, 0, 0).empty();
+        good = good && output.WTRegion(&region, 0, 0, 0).empty();
     }
-    require(file.Close().empty() && good, "writing failed");
+    require(output.Close().empty() && good, "writing failed");
 }
 
 void writeRows(Session& session, const Folder& folder, bool allBuckets) {

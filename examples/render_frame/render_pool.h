@@ -38,8 +38,8 @@ class RenderPool {
     // was stopped before this one was done. Throws what a rendering thread threw. For one consumer.
     const BucketPixels* next();
 
-    // Waits until the threads have handed everything over, or the rendering was ended. Throws what a rendering
-    // thread threw.
+    // Waits until the threads have handed everything over, or the rendering was ended. Throws what a
+    // rendering thread threw.
     void wait();
 
   private:
