@@ -24,7 +24,8 @@ struct Options {
 void usage() {
     std::fputs(
         "usage: bench_rawimage [--rounds N] [--all-buckets] [--only GROUPS] [--output PREFIX]\n"
-        "GROUPS: any of write,compressors,queue,read,walk,exr,tools,memory. PREFIX.txt and PREFIX.json receive the "
+        "GROUPS: any of write,compressors,queue,read,walk,exr,tools,memory. PREFIX.txt and PREFIX.json "
+        "receive the "
         "table.\n"
         "RAWIMAGE_BENCH_DATA names the folder with demo.rimg and, optionally, real.rimg.\n",
         stderr);

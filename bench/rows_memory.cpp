@@ -71,8 +71,10 @@ int memoryChild(const Folder& folder, const char* job) {
         bytes = peakOf([&] { writeFrame(frame, nullptr, path, kThreads, MUtils::kCompressionLevel); });
     } else if (std::strcmp(job, "queue") == 0) {
         const Frame frame = largeBuckets(folder);
-        bytes = peakOf(
-            [&] { writeFrame(frame, nullptr, path, kThreads, MUtils::kCompressionLevel, MUtils::Compression::kSmall, kMaxPending); });
+        bytes = peakOf([&] {
+            writeFrame(frame, nullptr, path, kThreads, MUtils::kCompressionLevel, MUtils::Compression::kSmall,
+                       kMaxPending);
+        });
     } else if (std::strcmp(job, "read") == 0) {
         DroppingCallback dropping;
         bytes = peakOf([&] {

@@ -62,7 +62,9 @@ void compareWriting(Session& session, const Frame& frame, const std::string& nam
     PMemStream stream(static_cast<int>(frame.rawBytes() / 2));
     PlainPacking plain(frame);
     Comparison row{"write, " + name, "gather + compress2", goal};
-    row.ours = [&] { writeFrame(frame, &stream, "", threads, kCompressionLevel, Compression::kSmall, maxPending); };
+    row.ours = [&] {
+        writeFrame(frame, &stream, "", threads, kCompressionLevel, Compression::kSmall, maxPending);
+    };
     row.plain = [&] { plain.run(threads, kCompressionLevel); };
     row.check = [&] { comparePayloads(stream, plain); };
     row.busy = threads;

@@ -216,7 +216,8 @@ void RegionPacker::packNext(Lock& lock, Tools& tools) {
     cost.known = true;
 }
 
-void RegionPacker::pack(const ChannelTag& channel, Packed& packed, const CompressionSetting& setting, Tools& tools) {
+void RegionPacker::pack(const ChannelTag& channel, Packed& packed, const CompressionSetting& setting,
+                        Tools& tools) {
     const std::int64_t size = channel.bytes();
     const std::int64_t count = size / findChannelKind(channel.type)->valueSize;
     packed.failure = packChannel(*channel.data, static_cast<int>(count), static_cast<int>(size), setting,

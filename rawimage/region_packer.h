@@ -76,7 +76,8 @@ class RegionPacker final : private JobQueue {
     bool pull(Lock& lock, bool wait);
     void begin(std::unique_ptr<Region> region);
     void packNext(Lock& lock, Tools& tools);
-    static void pack(const ChannelTag& channel, Packed& packed, const CompressionSetting& setting, Tools& tools);
+    static void pack(const ChannelTag& channel, Packed& packed, const CompressionSetting& setting,
+                     Tools& tools);
     void letGo(std::unique_ptr<Region> region);
 
     std::vector<Tools> tools_;  // by worker; the last are the writer's
