@@ -138,8 +138,9 @@ FrameChange RawFrame::Core::refresh() {
     } else {
         next = byName_ ? openByName() : openAnew(known->sharedSource());
         // The name may be without a file for a moment.
-        if (!next->readable() && (known->readable() || next->verdict().state == known->verdict().state))
-            return {};
+        const FileState state = next->verdict().state;
+        if (state == FileState::kCannotOpen && known->readable()) return {};
+        if (!next->readable() && state == known->verdict().state) return {};
         change = {FrameChange::kRestarted, next->info()->frame};
     }
     set(std::move(next));

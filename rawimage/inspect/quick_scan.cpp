@@ -81,7 +81,7 @@ bool QuickScan::listHeaders(std::int64_t until) {
         if (until - end < kTagHeaderBytes)
             return until == fileBytes && takeTornEnd(tag, "file ends inside a tag header");
         if (!readTag(end, tag) || (hasTable_ && isAlwaysListed(tag.id))) return false;
-        if (isTableInWork(tag)) return true;
+        if (tag.id == TAG_INFO_TAGS) return takeTableInWork(tag);
         if (const char* fault = rules_.headerFault(tag, end, until))
             return until == fileBytes && rules_.cutInPayload(tag, end, until) && takeTornEnd(tag, fault);
         if (!take(tag)) return false;
@@ -90,11 +90,14 @@ bool QuickScan::listHeaders(std::int64_t until) {
     return end == until;
 }
 
-// A writer that closes the file brings the table to the disk before it sets the offset in the header.
-bool QuickScan::isTableInWork(const RIF_TAG& tag) const {
-    if (!resumes_ || header.infoTagsOffset != 0 || tag.id != TAG_INFO_TAGS) return false;
-    const bool ends = rules_.headerFault(tag, end, fileBytes) == nullptr && end + tag.size == fileBytes;
-    return ends || rules_.cutInPayload(tag, end, fileBytes);
+// A writer that closes the file brings the table to the disk before it sets the offset in the header. The
+// table is not there until then.
+bool QuickScan::takeTableInWork(const RIF_TAG& tag) {
+    if (!resumes_ || header.infoTagsOffset != 0) return false;
+    const char* fault = rules_.headerFault(tag, end, fileBytes);
+    if (fault == nullptr) return end + tag.size == fileBytes;
+    addTornEnd(tag, fault);
+    return rules_.cutInPayload(tag, end, fileBytes);
 }
 
 // What is behind the last tag, up to the end of the file, must be half a tag and nothing else.
@@ -106,7 +109,11 @@ bool QuickScan::takeTornEnd(const RIF_TAG& tag, const char* fault) {
         static_cast<RIF_TAG&>(last[count]) = tag;
         last[count++].offset = static_cast<std::uint64_t>(end);
     }
-    if (!endsInTornTag(stream_, last, count, fileBytes, rules_)) return false;
+    addTornEnd(tag, fault);
+    return endsInTornTag(stream_, last, count, fileBytes, rules_);
+}
+
+void QuickScan::addTornEnd(const RIF_TAG& tag, const char* fault) {
     TagGap gap;
     gap.offset = end;
     gap.end = fileBytes;
@@ -114,7 +121,6 @@ bool QuickScan::takeTornEnd(const RIF_TAG& tag, const char* fault) {
     gap.tag = tag;
     gap.torn = true;
     tornEnd = gap;
-    return true;
 }
 
 bool QuickScan::take(const INFOTAG& tag) {

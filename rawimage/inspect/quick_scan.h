@@ -54,8 +54,9 @@ class QuickScan {
     bool takeTable(const Known* known);
     bool listByTable(const RIF_TAG& table);
     bool listHeaders(std::int64_t until);
-    bool isTableInWork(const RIF_TAG& tag) const;
+    bool takeTableInWork(const RIF_TAG& tag);
     bool takeTornEnd(const RIF_TAG& tag, const char* fault);
+    void addTornEnd(const RIF_TAG& tag, const char* fault);
     bool take(const INFOTAG& tag);
     bool readTag(std::int64_t offset, RIF_TAG& tag);
     bool going();
