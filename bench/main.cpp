@@ -24,9 +24,8 @@ struct Options {
 void usage() {
     std::fputs(
         "usage: bench_rawimage [--rounds N] [--all-buckets] [--only GROUPS] [--output PREFIX]\n"
-        "GROUPS: any of write,compressors,queue,read,walk,exr,tools,memory. PREFIX.txt and PREFIX.json "
-        "receive the "
-        "table.\n"
+        "GROUPS: any of write,compressors,queue,read,walk,frame,exr,tools,memory.\n"
+        "PREFIX.txt and PREFIX.json receive the table.\n"
         "RAWIMAGE_BENCH_DATA names the folder with demo.rimg and, optionally, real.rimg.\n",
         stderr);
 }
@@ -80,6 +79,7 @@ int run(const Options& options) {
     if (wanted("queue")) bench::queueRows(session, folder);
     if (wanted("read")) bench::readRows(session, folder);
     if (wanted("walk")) bench::walkRows(session, folder);
+    if (wanted("frame")) bench::frameRows(session, folder);
     if (wanted("exr")) bench::exrRows(session, folder);
     if (wanted("tools")) bench::toolRows(session, folder);
     if (wanted("memory")) bench::memoryRows(session, folder);

@@ -12,6 +12,7 @@ void compressorRows(Session& session, const Folder& folder, bool allBuckets);
 void writeRows(Session& session, const Folder& folder, bool allBuckets);
 void readRows(Session& session, const Folder& folder);
 void walkRows(Session& session, const Folder& folder);
+void frameRows(Session& session, const Folder& folder);
 void exrRows(Session& session, const Folder& folder);
 void toolRows(Session& session, const Folder& folder);
 void queueRows(Session& session, const Folder& folder);
