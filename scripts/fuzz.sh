@@ -16,8 +16,8 @@ fi
 seconds=$1
 shift
 targets=("$@")
-[ "${#targets[@]}" -gt 0 ] || targets=(parse table recover tools attributes)
-declare -A quick_runs=([parse]=36000 [table]=150000 [recover]=15000 [tools]=6000 [attributes]=300000)
+[ "${#targets[@]}" -gt 0 ] || targets=(parse table recover tools frame attributes)
+declare -A quick_runs=([parse]=36000 [table]=150000 [recover]=15000 [tools]=6000 [frame]=20000 [attributes]=300000)
 
 "$root/scripts/setup.sh" fuzz
 "$root/scripts/configure.sh" "$build" -DRAWIMAGE_SANITIZE=fuzzer-no-link,address,undefined \
