@@ -153,6 +153,10 @@ void compareWindow(Session& session, const std::string& path) {
         for (const PixelBox& box : boxes)
             require(frame.read(box, {{channel, values.data()}}).complete(), "pixels are missing");
     };
+    row.check = [&] {
+        for (const auto& of : tags)
+            require(of.size() >= 16, "not the tags of a window");
+    };
     row.plain = [&] {
         for (const auto& of : tags) {
             inflateAll(file, of, 1);
@@ -184,6 +188,10 @@ void compareRefresh(Session& session, const std::string& path) {
         end = stream.Length();
     };
     row.ours = [&] { require(frame.refresh().kind == FrameChange::kGrown, "nothing new was found"); };
+    row.check = [&] {
+        (void)frame.refresh();
+        require(frame.info()->fileBytes == end, "not all of the file was found");
+    };
     row.plain = [&] {
         unsigned char header[kTagHeaderBytes];
         for (std::int64_t at = begin; at < end; at += decodeTag(header).size)

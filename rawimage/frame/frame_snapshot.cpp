@@ -100,8 +100,7 @@ bool FrameSnapshot::takeScan(PStream& stream, QuickScan& scan) {
 
     known_.end = scan.end;
     known_.tags += static_cast<std::int64_t>(scan.tags.size());
-    known_.pixelTags += std::count_if(scan.tags.begin(), scan.tags.end(),
-                                      [](const RIF_TAG& tag) { return isPixelTag(tag.id); });
+    known_.pixelTags += scan.pixelTags;
     known_.order = std::move(scan.order);
     if (!scan.tags.empty()) last_ = scan.tags.back();
     addSegment(std::move(scan.tags));

@@ -51,9 +51,8 @@ bool QuickScan::takeTable(const Known* known) {
     if (known == nullptr ? !listByTable(table) : !listHeaders(offset)) return false;
     tableOffset = header.infoTagsOffset;
     if (known == nullptr || stopped) return true;
-    const auto isPixels = [](const RIF_TAG& tag) { return isPixelTag(tag.id); };
-    const auto pixels = known->pixelTags + std::count_if(tags.begin(), tags.end(), isPixels);
-    return table.p1 >= pixels && table.p1 <= known->tags + static_cast<std::int64_t>(tags.size());
+    return table.p1 >= known->pixelTags + pixelTags &&
+           table.p1 <= known->tags + static_cast<std::int64_t>(tags.size());
 }
 
 // Between the tags that are listed may be others that tables omit.
@@ -66,7 +65,7 @@ bool QuickScan::listByTable(const RIF_TAG& table) {
         if (entry.offset >= header.infoTagsOffset) return false;
         const auto at = static_cast<std::int64_t>(entry.offset);
         if (at != end && (at < end || !listHeaders(at))) return false;
-        if (rules_.headerFault(entry, at, offset) != nullptr || !take(entry)) return false;
+        if (headerFault(entry, offset) != nullptr || !take(entry)) return false;
         if (tags.size() % kTagsBetweenCalls == 0 && !going()) return true;
     }
     return !entries.failed() && listHeaders(offset);
@@ -82,7 +81,7 @@ bool QuickScan::listHeaders(std::int64_t until) {
             return until == fileBytes && takeTornEnd(tag, "file ends inside a tag header");
         if (!readTag(end, tag) || (hasTable_ && isAlwaysListed(tag.id))) return false;
         if (tag.id == TAG_INFO_TAGS) return takeTableInWork(tag);
-        if (const char* fault = rules_.headerFault(tag, end, until))
+        if (const char* fault = headerFault(tag, until))
             return until == fileBytes && rules_.cutInPayload(tag, end, until) && takeTornEnd(tag, fault);
         if (!take(tag)) return false;
         if (tags.size() % kTagsBetweenCalls == 0 && !going()) return true;
@@ -123,15 +122,22 @@ void QuickScan::addTornEnd(const RIF_TAG& tag, const char* fault) {
     tornEnd = gap;
 }
 
+const char* QuickScan::headerFault(const RIF_TAG& tag, std::int64_t until) {
+    Checked& like = checked_[static_cast<std::uint32_t>(tag.p8) % checked_.size()];
+    const bool known = tag.id == like.tag.id && tag.p1 == like.tag.p1 && tag.p4 == like.tag.p4 &&
+                       tag.p5 == like.tag.p5 && like.payload.contains(tag.payloadBytes());
+    if (known && tag.size <= until - end) return nullptr;
+    const char* fault = rules_.headerFault(tag, end, until);
+    if (fault == nullptr && isPixelTag(tag.id)) like = {tag, rules_.payloadRange(tag)};
+    return fault;
+}
+
 bool QuickScan::take(const INFOTAG& tag) {
-    if (!isPixelTag(tag.id)) {
-        if (tag.id == TAG_INFO_TAGS) return false;
-        others.push_back(tag);
-    } else if (!order.take(tag)) {
-        return false;
-    } else if (tag.p5 == 0) {
-        others.push_back(tag);  // perhaps a window
-    }
+    // Only pixels are among the headers that were checked.
+    const bool isPixels = checked_[static_cast<std::uint32_t>(tag.p8) % checked_.size()].tag.id == tag.id;
+    if (isPixels ? !order.take(tag) : tag.id == TAG_INFO_TAGS) return false;
+    if (isPixels) ++pixelTags;
+    if (!isPixels || tag.p5 == 0) others.push_back(tag);  // the latter is perhaps a window
     tags.push_back(tag);
     end += tag.size;
     return true;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -45,7 +46,8 @@ class QuickScan {
     std::optional<TagGap> tornEnd;
     std::int64_t end = 0;  // of the last tag that is not the table
     TagOrder order;
-    bool stopped = false;  // by progress: what is listed is not complete
+    std::int64_t pixelTags = 0;  // of `tags`
+    bool stopped = false;        // by progress: what is listed is not complete
 
     bool compressed() const { return (header.flags & RIF_COMPRESSED) != 0; }
 
@@ -57,6 +59,8 @@ class QuickScan {
     bool takeTableInWork(const RIF_TAG& tag);
     bool takeTornEnd(const RIF_TAG& tag, const char* fault);
     void addTornEnd(const RIF_TAG& tag, const char* fault);
+    // What is wrong with the header of a tag at `end`, of which the file goes on until `until`; or null.
+    const char* headerFault(const RIF_TAG& tag, std::int64_t until);
     bool take(const INFOTAG& tag);
     bool readTag(std::int64_t offset, RIF_TAG& tag);
     bool going();
@@ -64,6 +68,13 @@ class QuickScan {
     PStream& stream_;
     const Progress& progress_;
     TagRules rules_{false};
+    // Headers without a fault and the payloads that they may have, by the lower bits of the channel: most
+    // tags of a channel differ in place and size only.
+    struct Checked {
+        RIF_TAG tag;
+        PayloadRange payload;
+    };
+    std::array<Checked, 64> checked_;
     bool resumes_ = false;
     bool hasTable_ = false;  // tags are those of the table, and what it omits
 };
