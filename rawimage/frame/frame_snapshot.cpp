@@ -82,12 +82,18 @@ FrameSnapshot::Pointer FrameSnapshot::inspect(const Source& source, InspectDepth
 
 // False when what the scan has listed is odd after all.
 bool FrameSnapshot::takeScan(PStream& stream, QuickScan& scan) {
+    // An inspection before this one has judged less of the file.
+    static_cast<TagScan&>(file_) = TagScan();
+    file_.state = FileState::kGood;
+    file_.cause.clear();
+    file_.causeOffset = -1;
+    file_.missing.clear();
+    file_.missingInAny = {};
     file_.header = scan.header;
     file_.fileBytes = file_.ownBytes = scan.fileBytes;
     file_.compressed = scan.compressed();
     file_.tableOffset = scan.tableOffset;
     file_.stopped = scan.stopped;
-    file_.gaps.clear();
     if (scan.tornEnd) file_.gaps.push_back(*scan.tornEnd);
     others_.insert(others_.end(), scan.others.begin(), scan.others.end());
     const bool isNew = info_ == nullptr || !scan.others.empty();

@@ -134,6 +134,8 @@ FrameChange RawFrame::Core::refresh() {
         if (growth == FrameSnapshot::Growth::kNone) return {};
         if (growth == FrameSnapshot::Growth::kOpenAnew || options_.inspect)
             next = openAnew(known->sharedSource());
+        const FrameInfo &before = *known->info(), &after = *next->info();
+        if (after.fileBytes == before.fileBytes && after.finished == before.finished) return {};
         change.kind = FrameChange::kGrown;
     } else {
         next = byName_ ? openByName() : openAnew(known->sharedSource());

@@ -10,6 +10,7 @@
 #include "tests/testing/raw_frame.h"
 
 using namespace MUtils;
+using testing_tools::Bytes;
 using testing_tools::Contents;
 using testing_tools::MemoryFile;
 
@@ -84,6 +85,24 @@ TEST(RawFrameRefresh, EqualsOpeningAnew) {
         EXPECT_EQ(shownBy(frame), shownBy(Frame(file.path()))) << i;
         EXPECT_EQ(frame.refresh().kind, FrameChange::kNone) << i;
     }
+}
+
+// A bucket that comes twice in a row is odd enough for an inspection, and no damage.
+TEST(RawFrameRefresh, GoesOnFromAnInspection) {
+    const Contents empty = contentsOf(1, 0, false), open = contentsOf(1, 6, false),
+                   first = contentsOf(2, 1, false);
+    Contents twice = first;
+    twice.insert(twice.end(), open.begin() + static_cast<std::ptrdiff_t>(empty.size()), open.end());
+    MemoryFile file;
+    file.fill({twice.begin(), twice.end() - 400});
+    Frame frame(file.path());
+    EXPECT_EQ(shownBy(frame), shownBy(Frame(file.path())));
+    file.fill(twice);
+    EXPECT_EQ(frame.refresh().kind, FrameChange::kGrown);
+    EXPECT_EQ(shownBy(frame), shownBy(Frame(file.path())));
+    file.fill(testing_tools::closed(Bytes().raw(twice.data(), twice.size())));
+    EXPECT_EQ(frame.refresh().kind, FrameChange::kGrown);
+    EXPECT_EQ(frame.state(), FileState::kGood);
 }
 
 TEST(RawFrameRefresh, TellsWhereThereAreNewPixels) {
