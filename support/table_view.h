@@ -1,6 +1,6 @@
 #pragma once
 
-#include "mbvtable.h"
+#include "support/mbvtable.h"
 
 namespace MUtils {
 inline namespace v1 {

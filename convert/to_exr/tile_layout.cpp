@@ -6,11 +6,11 @@
 #include "convert/convert_error.h"
 #include "rawimage/area/tag_box.h"
 
-// Bands of tiles. A tiled file takes one tile at a time, and the buckets of a raw image may lie across the
-// borders of tiles. A band is a run of whole rows of tiles that no tag leaves at its top or bottom, so each
-// tag is decoded once, for one band, and only one band is in memory. bands() counts the tags that cross each
-// border between two rows: +1 at a tag's first row and -1 at its last, summed up from the top. It cuts where
-// the sum is 0, which is at every border where the buckets lie on the grid of tiles.
+// Bands of tiles. A tiled file takes whole tiles, and the buckets of a raw image may lie across the borders
+// of tiles. A band is a run of whole rows of tiles that no tag leaves at its top or bottom, so each tag is
+// decoded once, for one band, and only one band is in memory. bands() counts the tags that cross each border
+// between two rows: +1 at a tag's first row and -1 at its last, summed up from the top. It cuts where the sum
+// is 0, which is at every border where the buckets lie on the grid of tiles.
 
 namespace MUtils {
 inline namespace v1 {
