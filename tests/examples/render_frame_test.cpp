@@ -256,8 +256,11 @@ TEST_F(RenderFrame, MakesTheFolderOfItsDefaultOutputOnly) {
 TEST_F(RenderFrame, CompressesOnAnyNumberOfThreadsAtTheLevelAskedFor) {
     renderSmall();
     for (const char* threads : {"1", "2", "5"}) {
-        EXPECT_EQ(render(kSmall, {"--output", path_, "-j", threads}).status, 0);
-        EXPECT_TRUE(readFile(path_) == bytes_) << threads;
+        for (Arguments more : {Arguments{}, Arguments{"--no-queue"}}) {
+            more.insert(more.end(), {"--output", path_, "-j", threads});
+            EXPECT_EQ(render(kSmall, more).status, 0);
+            EXPECT_TRUE(readFile(path_) == bytes_) << threads << ' ' << more[0];
+        }
     }
     for (const Arguments& other : std::vector<Arguments>{
              {"--level", "1"}, {"--compression-speed", "balanced"}, {"--compression-speed", "fast"}}) {
