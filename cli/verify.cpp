@@ -124,7 +124,7 @@ ExitCode runMissing(const std::string& file, const MissingVerbOptions& options) 
         return ExitCode::kIncomplete;
     }
     if (found.lacksChannels) {
-        report(options.file, "the channel list is missing: channels without any pixels are not known");
+        report(file, "the channel list is missing: channels without any pixels are not known");
         return ExitCode::kIncomplete;
     }
     return found.missingInAny.boxes.empty() ? ExitCode::kGood : ExitCode::kIncomplete;
