@@ -217,6 +217,15 @@ FrameRead RawFrame::visit(const PixelBox& box, const std::vector<int>& channels,
     return core_->readBox(box, requests, sink, options, &visitor);
 }
 
+MissingBoxes RawFrame::covered(const PixelBox& box, int channel, std::size_t limit) const {
+    constexpr bool kWithDoubted = false;
+    const FrameSnapshot::Pointer snapshot = core_->current();
+    std::vector<PixelBox> boxes;
+    for (const INFOTAG* tag : snapshot->find(channel, box, kWithDoubted))
+        boxes.push_back(boxOf(*tag));
+    return unitedBoxes(boxes, box, limit);
+}
+
 std::vector<PixelBox> RawFrame::bands(const PixelBox& box, const std::vector<int>& channels,
                                       std::int64_t maxBytes) const {
     return cutIntoBands(*core_->current(), box, channels, maxBytes);

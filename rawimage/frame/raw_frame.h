@@ -218,6 +218,10 @@ class RAWIMAGE_EXPORT RawFrame {
     FrameRead visit(const PixelBox& box, const std::vector<int>& channels, BucketVisitor& visitor,
                     const FrameReadOptions& options = {}) const;
 
+    // The pixels of `box` that tags of the channel have, but for those in doubt: by headers alone, so some of
+    // them may turn out to be damaged. Truncated as unitedBoxes() truncates.
+    MissingBoxes covered(const PixelBox& box, int channel, std::size_t limit = kMaxMissingBoxes) const;
+
     // Cuts `box` into bands of rows, from the top down, of at most `maxBytes` of stored values of the
     // channels together, or one row. Bands end where no bucket is cut, as far as `maxBytes` allows: reading
     // them all decodes few buckets twice.
