@@ -1,10 +1,10 @@
 #include "rawimage/tools/channel_display.h"
 
 #include <algorithm>
-#include <cctype>
 #include <climits>
 #include <cmath>
 
+#include "rawimage/tools/channel_names.h"
 #include "support/bytes.h"
 #include "support/preview_drawing.h"
 
@@ -37,12 +37,6 @@ void colourOfId(std::uint32_t id, float rgb[3]) {
     }
 }
 
-std::string lowerCase(std::string text) {
-    for (char& c : text)
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return text;
-}
-
 bool isLuminance(const std::string& channelName) {
     const std::string name = lowerCase(channelName);
     return name == "y" || name.find("luminance") != std::string::npos ||
@@ -51,10 +45,6 @@ bool isLuminance(const std::string& channelName) {
 
 bool isColourAlias(RegionChannelAlias alias) {
     return alias == RCA_IMAGE || alias == RCA_COLOR;
-}
-
-bool holdsCryptoIds(const ShownChannel& channel) {
-    return lowerCase(channel.name).find("crypto") != std::string::npos;
 }
 
 // Floats whose bits are a hash are seldom between the inverse of this and this, in which colours are.
@@ -71,13 +61,14 @@ ChannelDisplay::Kind ChannelDisplay::guess(const ShownChannel& channel) {
         case RCT_FLOAT:
             if (channel.alias == RCA_DEPTH) return Kind::kDepth;
             return isColourAlias(channel.alias) || isLuminance(channel.name) ? Kind::kColour : Kind::kRange;
-        case RCT_FLOAT2: return holdsCryptoIds(channel) ? Kind::kId : Kind::kVector2;
+        case RCT_FLOAT2: return namesCryptoIds(channel.name) ? Kind::kId : Kind::kVector2;
         case RCT_VECTOR: return Kind::kVector;
         case RCT_INT: return Kind::kId;
         default: break;
     }
     if (channel.alias == RCA_ALPHA) return Kind::kGrey;
-    const bool ids = channel.type == RCT_FLOAT4 && !isColourAlias(channel.alias) && holdsCryptoIds(channel);
+    const bool ids =
+        channel.type == RCT_FLOAT4 && !isColourAlias(channel.alias) && namesCryptoIds(channel.name);
     return ids ? Kind::kId : Kind::kColour;
 }
 
@@ -95,7 +86,7 @@ ChannelDisplay::Kind ChannelDisplay::kindOf(const ShownChannel& channel, Channel
 ChannelDisplay::ChannelDisplay(const ShownChannel& channel, ChannelView view, float exposure)
     : integer_(channel.type == RCT_INT),
       kind_(kindOf(channel, view)),
-      namedCrypto_(holdsCryptoIds(channel)),
+      namedCrypto_(namesCryptoIds(channel.name)),
       gain_(std::exp2(exposure)) {
     const RIF_PIXEL_KIND* type = findChannelKind(channel.type);
     if (type != nullptr) components_ = type->valueSize / 4;
