@@ -3,7 +3,6 @@
 
 #include <CLI/CLI.hpp>
 #include <charconv>
-#include <cstring>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -15,10 +14,8 @@
 #include "cli/report.h"
 #include "cli/tool_progress.h"
 #include "cli/verbs.h"
-#include "rawimage/writer.h"
 #include "support/compression.h"
 #include "support/job_queue.h"
-#include "support/pstream.h"
 
 namespace rimg {
 
@@ -30,19 +27,6 @@ using MUtils::Conversion;
 using MUtils::ConvertReport;
 using MUtils::ConvertState;
 using MUtils::FrameChoice;
-
-// By the file's content, whatever its name is.
-Format formatOf(const std::string& path) {
-    constexpr unsigned char kExrMagic[4] = {0x76, 0x2f, 0x31, 0x01};
-    PFileStream stream;
-    unsigned char magic[4] = {};
-    int got = 0;
-    int code = stream.Open(path.c_str(), PFileStream::kRead, 1, PFileStream::kOpenExisting);
-    if (code == 0) code = stream.Read(magic, sizeof magic, got);
-    if (code != 0) throw Failure(ExitCode::kUnreadable, path, systemMessage(code));
-    if (got == sizeof magic && std::memcmp(magic, kExrMagic, sizeof magic) == 0) return Format::kExr;
-    return RIFile::isRIFile(path.c_str()) ? Format::kRaw : Format::kOther;
-}
 
 // An option of the other direction would be without effect.
 void refuseOptions(const CLI::App& verb, const std::string& group, const char* what) {

@@ -3,13 +3,12 @@
 #include <cstddef>
 #include <string>
 
+#include "cli/image_format.h"
 #include "cli/report.h"
 #include "convert/from_exr/from_exr.h"
 #include "convert/to_exr/to_exr.h"
 
 namespace rimg {
-
-enum class ImageFormat { kOther, kExr, kRaw };
 
 // What the command line asks for.
 struct ConvertVerb {

@@ -2,8 +2,12 @@
 
 #include <png.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
+#include <iterator>
 #include <memory>
 
 #include "cli/report.h"
@@ -18,6 +22,19 @@ ssize_t passOn(void* output, const char* bytes, std::size_t size) {
 }
 
 }  // namespace
+
+// Endings that are known to mean another format: whoever names such an output would get a file that lies.
+std::string checkPngEnding(const std::string& output) {
+    constexpr const char* kOther[] = {".avif", ".bmp", ".dds", ".dng", ".dpx",  ".exr",  ".gif", ".hdr",
+                                      ".heic", ".ico", ".jp2", ".jpe", ".jpeg", ".jpg",  ".jxl", ".pbm",
+                                      ".pdf",  ".pfm", ".pgm", ".pic", ".pnm",  ".ppm",  ".psd", ".qoi",
+                                      ".rimg", ".svg", ".tga", ".tif", ".tiff", ".webp", ".xpm"};
+    std::string ending = std::filesystem::path(output).extension().string();
+    for (char& c : ending)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    const bool other = std::find(std::begin(kOther), std::end(kOther), ending) != std::end(kOther);
+    return other ? "a picture is a PNG file, and " + ending + " is another format: " + output : "";
+}
 
 void writePng(StreamOutput& output, const std::vector<RGB24>& pixels, int width, int height) {
     cookie_io_functions_t functions{};

@@ -1,9 +1,6 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cctype>
 #include <cstdio>
-#include <filesystem>
-#include <iterator>
 #include <map>
 #include <memory>
 #include <string>
@@ -42,19 +39,6 @@ std::string checkColour(const std::string& text) {
     const bool sound =
         text.size() == 6 && text.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
     return sound ? "" : "a colour is six hexadecimal digits, RRGGBB: " + text;
-}
-
-// Endings that are known to mean another format: whoever names such an output would get a file that lies.
-std::string checkEnding(const std::string& output) {
-    constexpr const char* kOther[] = {".avif", ".bmp", ".dds", ".dng", ".dpx",  ".exr",  ".gif", ".hdr",
-                                      ".heic", ".ico", ".jp2", ".jpe", ".jpeg", ".jpg",  ".jxl", ".pbm",
-                                      ".pdf",  ".pfm", ".pgm", ".pic", ".pnm",  ".ppm",  ".psd", ".qoi",
-                                      ".rimg", ".svg", ".tga", ".tif", ".tiff", ".webp", ".xpm"};
-    std::string ending = std::filesystem::path(output).extension().string();
-    for (char& c : ending)
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    const bool other = std::find(std::begin(kOther), std::end(kOther), ending) != std::end(kOther);
-    return other ? "a preview is a PNG picture, and " + ending + " is another format: " + output : "";
 }
 
 // Of a file in which there is nothing to draw, as it lacks `what`. A render that has only begun is not
@@ -143,7 +127,7 @@ void addPreviewVerb(CLI::App& app, ExitCode& result) {
     verb->add_option("FILE", options->file, "The raw image")->required();
     verb->add_option("-o,--output", options->output, "The PNG file to write; - for standard output")
         ->required()
-        ->check(checkEnding);
+        ->check(checkPngEnding);
     verb->add_option("--size", options->size,
                      "Width and height of the picture, WxH. Default: those of the stored thumbnail, else of "
                      "the frame, at "
