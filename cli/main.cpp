@@ -44,6 +44,7 @@ ExitCode runVerb(int argc, char** argv) {
     addMissingVerb(app, result);
     addRecoverVerb(app, result);
     addMergeVerb(app, result);
+    addDiffVerb(app, result);
     refuseSlips(app);
     addHelpEnds(app);
     try {

@@ -22,6 +22,13 @@ bool parse(const std::string& text, PixelSize& size) {
     return std::min(size.width, size.height) > 0 && std::max(size.width, size.height) <= kLargestSize;
 }
 
+bool parse(const std::string& text, double& value) {
+    const char* begin = text.data() + (text.substr(0, 1) == "+" ? 1 : 0);
+    const char* end = text.data() + text.size();
+    const auto read = std::from_chars(begin, end, value);
+    return read.ec == std::errc() && read.ptr == end;
+}
+
 }  // namespace
 
 OptionCheck wholeNumber(int least, int most) {
@@ -38,13 +45,18 @@ OptionCheck wholeNumber(int least, int most) {
 OptionCheck numberWithin(int most) {
     return [most](const std::string& text) -> std::string {
         double value = 0;
-        const char* begin = text.data() + (text.substr(0, 1) == "+" ? 1 : 0);
-        const char* end = text.data() + text.size();
-        const auto read = std::from_chars(begin, end, value);
         // False for what is no number.
-        if (read.ec == std::errc() && read.ptr == end && std::fabs(value) <= most) return "";
+        if (parse(text, value) && std::fabs(value) <= most) return "";
         return "a number from -" + std::to_string(most) + " to " + std::to_string(most) + ", not \"" + text +
                '"';
+    };
+}
+
+OptionCheck amount() {
+    return [](const std::string& text) -> std::string {
+        double value = 0;
+        if (parse(text, value) && value >= 0) return "";
+        return "a number from 0 up, not \"" + text + '"';
     };
 }
 

@@ -17,6 +17,8 @@ using OptionCheck = std::function<std::string(const std::string&)>;
 OptionCheck wholeNumber(int least, int most);
 // A number from -`most` to `most`; "nan" is none.
 OptionCheck numberWithin(int most);
+// A number from 0 up; "inf" is one, "nan" is none.
+OptionCheck amount();
 OptionCheck oneOf(std::vector<std::string> names);
 
 struct PixelSize {

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <vector>
 
+#include "cli/diff_codes.h"
 #include "cli/exit_codes.h"
 #include "cli/help_layout.h"
 
@@ -122,6 +123,15 @@ const std::vector<HelpEnd>& helpEnds() {
           {ExitCode::kDamaged, "a piece is damaged: recover it first"},
           {ExitCode::kUnreadable, "a piece is not readable, or of another format"},
           {ExitCode::kMismatch, "the pieces are not of one frame, overlap, or leave holes"},
+          kBySignal}},
+        {"diff",
+         {"rimg diff today.rimg yesterday.rimg",
+          "rimg diff --fail 0.01 --failpercent 1 a.rimg b.exr -o d.png"},
+         {{exitCodeOf(DiffCode::kGood), "the frames agree"},
+          {exitCodeOf(DiffCode::kWarnings), "warnings"},
+          {exitCodeOf(DiffCode::kFailures), "failures; or usage: the command line is wrong"},
+          {exitCodeOf(DiffCode::kMismatch), "not the same size or channels"},
+          {exitCodeOf(DiffCode::kFileError), "a file is damaged or not readable, or OUT cannot be written"},
           kBySignal}}};
     return ends;
 }

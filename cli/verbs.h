@@ -20,5 +20,6 @@ void addVerifyVerb(CLI::App& app, ExitCode& result);
 void addMissingVerb(CLI::App& app, ExitCode& result);
 void addRecoverVerb(CLI::App& app, ExitCode& result);
 void addMergeVerb(CLI::App& app, ExitCode& result);
+void addDiffVerb(CLI::App& app, ExitCode& result);
 
 }  // namespace rimg

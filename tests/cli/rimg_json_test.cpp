@@ -56,6 +56,10 @@ const VerbObjects kVerbs[] = {
       "merge --json left.rimg text.txt -o new6.rimg", "merge --json none -o new7.rimg",
       "merge --json small.rimg -o none/new.rimg", "merge --json small.rimg -o /dev/full",
       "merge --json sample.rimg small.rimg -o new8.rimg"}},
+    {"diff",
+     "diff --json small.rimg left.rimg",
+     {"diff --json --metadata sample.rimg small.rimg", "diff --json small.rimg damaged.rimg",
+      "diff --json small.rimg spot.rimg", "diff --json left.rimg small.rimg", "diff --json text.txt none"}},
 };
 
 class RimgJson : public testing::Test {
@@ -72,6 +76,8 @@ class RimgJson : public testing::Test {
         spoil("damaged.rimg", small, small.size() - 400);  // in the pixels of channel 0
         spoil("bad_tag.rimg", small, 36);
         writeFile(folder_ / "begun.rimg", small.substr(0, 32));
+        frame.boxes.push_back({3, 4, 1, 1, 0.5f});
+        frame.write(folder_ / "spot.rimg");
         frame.boxes = {{0, 0, 16, 24}};
         frame.write(folder_ / "left.rimg");
         frame.boxes = {{24, 0, 16, 24}};
@@ -111,7 +117,7 @@ class RimgJson : public testing::Test {
 
 // Lists whose entries are those of "faults", which verify's table has.
 bool isFaultList(const std::string& key) {
-    return key == "lost" || key == "repaired" || key == "doubts";
+    return key == "lost" || key == "repaired" || key == "doubts" || key == "damaged";
 }
 
 // "channels[].name" and the like.

@@ -34,7 +34,7 @@ class RimgUsage : public testing::Test {
 };
 
 TEST_F(RimgUsage, NamesTheSlipAndWhatWouldBeRight) {
-    const char* verbs = "convert, info, preview, note, settings, verify, missing, recover or merge";
+    const char* verbs = "convert, info, preview, note, settings, verify, missing, recover, merge or diff";
     const struct {
         const char* command;
         std::vector<const char*> says;
