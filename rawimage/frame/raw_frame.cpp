@@ -217,13 +217,12 @@ FrameRead RawFrame::visit(const PixelBox& box, const std::vector<int>& channels,
     return core_->readBox(box, requests, sink, options, &visitor);
 }
 
-MissingBoxes RawFrame::covered(const PixelBox& box, int channel, std::size_t limit) const {
-    constexpr bool kWithDoubted = false;
+std::vector<PixelBox> RawFrame::buckets(const PixelBox& box, int channel) const {
     const FrameSnapshot::Pointer snapshot = core_->current();
     std::vector<PixelBox> boxes;
-    for (const INFOTAG* tag : snapshot->find(channel, box, kWithDoubted))
+    for (const INFOTAG* tag : snapshot->find(channel, box, false))
         boxes.push_back(boxOf(*tag));
-    return unitedBoxes(boxes, box, limit);
+    return boxes;
 }
 
 std::vector<PixelBox> RawFrame::bands(const PixelBox& box, const std::vector<int>& channels,

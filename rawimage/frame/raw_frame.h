@@ -218,9 +218,9 @@ class RAWIMAGE_EXPORT RawFrame {
     FrameRead visit(const PixelBox& box, const std::vector<int>& channels, BucketVisitor& visitor,
                     const FrameReadOptions& options = {}) const;
 
-    // The pixels of `box` that tags of the channel have, but for those in doubt: by headers alone, so some of
-    // them may turn out to be damaged. Truncated as unitedBoxes() truncates.
-    MissingBoxes covered(const PixelBox& box, int channel, std::size_t limit = kMaxMissingBoxes) const;
+    // The boxes of the channel's tags that have a pixel in `box`, in file order, but for those in doubt.
+    // Damage in their payloads is not known here.
+    std::vector<PixelBox> buckets(const PixelBox& box, int channel) const;
 
     // Cuts `box` into bands of rows, from the top down, of at most `maxBytes` of stored values of the
     // channels together, or one row. Bands end where no bucket is cut, as far as `maxBytes` allows: reading

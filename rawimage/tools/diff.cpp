@@ -134,7 +134,8 @@ PixelBoxes FrameDiff::findPixels(ChannelDiff& pair) {
     const PixelBox& frame = infos_[0]->frame;
     std::array<PixelBoxes, 2> has, lacks;
     for (std::size_t side = 0; side < 2; ++side) {
-        MissingBoxes covered = frames_[side]->covered(frame, pair.channels[side].index, kMaxDiffBoxes);
+        MissingBoxes covered =
+            unitedBoxes(frames_[side]->buckets(frame, pair.channels[side].index), frame, kMaxDiffBoxes);
         if (covered.truncated) throw Ended{DiffState::kTooLarge, kTooManyBoxes};
         has[side] = std::move(covered.boxes);
         lacks[side] = inNeither(has[side], {}, frame);
