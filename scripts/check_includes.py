@@ -46,6 +46,7 @@ PROGRAMS = {
 CHECKS = ["tests/", "bench/", "fuzz/"]
 FOREIGN = [
     ("zlib", re.compile(r"z(lib|conf)\.h$"), ["support/deflate_zlib.cpp", "support/inflate.cpp"] + CHECKS),
+    ("xxHash", re.compile(r"xxhash\.h$"), ["support/digest.cpp"] + CHECKS),
     ("libdeflate", re.compile(r"libdeflate\.h$"), ["support/deflate_libdeflate.cpp"]),
     ("ISA-L", re.compile(r"isa-l(\.h$|/)"), ["support/deflate_isal.cpp"]),
     ("OpenEXR", re.compile(r"(OpenEXR/|Imath/|Imf|Imath|Iex|IlmThread|half|openexr)"), ["exr/", "convert/", "cli/convert.cpp"] + CHECKS),

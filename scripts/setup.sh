@@ -12,7 +12,7 @@
 #   all       all of these
 set -euo pipefail
 
-build=(g++ make cmake zlib1g-dev libdeflate-dev libisal-dev libopenexr-dev libimath-dev)
+build=(g++ make cmake zlib1g-dev libdeflate-dev libisal-dev libxxhash-dev libopenexr-dev libimath-dev)
 programs=(libcli11-dev nlohmann-json3-dev libpng-dev)
 clang=(clang-14 libclang-rt-14-dev)
 declare -A needs=(

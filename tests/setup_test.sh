@@ -25,6 +25,7 @@ demo libopenexr-dev clang|gtest|gmock|benchmark|python|ninja
 demo libdeflate-dev -
 demo libisal-dev -
 demo libpng-dev -
+demo libxxhash-dev -
 test libgtest-dev ^clang-14|^libclang
 bench libbenchmark-dev clang|gtest|gmock
 sanitize clang-14 -
