@@ -1,11 +1,10 @@
-#include <algorithm>
 #include <charconv>
 #include <cmath>
-#include <functional>
 #include <vector>
 
 #include "cli/info_output.h"
 #include "cli/safe_text.h"
+#include "cli/text_table.h"
 
 namespace rimg {
 
@@ -13,36 +12,12 @@ namespace {
 
 using namespace MUtils;
 
-using Row = std::vector<std::string>;
-
 std::string number(std::int64_t value) {
     return std::to_string(value);
 }
 
 std::string sizeText(const FrameSize& size) {
     return number(size.width) + " x " + number(size.height);
-}
-
-// Rows of equally many cells; rowAt(0) is the heading. `alignment` has "l" or "r" for each column. Rows are
-// made twice rather than kept.
-void printTable(std::FILE* out, const std::string& alignment, std::size_t rows,
-                const std::function<Row(std::size_t)>& rowAt) {
-    std::vector<std::size_t> widths(alignment.size());
-    for (std::size_t i = 0; i < rows; ++i) {
-        const Row row = rowAt(i);
-        for (std::size_t column = 0; column < row.size(); ++column) {
-            widths[column] = std::max(widths[column], row[column].size());
-        }
-    }
-    for (std::size_t i = 0; i < rows; ++i) {
-        const Row row = rowAt(i);
-        for (std::size_t column = 0; column < row.size(); ++column) {
-            const bool left = alignment[column] == 'l';
-            const bool last = column + 1 == row.size();
-            const int width = left && last ? 0 : static_cast<int>(widths[column]);
-            std::fprintf(out, "  %*s%s", left ? -width : width, row[column].c_str(), last ? "\n" : "");
-        }
-    }
 }
 
 // One fact on a line, or several under one label.
@@ -142,7 +117,7 @@ std::string ratioText(const ChannelSummary& channel) {
     return text;
 }
 
-Row channelRow(const ChannelSummary& channel, std::int64_t framePixels) {
+TableRow channelRow(const ChannelSummary& channel, std::int64_t framePixels) {
     const MUtils::RIF_CHANNEL& record = channel.record;
     const bool listed = channel.listed;
     std::string name = "(unknown channel)";
@@ -163,7 +138,7 @@ void printChannels(std::FILE* out, const FileSummary& summary) {
     const std::vector<ChannelSummary>& channels = summary.channels;
     if (channels.empty()) return;
     std::fputc('\n', out);
-    printTable(out, "rlrrrrrrrl", channels.size() + 1, [&](std::size_t i) -> Row {
+    printTable(out, "rlrrrrrrrl", channels.size() + 1, [&](std::size_t i) -> TableRow {
         if (i > 0) return channelRow(channels[i - 1], framePixels(summary));
         return {"channel", "type", "alias", "flags", "tags", "stored", "raw", "ratio", "of frame", "name"};
     });
@@ -176,7 +151,7 @@ void printChannels(std::FILE* out, const FileSummary& summary) {
 void printTags(std::FILE* out, const std::vector<INFOTAG>& tags) {
     if (tags.empty()) return;
     std::fputc('\n', out);
-    printTable(out, "rrlrrrrrrrrr", tags.size() + 1, [&tags](std::size_t i) -> Row {
+    printTable(out, "rrlrrrrrrrrr", tags.size() + 1, [&tags](std::size_t i) -> TableRow {
         if (i == 0) return {"offset", "id", "tag", "size", "p1", "p2", "p3", "p4", "p5", "p6", "p7", "p8"};
         const INFOTAG& tag = tags[i - 1];
         return {number(static_cast<std::int64_t>(tag.offset)),

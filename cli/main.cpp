@@ -42,6 +42,8 @@ ExitCode runVerb(int argc, char** argv) {
     addSettingsVerb(app, result);
     addVerifyVerb(app, result);
     addMissingVerb(app, result);
+    addStatsVerb(app, result);
+    addHashVerb(app, result);
     addRecoverVerb(app, result);
     addMergeVerb(app, result);
     addDiffVerb(app, result);

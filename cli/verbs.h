@@ -18,6 +18,8 @@ void addNoteVerb(CLI::App& app, ExitCode& result);
 void addSettingsVerb(CLI::App& app, ExitCode& result);
 void addVerifyVerb(CLI::App& app, ExitCode& result);
 void addMissingVerb(CLI::App& app, ExitCode& result);
+void addStatsVerb(CLI::App& app, ExitCode& result);
+void addHashVerb(CLI::App& app, ExitCode& result);
 void addRecoverVerb(CLI::App& app, ExitCode& result);
 void addMergeVerb(CLI::App& app, ExitCode& result);
 void addDiffVerb(CLI::App& app, ExitCode& result);

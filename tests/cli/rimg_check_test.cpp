@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -44,6 +45,12 @@ class RimgCheck : public testing::Test {
         write("right", frame);
         frame.channels[2].type = 1;
         write("other", frame);
+        frame.boxes = {{0, 0, 40, 24}};
+        frame.values = [](int component, int x, int y) {
+            if (y == 3 && x == 30 && component == 1) return NAN;
+            return y == 9 && x == 21 && component == 0 ? -1.0f : 1.0f;
+        };
+        write("nan", frame);
     }
 
     static std::uint32_t wordAt(const std::string& bytes, std::size_t at) {
@@ -137,6 +144,24 @@ TEST_F(RimgCheck, AnswersWithItsExitCodes) {
         {"missing --buckets @left", 3, "16x16+16+0\n8x16+32+0\n16x8+16+16\n8x8+32+16\n"},
         {"missing --buckets @header", 3, "", "header: "},
         {"missing --buckets --json @text", 5, "", "not a raw image file\n"},
+        {"stats @whole", 0, "whole: good\n  channel "},
+        {"stats --channels 'c*' @left", 3, " 480    -  color.B\n", "left: pixels are missing\n"},
+        {"stats @damaged", 4, "     0    -  alpha.R\n", "damaged bucket 40x24+0+0 of channel 1 alpha, "},
+        {"stats --fail-on nan,inf @whole", 0},
+        {"stats --fail-on nan,inf @nan", 4, "", "NaN at (30, 3) in channel 0 color, component G\n"},
+        {"stats --fail-on negative @nan", 4, "",
+         "a value below 0 at (21, 9) in channel 0 color, component R\n"},
+        {"stats --fail-on odd @whole", 2, "", "--fail-on"},
+        {"stats --channels none @whole", 2, "", "\"none\" fits no channel\n"},
+        {"stats @text", 5, "", "not a raw image file\n"},
+        {"hash @whole", 0, "  /"},
+        {"hash --each -j 2 @whole", 0, "whole: channel 2 id\n"},
+        {"hash @left", 3, "incomplete:", "left: pixels are missing\n"},
+        {"hash @unfinished", 3, "incomplete:", "never closed"},
+        {"hash @damaged", 4, "", "damaged bucket 40x24+0+0 of channel 1 alpha, "},
+        {"hash @bad_tag", 4, "", "bad_tag: offset 32: "},
+        {"hash @text @whole", 5, "whole\n", "not a raw image file\n"},
+        {"hash @header", 3, "", "header: "},
         {"recover @damaged -o @out", 3, "lost: bucket 40x24+0+0 of channel 1 alpha, offset "},
         {"recover @unfinished -o @out", 0, "kept: 6 tags, 3 of them pixels"},
         {"recover @header -o @out", 3, "the channel list is missing\nkept: 0 tags"},

@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <limits>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -44,6 +46,12 @@ const VerbObjects kVerbs[] = {
      "missing --json left.rimg",
      {"missing --json small.rimg", "missing --json begun.rimg", "missing --json bad_tag.rimg",
       "missing --json text.txt", "missing --json none"}},
+    {"stats",
+     "stats --json --channels id left.rimg",
+     {"stats --json special.rimg damaged.rimg", "stats --json text.txt none"}},
+    {"hash",
+     "hash --json left.rimg",
+     {"hash --json small.rimg", "hash --json damaged.rimg", "hash --json begun.rimg text.txt none"}},
     {"recover",
      "recover --json damaged.rimg -o saved.rimg",
      {"recover --json doubtful.rimg -o new1.rimg", "recover --json --in-place unfinished.rimg",
@@ -78,6 +86,12 @@ class RimgJson : public testing::Test {
         writeFile(folder_ / "begun.rimg", small.substr(0, 32));
         frame.boxes.push_back({3, 4, 1, 1, 0.5f});
         frame.write(folder_ / "spot.rimg");
+        frame.values = [](int component, int x, int) {
+            constexpr float kInf = std::numeric_limits<float>::infinity();
+            return component > 0 ? 0.5f : x % 3 == 0 ? NAN : x % 3 == 1 ? kInf : -kInf;
+        };
+        frame.write(folder_ / "special.rimg");
+        frame.values = {};
         frame.boxes = {{0, 0, 16, 24}};
         frame.write(folder_ / "left.rimg");
         frame.boxes = {{24, 0, 16, 24}};
