@@ -1,5 +1,6 @@
 #include "rawimage/writer.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <utility>
@@ -99,24 +100,27 @@ int RIFile::fileError() const {
     return file != nullptr ? file->writeError() : 0;
 }
 
-// The tags written so far, as the last tag; then, where the file header keeps it, where that tag begins.
+// The tags written so far, as the last tag; then, where the file header keeps it, where that tag begins. The
+// entries go out in pieces: those of a large file would take as much memory again.
 ErrorCode RIFile::writeTable() {
     const std::int64_t position = stream->Tell();
     const int entries = infoTags.Count();
     const std::int64_t size = std::int64_t{entries} * kInfoTagBytes;
     if (size > INT_MAX - kTagHeaderBytes) return ErrorCode("Close", -1, "Error writing info tags buffer.");
-    const int bytes = static_cast<int>(size);
-    if (!tryReserve(rawBuf, static_cast<std::size_t>(bytes))) {
+    constexpr int kEntriesAtOnce = 1 << 15;
+    if (!tryReserve(rawBuf, static_cast<std::size_t>(std::min(entries, kEntriesAtOnce)) * kInfoTagBytes))
         return ErrorCode("Close", -1, "Error writing info tags buffer.");
-    }
-    if (ErrorCode error = WriteTagHeader(TAG_INFO_TAGS, bytes, entries); !error.empty()) return error;
+    if (ErrorCode error = WriteTagHeader(TAG_INFO_TAGS, static_cast<int>(size), entries); !error.empty())
+        return error;
 
-    unsigned char* table = rawBuf.data();
-    for (int i = 0; i < entries; ++i)
-        encodeInfoTag(infoTags.GetBuf()[i], table + std::int64_t{i} * kInfoTagBytes);
     int written = 0;
-    if (stream->Write(table, bytes, written) != 0 && written != bytes) {
-        return ErrorCode("Close", -1, "Error writing info tags buffer.");
+    for (int first = 0; first < entries; first += kEntriesAtOnce) {
+        const int count = std::min(entries - first, kEntriesAtOnce);
+        for (int i = 0; i < count; ++i)
+            encodeInfoTag(infoTags.GetBuf()[first + i], rawBuf.data() + std::int64_t{i} * kInfoTagBytes);
+        const int bytes = count * kInfoTagBytes;
+        if (stream->Write(rawBuf.data(), bytes, written) != 0 && written != bytes)
+            return ErrorCode("Close", -1, "Error writing info tags buffer.");
     }
     if (sync() != 0) return ErrorCode("Close", -1, "Error writing info tags buffer.");
     if (stream->Seek(kTableOffsetPosition) != 0)
