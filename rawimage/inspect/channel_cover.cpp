@@ -20,6 +20,11 @@ void ChannelCover::addPixels(const std::vector<INFOTAG>& tags) {
     }
 }
 
+void ChannelCover::addBoxes(std::int32_t channel, const std::vector<PixelBox>& boxes) {
+    std::vector<PixelBox>& covered = boxes_[channel];
+    covered.insert(covered.end(), boxes.begin(), boxes.end());
+}
+
 // A channel that only a damaged header has is none.
 void ChannelCover::addSpoiled(const RIF_TAG& drawn) {
     const auto channel = boxes_.find(drawn.p8);

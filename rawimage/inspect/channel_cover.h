@@ -28,6 +28,7 @@ class ChannelCover {
     // not within the frame do not count.
     void addWindows(const std::vector<INFOTAG>& tags, const PixelBox& frame);
     void addWindow(std::int32_t channel, const PixelBox& window) { windows_[channel].push_back(window); }
+    void addBoxes(std::int32_t channel, const std::vector<PixelBox>& boxes);
     const Boxes& boxes() const { return boxes_; }
     const Boxes& windows() const { return windows_; }
 

@@ -1,17 +1,17 @@
 #include "rawimage/tools/merge.h"
 
 #include <algorithm>
-#include <array>
+#include <limits>
 #include <map>
-#include <memory>
 #include <set>
 #include <system_error>
+#include <utility>
 
 #include "rawimage/area/coverage.h"
 #include "rawimage/inspect/channel_cover.h"
-#include "rawimage/inspect/inspection.h"
-#include "rawimage/inspect/tag_check.h"
-#include "rawimage/tools/tag_copier.h"
+#include "rawimage/tools/merge_input.h"
+#include "rawimage/tools/merge_output.h"
+#include "rawimage/tools/merge_repeats.h"
 #include "support/bytes.h"
 #include "support/files.h"
 
@@ -19,13 +19,6 @@ namespace MUtils {
 inline namespace v1 {
 
 namespace {
-
-struct Input {
-    std::string name;
-    PFileStream file;
-    Inspection inspected;
-    std::vector<INFOTAG> pixels;  // to copy
-};
 
 std::string sizeText(const FrameFacts& facts) {
     const PixelBox frame = facts.frame();
@@ -39,24 +32,53 @@ std::uint32_t aspectOf(const FrameFacts& facts) {
     return word != 0 ? static_cast<std::uint32_t>(word) : bitsFromFloat(1.0f);
 }
 
-// Of a place or a size within the area.
-std::int32_t word(std::int64_t value) {
-    return static_cast<std::int32_t>(value);
+// What keeps two files from being pieces of one frame; "" when nothing does.
+std::string difference(const FrameFacts& a, const FrameFacts& b) {
+    if (a.frame() != b.frame()) return "the frame is " + sizeText(b) + ", not " + sizeText(a);
+    if (aspectOf(a) != aspectOf(b)) return "the pixel aspect differs";
+    const std::vector<RIF_CHANNEL>& ours = a.channels;
+    const std::vector<RIF_CHANNEL>& theirs = b.channels;
+    if (ours.size() != theirs.size())
+        return std::to_string(theirs.size()) + " channels, not " + std::to_string(ours.size());
+    for (std::size_t i = 0; i < ours.size(); ++i) {
+        const std::string which = "channel " + std::to_string(ours[i].index);
+        if (ours[i].index != theirs[i].index)
+            return which + " is in the place of channel " + std::to_string(theirs[i].index);
+        if (std::string(ours[i].name) != theirs[i].name)
+            return which + " is \"" + theirs[i].name + "\", not \"" + ours[i].name + "\"";
+        if (ours[i].type != theirs[i].type)
+            return which + " is of type " + std::to_string(theirs[i].type) + ", not " +
+                   std::to_string(ours[i].type);
+    }
+    return {};
 }
 
-// A channel and a box of it, or a window, in some order.
-using BucketKey = std::array<std::int32_t, 6>;
+// The boxes of one channel, and how many pixels they would cover if no two files overlapped.
+struct ChannelSum {
+    std::vector<PixelBox> boxes;
+    std::int64_t pixels = 0;
 
-BucketKey keyOf(const RIF_TAG& tag) {
-    return {tag.p8, tag.p2, tag.p3, tag.p4, tag.p5, statesWindow(tag) ? tag.p6 : 0};
-}
+    void add(const MergeInput::Cover& cover) {
+        boxes.insert(boxes.end(), cover.boxes.begin(), cover.boxes.end());
+        pixels += std::min(cover.pixels, std::numeric_limits<std::int64_t>::max() - pixels);
+    }
+    std::int64_t overlap() const { return pixels - coveredPixels(boxes, kEverywhere); }
+};
 
-// Pixels, wherever a renderer may put a bucket.
-std::int64_t coveredBy(const ChannelCover& cover, std::int32_t channel) {
-    constexpr std::int64_t kHalf = INT32_MAX / 2;
-    const PixelBox everywhere{-kHalf, -kHalf, kHalf, kHalf};
-    const auto found = cover.boxes().find(channel);
-    return found != cover.boxes().end() ? coveredPixels(found->second, everywhere) : 0;
+// Small files are read in one go: they are many.
+Inspection inspect(PFileStream& file) {
+    constexpr std::int64_t kSmall = 256 << 10;
+    InspectOptions options;
+    options.depth = InspectDepth::kRecords;
+    options.threads = 1;
+    const std::int64_t size = file.Length();
+    if (size < 0 || size > kSmall) return inspectStream(file, options);
+    PBufStream whole(static_cast<int>(size));
+    std::size_t got = 0;
+    const int code = file.ReadAt(0, whole.GetBuf(), static_cast<std::size_t>(size), got);
+    if (code != 0 || got != static_cast<std::size_t>(size) || whole.Open() != 0)
+        return inspectStream(file, options);
+    return inspectStream(whole, options);
 }
 
 class Merge {
@@ -65,38 +87,44 @@ class Merge {
         : names_(names), options_(options), report_(report) {}
 
     void run(const std::string& output) {
-        if (!open(output) || !agree()) return;
+        if (!read(output)) return;
+        unite();
         collectWindows();
         if (settleOverlaps() && checkHoles()) write(output);
     }
 
   private:
+    // An input whose loss the others may make good.
+    struct Damaged {
+        std::string name;
+        std::string cause;
+        FrameFacts facts;
+    };
+
     bool fail(MergeState state, const std::string& file, const std::string& cause);
-    bool open(const std::string& output);
-    bool openOne(Input& input);
-    bool agree();
-    static std::string difference(const Input& a, const Input& b);
+    bool read(const std::string& output);
+    bool readOne(const std::string& name);
+    bool take(const std::string& name, const Inspection& found);
     void unite();
+    void collectWindows();
+    std::set<std::int32_t> channels() const;
+    ChannelSum sumOf(std::int32_t channel, std::size_t inputs) const;
+    std::vector<std::int32_t> overlappingChannels() const;
     bool settleOverlaps();
     bool refuseOverlap(std::int32_t channel);
-    void leaveOutRepeated();
     bool checkHoles();
+    bool setAsideDamaged();
     void write(const std::string& output);
-    ErrorCode writeMetadata(TagCopier& copier);
-    ErrorCode writeRegion(TagCopier& copier, const INFOTAG& tag);
-    void collectWindows();
-    ErrorCode writeWindows(TagCopier& copier);
 
     const std::vector<std::string>& names_;
     const MergeOptions& options_;
     MergeReport& report_;
-    std::vector<std::unique_ptr<Input>> inputs_;  // in the caller's order
-    // A pixel tag of a channel and the window that it has to state.
-    struct Window {
-        RIF_TAG tag;
-        PixelBox box;
-    };
-    std::vector<Window> ownWindows_;  // that no input states, for channels of which another states some
+    std::vector<MergeInput> inputs_;  // in the caller's order
+    std::vector<Damaged> damaged_;
+    FrameFacts facts_;  // of the first input that is not damaged
+    bool compressed_ = false;
+    std::set<std::uint32_t> metadata_;     // ids that some input has
+    std::vector<MergeWindow> ownWindows_;  // that no input states, for channels of which another states some
     PixelBox area_;
     bool regionIsPart_ = false;  // some input has a render region that is not the whole frame
 };
@@ -108,163 +136,186 @@ bool Merge::fail(MergeState state, const std::string& file, const std::string& c
     return false;
 }
 
-bool Merge::openOne(Input& input) {
-    const int code = input.file.Open(input.name.c_str(), PFileStream::kRead, 1, PFileStream::kOpenExisting);
-    if (code != 0) return fail(MergeState::kCannotOpen, input.name, std::generic_category().message(code));
-    InspectOptions options;
-    options.depth = InspectDepth::kRecords;
-    options.threads = 1;
-    input.inspected = inspectStream(input.file, options);
-    const Inspection& found = input.inspected;
-    switch (found.state) {
-        case FileState::kCannotOpen: return fail(MergeState::kCannotOpen, input.name, found.cause);
-        case FileState::kNotThisFormat:
-            return fail(MergeState::kNotThisFormat, input.name, "not a raw image file");
-        case FileState::kDamaged:
-            return fail(MergeState::kDamaged, input.name,
-                        found.cause + " at " + std::to_string(found.causeOffset));
-        case FileState::kUnfinished: report_.unfinished.push_back(input.name); break;
-        default: break;
-    }
-    std::copy_if(input.inspected.tags.begin(), input.inspected.tags.end(), std::back_inserter(input.pixels),
-                 [](const INFOTAG& tag) { return isPixelTag(tag.id); });
-    return true;
-}
-
-bool Merge::open(const std::string& output) {
+bool Merge::read(const std::string& output) {
     for (const std::string& name : names_) {
         if (isSameFile(name.c_str(), output.c_str()))
             return fail(MergeState::kWriteFailed, output, "input and output are the same file");
-        inputs_.push_back(std::make_unique<Input>());
-        inputs_.back()->name = name;
-        if (!openOne(*inputs_.back())) return false;
+        if (!readOne(name)) return false;
+        if (options_.progress && !options_.progress(0, 1))
+            return fail(MergeState::kStopped, output, "stopped");
     }
-    return !inputs_.empty() || fail(MergeState::kCannotOpen, "", "no input");
+    if (!inputs_.empty()) return true;
+    if (damaged_.empty()) return fail(MergeState::kCannotOpen, "", "no input");
+    return fail(MergeState::kDamaged, damaged_.front().name, damaged_.front().cause);
 }
 
-// What keeps two files from being pieces of one frame; "" when nothing does.
-std::string Merge::difference(const Input& a, const Input& b) {
-    if (a.inspected.facts.frame() != b.inspected.facts.frame())
-        return "the frame is " + sizeText(b.inspected.facts) + ", not " + sizeText(a.inspected.facts);
-    if (aspectOf(a.inspected.facts) != aspectOf(b.inspected.facts)) return "the pixel aspect differs";
-    if (a.inspected.compressed != b.inspected.compressed)
-        return "one file is compressed and the other is not";
-    const std::vector<RIF_CHANNEL>& ours = a.inspected.facts.channels;
-    const std::vector<RIF_CHANNEL>& theirs = b.inspected.facts.channels;
-    if (ours.size() != theirs.size())
-        return std::to_string(theirs.size()) + " channels, not " + std::to_string(ours.size());
-    for (std::size_t i = 0; i < ours.size(); ++i) {
-        const std::string which = "channel " + std::to_string(ours[i].index);
-        if (ours[i].index != theirs[i].index)
-            return which + " stands where channel " + std::to_string(theirs[i].index) + " is";
-        if (std::string(ours[i].name) != theirs[i].name)
-            return which + " is \"" + theirs[i].name + "\", not \"" + ours[i].name + "\"";
-        if (ours[i].type != theirs[i].type)
-            return which + " is of type " + std::to_string(theirs[i].type) + ", not " +
-                   std::to_string(ours[i].type);
+bool Merge::readOne(const std::string& name) {
+    PFileStream file;
+    const int code = file.Open(name.c_str(), PFileStream::kRead, 1, PFileStream::kOpenExisting);
+    if (code != 0) return fail(MergeState::kCannotOpen, name, std::generic_category().message(code));
+    const Inspection found = inspect(file);
+    switch (found.state) {
+        case FileState::kCannotOpen: return fail(MergeState::kCannotOpen, name, found.cause);
+        case FileState::kNotThisFormat: return fail(MergeState::kNotThisFormat, name, "not a raw image file");
+        case FileState::kDamaged:
+            damaged_.push_back({name, found.cause + " at " + std::to_string(found.causeOffset), found.facts});
+            return true;
+        case FileState::kUnfinished: report_.unfinished.push_back(name); break;
+        default: break;
     }
-    return {};
+    return take(name, found);
 }
 
-bool Merge::agree() {
-    for (const auto& input : inputs_) {
-        const std::string differs = difference(*inputs_.front(), *input);
-        if (!differs.empty()) {
-            return fail(MergeState::kMismatch, input->name,
-                        "does not fit " + inputs_.front()->name + ": " + differs);
-        }
+bool Merge::take(const std::string& name, const Inspection& found) {
+    if (inputs_.empty()) {
+        facts_ = found.facts;
+        compressed_ = found.compressed;
     }
-    unite();
+    std::string differs = difference(facts_, found.facts);
+    if (differs.empty() && compressed_ != found.compressed)
+        differs = "one file is compressed and the other is not";
+    if (!differs.empty())
+        return fail(MergeState::kMismatch, name, "does not fit " + inputs_.front().name() + ": " + differs);
+    inputs_.emplace_back(name);
+    inputs_.back().keep(found);
+    std::set<std::uint32_t> here;
+    for (const INFOTAG& tag : found.tags) {
+        if (metadata_.count(tag.id) > 0 || isPixelTag(tag.id) || tag.id == TAG_INFO_TAGS) continue;
+        here.insert(tag.id);
+        inputs_.back().metadata.push_back(tag);
+    }
+    metadata_.insert(here.begin(), here.end());
     return true;
 }
 
 void Merge::unite() {
-    for (const auto& input : inputs_) {
-        const PixelBox area = input->inspected.facts.area();
-        regionIsPart_ = regionIsPart_ || area != input->inspected.facts.frame();
+    const auto add = [this](const PixelBox& area) {
+        regionIsPart_ = regionIsPart_ || area != facts_.frame();
         area_ = boxAround(area_, area);
+    };
+    for (const MergeInput& input : inputs_)
+        add(input.area);
+    for (const Damaged& damaged : damaged_) {
+        if (difference(facts_, damaged.facts).empty()) add(damaged.facts.area());
     }
     // A render region's size is a 32-bit number.
     area_.x1 = std::min(area_.x1, area_.x0 + INT32_MAX);
     area_.y1 = std::min(area_.y1, area_.y0 + INT32_MAX);
     report_.area = area_;
-    report_.frame = inputs_.front()->inspected.facts.frame();
+    report_.frame = facts_.frame();
 }
 
-// Inputs overlap when together they cover less than they add up to.
+// Where one file states a window of a channel, the others mean all of their area: without a window stated for
+// them their part of the channel would count as outside.
+void Merge::collectWindows() {
+    std::map<std::int32_t, RIF_TAG> stated;
+    for (const MergeInput& input : inputs_)
+        stated.insert(input.windowTags.begin(), input.windowTags.end());
+    for (const auto& [channel, tag] : stated) {
+        for (const MergeInput& input : inputs_) {
+            if (input.windows.count(channel) > 0) continue;
+            const PixelBox inFrame = intersect(input.area, facts_.frame());
+            if (!inFrame.empty()) ownWindows_.push_back({tag, inFrame});
+        }
+    }
+}
+
+std::set<std::int32_t> Merge::channels() const {
+    std::set<std::int32_t> all;
+    for (const MergeInput& input : inputs_) {
+        for (const MergeInput::Cover& cover : input.covers())
+            all.insert(cover.channels.begin(), cover.channels.end());
+    }
+    return all;
+}
+
+ChannelSum Merge::sumOf(std::int32_t channel, std::size_t inputs) const {
+    ChannelSum sum;
+    for (std::size_t i = 0; i < inputs; ++i) {
+        for (const MergeInput::Cover& cover : inputs_[i].covers()) {
+            if (std::find(cover.channels.begin(), cover.channels.end(), channel) != cover.channels.end())
+                sum.add(cover);
+        }
+    }
+    return sum;
+}
+
+std::vector<std::int32_t> Merge::overlappingChannels() const {
+    std::vector<std::int32_t> overlapping;
+    ChannelSum before;
+    bool overlapped = false;
+    for (const std::int32_t channel : channels()) {
+        ChannelSum sum = sumOf(channel, inputs_.size());
+        // Channels mostly have the same buckets.
+        if (sum.boxes != before.boxes) overlapped = sum.overlap() > 0;
+        if (overlapped) overlapping.push_back(channel);
+        before = std::move(sum);
+    }
+    return overlapping;
+}
+
 bool Merge::settleOverlaps() {
-    if (options_.overlap != MergeOverlap::kRefuse) {
-        leaveOutRepeated();
-        return true;
+    const bool refuses = options_.overlap == MergeOverlap::kRefuse;
+    if (refuses && overlappingChannels().empty()) return true;
+    MergeRepeats repeats(inputs_, options_, compressed_);
+    if (!repeats.settle()) {
+        if (repeats.cause().empty()) return fail(MergeState::kStopped, "", "stopped");
+        return fail(MergeState::kCannotOpen, repeats.failedFile(), repeats.cause());
     }
-    std::map<std::int32_t, std::int64_t> sums;
-    ChannelCover together;
-    for (const auto& input : inputs_) {
-        ChannelCover own;
-        own.addPixels(input->pixels);
-        together.addPixels(input->pixels);
-        for (const auto& boxes : own.boxes())
-            sums[boxes.first] += coveredBy(own, boxes.first);
-    }
-    for (const auto& [channel, sum] : sums) {
-        if (coveredBy(together, channel) < sum) return refuseOverlap(channel);
-    }
-    return true;
+    report_.repeats = repeats.repeats();
+    if (!refuses) return true;
+    const std::vector<std::int32_t> overlapping = overlappingChannels();
+    return overlapping.empty() || refuseOverlap(overlapping.front());
 }
 
 // Names the first input that overlaps those before it.
 bool Merge::refuseOverlap(std::int32_t channel) {
-    ChannelCover together;
-    std::int64_t before = 0;
-    for (const auto& input : inputs_) {
-        ChannelCover own;
-        own.addPixels(input->pixels);
-        together.addPixels(input->pixels);
-        const std::int64_t sum = before + coveredBy(own, channel);
-        before = coveredBy(together, channel);
-        if (before < sum) {
-            return fail(MergeState::kOverlap, input->name,
-                        "overlaps the files before it in channel " + std::to_string(channel) + " by " +
-                            std::to_string(sum - before) + " pixels");
-        }
+    std::size_t without = 0, with = inputs_.size();
+    while (with - without > 1) {
+        const std::size_t middle = without + (with - without) / 2;
+        (sumOf(channel, middle).overlap() > 0 ? with : without) = middle;
     }
-    return fail(MergeState::kOverlap, "", "files overlap in channel " + std::to_string(channel));
+    return fail(MergeState::kOverlap, inputs_[with - 1].name(),
+                "overlaps the files before it in channel " + std::to_string(channel) + " by " +
+                    std::to_string(sumOf(channel, with).overlap()) + " pixels");
 }
 
-// From the input that counts down.
-void Merge::leaveOutRepeated() {
-    std::set<BucketKey> taken;
-    const auto leaveOut = [&taken](Input& input) {
-        std::vector<INFOTAG>& pixels = input.pixels;
-        pixels.erase(std::remove_if(pixels.begin(), pixels.end(),
-                                    [&taken](const INFOTAG& tag) { return taken.count(keyOf(tag)) > 0; }),
-                     pixels.end());
-        for (const INFOTAG& tag : pixels)
-            taken.insert(keyOf(tag));
-    };
-    if (options_.overlap == MergeOverlap::kFirst) {
-        std::for_each(inputs_.begin(), inputs_.end(), [&](const auto& input) { leaveOut(*input); });
-    } else {
-        std::for_each(inputs_.rbegin(), inputs_.rend(), [&](const auto& input) { leaveOut(*input); });
+// The holes are known.
+bool Merge::setAsideDamaged() {
+    for (const Damaged& damaged : damaged_) {
+        const PixelBox area = damaged.facts.area();
+        const std::vector<PixelBox>& holes = report_.holes.boxes;
+        const bool whole = difference(facts_, damaged.facts).empty() && !report_.holes.truncated &&
+                           std::none_of(holes.begin(), holes.end(),
+                                        [&area](const PixelBox& hole) { return overlaps(hole, area); });
+        if (!whole) return fail(MergeState::kDamaged, damaged.name, damaged.cause);
+        report_.setAside.push_back({damaged.name, damaged.cause});
     }
+    return true;
 }
 
 bool Merge::checkHoles() {
     ChannelCover cover;
-    cover.addChannels(inputs_.front()->inspected.facts.channels);
-    for (const auto& input : inputs_)
-        cover.addPixels(input->pixels);
-    for (const auto& input : inputs_)
-        cover.addWindows(input->pixels, input->inspected.facts.frame());
-    for (const Window& window : ownWindows_)
+    cover.addChannels(facts_.channels);
+    for (const MergeInput& input : inputs_) {
+        for (const MergeInput::Cover& own : input.covers()) {
+            for (const std::int32_t channel : own.channels)
+                cover.addBoxes(channel, own.boxes);
+        }
+        for (const auto& [channel, windows] : input.windows) {
+            for (const PixelBox& window : windows)
+                cover.addWindow(channel, window);
+        }
+    }
+    for (const MergeWindow& window : ownWindows_)
         cover.addWindow(window.tag.p8, window.box);
     ChannelCover::Missing missing = cover.missing(area_);
-    if (missing.inAny.boxes.empty() && !missing.inAny.truncated) return true;
     report_.holes = std::move(missing.inAny);
-    if (options_.allowHoles) return true;
+    if (!setAsideDamaged()) return false;
+    if (options_.allowHoles || (report_.holes.boxes.empty() && !report_.holes.truncated)) return true;
     if (missing.channels.empty()) return fail(MergeState::kMismatch, "", "there are no channels");
     const auto& [channel, holes] = missing.channels.front();
-    const std::string name = inputs_.front()->inspected.facts.channelName(channel);
+    const std::string name = facts_.channelName(channel);
     return fail(MergeState::kHoles, "",
                 "channel " + std::to_string(channel) + (name.empty() ? "" : " \"" + name + "\"") +
                     " has holes: " + std::to_string(holes.boxes.size()) +
@@ -272,103 +323,15 @@ bool Merge::checkHoles() {
                     (holes.boxes.empty() ? "" : boxText(holes.boxes.front())));
 }
 
-// Where one file states a window of a channel, the others mean all of their area: without a window stated for
-// them their part of the channel would count as outside.
-void Merge::collectWindows() {
-    std::map<std::int32_t, RIF_TAG> stated;
-    std::vector<ChannelCover> covers(inputs_.size());
-    for (std::size_t i = 0; i < inputs_.size(); ++i) {
-        covers[i].addWindows(inputs_[i]->pixels, inputs_[i]->inspected.facts.frame());
-        for (const INFOTAG& tag : inputs_[i]->pixels) {
-            if (windowOf(tag, inputs_[i]->inspected.facts.frame())) stated.emplace(tag.p8, tag);
-        }
-    }
-    for (const auto& [channel, tag] : stated) {
-        for (std::size_t i = 0; i < inputs_.size(); ++i) {
-            if (covers[i].windows().count(channel) > 0) continue;
-            const MissingBoxes inFrame =
-                unitedBoxes({inputs_[i]->inspected.facts.area()}, inputs_[i]->inspected.facts.frame());
-            if (!inFrame.boxes.empty()) ownWindows_.push_back({tag, inFrame.boxes.front()});
-        }
-    }
-}
-
-ErrorCode Merge::writeWindows(TagCopier& copier) {
-    constexpr unsigned char kNothingDeflated[] = {0x78, 0xda, 0x03, 0, 0, 0, 0, 1};
-    const bool compressed = inputs_.front()->inspected.compressed;
-    for (const Window& window : ownWindows_) {
-        RIF_TAG tag = window.tag;
-        tag.size = kTagHeaderBytes + (compressed ? sizeof kNothingDeflated : 0);
-        tag.p2 = word(window.box.x0);
-        tag.p3 = word(window.box.y0);
-        tag.p4 = word(window.box.width());
-        tag.p6 = word(window.box.height());
-        if (ErrorCode error = copier.add(tag, kNothingDeflated); !error.empty()) return error;
-    }
-    return {};
-}
-
-// The box around all; everything else stays as the tag has it.
-ErrorCode Merge::writeRegion(TagCopier& copier, const INFOTAG& tag) {
-    RIRegionInfo region{0, word(area_.x0), word(area_.y0), word(area_.width()), word(area_.height())};
-    for (const auto& input : inputs_) {
-        const FrameFacts& facts = input->inspected.facts;
-        if (facts.area() == facts.frame() || !facts.region) continue;
-        region.kind = facts.region->kind;
-        break;
-    }
-    unsigned char bytes[kRegionRecordBytes];
-    encodeRegion(region, bytes);
-    return copier.add(tag, bytes);
-}
-
-// In the order of the file that has each kind first.
-ErrorCode Merge::writeMetadata(TagCopier& copier) {
-    std::set<std::uint32_t> taken;
-    for (const auto& input : inputs_) {
-        std::set<std::uint32_t> here;
-        for (const INFOTAG& tag : input->inspected.tags) {
-            if (taken.count(tag.id) > 0 || isPixelTag(tag.id) || tag.id == TAG_INFO_TAGS) continue;
-            here.insert(tag.id);
-            ErrorCode error = tag.id == TAG_RENDER_REGION && regionIsPart_ ? writeRegion(copier, tag)
-                                                                           : copier.copy(input->file, {tag});
-            if (!error.empty()) return error;
-        }
-        taken.insert(here.begin(), here.end());
-    }
-    return {};
-}
-
-// Readers draw later tags over earlier ones, so the file that counts goes last.
 void Merge::write(const std::string& output) {
-    std::int64_t total = 0;
-    for (const auto& input : inputs_) {
-        for (const INFOTAG& tag : input->pixels)
-            total += tag.size;
-    }
-    TagCopier::Progress copying;
-    if (options_.progress)
-        copying = [&](std::int64_t copied) { return options_.progress(copied, std::max(copied, total)); };
-    TagCopier copier(copying);
-    copier.setSyncOnClose(options_.sync);
-    ErrorCode error = copier.begin(output.c_str(), inputs_.front()->inspected.compressed);
-    if (error.empty()) error = writeMetadata(copier);
-    if (error.empty()) error = writeWindows(copier);
-    if (options_.overlap == MergeOverlap::kFirst) std::reverse(inputs_.begin(), inputs_.end());
-    for (const auto& input : inputs_) {
-        if (!error.empty() || copier.stopped()) break;
-        error = copier.copy(input->file, input->pixels);
-        report_.tags += static_cast<std::int64_t>(input->pixels.size());
-    }
-    const bool whole = error.empty() && !copier.stopped();
-    ErrorCode closing = whole ? copier.Close() : copier.leaveOpenEnded();
-    if (error.empty()) error = std::move(closing);
-    if (!error.empty()) {
-        fail(MergeState::kWriteFailed, output, error.describe());
-        report_.error = std::move(error);
-    } else if (!whole) {
-        fail(MergeState::kStopped, output, "stopped");
-    }
+    const auto word = [](std::int64_t value) { return static_cast<std::int32_t>(value); };
+    RIRegionInfo region{0, word(area_.x0), word(area_.y0), word(area_.width()), word(area_.height())};
+    const auto part =
+        std::find_if(inputs_.begin(), inputs_.end(), [](const MergeInput& input) { return input.isPart; });
+    if (part != inputs_.end()) region.kind = part->regionKind;
+    MergeOutput merged(inputs_, options_, compressed_, report_);
+    merged.write(output, ownWindows_, regionIsPart_ ? &region : nullptr);
+    if (options_.verify && report_.state == MergeState::kGood) merged.verify(output);
 }
 
 }  // namespace

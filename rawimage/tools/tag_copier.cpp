@@ -1,6 +1,7 @@
 #include "rawimage/tools/tag_copier.h"
 
 #include <algorithm>
+#include <climits>
 #include <system_error>
 #include <utility>
 
@@ -40,6 +41,10 @@ ErrorCode TagCopier::begin(const char* fileName, bool compressed) {
     unsigned char bytes[kFileHeaderBytes];
     encodeHeader(header, bytes);
     return writeAll(*stream, bytes, kFileHeaderBytes);
+}
+
+void TagCopier::expectTags(std::int64_t tags) {
+    infoTags.Realloc(static_cast<int>(std::min<std::int64_t>(tags + 1, INT_MAX / kInfoTagBytes)));
 }
 
 void TagCopier::list(const INFOTAG& tag) {

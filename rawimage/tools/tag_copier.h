@@ -22,6 +22,8 @@ class TagCopier : public RIFile {
 
     // Starts the file `fileName`; `compressed` is the flag of the pixels that will come.
     ErrorCode begin(const char* fileName, bool compressed);
+    // Makes room for the table of as many tags, its own included. Throws std::bad_alloc.
+    void expectTags(std::int64_t tags);
 
     // Copies tags of `source`, in their order. Tags that follow each other in the source go in one piece. Old
     // tables are left out; everything goes into the new table that must, and channel lists too. A tag in

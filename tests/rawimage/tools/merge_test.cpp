@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <map>
 
 #include "tests/testing/check.h"
@@ -207,11 +209,121 @@ TEST(Merge, AllowsHolesAndUnfinishedFiles) {
     EXPECT_EQ(report.holes.boxes, (std::vector<PixelBox>{{20, 0, 30, 12}}));
     EXPECT_EQ(verdict(merging.output.bytes()), "incomplete");
 
-    options.progress = [calls = 0](std::int64_t done, std::int64_t total) mutable {
-        return done <= total && ++calls < 2;
+    options.progress = [](std::int64_t done, std::int64_t total) {
+        EXPECT_LE(done, total);
+        return done == 0;
     };
     EXPECT_EQ(merging.run(options).state, MergeState::kStopped);
     EXPECT_EQ(verdict(merging.output.bytes()), "unfinished") << "never passes for whole";
+}
+
+// Two attempts at a piece: each pixel tag is taken once, from the first input in which it is sound.
+TEST(Merge, TakesRepeatedBucketsOnceFromASoundInput) {
+    RawFrame first, again, rest;
+    first.boxes = {kQuarters[0], kQuarters[1]};
+    again.boxes = {{0, 0, 20, 12, 500}, {20, 0, 20, 12, 500}};
+    rest.boxes = {kQuarters[2], kQuarters[3]};
+    const auto damage = [](MemoryFile& file) {
+        Contents bytes = file.bytes();
+        Reading reading(bytes);
+        ASSERT_EQ(reading.list(), 0);
+        const int at = reading.file.FindNextChanTag(-1);  // of the first quarter
+        bytes[static_cast<std::size_t>(reading.file.GetTag(at)->offset) + 50] ^= 0x55;
+        file.fill(bytes);
+    };
+    const struct {
+        bool firstDamaged, againDamaged, againTorn;
+        std::vector<std::array<std::int64_t, 4>> repeats;  // from and to which input, tags, damaged ones
+        const char* verdict = "good";
+    } cases[] = {
+        {false, false, false, {{1, 0, 6, 0}}},
+        {false, true, true, {{1, 0, 5, 0}}},  // not looked at: the first one is sound
+        {true, false, false, {{0, 1, 1, 1}, {1, 0, 5, 0}}},
+        {true, false, true, {{0, 1, 1, 1}, {1, 0, 4, 0}}},
+        {true, true, false, {{1, 0, 6, 1}}, "damaged"},
+    };
+    for (const auto& c : cases) {
+        Merging merging({first, again, rest});
+        if (c.firstDamaged) damage(*merging.files[0]);
+        if (c.againDamaged) damage(*merging.files[1]);
+        if (c.againTorn) {
+            Contents torn = merging.files[1]->bytes();
+            Reading reading(torn);
+            ASSERT_EQ(reading.list(), 0);
+            torn.resize(static_cast<std::size_t>(reading.file.GetTag(reading.file.NumTags() - 1)->offset) +
+                        50);
+            std::fill_n(torn.begin() + 12, 8, 0);
+            merging.files[1]->fill(torn);
+        }
+        const MergeReport report = merging.run();
+        ASSERT_EQ(report.state, MergeState::kGood) << report.cause;
+        std::vector<std::array<std::int64_t, 4>> repeats;
+        const auto index = [&merging](const std::string& name) {
+            return std::find(merging.names.begin(), merging.names.end(), name) - merging.names.begin();
+        };
+        for (const MergeRepeat& repeat : report.repeats)
+            repeats.push_back({index(repeat.file), index(repeat.takenFrom), repeat.tags, repeat.damaged});
+        EXPECT_EQ(repeats, c.repeats);
+        EXPECT_EQ(report.tags, 12) << "each once";
+        EXPECT_EQ(verdict(merging.output.bytes()), c.verdict);
+    }
+}
+
+TEST(Merge, SetsADamagedInputAsideWhenOthersHaveItsArea) {
+    RawFrame top;
+    top.boxes = {kQuarters[0], kQuarters[1]};
+    Merging merging({piece(kQuarters[0]), top, piece(kQuarters[2]), piece(kQuarters[3])});
+    Contents damaged = merging.files[0]->bytes();
+    damaged[34] ^= 1;
+    merging.files[0]->fill(damaged);
+    const MergeReport report = merging.run();
+    ASSERT_EQ(report.state, MergeState::kGood) << report.cause;
+    ASSERT_EQ(report.setAside.size(), 1u);
+    EXPECT_EQ(report.setAside[0].file, merging.names[0]);
+    EXPECT_EQ(verdict(merging.output.bytes()), "good");
+    MergeOptions holes;
+    holes.allowHoles = true;
+    merging.names.erase(merging.names.begin() + 1);
+    EXPECT_EQ(merging.run(holes).state, MergeState::kDamaged) << "its area is needed";
+}
+
+// What a caller may delete afterwards.
+TEST(Merge, VerifiesTheOutputAndNamesTheInputsItContains) {
+    Merging merging({piece(kQuarters[0]), piece(kQuarters[1]), piece(kQuarters[2]), piece(kQuarters[3]),
+                     piece(kQuarters[3])});
+    MergeOptions options;
+    options.verify = true;
+    int calls = 0;
+    options.progress = [&calls](std::int64_t, std::int64_t) { return ++calls > 0; };
+    const MergeReport report = merging.run(options);
+    ASSERT_EQ(report.state, MergeState::kGood) << report.cause;
+    EXPECT_EQ(report.contained, (std::vector<std::string>{merging.names.begin(), merging.names.end() - 1}));
+
+    const Contents sound = merging.files[1]->bytes();
+    Contents damaged = sound;
+    Reading reading(sound);
+    ASSERT_EQ(reading.list(), 0);
+    damaged[reading.file.GetTag(reading.file.FindNextChanTag(-1))->offset + 50] ^= 0x55;
+    merging.files[1]->fill(damaged);
+    EXPECT_EQ(merging.run().state, MergeState::kGood) << "pixels are not looked at";
+    const MergeReport refused = merging.run(options);
+    EXPECT_EQ(refused.state, MergeState::kNotVerified);
+    EXPECT_TRUE(refused.contained.empty());
+
+    // An input that another file takes the place of, at any moment after it was inspected.
+    for (int at = 2; at < calls; ++at) {
+        merging.files[1]->fill(sound);
+        options.progress = [&, left = at](std::int64_t, std::int64_t) mutable {
+            if (--left == 0) merging.files[1]->fill(makeSample().bytes);
+            return true;
+        };
+        const MergeReport changed = merging.run(options);
+        if (changed.state != MergeState::kGood) {
+            EXPECT_EQ(changed.file, merging.names[1]) << changed.cause;
+        } else {
+            EXPECT_EQ(verdict(merging.output.bytes()), "good") << at << ": it was compared before";
+        }
+    }
 }
 
 // Where one piece ends a channel at a window, another that says nothing means its whole area.
