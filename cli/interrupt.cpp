@@ -15,8 +15,11 @@ namespace {
 volatile std::sig_atomic_t stopSignal = 0;
 
 // For the handlers, which may not touch a string. Paths of this length or more open no file.
-char doomedPath[PATH_MAX];
-std::atomic<bool> doomed{false};
+struct Doomed {
+    char path[PATH_MAX];
+    std::atomic<bool> named;
+};
+Doomed doomed[2];
 std::atomic<bool> held{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "signal handlers read them");
 
@@ -30,7 +33,9 @@ void awaitRelease() {
 
 extern "C" void onDeadlySignal(int number) {
     awaitRelease();
-    if (doomed) ::unlink(doomedPath);
+    for (const Doomed& file : doomed) {
+        if (file.named) ::unlink(file.path);
+    }
     // Pending until this handler returns, and then deadly.
     std::signal(number, SIG_DFL);
     std::raise(number);
@@ -66,10 +71,18 @@ bool stopRequested() {
 }
 
 void removeWhenKilled(const std::string& path) {
-    doomed = false;
-    if (path.empty() || path.size() >= sizeof doomedPath) return;
-    std::memcpy(doomedPath, path.c_str(), path.size() + 1);
-    doomed = true;
+    for (Doomed& file : doomed) {
+        if (file.named || path.size() >= sizeof file.path) continue;
+        std::memcpy(file.path, path.c_str(), path.size() + 1);
+        file.named = true;
+        return;
+    }
+}
+
+void keepWhenKilled(const std::string& path) {
+    for (Doomed& file : doomed) {
+        if (file.named && path == file.path) file.named = false;
+    }
 }
 
 SignalsHeld::SignalsHeld() {

@@ -14,8 +14,10 @@ void catchSignals();
 // then they leave nothing and answer ExitCode::kStopped.
 bool stopRequested();
 
-// The file to remove when a signal ends the program, in place of the one named before; "" for none.
+// A file to remove when a signal ends the program, besides those named before. There is room for two.
 void removeWhenKilled(const std::string& path);
+// Takes a file's name back.
+void keepWhenKilled(const std::string& path);
 
 // As long as it lives no signal ends the program, in whatever thread it arrives: for the moment between
 // making a file and removeWhenKilled().

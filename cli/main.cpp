@@ -47,6 +47,7 @@ ExitCode runVerb(int argc, char** argv) {
     addRecoverVerb(app, result);
     addMergeVerb(app, result);
     addDiffVerb(app, result);
+    addPiecesVerb(app, result);
     refuseSlips(app);
     addHelpEnds(app);
     try {

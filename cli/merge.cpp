@@ -1,7 +1,13 @@
 #include "rawimage/tools/merge.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
+#include <cerrno>
+#include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -12,6 +18,7 @@
 #include "cli/report.h"
 #include "cli/tool_progress.h"
 #include "cli/verbs.h"
+#include "support/files.h"
 
 namespace rimg {
 
@@ -27,7 +34,13 @@ struct MergeVerbOptions {
     std::string output;
     std::string overlap;
     bool allowHoles = false;
+    bool deleteInputs = false;
     bool json = false;
+    int threads = 0;
+};
+
+struct Merged : MergeReport {
+    std::vector<std::string> deleted;
 };
 
 struct StateRow {
@@ -47,19 +60,21 @@ StateRow rowOf(MergeState state) {
             return {ExitCode::kMismatch, "overlap", "; --overlap first or last lets one of them count"};
         case MergeState::kHoles: return {ExitCode::kMismatch, "holes", "; --allow-holes leaves them"};
         case MergeState::kWriteFailed: return {ExitCode::kFailure, "write failed"};
+        case MergeState::kNotVerified:
+            return {ExitCode::kFailure, "not verified", "; the inputs are as they were"};
         case MergeState::kStopped: break;
     }
     return {ExitCode::kStopped, "stopped"};
 }
 
 // A failure that the report does not know is one of the output's.
-MergeState stateOf(const MergeReport& merged, const Failure* failure) {
+MergeState stateOf(const Merged& merged, const Failure* failure) {
     if (failure != nullptr && failure->code() == ExitCode::kStopped) return MergeState::kStopped;
     return failure != nullptr && merged.state == MergeState::kGood ? MergeState::kWriteFailed : merged.state;
 }
 
 // `failure` is why there is no merged file, null when there is one.
-void printMergeJson(const MergeVerbOptions& options, const MergeReport& merged, const Failure* failure) {
+void printMergeJson(const MergeVerbOptions& options, const Merged& merged, const Failure* failure) {
     const ExitCode code = failure != nullptr ? failure->code() : ExitCode::kGood;
     Json json{{"inputs", options.inputs},
               {"output", options.output},
@@ -67,10 +82,21 @@ void printMergeJson(const MergeVerbOptions& options, const MergeReport& merged, 
               {"exitCode", static_cast<int>(code)},
               {"fault", faultOf(failure)},
               {"unfinished", merged.unfinished},
+              {"setAside", Json::array()},
+              {"repeats", Json::array()},
+              {"deleted", merged.deleted},
               {"frame", nullptr},
               {"area", nullptr},
               {"holes", jsonOf(merged.holes)},
               {"pixelTags", merged.tags}};
+    for (const MUtils::MergeSetAside& input : merged.setAside)
+        json["setAside"].push_back({{"file", input.file}, {"cause", input.cause}});
+    for (const MUtils::MergeRepeat& repeat : merged.repeats) {
+        json["repeats"].push_back({{"file", repeat.file},
+                                   {"takenFrom", repeat.takenFrom},
+                                   {"pixelTags", repeat.tags},
+                                   {"damaged", repeat.damaged}});
+    }
     if (merged.frame.width() > 0)
         json["frame"] = {{"width", merged.frame.width()}, {"height", merged.frame.height()}};
     if (merged.area.width() > 0) json["area"] = jsonOf(merged.area);
@@ -81,24 +107,74 @@ MergeReport merge(const MergeVerbOptions& options, const std::string& output) {
     ToolProgress progress("merge");
     MUtils::MergeOptions merging;
     merging.allowHoles = options.allowHoles;
+    merging.verify = options.deleteInputs;
+    merging.threads = options.threads;
     if (options.overlap == "first") merging.overlap = MergeOverlap::kFirst;
     if (options.overlap == "last") merging.overlap = MergeOverlap::kLast;
     merging.progress = progress.callback();
     return MUtils::mergeFiles(options.inputs, output, merging);
 }
 
-// Throws Failure when there is no merged file in the end.
-void mergeInto(MergeReport& merged, const MergeVerbOptions& options) {
-    OutputFile output(options.output, OutputFile::Kind::kFile, options.inputs);
-    merged = merge(options, output.path());
+// What tells a file from another one of its name, and from itself when it has changed.
+struct FileIdentity {
+    explicit FileIdentity(const std::string& name) {
+        known = ::stat(name.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+    }
+    bool isSame(const FileIdentity& other) const {
+        const struct stat &a = status, &b = other.status;
+        return known && other.known && a.st_dev == b.st_dev && a.st_ino == b.st_ino &&
+               a.st_size == b.st_size && a.st_mtim.tv_sec == b.st_mtim.tv_sec &&
+               a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
+    }
+
+    struct stat status {};
+    bool known = false;
+};
+
+// The inputs of a merge as they were before it.
+class InputsToDelete {
+  public:
+    explicit InputsToDelete(const std::vector<std::string>& names) {
+        for (const std::string& name : names)
+            before_.emplace(name, FileIdentity(name));
+    }
+
+    // Deletes those of which the output has all pixels; the others are named.
+    void deleteMerged(Merged& merged) const {
+        const std::set<std::string> contained(merged.contained.begin(), merged.contained.end());
+        for (const auto& [name, identity] : before_) {
+            if (contained.count(name) == 0) {
+                report(name, "is kept: the merged file does not have all of it");
+            } else if (MUtils::isBeingWritten(name.c_str()) || !identity.isSame(FileIdentity(name))) {
+                report(name, "is kept: it is written to");
+            } else if (::unlink(name.c_str()) != 0) {
+                report(name, "cannot be deleted: " + systemMessage(errno));
+            } else {
+                merged.deleted.push_back(name);
+            }
+        }
+    }
+
+  private:
+    std::map<std::string, FileIdentity> before_;
+};
+
+// What --overlap chooses is no news.
+void reportInputs(const MergeVerbOptions& options, const MergeReport& merged) {
     for (const std::string& file : merged.unfinished)
         report(file, "was never finished; what is whole in it counts");
-    if (merged.state != MergeState::kGood) {
-        const std::string cause = merged.error.empty() ? merged.cause : outputCause(merged.error);
-        const StateRow row = rowOf(merged.state);
-        throw Failure(row.code, output.named(merged.file), output.named(cause) + row.hint);
+    for (const MUtils::MergeSetAside& input : merged.setAside)
+        report(input.file, "is damaged and not used, the other pieces have its area: " + input.cause);
+    if (!options.overlap.empty()) return;
+    for (const MUtils::MergeRepeat& repeat : merged.repeats) {
+        const std::string damaged =
+            repeat.damaged > 0 ? ", " + std::to_string(repeat.damaged) + " of them damaged here" : "";
+        report(repeat.file, std::to_string(repeat.tags) + " pixel tags are taken from " + repeat.takenFrom +
+                                ", which has them too" + damaged);
     }
-    output.commit();
+}
+
+void reportArea(const MergeVerbOptions& options, const MergeReport& merged) {
     const MUtils::PixelBox& area = merged.area;
     // A piece at the border that was forgotten leaves no hole.
     if (area != merged.frame)
@@ -108,8 +184,29 @@ void mergeInto(MergeReport& merged, const MergeVerbOptions& options) {
     if (!merged.holes.boxes.empty()) report(options.output, "has holes, as allowed: rimg missing lists them");
 }
 
+// Throws Failure when there is no merged file in the end.
+void mergeInto(Merged& merged, const MergeVerbOptions& options) {
+    OutputFile output(options.output, OutputFile::Kind::kFile, options.inputs);
+    output.lockName();
+    const InputsToDelete inputs(options.deleteInputs ? options.inputs : std::vector<std::string>());
+    static_cast<MergeReport&>(merged) = merge(options, output.path());
+    reportInputs(options, merged);
+    if (merged.state != MergeState::kGood) {
+        const std::string cause = merged.error.empty() ? merged.cause : outputCause(merged.error);
+        const StateRow row = rowOf(merged.state);
+        throw Failure(row.code, output.named(merged.file), output.named(cause) + row.hint);
+    }
+    const bool lasts = output.commit();
+    reportArea(options, merged);
+    if (lasts) {
+        inputs.deleteMerged(merged);
+    } else if (options.deleteInputs) {
+        report(options.output, "may not outlive a power cut, so the inputs are kept");
+    }
+}
+
 ExitCode runMerge(MergeVerbOptions& options) {
-    MergeReport merged;
+    Merged merged;
     try {
         merged.state = MergeState::kCannotOpen;
         options.inputs = options.files.names();
@@ -143,6 +240,10 @@ void addMergeVerb(CLI::App& app, ExitCode& result) {
         ->check(oneOf({"first", "last"}));
     verb->add_flag("--allow-holes", options->allowHoles,
                    "Merge even if pixels are missing afterwards. Default: an error");
+    verb->add_flag("--delete-inputs", options->deleteInputs,
+                   "Delete the pieces once OUT is on the disk, has been read again and is sound, and has "
+                   "every pixel tag of them byte for byte. Others are kept and named");
+    addThreadsOption(*verb, options->threads);
     verb->add_flag("--json", options->json, "Print a JSON object, also when it fails");
     verb->callback([options, &result] { result = runMerge(*options); });
 }

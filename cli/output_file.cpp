@@ -63,14 +63,23 @@ int synced(int file) {
     return code == EINVAL ? 0 : code;  // something that has no disk
 }
 
-// So that the new name outlives a power cut. Some file systems do not sync folders; there is no other way
-// then.
-void syncFolder(const std::string& path) {
+// So that the new name outlives a power cut; false when it may not. A file system that does not sync folders
+// has no better way.
+bool syncFolder(const std::string& path) {
     const std::string folder = folderOf(path);
     const int descriptor = ::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (descriptor < 0) return;
-    ::fsync(descriptor);
+    if (descriptor < 0) return false;
+    const int code = synced(descriptor);
     ::close(descriptor);
+    return code == 0;
+}
+
+// True when the open file still has its name.
+bool isNamed(int file, const std::string& path) {
+    struct stat open {
+    }, named{};
+    return ::fstat(file, &open) == 0 && ::lstat(path.c_str(), &named) == 0 && open.st_dev == named.st_dev &&
+           open.st_ino == named.st_ino;
 }
 
 }  // namespace
@@ -89,11 +98,13 @@ OutputFile::OutputFile(std::string name, Kind kind, const std::vector<std::strin
 }
 
 OutputFile::~OutputFile() {
-    if (!part_.empty()) {
+    for (const std::string& file : {part_, lock_}) {
+        if (file.empty()) continue;
         const SignalsHeld held;
-        std::remove(part_.c_str());
-        removeWhenKilled("");
+        std::remove(file.c_str());
+        keepWhenKilled(file);
     }
+    if (lockFile_ >= 0) ::close(lockFile_);
     if (older_ >= 0) ::close(older_);
 }
 
@@ -192,6 +203,30 @@ void OutputFile::makePart() {
     fail(EEXIST);
 }
 
+// Whoever holds the lock removes the file before it lets go: a file that has lost its name meanwhile is no
+// lock any more.
+void OutputFile::lockName() {
+    if (part_.empty()) return;
+    const std::string path = besidePath(target_, ".lock");
+    for (int i = 0; i < kMostNames; ++i) {
+        int file = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0666);
+        // Of another user's process.
+        if (file < 0 && errno == EACCES)
+            file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+        if (file < 0) fail(errno);
+        const int code = MUtils::lockForWriting(file);
+        if (code == 0 && isNamed(file, path)) {
+            lockFile_ = file;
+            lock_ = path;
+            removeWhenKilled(lock_);
+            return;
+        }
+        ::close(file);
+        if (code != 0) fail(code);
+    }
+    fail(EWOULDBLOCK);
+}
+
 void OutputFile::checkStop() const {
     if (!stopRequested()) return;
     const bool inPart = !part_.empty();
@@ -218,16 +253,16 @@ void OutputFile::finishPart() const {
     if (code != 0) fail(code);
 }
 
-void OutputFile::commit() {
+bool OutputFile::commit() {
     if (!part_.empty()) finishPart();
     checkStop();
-    if (part_.empty()) return;
+    if (part_.empty()) return false;
     // Once it has its new name, the old one may be another process's.
     const SignalsHeld held;
     if (std::rename(part_.c_str(), target_.c_str()) != 0) fail(errno);
+    keepWhenKilled(part_);
     part_.clear();
-    removeWhenKilled("");
-    syncFolder(target_);
+    return syncFolder(target_);
 }
 
 }  // namespace rimg

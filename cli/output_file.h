@@ -32,6 +32,12 @@ class OutputFile {
     // questions to ask before it makes its output.
     static void refuseInputs(const std::string& name, const std::vector<std::string>& inputs);
 
+    // Keeps every other process that calls this for the same OUT from going on, until the object goes: throws
+    // Failure (kUnreadable) when another one is at it. OUT need not exist. The lock is on a file beside it,
+    // which is removed in the end; one that a process leaves behind which dies keeps nobody out. Does nothing
+    // for what is no file, and where the file system knows no locks.
+    void lockName();
+
     // As messages call the output.
     std::string name() const;
     bool isStandardOutput() const { return standardOutput_; }
@@ -42,8 +48,9 @@ class OutputFile {
 
     // Throws Failure (kStopped) when a signal asks for a stop.
     void checkStop() const;
-    // Puts the file, which is closed, in its place. Not after a signal.
-    void commit();
+    // Puts the file, which is closed, in its place. Not after a signal. False when it is not certain that the
+    // new name outlives a power cut.
+    bool commit();
 
   private:
     // True when a file is to be made beside OUT.
@@ -60,6 +67,8 @@ class OutputFile {
     bool standardOutput_ = false;
     std::string target_;  // OUT without links
     std::string part_;    // beside it; empty for none
+    std::string lock_;    // the file of lockName(); empty for none
+    int lockFile_ = -1;   // descriptor that holds its lock
     // Of the older file, when there is one.
     int older_ = -1;  // descriptor that holds the lock
     uid_t owner_ = 0;

@@ -134,12 +134,12 @@ const std::vector<HelpEnd>& helpEnds() {
           kBySignal}},
         {"merge",
          {"rimg merge left.rimg right.rimg -o frame.rimg",
-          "rimg merge --overlap last --allow-holes piece*.rimg -o frame.rimg"},
+          "rimg merge --delete-inputs piece*.rimg -o frame.rimg"},
          {{ExitCode::kGood, "merged"},
-          {ExitCode::kFailure, "the output cannot be written"},
+          {ExitCode::kFailure, "the output cannot be written, or is not sound"},
           kWrongUsage,
-          {ExitCode::kDamaged, "a piece is damaged: recover it first"},
-          {ExitCode::kUnreadable, "a piece is not readable, or of another format"},
+          {ExitCode::kDamaged, "a piece is damaged, and no other one has its area: recover it first"},
+          {ExitCode::kUnreadable, "a piece is not readable, of another format, or OUT has another writer"},
           {ExitCode::kMismatch, "the pieces are not of one frame, overlap, or leave holes"},
           kBySignal}},
         {"diff",
@@ -150,7 +150,16 @@ const std::vector<HelpEnd>& helpEnds() {
           {exitCodeOf(DiffCode::kFailures), "failures; or usage: the command line is wrong"},
           {exitCodeOf(DiffCode::kMismatch), "not the same size or channels"},
           {exitCodeOf(DiffCode::kFileError), "a file is damaged or not readable, or OUT cannot be written"},
-          kBySignal}}};
+          kBySignal}},
+        {"pieces",
+         {"rimg pieces --size 7680x4320 --bucket 64x64 --count 16",
+          "rimg pieces --size frame1.rimg --by-cost frame1.rimg --count 16 --json"},
+         {{ExitCode::kGood, "cut, maybe into fewer pieces"},
+          {ExitCode::kFailure, "another failure, such as a standard output that is full"},
+          kWrongUsage,
+          {ExitCode::kIncomplete, "FILE lacks its resolution"},
+          {ExitCode::kDamaged, "FILE is damaged, and its resolution lost"},
+          {ExitCode::kUnreadable, "FILE is not readable, or of another format"}}}};
     return ends;
 }
 

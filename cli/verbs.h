@@ -23,5 +23,6 @@ void addHashVerb(CLI::App& app, ExitCode& result);
 void addRecoverVerb(CLI::App& app, ExitCode& result);
 void addMergeVerb(CLI::App& app, ExitCode& result);
 void addDiffVerb(CLI::App& app, ExitCode& result);
+void addPiecesVerb(CLI::App& app, ExitCode& result);
 
 }  // namespace rimg

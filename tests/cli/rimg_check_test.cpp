@@ -196,6 +196,18 @@ TEST_F(RimgCheck, AnswersWithItsExitCodes) {
         {"merge @left @right -o @right", 2, "", "the same file"},
         {"merge @left @right -o @", 1, "", "cannot be written: Is a directory\n"},
         {"merge @left @right -o /dev/full", 1, "", "No space left on device"},
+        {"merge @left @right --delete-inputs -o /dev/null", 1, "", "; the inputs are as they were\n"},
+        {"merge @left @right @left -o @out", 0, "", "left: 3 pixel tags are taken from "},
+        {"merge @bad_tag @whole -o @out", 0, "", "bad_tag: is damaged and not used"},
+        {"pieces --size 40x24 --count 2 --bucket 16x16", 0, "0,0,16,24\n16,0,40,24\n"},
+        {"pieces --size @whole --count 2", 0, "0,0,16,24\n16,0,40,24\n"},
+        {"pieces --size 130x10 --count 9", 0, "64,0,128,10\n128,0,130,10\n", "only 3 pieces, not 9"},
+        {"pieces --size 40x24 --bucket 8x8 --count 3 --by-cost @left", 0,
+         "0,0,8,24\n8,0,16,24\n16,0,40,24\n"},
+        {"pieces --size 40x24 --count 0", 2, "", "--count"},
+        {"pieces --size @text --count 2", 5, "", "text: not a raw image file\n"},
+        {"pieces --size 40x24 --by-cost @none --count 2", 5, "", "none: No such file"},
+        {"pieces --size @header --count 2", 3, "", "header: the resolution is missing\n"},
     };
     for (const auto& c : cases) {
         const ProgramResult result = run(c.command);
@@ -255,6 +267,70 @@ TEST_F(RimgCheck, PrintsJsonForScripts) {
     EXPECT_EQ(buckets.status, 3);
     EXPECT_EQ(Json::parse(buckets.out.substr(0, buckets.out.find('\n'))),
               Json::parse(R"({"x": 16, "y": 0, "width": 16, "height": 16})"));
+}
+
+// Only once the merged file is proved to have what the piece has.
+TEST_F(RimgCheck, DeletesThePiecesThatItHasMerged) {
+    const auto make = [this] {
+        for (const char* name : {"left", "right"})
+            writeFile(folder_ / (std::string("my.") + name), inputs_[name]);
+        writeFile(folder_ / "my.again", inputs_["left"]);
+    };
+    const auto exists = [this](const char* name) { return std::filesystem::exists(folder_ / name); };
+    make();
+    const ProgramResult merged = run("merge --json --delete-inputs @my.left @my.right @my.again -o @out");
+    EXPECT_EQ(merged.status, 0) << merged.err;
+    EXPECT_EQ(Json::parse(merged.out)["deleted"],
+              (std::vector<std::string>{folder_ / "my.left", folder_ / "my.right"}));
+    EXPECT_FALSE(exists("my.left") || exists("my.right"));
+    EXPECT_TRUE(exists("my.again")) << "its bytes are not in the merged file";
+    EXPECT_THAT(merged.err, HasSubstr("my.again: is kept: "));
+    EXPECT_EQ(run("verify @out").status, 0);
+
+    make();
+    RIFile writer;
+    expectOk(writer.Append((folder_ / "my.right").c_str(), nullptr));
+    EXPECT_EQ(run("merge --delete-inputs @my.left @my.right -o @out").status, 0);
+    EXPECT_TRUE(!exists("my.left") && exists("my.right")) << "it has a writer";
+    writer.Close();
+
+    make();
+    std::string damaged = inputs_["left"];
+    damaged[damaged.size() / 2] = static_cast<char>(damaged[damaged.size() / 2] ^ 1);
+    writeFile(folder_ / "my.left", damaged);
+    const ProgramResult refused = run("merge --delete-inputs @my.left @my.right -o @new");
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_THAT(refused.err, HasSubstr("new: is not as it was written: pixels do not inflate"));
+    EXPECT_TRUE(exists("my.left") && exists("my.right") && !exists("new"));
+}
+
+TEST_F(RimgCheck, MergesOneOutputOnceAtATime) {
+    const std::string lock = folder_ / "out.lock";
+    {
+        PFileStream other;
+        ASSERT_EQ(other.Create(lock.c_str(), 0), 0);
+        const ProgramResult refused = run("merge @left @right -o @out");
+        EXPECT_EQ(refused.status, 5);
+        EXPECT_THAT(refused.err, HasSubstr("out: cannot be written: another writer has the file open\n"));
+        EXPECT_EQ(run("merge @left @right -o @another").status, 0);
+    }
+    EXPECT_TRUE(std::filesystem::exists(lock)) << "as a process leaves it that dies";
+    EXPECT_EQ(run("merge @left @right -o @out").status, 0);
+    EXPECT_FALSE(std::filesystem::exists(lock));
+}
+
+TEST_F(RimgCheck, MergesMorePiecesThanItMayOpen) {
+    RawFrame frame;
+    frame.width = 100, frame.height = 1;
+    for (int x = 0; x < frame.width; ++x) {
+        frame.boxes = {{x, 0, 1, 1}};
+        frame.write(folder_ / ("piece." + std::to_string(x)));
+    }
+    const ProgramResult merged =
+        run("merge --delete-inputs --frames 0-99 @piece.# -o @out", "ulimit -n 24; ");
+    EXPECT_EQ(merged.status, 0) << merged.err;
+    EXPECT_EQ(run("verify @out").status, 0);
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "piece.99"));
 }
 
 // Damage in both channels of each bucket of a row; the row below is missing.

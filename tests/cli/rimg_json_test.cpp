@@ -63,11 +63,13 @@ const VerbObjects kVerbs[] = {
      {"merge --json left.rimg right.rimg -o new4.rimg", "merge --json left.rimg small.rimg -o new5.rimg",
       "merge --json left.rimg text.txt -o new6.rimg", "merge --json none -o new7.rimg",
       "merge --json small.rimg -o none/new.rimg", "merge --json small.rimg -o /dev/full",
-      "merge --json sample.rimg small.rimg -o new8.rimg"}},
+      "merge --json sample.rimg small.rimg -o new8.rimg",
+      "merge --json small.rimg small.rimg bad_tag.rimg -o new9.rimg"}},
     {"diff",
      "diff --json small.rimg left.rimg",
      {"diff --json --metadata sample.rimg small.rimg", "diff --json small.rimg damaged.rimg",
       "diff --json small.rimg spot.rimg", "diff --json left.rimg small.rimg", "diff --json text.txt none"}},
+    {"pieces", "pieces --json --size small.rimg --count 2", {}},
 };
 
 class RimgJson : public testing::Test {

@@ -34,7 +34,8 @@ class RimgUsage : public testing::Test {
 };
 
 TEST_F(RimgUsage, NamesTheSlipAndWhatWouldBeRight) {
-    const char* verbs = "convert, info, preview, note, settings, verify, missing, recover, merge or diff";
+    const char* verbs =
+        "convert, info, preview, note, settings, verify, missing, stats, hash, recover, merge, diff or pieces";
     const struct {
         const char* command;
         std::vector<const char*> says;
@@ -102,6 +103,8 @@ TEST_F(RimgUsage, NamesTheSlipAndWhatWouldBeRight) {
         {"merge a.rimg", {"merge: needs -o,--output: "}},
         {"merge -o new", {"merge: needs FILE: "}},
         {"merge a.rimg b.rimg -o new --overlap both", {"merge: --overlap: one of first, last, not \"both\""}},
+        {"pieces --count 2", {"pieces: needs --size: "}},
+        {"pieces --size 9x9 --count 0", {"pieces: --count: a whole number from 1 to 100000, not \"0\""}},
         {"convert", {"convert: needs IN: "}},
         {"convert a.rimg", {"convert: needs OUT: "}},
         {"convert a.rimg new new2", {"convert: takes one IN and one OUT, \"new2\" is one too many"}},
