@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <set>
 #include <utility>
 
 #include "support/byte_buffer.h"
@@ -75,17 +74,20 @@ ErrorCode MergeOutput::writeWindows(const std::vector<MergeWindow>& windows) {
     return {};
 }
 
+ErrorCode MergeOutput::openAgain(const MergeInput& input, PFileStream& stream, std::vector<INFOTAG>& pixels) {
+    const std::string cause = input.list(stream, pixels);
+    if (cause.empty()) return {};
+    failedInput_ = input.name();
+    return ErrorCode("copy", -1, "%s", cause.c_str());
+}
+
 // In the order of the file that has each kind first.
 ErrorCode MergeOutput::writeMetadata(const RIRegionInfo* region) {
     for (const MergeInput& input : inputs_) {
         if (input.metadata.empty()) continue;
         PFileStream stream;
         std::vector<INFOTAG> pixels;
-        const std::string cause = input.list(stream, pixels);
-        if (!cause.empty()) {
-            failedInput_ = input.name();
-            return ErrorCode("copy", -1, "%s", cause.c_str());
-        }
+        if (ErrorCode error = openAgain(input, stream, pixels); !error.empty()) return error;
         for (const INFOTAG& tag : input.metadata) {
             unsigned char bytes[kRegionRecordBytes];
             const bool replaced = tag.id == TAG_RENDER_REGION && region != nullptr;
@@ -100,11 +102,7 @@ ErrorCode MergeOutput::writeMetadata(const RIRegionInfo* region) {
 ErrorCode MergeOutput::copyPixelsOf(MergeInput& input) {
     PFileStream stream;
     std::vector<INFOTAG> pixels;
-    const std::string cause = input.list(stream, pixels);
-    if (!cause.empty()) {
-        failedInput_ = input.name();
-        return ErrorCode("copy", -1, "%s", cause.c_str());
-    }
+    if (ErrorCode error = openAgain(input, stream, pixels); !error.empty()) return error;
     input.copiedTo = copier_.file().Tell();
     report_.tags += static_cast<std::int64_t>(pixels.size());
     return copier_.copy(stream, pixels);

@@ -30,6 +30,7 @@ class MergeOutput {
     void verify(const std::string& output);
 
   private:
+    ErrorCode openAgain(const MergeInput& input, PFileStream& stream, std::vector<INFOTAG>& pixels);
     ErrorCode writeMetadata(const RIRegionInfo* region);
     ErrorCode writeWindows(const std::vector<MergeWindow>& windows);
     ErrorCode copyPixels();

@@ -288,11 +288,12 @@ TEST_F(RimgCheck, DeletesThePiecesThatItHasMerged) {
     EXPECT_EQ(run("verify @out").status, 0);
 
     make();
-    RIFile writer;
-    expectOk(writer.Append((folder_ / "my.right").c_str(), nullptr));
-    EXPECT_EQ(run("merge --delete-inputs @my.left @my.right -o @out").status, 0);
-    EXPECT_TRUE(!exists("my.left") && exists("my.right")) << "it has a writer";
-    writer.Close();
+    {
+        RIFile writer;
+        expectOk(writer.Append((folder_ / "my.right").c_str(), nullptr));
+        EXPECT_EQ(run("merge --delete-inputs @my.left @my.right -o @out").status, 0);
+        EXPECT_TRUE(!exists("my.left") && exists("my.right")) << "it has a writer";
+    }
 
     make();
     std::string damaged = inputs_["left"];
