@@ -35,7 +35,8 @@ class RimgUsage : public testing::Test {
 
 TEST_F(RimgUsage, NamesTheSlipAndWhatWouldBeRight) {
     const char* verbs =
-        "convert, info, preview, note, settings, verify, missing, stats, hash, recover, merge, diff or pieces";
+        "convert, info, preview, note, settings, verify, missing, stats, hash, recover, merge, diff or "
+        "pieces";
     const struct {
         const char* command;
         std::vector<const char*> says;
