@@ -105,10 +105,10 @@ TEST(Sync, BringsTagsToTheDiskBeforeTheOffset) {
         int failingSync;
         const char* order;
     } cases[] = {
-        {true, 0, "tags tags sync offset sync "},
-        {false, 0, "tags tags offset "},
-        {true, 1, "tags tags sync "},  // no offset, which would lead to what is not there
-        {true, 2, "tags tags sync offset sync "},
+        {true, 0, "tags sync offset sync "},
+        {false, 0, "tags offset "},
+        {true, 1, "tags sync "},  // no offset, which would lead to what is not there
+        {true, 2, "tags sync offset sync "},
     };
     for (const auto& c : cases) {
         std::string order;

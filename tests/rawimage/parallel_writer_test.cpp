@@ -75,11 +75,12 @@ Written write(const Frame& frame, int threads, int level, ThreadManager* manager
 }
 
 // Of an error, what the file itself has given.
-Written writeQueued(const Frame& frame, int threads, std::int64_t maxPending) {
+Written writeQueued(const Frame& frame, int threads, Compression compression, std::int64_t maxPending) {
     FaultStream stream;
     stream.Open();
     RIFile file;
     file.setCompressionThreads(nullptr, threads);
+    file.setCompression(compression);
     OutputQueue queue(file);
     queue.setMaxPending(maxPending);
     EXPECT_TRUE(queue.Create(nullptr, &stream).empty());
@@ -113,7 +114,7 @@ TEST_P(ParallelWriter, WritesTheSameFileAsOneThread) {
             }
             for (const std::int64_t maxPending : {0, 100000, 1 << 28}) {
                 if (level == 1) break;
-                EXPECT_TRUE(writeQueued(frame, GetParam(), maxPending) == one)
+                EXPECT_TRUE(writeQueued(frame, GetParam(), compression, maxPending) == one)
                     << maxPending << ' ' << badChannel;
             }
         }

@@ -115,7 +115,11 @@ TEST_P(EveryCompressor, GivesTheSameBytesInEveryObject) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Each, EveryCompressor,
-                         testing::Values(Compression::kSmall, Compression::kBalanced, Compression::kFast));
+                         testing::Values(Compression::kSmall, Compression::kBalanced, Compression::kFast),
+                         [](const testing::TestParamInfo<Compression>& info) {
+                             constexpr const char* kNames[] = {"Small", "Balanced", "Fast"};
+                             return kNames[static_cast<int>(info.param)];
+                         });
 
 // A stream and a room in pieces of a few bytes.
 struct Pieces final : MUtils::InflateFlow {
