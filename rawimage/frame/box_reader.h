@@ -1,12 +1,14 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
 #include <vector>
 
 #include "rawimage/frame/frame_snapshot.h"
+#include "rawimage/read/tag_reader.h"
 
 namespace MUtils {
 inline namespace v1 {
@@ -14,9 +16,10 @@ inline namespace v1 {
 // Where the values of a box go.
 class BoxSink {
   public:
-    // The values of a tag, of which the pixels `part` lie in the box. Calls for tags of one channel that
-    // overlap come one after another, in file order; others come on several threads. False stops.
-    virtual bool take(std::size_t request, const INFOTAG& tag, const PixelBox& part,
+    // The values of the pixels `piece` of a tag, which may reach beyond the box: all of them, or a part where
+    // the request has them in pieces. Calls for tags of one channel that overlap come one after another, in
+    // file order; others come on several threads. False stops.
+    virtual bool take(std::size_t request, const INFOTAG& tag, const PixelBox& piece,
                       const unsigned char* values) = 0;
     // Pixels that no tag has, or whose tag may turn out not to have them. Comes before any take() of them, or
     // when their only tag is damaged.
@@ -34,6 +37,8 @@ class BoxReader {
     struct Request {
         std::int32_t channel = -1;
         RegionChannelType type = RCT_NONE;
+        bool filled = false;    // as ChannelTarget::filled
+        bool inPieces = false;  // values of more than kMaxHeldValues bytes
     };
 
     // `mayBeStale`: run() ends when a tag's header is not the one that is listed. Else such a tag is damaged.
@@ -56,20 +61,29 @@ class BoxReader {
         std::size_t first, count;
     };
     struct Worker;
+    class Pieces;
 
     void plan(std::size_t request, const Request& of, BoxSink& sink, FrameRead& result);
     void addSteps(std::size_t request, const std::vector<const INFOTAG*>& tags,
                   const std::vector<std::size_t>& groups);
-    void fillUncovered(std::size_t request, std::int32_t channel, const std::vector<PixelBox>& covered,
-                       bool mayOverlap, BoxSink& sink, FrameRead& result);
-    void reportMissing(std::int32_t channel, std::vector<PixelBox> covered, FrameRead& result) const;
-    void work(const std::vector<Request>& requests, BoxSink& sink, FrameRead& result);
-    void process(const Step& step, const std::vector<Request>& requests, BoxSink& sink, Worker& worker,
+    void fillUncovered(std::size_t request, const std::vector<PixelBox>& covered, BoxSink& sink) const;
+    void reportMissing(std::int32_t channel, std::vector<PixelBox> covered, bool mayOverlap,
+                       FrameRead& result) const;
+    void work(const std::vector<Request>& requests, BoxSink& sink, Worker& worker, FrameRead& result);
+    void process(std::size_t number, const std::vector<Request>& requests, BoxSink& sink, Worker& worker,
                  FrameRead& result);
-    const char* decode(const INFOTAG& tag, RegionChannelType type, Worker& worker,
-                       const unsigned char*& values);
+    const char* load(const Wanted& wanted, const Request& request, bool overlaps, std::size_t step,
+                     BoxSink& sink, Worker& worker);
+    const char* loadInPieces(const Wanted& wanted, bool overlaps, BoxSink& sink, Worker& worker) const;
+    const char* readInto(const INFOTAG& tag, ValueRooms& rooms, Worker& worker) const;
+    const char* decode(const INFOTAG& tag, Worker& worker, const unsigned char*& values) const;
+    const char* checkHeader(const INFOTAG& tag, const unsigned char* bytes) const;
+    const char* causeOf(const INFOTAG& tag, int code) const;
+    void report(const INFOTAG& tag, const char* cause, FrameRead& result);
+    bool awaitTurn(std::size_t step);
+    void finishStep();
     PixelBox partOf(const INFOTAG& tag) const;
-    void callProgress();
+    void callProgress(Worker& worker, bool tookLong);
 
     const FrameSnapshot& snapshot_;
     const PixelBox box_;
@@ -82,7 +96,10 @@ class BoxReader {
     std::atomic<bool> stale_{false};
     std::atomic<bool> stopped_{false};
     std::mutex resultMutex_;
-    std::mutex progressMutex_;
+    // Of a read in order: the steps whose values have been taken.
+    std::mutex turnMutex_;
+    std::condition_variable turn_;
+    std::size_t taken_ = 0;
 };
 
 }  // namespace v1

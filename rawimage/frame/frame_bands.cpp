@@ -66,5 +66,21 @@ std::vector<PixelBox> cutIntoBands(const FrameSnapshot& snapshot, const PixelBox
     return bands;
 }
 
+std::vector<PixelBox> cutBetweenTags(const FrameSnapshot& snapshot, const PixelBox& box,
+                                     const std::vector<int>& channels, std::int64_t rows) {
+    std::vector<PixelBox> bands;
+    if (box.empty()) return bands;
+    const std::vector<Rows> uncut = uncutRows(snapshot, box, channels);
+    auto next = uncut.begin();
+    for (std::int64_t y = box.y0; y < box.y1; y = bands.back().y1) {
+        std::int64_t end = std::min(y + rows, box.y1);
+        for (; next != uncut.end() && next->y0 < end; ++next) {
+            if (next->y1 > end) end = std::min(end + (next->y1 - end + rows - 1) / rows * rows, box.y1);
+        }
+        bands.push_back({box.x0, y, box.x1, end});
+    }
+    return bands;
+}
+
 }  // namespace v1
 }  // namespace MUtils

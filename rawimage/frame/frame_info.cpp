@@ -86,6 +86,7 @@ std::shared_ptr<const FrameInfo> makeFrameInfo(const Inspection& file,
     info->fileBytes = file.fileBytes;
     info->finished = file.tableOffset != 0;
     info->compressed = file.compressed;
+    info->hasPixels = !channels.empty();
     info->frame = file.facts.frame();
     info->area = file.facts.area();
     info->region = file.facts.region;

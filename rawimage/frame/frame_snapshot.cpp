@@ -24,6 +24,10 @@ bool isSound(const Inspection& file) {
            std::none_of(file.gaps.begin(), file.gaps.end(), isDamage);
 }
 
+bool isForeign(const INFOTAG& tag, const TagScan& file) {
+    return file.foreignFrom > 0 && static_cast<std::int64_t>(tag.offset) >= file.foreignFrom;
+}
+
 bool sameFileHeader(const RIF_HEADER& a, const RIF_HEADER& b) {
     return a.magic == b.magic && a.formatFirst == b.formatFirst && a.formatSecond == b.formatSecond &&
            a.flags == b.flags && a.reserved == b.reserved;
@@ -64,15 +68,16 @@ FrameSnapshot::Pointer FrameSnapshot::open(const Source& source, const Progress&
             if (scan.run() && made->takeScan(locked.stream(), scan)) return made;
         }
     }
-    return inspect(source, InspectDepth::kHeaders, progress);
+    return inspect(source, InspectDepth::kHeaders, 0, progress);
 }
 
-FrameSnapshot::Pointer FrameSnapshot::inspect(const Source& source, InspectDepth depth,
+FrameSnapshot::Pointer FrameSnapshot::inspect(const Source& source, InspectDepth depth, int threads,
                                               const Progress& progress) {
     const std::shared_ptr<FrameSnapshot> made(new FrameSnapshot);
     made->source_ = source;
     InspectOptions options;
     options.depth = depth;
+    options.threads = threads;
     options.progress = progress;
     PositionedReader::Locked locked(*source);
     made->takeInspection(inspectStream(locked.stream(), options));
@@ -129,7 +134,7 @@ void FrameSnapshot::takeInspection(Inspection found) {
             last_ = tag;
         }
         if (!isPixelTag(tag.id)) {
-            if (!doubted) others_.push_back(tag);
+            if (!isForeign(tag, file_)) others_.push_back(tag);
             continue;
         }
         ++known_.pixelTags;
@@ -239,6 +244,13 @@ std::vector<const INFOTAG*> FrameSnapshot::find(std::int32_t channel, const Pixe
 const std::vector<PixelBox>* FrameSnapshot::windowsOf(std::int32_t channel) const {
     const auto windows = windows_.find(channel);
     return windows != windows_.end() ? &windows->second : nullptr;
+}
+
+std::vector<INFOTAG> FrameSnapshot::recordTags() const {
+    std::vector<INFOTAG> records;
+    std::copy_if(others_.begin(), others_.end(), std::back_inserter(records),
+                 [](const INFOTAG& tag) { return !isPixelTag(tag.id); });
+    return records;
 }
 
 const INFOTAG* FrameSnapshot::lastOf(std::uint32_t tagId) const {

@@ -27,7 +27,7 @@ class FrameSnapshot {
     static Pointer cannotOpen(std::string cause);
     // By a quick scan, or an inspection where that gives up.
     static Pointer open(const Source& source, const Progress& progress);
-    static Pointer inspect(const Source& source, InspectDepth depth, const Progress& progress);
+    static Pointer inspect(const Source& source, InspectDepth depth, int threads, const Progress& progress);
 
     enum class Growth { kNone, kMore, kOpenAnew };
     // Looks for what has been added to the file since. With more, `next` and the box around the new pixels
@@ -42,6 +42,7 @@ class FrameSnapshot {
     const FrameFacts& facts() const { return file_.facts; }
     const FileFaults& faults() const { return faults_; }
     bool compressed() const { return file_.compressed; }
+    std::int64_t fileBytes() const { return file_.fileBytes; }
     bool inspected() const { return inspected_; }
     // True when the file can be read: it is a raw image.
     bool readable() const {
@@ -54,6 +55,8 @@ class FrameSnapshot {
     std::vector<const INFOTAG*> find(std::int32_t channel, const PixelBox& box, bool withDoubted) const;
     // The windows of a channel; null when it has none.
     const std::vector<PixelBox>* windowsOf(std::int32_t channel) const;
+    // The tags without pixels, in file order.
+    std::vector<INFOTAG> recordTags() const;
     // The last tag of a kind without pixels; null when there is none.
     const INFOTAG* lastOf(std::uint32_t tagId) const;
     // The header of a tag as it is in the file, which differs where the tag has been repaired.

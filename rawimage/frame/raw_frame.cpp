@@ -4,7 +4,6 @@
 #include <mutex>
 #include <utility>
 
-#include "rawimage/area/tag_box.h"
 #include "rawimage/frame/box_reader.h"
 #include "rawimage/frame/frame_bands.h"
 #include "rawimage/frame/frame_snapshot.h"
@@ -18,20 +17,22 @@ namespace {
 
 class MemorySink final : public BoxSink {
   public:
-    MemorySink(const std::vector<ChannelTarget>& targets, const PixelBox& box) {
+    MemorySink(const std::vector<ChannelTarget>& targets, const PixelBox& box) : box_(box) {
         memories_.reserve(targets.size());
         for (const ChannelTarget& target : targets)
             memories_.emplace_back(target, box);
     }
 
-    bool take(std::size_t request, const INFOTAG& tag, const PixelBox& part,
+    bool take(std::size_t request, const INFOTAG& /*tag*/, const PixelBox& piece,
               const unsigned char* values) override {
-        memories_[request].copy(part, boxOf(tag), values);
+        const PixelBox part = intersect(piece, box_);
+        if (!part.empty()) memories_[request].copy(part, piece, values);
         return true;
     }
     void fill(std::size_t request, const PixelBox& part) override { memories_[request].fill(part); }
 
   private:
+    const PixelBox box_;
     std::vector<TargetMemory> memories_;
 };
 
@@ -39,10 +40,10 @@ class VisitorSink final : public BoxSink {
   public:
     explicit VisitorSink(BucketVisitor& visitor) : visitor_(visitor) {}
 
-    bool take(std::size_t /*request*/, const INFOTAG& tag, const PixelBox& /*part*/,
+    bool take(std::size_t /*request*/, const INFOTAG& tag, const PixelBox& piece,
               const unsigned char* values) override {
         const int components = findPixelKind(tag.id)->valueSize / 4;
-        return visitor_.visit({tag, boxOf(tag), components, values});
+        return visitor_.visit({tag, piece, components, values});
     }
     void fill(std::size_t /*request*/, const PixelBox& /*part*/) override {}
 
@@ -91,8 +92,9 @@ FrameSnapshot::Pointer RawFrame::Core::openByName() const {
 }
 
 FrameSnapshot::Pointer RawFrame::Core::openAnew(const FrameSnapshot::Source& source) const {
-    return options_.inspect ? FrameSnapshot::inspect(source, *options_.inspect, options_.progress)
-                            : FrameSnapshot::open(source, options_.progress);
+    return options_.inspect
+               ? FrameSnapshot::inspect(source, *options_.inspect, options_.threads, options_.progress)
+               : FrameSnapshot::open(source, options_.progress);
 }
 
 void RawFrame::Core::set(FrameSnapshot::Pointer next) {
@@ -105,7 +107,7 @@ bool RawFrame::Core::replace(const FrameSnapshot::Pointer& stale) {
     if (current() != stale) return true;
     // A file that was written anew is for refresh() to report.
     if (stale->inspected() || !stale->stillHolds()) return false;
-    set(FrameSnapshot::inspect(stale->sharedSource(), InspectDepth::kHeaders, {}));
+    set(FrameSnapshot::inspect(stale->sharedSource(), InspectDepth::kHeaders, options_.threads, {}));
     return true;
 }
 
@@ -183,6 +185,14 @@ FileFaults RawFrame::faults() const {
     return core_->current()->faults();
 }
 
+std::int64_t RawFrame::furtherFaults() const {
+    return core_->current()->verdict().furtherFaults;
+}
+
+std::vector<std::int64_t> RawFrame::doubted() const {
+    return core_->current()->verdict().doubted;
+}
+
 FrameRecords RawFrame::records() const {
     return RecordReader(*core_->current()).records();
 }
@@ -195,6 +205,20 @@ std::optional<FrameThumbnail> RawFrame::thumbnail() const {
     return RecordReader(*core_->current()).thumbnail();
 }
 
+std::vector<INFOTAG> RawFrame::recordTags() const {
+    return core_->current()->recordTags();
+}
+
+std::vector<INFOTAG> RawFrame::bucketTags(const PixelBox& box, const std::vector<int>& channels) const {
+    const FrameSnapshot::Pointer snapshot = core_->current();
+    std::vector<INFOTAG> tags;
+    for (const int channel : channels) {
+        for (const INFOTAG* tag : snapshot->find(channel, box, false))
+            tags.push_back(*tag);
+    }
+    return tags;
+}
+
 FrameRead RawFrame::read(const PixelBox& box, const std::vector<ChannelTarget>& targets,
                          const FrameReadOptions& options) const {
     std::vector<ChannelTarget> wanted;
@@ -202,7 +226,7 @@ FrameRead RawFrame::read(const PixelBox& box, const std::vector<ChannelTarget>& 
     for (const ChannelTarget& target : targets) {
         if (target.components() == 0) continue;
         wanted.push_back(target);
-        requests.push_back({target.channel, target.type});
+        requests.push_back({target.channel, target.type, target.filled, true});
     }
     MemorySink sink(wanted, box);
     return core_->readBox(box, requests, sink, options, nullptr);
@@ -212,7 +236,7 @@ FrameRead RawFrame::visit(const PixelBox& box, const std::vector<int>& channels,
                           const FrameReadOptions& options) const {
     std::vector<BoxReader::Request> requests;
     for (const int channel : channels)
-        requests.push_back({channel, RCT_NONE});
+        requests.push_back({channel, RCT_NONE, true, false});
     VisitorSink sink(visitor);
     return core_->readBox(box, requests, sink, options, &visitor);
 }
@@ -228,6 +252,11 @@ std::vector<PixelBox> RawFrame::buckets(const PixelBox& box, int channel) const 
 std::vector<PixelBox> RawFrame::bands(const PixelBox& box, const std::vector<int>& channels,
                                       std::int64_t maxBytes) const {
     return cutIntoBands(*core_->current(), box, channels, maxBytes);
+}
+
+std::vector<PixelBox> RawFrame::uncutBands(const PixelBox& box, const std::vector<int>& channels,
+                                           int rows) const {
+    return cutBetweenTags(*core_->current(), box, channels, rows);
 }
 
 FrameChange RawFrame::refresh() {

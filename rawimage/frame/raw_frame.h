@@ -52,6 +52,7 @@ struct RAWIMAGE_EXPORT FrameInfo {
     std::int64_t fileBytes = 0;
     bool finished = false;    // the file has its table
     bool compressed = false;  // pixel payloads are zlib streams
+    bool hasPixels = false;   // there is some pixel tag, whatever the channel
     PixelBox frame;           // [0, width) x [0, height); empty without a resolution
     PixelBox area;            // the pixels to render: the render region, else the frame
     float pixelAspect = 1.0f;
@@ -89,6 +90,8 @@ struct RAWIMAGE_EXPORT ChannelTarget {
     std::ptrdiff_t rowStride = 0;    // bytes from a row to the one below; 0: they touch. Negative ones count
     // In every component of pixels without values, converted to the target's kind.
     double fill = 0.0;
+    // `data` has the fill value already: memory of pixels without values is not touched.
+    bool filled = false;
 
     int components() const;
     int componentBytes() const { return format == ValueFormat::kHalf ? 2 : 4; }
@@ -105,7 +108,10 @@ struct FrameReadOptions {
     // Pixels of tags in doubt (TagScan::doubted) come before all others of their channel. Else they count as
     // missing.
     bool takeDoubted = false;
-    // Called now and then, by one thread at a time, with the tags that are done and all; false stops.
+    // Of a visit: buckets come one at a time, in file order. They are decoded on all threads nevertheless.
+    bool inOrder = false;
+    // Called now and then, on the calling thread or on that of the executor's job 0, with the tags that are
+    // done and all; false stops.
     std::function<bool(std::int64_t done, std::int64_t total)> progress;
 };
 
@@ -162,9 +168,15 @@ struct RawFrameOptions {
     // it has no table, and inspected to the depth of headers when anything is odd there or comes to light
     // later. Tools that judge a file ask for an inspection.
     std::optional<InspectDepth> inspect;
+    int threads = 0;  // as InspectOptions::threads
     // As InspectOptions::progress; when it stops, the frame has what was found so far.
     std::function<bool(std::int64_t done, std::int64_t total)> progress;
 };
+
+constexpr std::int64_t kMaxHeldValues = 1 << 22;
+
+// Every bucket has a pixel in it. For visits and lists of tags.
+constexpr PixelBox kEverywhere{INT32_MIN, INT32_MIN, std::int64_t{1} << 31, std::int64_t{1} << 31};
 
 // A raw image file that is open for reading.
 //
@@ -174,8 +186,10 @@ struct RawFrameOptions {
 // a table that does not fit its file costs time and no pixels.
 //
 // Threads: all constant functions may be called by any number of threads at a time, also while one thread
-// refreshes; a call works on what is known when it begins. A read needs, for each thread and once more, the
-// memory of the largest tag that it meets, payload and values.
+// refreshes; a call works on what is known when it begins. A visit needs, for each thread and once more, the
+// memory of the largest tag that it meets, payload and values; of values of more than kMaxBlockBytes without
+// the payload. So does a read, but of tags with more than kMaxHeldValues bytes it needs less than that: these
+// are decoded piece by piece.
 //
 // Errors: nothing fails but by state, lists of damage and empty results. Any call throws std::bad_alloc.
 class RAWIMAGE_EXPORT RawFrame {
@@ -199,14 +213,23 @@ class RAWIMAGE_EXPORT RawFrame {
     std::int64_t causeOffset() const;
     // The channels that lack pixels of the area, and those pixels.
     std::vector<MissingPixels> missing() const;
-    // What the inspection found wrong, if there was need of one.
+    // What the inspection found wrong, if there was need of one: its faults, how many more it did not list,
+    // and TagScan::doubted.
     FileFaults faults() const;
+    std::int64_t furtherFaults() const;
+    std::vector<std::int64_t> doubted() const;
 
     // Read anew by each call: a note may be replaced in place.
     FrameRecords records() const;
     // None when the file has no such record, or it cannot be read.
     std::optional<std::vector<unsigned char>> blob(FrameBlob which) const;
     std::optional<FrameThumbnail> thumbnail() const;
+
+    // The sound tags without pixels, in file order.
+    std::vector<INFOTAG> recordTags() const;
+    // The sound tags of the channels (FrameChannel::index) that have a pixel in `box`, channel after channel
+    // and each channel's in file order.
+    std::vector<INFOTAG> bucketTags(const PixelBox& box, const std::vector<int>& channels) const;
 
     // Reads the pixels of `box`, which need not lie within the frame, of each target's channel. Where tags
     // overlap, the later one counts. A channel that the file does not have lacks all pixels. Targets must not
@@ -227,6 +250,10 @@ class RAWIMAGE_EXPORT RawFrame {
     // them all decodes few buckets twice.
     std::vector<PixelBox> bands(const PixelBox& box, const std::vector<int>& channels,
                                 std::int64_t maxBytes) const;
+
+    // Cuts `box` into as many bands as possible without cutting a bucket, each of a multiple of `rows` rows;
+    // the last one may be shorter.
+    std::vector<PixelBox> uncutBands(const PixelBox& box, const std::vector<int>& channels, int rows) const;
 
     // Takes in what has been written since, while the writer runs or behind it: tags that were appended, the
     // table of a file that was finished, or another file in its place. Takes time by what is new. The end of

@@ -359,6 +359,79 @@ TEST(RawFrame, ReportsPayloadsThatDoNotDecode) {
     }
 }
 
+// Tags of more than kMaxHeldValues bytes: of many rows, of rows that are longer than a piece, and one that is
+// damaged over others, which stay.
+TEST(RawFrame, ReadsLargeTagsInPieces) {
+    for (const bool wide : {false, true}) {
+        SCOPED_TRACE(wide);
+        Written written;
+        written.width = wide ? 400000 : 1100;
+        written.height = wide ? 4 : 1100;
+        const int w = written.width, h = written.height;
+        written.channels = {{1, 117, "depth"}};
+        written.boxes = {{0, 0, w, h, 5}, {w - 7, 1, 7, 2, 6}, {0, 0, w, h, 7}};
+        MemoryFile file;
+        pathOf(written, file);
+        Contents bytes = file.bytes();
+        std::vector<INFOTAG> tags;
+        for (const INFOTAG& tag : testing_tools::inspected(bytes).tags) {
+            if (isPixelTag(tag.id)) tags.push_back(tag);
+        }
+        ASSERT_GT(pixelBytes(tags[0]), kMaxHeldValues);
+        bytes[tags[2].offset + tags[2].size - 1] ^= 1;  // the checksum: all values have come by then
+        file.fill(bytes);
+        const Frame frame(file.path());
+        for (const PixelBox& box : {boxAt(0, 0, w, h), boxAt(w - 9, 1, 30, 2), boxAt(3, 2, 5, 1)}) {
+            std::vector<float> values(static_cast<std::size_t>(box.area()), -1);
+            ChannelTarget target(*frame.info()->find("depth"), values.data());
+            const FrameRead read = frame.read(box, {target});
+            EXPECT_EQ(read.damaged.size(), 1u);
+            for (std::int64_t i = 0; i < box.area(); ++i) {
+                const std::int64_t x = box.x0 + i % box.width(), y = box.y0 + i / box.width();
+                const float first = x >= w - 7 && y > 0 && y < 3 ? 6 : 5;
+                const float expected =
+                    x < w ? testing_tools::valueAt(first, 0, 0, static_cast<int>(x), static_cast<int>(y)) : 0;
+                ASSERT_EQ(values[static_cast<std::size_t>(i)], expected) << x << ' ' << y;
+            }
+        }
+    }
+}
+
+TEST(RawFrame, LeavesFilledMemoryAndVisitsInOrder) {
+    Written written = bucketsOf(70, 40);
+    MemoryFile file;
+    const Frame frame(pathOf(written, file).c_str());
+    std::vector<float> values(70 * 40 * 3, 9);
+    ChannelTarget target(frame.info()->channels[0], values.data());
+    target.filled = true;
+    EXPECT_FALSE(frame.read({0, 0, 70, 40}, {target}).complete());
+    EXPECT_EQ(values[(8 * 70 + 33) * 3], 9);  // in the hole
+
+    struct Offsets final : BucketVisitor {
+        bool visit(const FrameBucket& bucket) override {
+            offsets.push_back(bucket.tag.offset);
+            return offsets.size() < most;
+        }
+        std::vector<std::uint64_t> offsets;
+        std::size_t most = 1000;
+    };
+    for (const int threads : {1, 4}) {
+        FrameReadOptions options;
+        options.threads = threads;
+        options.inOrder = true;
+        Offsets all, few;
+        few.most = 7;
+        EXPECT_FALSE(frame.visit(kEverywhere, {0}, all, options).stopped);
+        EXPECT_EQ(all.offsets.size(), written.boxes.size());
+        EXPECT_TRUE(std::is_sorted(all.offsets.begin(), all.offsets.end()));
+        EXPECT_TRUE(frame.visit(kEverywhere, {0}, few, options).stopped);
+        EXPECT_EQ(few.offsets.size(), 7u);
+    }
+    const std::vector<PixelBox> bands{{0, 0, 70, 16}, {0, 16, 70, 24}, {0, 24, 70, 32}, {0, 32, 70, 40}};
+    EXPECT_EQ(frame.uncutBands({0, 0, 70, 40}, {0}, 8), bands);
+    EXPECT_EQ(frame.uncutBands({0, 0, 70, 40}, {0}, 7).size(), 1u);
+}
+
 // A table that has a tag elsewhere than the tag itself says.
 TEST(RawFrame, LooksCloserWhenATagIsNotTheOneListed) {
     Contents bytes = wholeFile(true);
