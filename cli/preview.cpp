@@ -11,6 +11,7 @@
 #include "cli/png_file.h"
 #include "cli/report.h"
 #include "cli/stream_output.h"
+#include "cli/tool_progress.h"
 #include "cli/verbs.h"
 #include "rawimage/tools/picture.h"
 
@@ -77,6 +78,7 @@ void refuse(const PreviewOptions& options, const MUtils::Picture& picture) {
             throw Failure(ExitCode::kFailure, options.file,
                           "has no channel \"" + options.request.channel + "\"; it has " + names);
         }
+        case PictureState::kStopped: throw Failure(ExitCode::kStopped, options.file, "stopped");
         case PictureState::kCannotOpen:
         case PictureState::kNotThisFormat: throw Failure(ExitCode::kUnreadable, options.file, picture.cause);
     }
@@ -113,7 +115,10 @@ ExitCode runPreview(PreviewOptions& options) {
     StreamOutput output(options.output, {options.file});
     if (output.isTerminal())
         throw Failure(ExitCode::kUsage, "", "a picture is binary: redirect it, or name a file with -o");
+    ToolProgress progress("drawing");
+    options.request.progress = progress.callback();
     const MUtils::Picture picture = MUtils::makePicture(options.file.c_str(), options.request);
+    progress.clear();
     refuse(options, picture);
     writePng(output, picture.pixels, picture.width, picture.height);
     return reportState(options, picture);

@@ -56,7 +56,7 @@ bool isCoverage(float value) {
 
 }  // namespace
 
-ChannelDisplay::Kind ChannelDisplay::guess(const ShownChannel& channel) {
+ChannelDisplay::Kind ChannelDisplay::guess(const FrameChannel& channel) {
     switch (channel.type) {
         case RCT_FLOAT:
             if (channel.alias == RCA_DEPTH) return Kind::kDepth;
@@ -72,7 +72,7 @@ ChannelDisplay::Kind ChannelDisplay::guess(const ShownChannel& channel) {
     return ids ? Kind::kId : Kind::kColour;
 }
 
-ChannelDisplay::Kind ChannelDisplay::kindOf(const ShownChannel& channel, ChannelView view) {
+ChannelDisplay::Kind ChannelDisplay::kindOf(const FrameChannel& channel, ChannelView view) {
     switch (view) {
         case ChannelView::kId: return Kind::kId;
         case ChannelView::kColour: return Kind::kColour;
@@ -83,13 +83,12 @@ ChannelDisplay::Kind ChannelDisplay::kindOf(const ShownChannel& channel, Channel
     return guess(channel);
 }
 
-ChannelDisplay::ChannelDisplay(const ShownChannel& channel, ChannelView view, float exposure)
+ChannelDisplay::ChannelDisplay(const FrameChannel& channel, ChannelView view, float exposure)
     : integer_(channel.type == RCT_INT),
       kind_(kindOf(channel, view)),
       namedCrypto_(namesCryptoIds(channel.name)),
       gain_(std::exp2(exposure)) {
-    const RIF_PIXEL_KIND* type = findChannelKind(channel.type);
-    if (type != nullptr) components_ = type->valueSize / 4;
+    components_ = std::max(channel.components(), 1);
     const bool mayBeIds =
         view == ChannelView::kGuess && kind_ == Kind::kColour && !isColourAlias(channel.alias);
     needsIdTest_ = (kind_ == Kind::kId && components_ % 2 == 0) || (mayBeIds && components_ == 4);
@@ -100,9 +99,9 @@ float ChannelDisplay::component(const unsigned char* value, int index) const {
     return loadF32(value + 4 * index);
 }
 
-void ChannelDisplay::addValues(const MBVTable& data, int count) {
-    if (needsRange()) addToRange(data, count);
-    if (needsIdTest_) addToIdTest(data, count);
+void ChannelDisplay::addValues(const unsigned char* values, std::int64_t count) {
+    if (needsRange()) addToRange(values, count);
+    if (needsIdTest_) addToIdTest(values, count);
 }
 
 void ChannelDisplay::finishValues() {
@@ -115,9 +114,9 @@ void ChannelDisplay::finishValues() {
     if (mayBePairs && idLike) kind_ = Kind::kId;
 }
 
-void ChannelDisplay::addToIdTest(const MBVTable& data, int count) {
-    for (int i = 0; i < count && idTest_.values < kMaxSamples; ++i) {
-        const unsigned char* value = data.item(i);
+void ChannelDisplay::addToIdTest(const unsigned char* values, std::int64_t count) {
+    for (std::int64_t i = 0; i < count && idTest_.values < kMaxSamples; ++i) {
+        const unsigned char* value = values + 4 * components_ * i;
         const float first = loadF32(value);
         if (first == 0.0f) continue;
         ++idTest_.values;
@@ -132,12 +131,12 @@ void ChannelDisplay::addToIdTest(const MBVTable& data, int count) {
 
 // Takes every stride-th value and halves the samples when they grow too many, so that they stay even over the
 // frame.
-void ChannelDisplay::addToRange(const MBVTable& data, int count) {
+void ChannelDisplay::addToRange(const unsigned char* values, std::int64_t count) {
     const int floats = kind_ == Kind::kVector2 ? 2 : 1;
-    for (int i = 0; i < count; ++i, ++seen_) {
+    for (std::int64_t i = 0; i < count; ++i, ++seen_) {
         if (seen_ % stride_ != 0) continue;
         for (int c = 0; c < floats; ++c) {
-            const float stored = component(data.item(i), c);
+            const float stored = component(values + 4 * components_ * i, c);
             const float value = kind_ == Kind::kDepth ? nearness(stored) : stored;
             const bool counts = kind_ == Kind::kDepth ? value > 0.0f : std::fabs(value) < kNothingThere;
             if (counts) samples_.push_back(value);
@@ -218,9 +217,9 @@ void ChannelDisplay::shownId(const unsigned char* value, float rgb[3]) const {
     }
 }
 
-void ChannelDisplay::colours(const MBVTable& data, std::int64_t first, int count, float* rgb) const {
+void ChannelDisplay::colours(const unsigned char* values, int count, float* rgb) const {
     for (int i = 0; i < count; ++i, rgb += 3)
-        shown(data.item(static_cast<int>(first + i)), rgb);
+        shown(values + 4 * components_ * i, rgb);
 }
 
 void ChannelDisplay::correct(float rgb[3]) {
@@ -229,48 +228,39 @@ void ChannelDisplay::correct(float rgb[3]) {
         rgb[i] = srgbFromLinear(rgb[i] * gain_);
 }
 
-int OneChannelCallback::parseTag(RIF_TAG& tag) {
-    const RIF_PIXEL_KIND* listed = findChannelKind(channel_.type);
-    const RIF_PIXEL_KIND* stored = findPixelKind(tag.id);
-    const bool same = listed != nullptr && stored != nullptr && listed->valueSize == stored->valueSize;
-    return same && tag.p8 == channel_.index ? 1 : 2;
+bool ChannelValues::visit(const FrameBucket& bucket) {
+    if (bucket.components == display_.components()) display_.addValues(bucket.values, bucket.box.area());
+    return !display_.hasSeenEnough();
 }
 
-bool ChannelValuesCallback::setImageData(const MBVTable& data, int count, int, int, int, int, int, int, int) {
-    display_.addValues(data, count);
-    return true;
+ChannelDrawing::ChannelDrawing(ChannelDisplay& display, const PixelBox& frame, bool keepAspect,
+                               Picture& picture)
+    : display_(display),
+      canvas_(picture.pixels.data(), picture.width, picture.height, keepAspect, nullptr),
+      picture_(picture) {
+    canvas_.setResolution(static_cast<int>(frame.width()), static_cast<int>(frame.height()), 1.0f);
 }
 
-ChannelDrawCallback::ChannelDrawCallback(const ShownChannel& channel, ChannelDisplay& display, RGB24* out,
-                                         int outWidth, int outHeight, bool keepAspect)
-    : OneChannelCallback(channel),
-      display_(display),
-      canvas_(out, outWidth, outHeight, keepAspect, nullptr),
-      out_(out),
-      outWidth_(outWidth),
-      outHeight_(outHeight) {}
-
-bool ChannelDrawCallback::setResolution(int w, int h, float aspect) {
-    return canvas_.setResolution(w, h, aspect);
-}
-
-bool ChannelDrawCallback::setImageData(const MBVTable& data, int count, int /*channel*/, int x, int y,
-                                       int width, int height, int /*w28*/, int /*w32*/) {
+bool ChannelDrawing::visit(const FrameBucket& bucket) {
     struct Values final : PixelSource {
-        Values(const ChannelDisplay& shownBy, const MBVTable& values) : display(shownBy), table(values) {}
+        Values(const ChannelDisplay& shownBy, const FrameBucket& of) : display(shownBy), bucket(of) {}
         void colours(std::int64_t first, int n, float* rgb) const override {
-            display.colours(table, first, n, rgb);
+            display.colours(bucket.values + 4 * bucket.components * first, n, rgb);
         }
         const ChannelDisplay& display;
-        const MBVTable& table;
+        const FrameBucket& bucket;
     };
-    const auto moved = [](int position, int offset) {
-        return static_cast<int>(std::clamp<std::int64_t>(std::int64_t{position} + offset, INT_MIN, INT_MAX));
+    const auto moved = [](std::int64_t position, int offset) {
+        return static_cast<int>(std::clamp<std::int64_t>(position + offset, INT_MIN, INT_MAX));
     };
-    if (std::int64_t{width} * height > std::min(count, data.count)) return true;
-    drawBucket(Values(display_, data),
-               {moved(x, canvas_.horizontalOffset()), moved(y, canvas_.verticalOffset()), width, height},
-               {canvas_.canvasWidth(), canvas_.canvasHeight(), out_, outWidth_, outHeight_}, &display_);
+    if (bucket.components != display_.components()) return true;
+    const PixelBox& box = bucket.box;
+    drawBucket(Values(display_, bucket),
+               {moved(box.x0, canvas_.horizontalOffset()), moved(box.y0, canvas_.verticalOffset()),
+                static_cast<int>(box.width()), static_cast<int>(box.height())},
+               {canvas_.canvasWidth(), canvas_.canvasHeight(), picture_.pixels.data(), picture_.width,
+                picture_.height},
+               &display_);
     return true;
 }
 

@@ -4,40 +4,34 @@
 #include <string>
 #include <vector>
 
-#include "rawimage/read/accepting_callback.h"
+#include "rawimage/frame/raw_frame.h"
 #include "rawimage/tools/picture.h"
 #include "rawimage/tools/preview.h"
 #include "support/rd_preview.h"
 
-// How the values of any channel become colours, and the callbacks that collect and draw them. Private to
+// How the values of any channel become colours, and the visitors that collect and draw them. Private to
 // makePicture.
 
 namespace MUtils {
 inline namespace v1 {
 
-// A channel as the file lists it.
-struct ShownChannel {
-    int index = -1;
-    RegionChannelType type = RCT_NONE;
-    RegionChannelAlias alias = RCA_NONE;
-    std::string name;
-};
-
 // Turns a channel's values into three floats each. Colours stay scene-linear and are corrected after scaling;
 // everything else is a display value at once. ChannelView describes what is guessed and by which rule.
 class ChannelDisplay final : public ColCor {
   public:
-    ChannelDisplay(const ShownChannel& channel, ChannelView view, float exposure);
+    ChannelDisplay(const FrameChannel& channel, ChannelView view, float exposure);
+
+    int components() const { return components_; }
 
     // True when values must be seen once, with addValues(), before they can be shown.
     bool needsValues() const { return needsRange() || needsIdTest_; }
-    void addValues(const MBVTable& data, int count);
+    void addValues(const unsigned char* values, std::int64_t count);
     // True when further values change nothing.
     bool hasSeenEnough() const { return !needsRange() && idTest_.values >= kMaxSamples; }
     void finishValues();
 
-    // Sets `rgb` to the colours of the values first .. first + count - 1 of `data`.
-    void colours(const MBVTable& data, std::int64_t first, int count, float* rgb) const;
+    // Sets `rgb` to the colours of `count` values.
+    void colours(const unsigned char* values, int count, float* rgb) const;
 
     void correct(float rgb[3]) override;
 
@@ -53,14 +47,14 @@ class ChannelDisplay final : public ColCor {
     };
     static constexpr std::int64_t kMaxSamples = 1 << 16;
 
-    static Kind guess(const ShownChannel& channel);
-    static Kind kindOf(const ShownChannel& channel, ChannelView view);
+    static Kind guess(const FrameChannel& channel);
+    static Kind kindOf(const FrameChannel& channel, ChannelView view);
     bool needsRange() const {
         return kind_ == Kind::kRange || kind_ == Kind::kDepth || kind_ == Kind::kVector2;
     }
     float component(const unsigned char* value, int index) const;
-    void addToRange(const MBVTable& data, int count);
-    void addToIdTest(const MBVTable& data, int count);
+    void addToRange(const unsigned char* values, std::int64_t count);
+    void addToIdTest(const unsigned char* values, std::int64_t count);
     void finishRange();
     void shown(const unsigned char* value, float rgb[3]) const;
     void shownId(const unsigned char* value, float rgb[3]) const;
@@ -80,44 +74,28 @@ class ChannelDisplay final : public ColCor {
     float high_ = 1.0f;
 };
 
-// Decodes the tags of one channel only. A tag whose id implies another value size than the channel list's
-// type is not the channel's, and is skipped.
-class OneChannelCallback : public AcceptingCallback {
+// Shows a display the values of its channel; for a visit in order. Buckets with values of another size are
+// not the channel's.
+class ChannelValues final : public BucketVisitor {
   public:
-    int parseTag(RIF_TAG& tag) override;
-
-  protected:
-    explicit OneChannelCallback(const ShownChannel& channel) : channel_(channel) {}
-    ~OneChannelCallback() = default;
-
-    const ShownChannel& channel_;
-};
-
-class ChannelValuesCallback final : public OneChannelCallback {
-  public:
-    ChannelValuesCallback(const ShownChannel& channel, ChannelDisplay& display)
-        : OneChannelCallback(channel), display_(display) {}
-    bool setImageData(const MBVTable& data, int count, int channel, int x, int y, int width, int height,
-                      int w28, int w32) override;
+    explicit ChannelValues(ChannelDisplay& display) : display_(display) {}
+    bool visit(const FrameBucket& bucket) override;
 
   private:
     ChannelDisplay& display_;
 };
 
-class ChannelDrawCallback final : public OneChannelCallback {
+// Draws a channel's buckets. Those that do not overlap may come at the same time: they have no pixel of the
+// picture in common.
+class ChannelDrawing final : public BucketVisitor {
   public:
-    ChannelDrawCallback(const ShownChannel& channel, ChannelDisplay& display, RGB24* out, int outWidth,
-                        int outHeight, bool keepAspect);
-    bool setResolution(int w, int h, float aspect) override;
-    bool setImageData(const MBVTable& data, int count, int channel, int x, int y, int width, int height,
-                      int w28, int w32) override;
+    ChannelDrawing(ChannelDisplay& display, const PixelBox& frame, bool keepAspect, Picture& picture);
+    bool visit(const FrameBucket& bucket) override;
 
   private:
     ChannelDisplay& display_;
     MakePreviewCallback canvas_;  // places the frame in the picture
-    RGB24* out_;
-    int outWidth_;
-    int outHeight_;
+    Picture& picture_;
 };
 
 }  // namespace v1

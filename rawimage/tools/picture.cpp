@@ -2,11 +2,10 @@
 
 #include <algorithm>
 #include <cmath>
-#include <iterator>
-#include <system_error>
+#include <optional>
 #include <utility>
 
-#include "rawimage/read/tag_reader.h"
+#include "rawimage/frame/raw_frame.h"
 #include "rawimage/tools/channel_display.h"
 
 namespace MUtils {
@@ -17,21 +16,6 @@ namespace {
 bool soundSize(int width, int height) {
     return width > 0 && height > 0 && width <= kMaxPictureSize && height <= kMaxPictureSize;
 }
-
-class ThumbnailCallback final : public AcceptingCallback {
-  public:
-    bool setPreview(MBVTable& values, int count, int w, int h) override {
-        pixels.resize(static_cast<std::size_t>(count));
-        values.storeToBuffer(pixels.data(), 0, count);
-        width = w;
-        height = h;
-        return true;
-    }
-
-    std::vector<RGB24> pixels;
-    int width = 0;
-    int height = 0;
-};
 
 // True when a thumbnail of that size is what a rendering would be.
 bool fits(const PictureRequest& request, int w, int h) {
@@ -44,100 +28,124 @@ bool fits(const PictureRequest& request, int w, int h) {
                     (w == request.width || h == request.height));
 }
 
-const ShownChannel* findChannel(const std::vector<ShownChannel>& channels, const std::string& name) {
-    const ShownChannel* found = channels.empty() || !name.empty() ? nullptr : &channels.front();
-    for (const ShownChannel& channel : channels) {
-        const bool colour = channel.alias == RCA_IMAGE || channel.alias == RCA_COLOR;
-        if (name.empty() ? colour : channel.name == name) found = &channel;
+// Reads the progress of a caller, which may be empty, and remembers that it has asked for a stop.
+class StopWatch {
+  public:
+    explicit StopWatch(const PictureRequest& request) : request_(request) {}
+
+    bool stopped() const { return stopped_; }
+    std::function<bool(std::int64_t, std::int64_t)> callback(bool withNumbers) {
+        if (!request_.progress) return {};
+        return [this, withNumbers](std::int64_t done, std::int64_t total) {
+            stopped_ = stopped_ || !request_.progress(withNumbers ? done : 0, withNumbers ? total : 0);
+            return !stopped_;
+        };
     }
-    return found;
+
+  private:
+    const PictureRequest& request_;
+    bool stopped_ = false;
+};
+
+RawFrame openFrame(const char* fileName, const PictureRequest& request, StopWatch& watch) {
+    RawFrameOptions options;
+    options.inspect = InspectDepth::kRecords;
+    options.threads = request.threads;
+    options.progress = watch.callback(false);
+    return RawFrame(fileName, options);
 }
 
-// Makes one picture of an open file.
+// Makes one picture of a file.
 class PictureMaker {
   public:
-    PictureMaker(PStream& stream, const PictureRequest& request, Picture& picture)
-        : request_(request), picture_(picture), file_(inspect(stream)), reader_(stream, file_.compressed) {}
+    PictureMaker(const char* fileName, const PictureRequest& request, Picture& picture)
+        : request_(request),
+          picture_(picture),
+          watch_(request),
+          file_(openFrame(fileName, request, watch_)),
+          info_(file_.info()) {}
 
     PictureState make();
 
   private:
-    static Inspection inspect(PStream& stream);
-    void listChannels();
+    const FrameChannel* findChannel() const;
     void readThumbnail();
     void chooseSize();
     void placeThumbnail();
-    void drawChannel(const ShownChannel& channel);
-    void listFaults(int channel);
-    bool isInDoubt(std::int64_t offset) const;
-    void addDamaged(const INFOTAG& tag, const char* cause);
+    void drawChannel(const FrameChannel& channel);
+    void addDamaged(FrameRead read, const FrameChannel& channel);
 
     const PictureRequest& request_;
     Picture& picture_;
-    const Inspection file_;
-    TagReader reader_;
-    std::vector<ShownChannel> channels_;
-    ThumbnailCallback thumbnail_;
+    StopWatch watch_;
+    const RawFrame file_;
+    const std::shared_ptr<const FrameInfo> info_;
+    std::optional<FrameThumbnail> thumbnail_;
 };
 
-Inspection PictureMaker::inspect(PStream& stream) {
-    InspectOptions options;
-    options.depth = InspectDepth::kRecords;
-    options.threads = 1;
-    return inspectStream(stream, options);
-}
-
 PictureState PictureMaker::make() {
-    picture_.fileState = file_.state;
-    picture_.cause = file_.cause;
-    picture_.causeOffset = file_.causeOffset;
-    if (file_.state == FileState::kCannotOpen) return PictureState::kCannotOpen;
-    if (file_.state == FileState::kNotThisFormat) return PictureState::kNotThisFormat;
-    picture_.fileHasPixels = std::any_of(file_.tags.begin(), file_.tags.end(),
-                                         [](const INFOTAG& tag) { return isPixelTag(tag.id); });
-    listChannels();
+    if (watch_.stopped()) return PictureState::kStopped;
+    picture_.fileState = file_.state();
+    picture_.cause = file_.cause();
+    picture_.causeOffset = file_.causeOffset();
+    if (picture_.fileState == FileState::kCannotOpen) return PictureState::kCannotOpen;
+    if (picture_.fileState == FileState::kNotThisFormat) return PictureState::kNotThisFormat;
+    picture_.fileHasPixels = info_->hasPixels;
+    for (const FrameChannel& channel : info_->channels) {
+        if (channel.listed) picture_.channels.push_back(channel.name);
+    }
     readThumbnail();
-    const bool stored = thumbnail_.width > 0;
-    if (!stored && file_.facts.frame().empty()) return PictureState::kNoFrame;
+    if (!thumbnail_ && info_->frame.empty()) return PictureState::kNoFrame;
     chooseSize();
     if (!soundSize(picture_.width, picture_.height)) return PictureState::kNoFrame;
-    const ShownChannel* channel = findChannel(channels_, request_.channel);
-    if (!stored && channel == nullptr) return PictureState::kNoChannel;
+    const FrameChannel* channel = findChannel();
+    if (!thumbnail_ && channel == nullptr) return PictureState::kNoChannel;
     picture_.pixels.assign(
         static_cast<std::size_t>(picture_.width) * static_cast<std::size_t>(picture_.height),
         request_.background);
-    stored ? placeThumbnail() : drawChannel(*channel);
-    return PictureState::kGood;
+    thumbnail_ ? placeThumbnail() : drawChannel(*channel);
+    if (!watch_.stopped()) return PictureState::kGood;
+    picture_.pixels.clear();
+    return PictureState::kStopped;
 }
 
-void PictureMaker::listChannels() {
-    for (const RIF_CHANNEL& listed : file_.facts.channels) {
-        channels_.push_back({listed.index, static_cast<RegionChannelType>(listed.type),
-                             static_cast<RegionChannelAlias>(listed.alias), listed.name});
-        picture_.channels.push_back(listed.name);
+const FrameChannel* PictureMaker::findChannel() const {
+    const FrameChannel* found = nullptr;
+    for (const FrameChannel& channel : info_->channels) {
+        if (!channel.listed) break;
+        const bool colour = channel.alias == RCA_IMAGE || channel.alias == RCA_COLOR;
+        const bool first = request_.channel.empty() && found == nullptr;
+        if (first || (request_.channel.empty() ? colour : channel.name == request_.channel)) found = &channel;
     }
+    return found;
 }
 
 // Of several thumbnails the last one counts, also when it is not wanted.
 void PictureMaker::readThumbnail() {
-    const auto tag = std::find_if(file_.tags.rbegin(), file_.tags.rend(),
+    const std::vector<INFOTAG> records = file_.recordTags();
+    const auto tag = std::find_if(records.rbegin(), records.rend(),
                                   [](const INFOTAG& of) { return of.id == TAG_PREVIEW; });
-    if (tag == file_.tags.rend() || !fits(request_, tag->p1, tag->p2)) return;
-    if (reader_.read(*tag, thumbnail_) == 0) return;
-    thumbnail_ = {};
-    addDamaged(*tag, "the thumbnail cannot be read");
+    if (tag == records.rend() || !fits(request_, tag->p1, tag->p2)) return;
+    thumbnail_ = file_.thumbnail();
+    if (thumbnail_) return;
+    TagGap gap;
+    gap.offset = static_cast<std::int64_t>(tag->offset);
+    gap.end = gap.offset + tag->size;
+    gap.cause = "the thumbnail cannot be read";
+    gap.tag = *tag;
+    picture_.damaged.push_back(faultOf(gap, {}));
 }
 
 void PictureMaker::chooseSize() {
     picture_.width = request_.width;
     picture_.height = request_.height;
     if (request_.width != 0 || request_.height != 0) return;
-    if (thumbnail_.width > 0) {
-        picture_.width = thumbnail_.width;
-        picture_.height = thumbnail_.height;
+    if (thumbnail_) {
+        picture_.width = thumbnail_->width;
+        picture_.height = thumbnail_->height;
         return;
     }
-    const PixelBox frame = file_.facts.frame();
+    const PixelBox& frame = info_->frame;
     const auto larger = static_cast<double>(std::max(frame.width(), frame.height()));
     const double scale = std::min(1.0, kDefaultPictureSize / larger);
     const auto scaled = [scale](std::int64_t size) {
@@ -149,67 +157,53 @@ void PictureMaker::chooseSize() {
 
 // Copies the thumbnail to the middle of the picture.
 void PictureMaker::placeThumbnail() {
-    const int w = thumbnail_.width;
+    const int w = thumbnail_->width;
     const int left = (picture_.width - w) / 2;
-    const int top = (picture_.height - thumbnail_.height) / 2;
-    for (int y = 0; y < thumbnail_.height; ++y) {
-        const auto row = thumbnail_.pixels.begin() + std::int64_t{y} * w;
+    const int top = (picture_.height - thumbnail_->height) / 2;
+    for (int y = 0; y < thumbnail_->height; ++y) {
+        const auto row = thumbnail_->pixels.begin() + std::int64_t{y} * w;
         std::copy(row, row + w, picture_.pixels.begin() + std::int64_t{top + y} * picture_.width + left);
     }
     picture_.stored = true;
 }
 
-// Goes over the channel's tags twice where the display must know the values before it can show them.
-void PictureMaker::drawChannel(const ShownChannel& channel) {
+// Goes over the channel's buckets twice where the display must know the values before it can show them.
+void PictureMaker::drawChannel(const FrameChannel& channel) {
     ChannelDisplay display(channel, request_.view, request_.exposure);
+    FrameReadOptions options;
+    options.threads = request_.threads;
+    options.takeDoubted = true;
     if (display.needsValues()) {
-        ChannelValuesCallback values(channel, display);
-        for (const INFOTAG& tag : file_.tags) {
-            if (display.hasSeenEnough()) break;
-            if (isPixelTag(tag.id)) (void)reader_.read(tag, values);
-        }
+        ChannelValues values(display);
+        options.inOrder = true;
+        options.progress = watch_.callback(false);
+        (void)file_.visit(kEverywhere, {channel.index}, values, options);
         display.finishValues();
     }
-    ChannelDrawCallback draw(channel, display, picture_.pixels.data(), picture_.width, picture_.height,
-                             request_.keepAspect);
-    const PixelBox frame = file_.facts.frame();
-    draw.setResolution(static_cast<int>(frame.width()), static_cast<int>(frame.height()), 1.0f);
-    std::vector<INFOTAG> tags;
-    std::copy_if(file_.tags.begin(), file_.tags.end(), std::back_inserter(tags),
-                 [](const INFOTAG& tag) { return isPixelTag(tag.id); });
-    std::stable_partition(tags.begin(), tags.end(), [this](const INFOTAG& tag) {
-        return isInDoubt(static_cast<std::int64_t>(tag.offset));
-    });
-    listFaults(channel.index);
-    for (const INFOTAG& tag : tags) {
-        if (const int code = reader_.read(tag, draw); code != 0) addDamaged(tag, pixelCodeText(code));
-    }
-    std::stable_sort(picture_.damaged.begin(), picture_.damaged.end(),
-                     [](const FileFault& a, const FileFault& b) { return a.offset < b.offset; });
+    ChannelDrawing drawing(display, info_->frame, request_.keepAspect, picture_);
+    options.inOrder = false;
+    options.progress = watch_.callback(true);
+    if (!watch_.stopped()) addDamaged(file_.visit(kEverywhere, {channel.index}, drawing, options), channel);
     picture_.channel = channel.name;
 }
 
-void PictureMaker::listFaults(int channel) {
-    FileFaults faults = faultsOf(file_);
+void PictureMaker::addDamaged(FrameRead read, const FrameChannel& channel) {
+    std::vector<FileFault>& damaged = picture_.damaged;
+    FileFaults faults = file_.faults();
     for (FileFault& lost : faults.lost) {
-        if (isPixelTag(lost.tagId) && lost.channel == channel) picture_.damaged.push_back(std::move(lost));
+        if (isPixelTag(lost.tagId) && lost.channel == channel.index) damaged.push_back(std::move(lost));
     }
+    for (FileFault& unread : read.damaged) {
+        if (findPixelKind(unread.tagId)->valueSize == channel.valueBytes())
+            damaged.push_back(std::move(unread));
+    }
+    std::stable_sort(damaged.begin(), damaged.end(),
+                     [](const FileFault& a, const FileFault& b) { return a.offset < b.offset; });
+    const std::vector<std::int64_t> inDoubt = file_.doubted();
     for (FileFault& doubt : faults.doubts) {
-        if (doubt.channel == channel && isInDoubt(doubt.offset)) picture_.doubts.push_back(std::move(doubt));
+        const bool isTag = std::binary_search(inDoubt.begin(), inDoubt.end(), doubt.offset);
+        if (isTag && doubt.channel == channel.index) picture_.doubts.push_back(std::move(doubt));
     }
-}
-
-bool PictureMaker::isInDoubt(std::int64_t offset) const {
-    return std::binary_search(file_.doubted.begin(), file_.doubted.end(), offset);
-}
-
-void PictureMaker::addDamaged(const INFOTAG& tag, const char* cause) {
-    TagGap gap;
-    gap.offset = static_cast<std::int64_t>(tag.offset);
-    gap.end = gap.offset + tag.size;
-    gap.cause = cause;
-    gap.tag = tag;
-    picture_.damaged.push_back(faultOf(gap, file_.facts));
 }
 
 }  // namespace
@@ -217,17 +211,9 @@ void PictureMaker::addDamaged(const INFOTAG& tag, const char* cause) {
 Picture makePicture(const char* fileName, const PictureRequest& request) {
     Picture picture;
     const bool chosen = request.width != 0 || request.height != 0;
-    PFileStream stream;
-    if (chosen && !soundSize(request.width, request.height)) {
-        picture.state = PictureState::kBadRequest;
-    } else if (const int code = stream.Open(fileName, PFileStream::kRead, 1, PFileStream::kOpenExisting);
-               code != 0) {
-        picture.state = PictureState::kCannotOpen;
-        picture.fileState = FileState::kCannotOpen;
-        picture.cause = std::generic_category().message(code);
-    } else {
-        picture.state = PictureMaker(stream, request, picture).make();
-    }
+    picture.state = chosen && !soundSize(request.width, request.height)
+                        ? PictureState::kBadRequest
+                        : PictureMaker(fileName, request, picture).make();
     return picture;
 }
 

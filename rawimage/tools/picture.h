@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -48,6 +49,10 @@ struct PictureRequest {
     // Take the stored thumbnail when no channel, view or exposure is asked for and it is what a rendering
     // would be: of the size asked for, or with keepAspect as large as fits.
     bool useStored = true;
+    int threads = 0;  // that decode and draw; below 1: one for each processor. The picture is the same
+    // Called now and then on the calling thread, with the tags that are drawn and all, both 0 before drawing
+    // begins; false stops.
+    std::function<bool(std::int64_t done, std::int64_t total)> progress;
 };
 constexpr int kDefaultPictureSize = 1024;
 constexpr int kMaxPictureSize = 32768;
@@ -56,9 +61,10 @@ enum class PictureState {
     kGood,
     kCannotOpen,
     kNotThisFormat,
-    kNoFrame,    // no resolution, or none that can be drawn
-    kNoChannel,  // the file has no such channel; `channels` names those it has
-    kBadRequest  // a size out of range
+    kNoFrame,     // no resolution, or none that can be drawn
+    kNoChannel,   // the file has no such channel; `channels` names those it has
+    kBadRequest,  // a size out of range
+    kStopped      // by the caller's progress
 };
 
 struct Picture {
@@ -90,8 +96,10 @@ struct Picture {
 // between 0 and 1 are shown as grey, other floats spread over grey by their range (near is bright for depth),
 // vectors from -1..1 to colour, two floats to red and green around the middle, ids each in a colour of its
 // own, 0 in black. Where tags overlap the last one in the file counts; those whose place is in doubt never
-// cover others. Only the shown channel is decompressed, one tag at a time: beside the picture and the file's
-// inspection the values of the largest of its tags are in memory.
+// cover others. Only the shown channel is read. Beside the picture and the list of the file's tags, the
+// payload and the values of one of the channel's tags for each thread are in memory.
+//
+// The file may be written to at the same time: the picture shows what was in it at the beginning.
 RAWIMAGE_EXPORT Picture makePicture(const char* fileName, const PictureRequest& request);
 
 }  // namespace v1
