@@ -148,6 +148,10 @@ void ExrFile::setOrigin(int x, int y) {
     data_->originY = y;
 }
 
+void ExrFile::setWindow(const MUtils::PixelBox& box) {
+    if (data_ != nullptr) data_->window = box;
+}
+
 void ExrFile::setHeaderEditor(MUtils::ExrHeaderEditor* editor) {
     if (data_ != nullptr) data_->headerEditor = editor;
 }

@@ -3,6 +3,7 @@
 #include <functional>
 #include <memory>
 
+#include "../rawimage/area/pixel_box.h"
 #include "../rawimage/export.h"
 #include "../rawimage/output_file.h"
 
@@ -117,6 +118,9 @@ class RAWIMAGE_EXPORT ExrFile : public RIFileBase {
     // Where the display window begins, (0, 0) when never called; the data window moves with it. Regions keep
     // to the frame, whose first pixel is (0, 0) for them. Before WTChannelInfo.
     void setOrigin(int x, int y);
+    // Scan-line files only: the pixels of the frame that are written, the whole frame where `box` is empty.
+    // They are the data window, and the region of a frame has their size. Before the first region.
+    void setWindow(const MUtils::PixelBox& box);
     // Has its say on the header of each part before camera and texts do, see attr_parser.h; null for none.
     // Before WTChannelInfo. It must live until the file is closed, and what it throws counts as OpenEXR's.
     void setHeaderEditor(MUtils::ExrHeaderEditor* editor);

@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 
+#include "rawimage/area/pixel_box.h"
 #include "rawimage/output_file.h"
 #include "rawimage/records.h"
 #include "support/byte_buffer.h"
@@ -48,6 +49,8 @@ class ExrFileDataBase {
     // The display window's first pixel. Regions and windows here are counted from it.
     int originX = 0;
     int originY = 0;
+    // Of a scan-line file: the pixels that are written; without any, the whole frame is.
+    MUtils::PixelBox window;
     // Not owned; null for none.
     MUtils::ExrHeaderEditor* headerEditor = nullptr;
     // Null until the channels are set. An array of one header for each part; attributes go into the first.

@@ -65,7 +65,8 @@ class ExrFileData : public ExrFileDataBase {
 
     bool multiPart;
     int autoDataWindow = 0;
-    MUtils::PixelBox dataWindow;  // what is written
+    MUtils::PixelBox given;       // the pixels of the region
+    MUtils::PixelBox dataWindow;  // what of them is written
     int chunkStartY = 0;          // the row that the staging buffers begin with
     RICameraInfo cameraInfo = {};
     MUtils::CharString extraAttributes;

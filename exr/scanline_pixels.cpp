@@ -36,9 +36,10 @@ void averageValues(float* values, int count) {
 }  // namespace
 
 ErrorCode ExrFileData::writeRegion(MUtils::MRRegionData* region) {
-    if (region->width != width || region->height != height) return {};
+    given = window.empty() ? MUtils::PixelBox{0, 0, width, height} : window;
+    if (region->width != given.width() || region->height != given.height()) return {};
     if (ErrorCode error = checkChannelsOf(*region); !error.empty()) return error;
-    dataWindow = {0, 0, width, height};
+    dataWindow = given;
     if (autoDataWindow != 0) trimDataWindow(*region);
     if (ErrorCode error = createHeaders(); !error.empty()) return error;
     if (fileCreated == 0) {
@@ -58,7 +59,8 @@ ErrorCode ExrFileData::checkChannelsOf(const MUtils::MRRegionData& region) const
         if (!announced || info.index >= region.channels.Count()) continue;
         const MUtils::RegionChannel& channel = region.channels[info.index];
         if (!isGiven(channel)) continue;
-        if (ErrorCode error = checkValues(channel, info.index, info.type, width, height); !error.empty())
+        if (ErrorCode error = checkValues(channel, info.index, info.type, region.width, region.height);
+            !error.empty())
             return error;
     }
     return {};
@@ -69,9 +71,10 @@ void ExrFileData::trimDataWindow(const MUtils::MRRegionData& region) {
     const auto* alpha =
         std::find_if(region.channels.begin(), region.channels.end(),
                      [](const MUtils::RegionChannel& channel) { return channel.alias == RCA_ALPHA; });
-    if (alpha == region.channels.end() || !holdsValues(alpha->data, width, height, 12)) return;
-    const MUtils::PixelBox box = findVisibleBox(*alpha->data, width, height);
-    if (!box.empty()) dataWindow = box;
+    if (alpha == region.channels.end() || !holdsValues(alpha->data, region.width, region.height, 12)) return;
+    const MUtils::PixelBox box = findVisibleBox(*alpha->data, region.width, region.height);
+    if (box.empty()) return;
+    dataWindow = MUtils::boxAt(given.x0 + box.x0, given.y0 + box.y0, box.width(), box.height());
 }
 
 // The file stays open from frame to frame while headers are built for each. Memory is laid out for the
@@ -181,7 +184,8 @@ void ExrFileData::stageRows(int channel, const MBVTable& data, int y, int rows) 
     const auto rowLength = static_cast<int>(dataWindow.width());
     unsigned char* staged = stagingBuffers[channel].data();
     for (int row = y; row < y + rows; ++row, staged += std::int64_t{rowLength} * rule.valueBytes()) {
-        data.storeToBuffer(staged, row * width + static_cast<int>(dataWindow.x0), rowLength);
+        const std::int64_t first = (row - given.y0) * given.width() + dataWindow.x0 - given.x0;
+        data.storeToBuffer(staged, static_cast<int>(first), rowLength);
         if (rule.isInteger()) continue;
         auto* floats = reinterpret_cast<float*>(staged);
         if (rule.components == 3 && info.alias == RCA_ALPHA) averageValues(floats, rowLength);
