@@ -133,6 +133,8 @@ ExitCode convertInto(const ConvertVerb& verb, Conversion& conversion, ToolProgre
 }
 
 std::unique_ptr<Conversion> makeConversion(ConvertVerb& verb, ToolProgress& progress) {
+    verb.fromExr.crop = verb.toExr.crop = verb.crop;
+    verb.fromExr.channels = verb.toExr.channels = verb.channels;
     if (verb.from == Format::kExr) {
         verb.fromExr.threads = verb.threads;
         verb.fromExr.progress = progress.callback();
@@ -208,15 +210,34 @@ void addFromExrOptions(CLI::App& app, MUtils::FromExrOptions& options) {
         ->group(kFromExr);
 }
 
-// "X,Y", either of them negative or not.
-std::string parseOrigin(const std::string& text, MUtils::ToExrOptions& options) {
-    const char* const end = text.data() + text.size();
-    const auto x = std::from_chars(text.data(), end, options.originX);
-    if (x.ec == std::errc() && x.ptr != end && *x.ptr == ',') {
-        const auto y = std::from_chars(x.ptr + 1, end, options.originY);
-        if (y.ec == std::errc() && y.ptr == end) return {};
+// Sets as many numbers as there are, negative or not, from a text such as "X,Y". Returns what is wrong with
+// it, or "".
+std::string parseNumbers(const std::string& text, const char* form, const std::vector<int*>& numbers) {
+    const char* at = text.data();
+    const char* const end = at + text.size();
+    for (std::size_t i = 0; i < numbers.size(); ++i) {
+        const auto read = std::from_chars(at, end, *numbers[i]);
+        const bool isLast = i + 1 == numbers.size();
+        const bool goesOn = read.ptr != end && *read.ptr == ',';
+        if (read.ec != std::errc() || (isLast ? read.ptr != end : !goesOn))
+            return "'" + text + "' is not " + form;
+        at = read.ptr + (isLast ? 0 : 1);
     }
-    return "'" + text + "' is not two numbers, X,Y";
+    return {};
+}
+
+std::string parseOrigin(const std::string& text, MUtils::ToExrOptions& options) {
+    return parseNumbers(text, "two numbers, X,Y", {&options.originX, &options.originY});
+}
+
+std::string parseCrop(const std::string& text, std::optional<MUtils::PixelBox>& crop) {
+    int x = 0, y = 0, width = 0, height = 0;
+    const char* const form = "a box of pixels, X,Y,W,H";
+    std::string wrong = parseNumbers(text, form, {&x, &y, &width, &height});
+    if (!wrong.empty()) return wrong;
+    if (width < 1 || height < 1) return "'" + text + "' has no pixels";
+    crop = MUtils::boxAt(x, y, width, height);
+    return {};
 }
 
 // The names are looked up here, as CLI11's transformers show numbers in the help.
@@ -262,11 +283,6 @@ void addToExrOptions(CLI::App& app, MUtils::ToExrOptions& options) {
     app.add_option("--attributes", options.attributes, "more header attributes: \"name=value; name=value\"")
         ->type_name("TEXT")
         ->group(kToExr);
-    app.add_option("--channels", options.channels, "only channels that one of these patterns fits")
-        ->type_name("GLOB,...")
-        ->delimiter(',')
-        ->allow_extra_args(false)
-        ->group(kToExr);
 }
 
 }  // namespace
@@ -291,6 +307,18 @@ void addConvertVerb(CLI::App& app, ExitCode& result) {
     verb->add_flag("--strict", options->strict,
                    "Fail with code 6, before anything is written, if OUT would lack anything of IN");
     verb->add_flag("--json", options->json, "Print what was done and lost as a JSON object");
+    verb->add_option_function<std::string>(
+            "--crop", [options](const std::string& text) { parseCrop(text, options->crop); },
+            "only these pixels of the frame, whose size stays: the data window, or the render region")
+        ->type_name("X,Y,W,H")
+        ->check([](const std::string& text) {
+            std::optional<MUtils::PixelBox> checked;
+            return parseCrop(text, checked);
+        });
+    verb->add_option("--channels", options->channels, "only channels that one of these patterns fits")
+        ->type_name("GLOB,...")
+        ->delimiter(',')
+        ->allow_extra_args(false);
     addFromExrOptions(*verb, options->fromExr);
     addToExrOptions(*verb, options->toExr);
     verb->callback([verb, options, &result] {

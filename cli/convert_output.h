@@ -1,7 +1,9 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "cli/image_format.h"
 #include "cli/report.h"
@@ -18,6 +20,8 @@ struct ConvertVerb {
     bool strict = false;
     bool json = false;
     int threads = 0;  // below 1: one for each processor
+    std::vector<std::string> channels;
+    std::optional<MUtils::PixelBox> crop;
     MUtils::FromExrOptions fromExr;
     MUtils::ToExrOptions toExr;
     ImageFormat from = ImageFormat::kOther;  // the input's format, once it is known

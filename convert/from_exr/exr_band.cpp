@@ -20,10 +20,12 @@ struct Shape {
     std::int64_t pieceWidth;
     std::int64_t pieceHeight;
     std::int64_t capacity;
+    std::int64_t firstColumn, endColumn;  // of pieces
+    std::int64_t x0, x1;                  // of these
 };
 
 // A band may begin with the last row of a piece and end with the first row of another one.
-Shape shapeOf(const Imf::Header& header, const PixelBox& window, std::int64_t maxRows) {
+Shape shapeOf(const Imf::Header& header, const PixelBox& window, const ExrBand::Need& need) {
     Shape shape{};
     if (Imf::isTiled(header.type())) {
         shape.pieceWidth = header.tileDescription().xSize;
@@ -32,15 +34,12 @@ Shape shapeOf(const Imf::Header& header, const PixelBox& window, std::int64_t ma
         shape.pieceWidth = window.width();
         shape.pieceHeight = linesPerBlock(header.compression());
     }
-    shape.capacity = std::min(window.height(), maxRows + 2 * (shape.pieceHeight - 1));
+    shape.capacity = std::min(window.height(), need.maxRows + 2 * (shape.pieceHeight - 1));
+    shape.firstColumn = (need.pixels.x0 - window.x0) / shape.pieceWidth;
+    shape.endColumn = (need.pixels.x1 - 1 - window.x0) / shape.pieceWidth + 1;
+    shape.x0 = window.x0 + shape.firstColumn * shape.pieceWidth;
+    shape.x1 = std::min(window.x0 + shape.endColumn * shape.pieceWidth, window.x1);
     return shape;
-}
-
-std::int64_t channelCount(const Imf::Header& header) {
-    std::int64_t count = 0;
-    for (auto channel = header.channels().begin(); channel != header.channels().end(); ++channel)
-        ++count;
-    return count;
 }
 
 // Bytes of a pixel as the file has it uncompressed.
@@ -66,30 +65,32 @@ void checkRows(ExrInput& input, int part, const PixelBox& window) {
 
 }  // namespace
 
-double ExrBand::bytesNeeded(const ExrInput& input, int part, std::int64_t maxRows) {
-    const Imf::Header& header = input.header(part);
-    const PixelBox window = input.window(part);
-    const Shape shape = shapeOf(header, window, maxRows);
-    const double values = static_cast<double>(shape.capacity) * static_cast<double>(window.width());
-    return values * static_cast<double>(channelCount(header)) * sizeof(std::uint32_t);
+double ExrBand::bytesNeeded(const ExrInput& input, const Need& need) {
+    const Shape shape = shapeOf(input.header(need.part), input.window(need.part), need);
+    const double values = static_cast<double>(shape.capacity) * static_cast<double>(shape.x1 - shape.x0);
+    return values * static_cast<double>(need.channels.size()) * sizeof(std::uint32_t);
 }
 
-ExrBand::ExrBand(ExrInput& input, int part, std::int64_t maxRows)
-    : input_(input), part_(part), window_(input.window(part)) {
-    const Imf::Header& header = input.header(part);
-    checkRows(input, part, window_);
+ExrBand::ExrBand(ExrInput& input, const Need& need)
+    : input_(input), part_(need.part), window_(input.window(need.part)) {
+    const Imf::Header& header = input.header(part_);
+    checkRows(input, part_, window_);
     pixelBytes_ = pixelBytes(header);
-    const Shape shape = shapeOf(header, window_, maxRows);
+    const Shape shape = shapeOf(header, window_, need);
     pieceWidth_ = shape.pieceWidth;
     pieceHeight_ = shape.pieceHeight;
+    firstColumn_ = shape.firstColumn;
+    endColumn_ = shape.endColumn;
+    heldX0_ = shape.x0;
+    heldX1_ = shape.x1;
     columns_ = (window_.width() - 1) / pieceWidth_ + 1;
     capacity_ = shape.capacity;
     firstRow_ = endRow_ = window_.y0;
     try {
         if (Imf::isTiled(header.type())) {
-            tiles_.emplace(input.file(), part);
+            tiles_.emplace(input.file(), part_);
         } else {
-            lines_.emplace(input.file(), part);
+            lines_.emplace(input.file(), part_);
         }
     } catch (const std::bad_alloc&) {
         throw;
@@ -97,7 +98,9 @@ ExrBand::ExrBand(ExrInput& input, int part, std::int64_t maxRows)
         throw ConvertError(ConvertState::kDamaged, input.path(), error.what());
     }
     // Not cleared: pages that no pixel reaches cost nothing, whatever the header claims.
-    const std::int64_t values = capacity_ * window_.width() * channelCount(header);
+    for (const int channel : need.channels)
+        slots_.emplace(channel, static_cast<std::int64_t>(slots_.size()));
+    const std::int64_t values = capacity_ * heldWidth() * static_cast<std::int64_t>(slots_.size());
     values_.reset(new std::uint32_t[static_cast<std::size_t>(values)]);
 }
 
@@ -111,9 +114,9 @@ void ExrBand::load(std::int64_t y0, std::int64_t y1) {
 void ExrBand::keepRowsFrom(std::int64_t y) {
     const std::int64_t kept = std::max<std::int64_t>(endRow_ - y, 0);
     if (kept > 0 && y > firstRow_) {
-        const std::int64_t width = window_.width();
-        for (std::int64_t c = channelCount(input_.header(part_)); c-- > 0;) {
-            std::uint32_t* rows = values_.get() + c * capacity_ * width;
+        const std::int64_t width = heldWidth();
+        for (std::size_t c = 0; c < slots_.size(); ++c) {
+            std::uint32_t* rows = values_.get() + static_cast<std::int64_t>(c) * capacity_ * width;
             std::memmove(rows, rows + (y - firstRow_) * width,
                          static_cast<std::size_t>(kept * width) * sizeof *rows);
         }
@@ -125,16 +128,16 @@ void ExrBand::keepRowsFrom(std::int64_t y) {
 }
 
 Imf::FrameBuffer ExrBand::frameBuffer() const {
-    const Imath::V2i origin(static_cast<int>(window_.x0 + input_.originX()),
+    const Imath::V2i origin(static_cast<int>(heldX0_ + input_.originX()),
                             static_cast<int>(firstRow_ + input_.originY()));
-    const std::size_t rowBytes = static_cast<std::size_t>(window_.width()) * sizeof(std::uint32_t);
+    const std::size_t rowBytes = static_cast<std::size_t>(heldWidth()) * sizeof(std::uint32_t);
     Imf::FrameBuffer buffer;
-    const Imf::ChannelList& list = input_.header(part_).channels();
-    const std::uint32_t* rows = values_.get();
-    for (auto channel = list.begin(); channel != list.end(); ++channel, rows += capacity_ * window_.width()) {
-        const Imf::PixelType type = channel.channel().type == Imf::UINT ? Imf::UINT : Imf::FLOAT;
-        buffer.insert(channel.name(), Imf::Slice::Make(type, rows, origin, window_.width(), capacity_,
-                                                       sizeof(std::uint32_t), rowBytes));
+    for (const auto& [channel, slot] : slots_) {
+        const SourceChannel& source = input_.channels()[static_cast<std::size_t>(channel)];
+        const std::uint32_t* rows = values_.get() + slot * capacity_ * heldWidth();
+        buffer.insert(source.name.c_str(),
+                      Imf::Slice::Make(source.integer ? Imf::UINT : Imf::FLOAT, rows, origin, heldWidth(),
+                                       capacity_, sizeof(std::uint32_t), rowBytes));
     }
     return buffer;
 }
@@ -149,7 +152,7 @@ void ExrBand::readUpTo(std::int64_t end) {
     input_.stream().mark();
     if (dropUnjustified(begin, end)) {
         try {
-            tryRead(begin, end, 0, columns_);
+            tryRead(begin, end, firstColumn_, endColumn_);
             return;
         } catch (const std::bad_alloc&) {
             throw;
@@ -159,7 +162,7 @@ void ExrBand::readUpTo(std::int64_t end) {
     // OpenEXR may still hold the first piece, and then does not read it again.
     std::int64_t keptFrom = input_.stream().firstRead();
     for (std::int64_t row = begin; row < end; row += pieceHeight_) {
-        for (std::int64_t column = 0; column < columns_; ++column) {
+        for (std::int64_t column = firstColumn_; column < endColumn_; ++column) {
             if (!readable_[pieceIndex(row, column)]) continue;
             input_.stream().mark();
             try {
@@ -181,7 +184,7 @@ void ExrBand::readUpTo(std::int64_t end) {
 bool ExrBand::dropUnjustified(std::int64_t begin, std::int64_t end) {
     bool all = true;
     for (std::int64_t row = begin; row < end; row += pieceHeight_) {
-        for (std::int64_t column = 0; column < columns_; ++column) {
+        for (std::int64_t column = firstColumn_; column < endColumn_; ++column) {
             const std::int64_t rows = std::min(pieceHeight_, window_.y1 - row);
             const std::int64_t width = std::min(pieceWidth_, window_.width() - column * pieceWidth_);
             const std::int64_t index = (row - window_.y0) / pieceHeight_ * columns_ + column;

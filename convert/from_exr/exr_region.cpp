@@ -27,15 +27,10 @@ double ExrRegion::bytesNeeded(const std::vector<GroupedChannel>& channels, std::
     return static_cast<double>(maxPixels) * (bytesOfPixel + kCopies * largest);
 }
 
-ExrRegion::ExrRegion(const ExrInput& input, const std::vector<GroupedChannel>& channels, int maxPixels)
-    : channels_(channels),
-      firstSource_(static_cast<std::size_t>(input.parts())),
-      descriptions_(channels.begin(), channels.end()) {
+ExrRegion::ExrRegion(const std::vector<GroupedChannel>& channels, int maxPixels)
+    : channels_(channels), descriptions_(channels.begin(), channels.end()) {
     for (GroupedDescription& description : descriptions_)
         list_.Add(&description);
-    for (std::size_t i = input.channels().size(); i-- > 0;) {
-        firstSource_[static_cast<std::size_t>(input.channels()[i].part)] = static_cast<int>(i);
-    }
     for (const GroupedChannel& channel : channels) {
         tables_.push_back(std::make_unique<MBVTable>(valueSize(channel), 0));
         tables_.back()->initNotResizable(maxPixels, valueSize(channel), MUtils::kMaxBlockBytes);
@@ -82,14 +77,13 @@ void ExrRegion::setBox(const PixelBox& box) {
 // them.
 void ExrRegion::loadChannel(const ExrBand& band, const GroupedChannel& channel, const PixelBox& area,
                             MBVTable& table) {
-    const int first = firstSource_[static_cast<std::size_t>(channel.part)];
     const auto components = static_cast<std::size_t>(channel.components);
     const auto width = static_cast<std::size_t>(area.width());
     values_.resize(static_cast<std::size_t>(area.area()) * components);
     for (std::size_t c = 0; c < components; ++c) {
         std::uint32_t* out = values_.data() + c;
         for (std::int64_t y = area.y0; y < area.y1; ++y) {
-            const std::uint32_t* in = band.at(channel.sources[c] - first, area.x0, y);
+            const std::uint32_t* in = band.at(channel.sources[c], area.x0, y);
             for (std::size_t x = 0; x < width; ++x, out += components)
                 *out = in[x];
         }

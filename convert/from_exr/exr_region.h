@@ -6,7 +6,6 @@
 
 #include "convert/from_exr/channel_grouping.h"
 #include "convert/from_exr/exr_band.h"
-#include "convert/from_exr/exr_input.h"
 #include "rawimage/area/pixel_box.h"
 #include "rawimage/records.h"
 
@@ -34,8 +33,8 @@ class GroupedDescription final : public RegionChannelCallback {
 // region for all buckets, one after the other.
 class ExrRegion {
   public:
-    // `input` and `channels` must live longer. Buckets will be of at most `maxPixels` pixels.
-    ExrRegion(const ExrInput& input, const std::vector<GroupedChannel>& channels, int maxPixels);
+    // `channels` must live longer. Buckets will be of at most `maxPixels` pixels.
+    ExrRegion(const std::vector<GroupedChannel>& channels, int maxPixels);
     ExrRegion(const ExrRegion&) = delete;
     ExrRegion& operator=(const ExrRegion&) = delete;
 
@@ -58,7 +57,6 @@ class ExrRegion {
                      MBVTable& table);
 
     const std::vector<GroupedChannel>& channels_;
-    std::vector<int> firstSource_;  // of each part, in the file's list of channels
     std::vector<GroupedDescription> descriptions_;
     Table<RegionChannelCallback*, 100> list_;  // points into descriptions_
     std::vector<std::unique_ptr<MBVTable>> tables_;

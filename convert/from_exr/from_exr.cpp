@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "convert/channel_globs.h"
 #include "convert/from_exr/channel_grouping.h"
 #include "convert/from_exr/dropped_attributes.h"
 #include "convert/from_exr/exr_band.h"
@@ -39,16 +40,41 @@ std::string placeText(const PixelBox& box, std::int64_t x, std::int64_t y) {
     return boxText(boxAt(box.x0 + x, box.y0 + y, box.width(), box.height()));
 }
 
+// The channels that the options ask for.
+Grouping groupingOf(const ExrInput& input, const FromExrOptions& options) {
+    Grouping grouping = groupChannels(input.partNames(), input.channels());
+    keepFitting(options.channels, input.path(), "channel", grouping.channels,
+                [](const GroupedChannel&) { return true; });
+    return grouping;
+}
+
+// The pixels of each part that the options ask for; none of a part without channels.
+std::vector<PixelBox> windowsOf(const ExrInput& input, const Grouping& grouping,
+                                const std::optional<PixelBox>& crop) {
+    const std::vector<PixelBox> all = input.windows();
+    std::vector<PixelBox> windows(all.size());
+    for (const GroupedChannel& channel : grouping.channels) {
+        const auto part = static_cast<std::size_t>(channel.part);
+        windows[part] = crop ? intersect(all[part], *crop) : all[part];
+    }
+    return windows;
+}
+
 // Pixels outside the frame end the conversion before anything is done for the others.
-FrameLayout layoutOf(const ExrInput& input, const FromExrOptions& options, ConvertReport& report) {
+FrameLayout layoutOf(const ExrInput& input, const Grouping& grouping, const FromExrOptions& options,
+                     ConvertReport& report) {
     if (options.bucketWidth < 1 || options.bucketHeight < 1)
         throw ConvertError(ConvertState::kBadOption, "", "bucket: has no pixels");
-    FrameLayout layout(input.frameWidth(), input.frameHeight(), input.windows(), options.bucketWidth,
-                       options.bucketHeight);
+    std::optional<PixelBox> crop = options.crop;
+    if (crop) crop = intersect(*crop, {0, 0, input.frameWidth(), input.frameHeight()});
+    FrameLayout layout(input.frameWidth(), input.frameHeight(), windowsOf(input, grouping, crop),
+                       options.bucketWidth, options.bucketHeight);
     report.frame = layout.frame();
     report.originX = input.originX();
     report.originY = input.originY();
     const std::string cut = countOf(layout.cutPixels(), "pixel");
+    if (layout.rendered().empty() && crop)
+        throw ConvertError(ConvertState::kBadOption, "", "crop: has no pixel of the file in the frame");
     if (layout.rendered().empty()) {
         throw ConvertError(ConvertState::kOutsideFrame, input.path(),
                            "all pixels (" + cut + ") lie outside the display window");
@@ -67,9 +93,17 @@ FrameLayout layoutOf(const ExrInput& input, const FromExrOptions& options, Conve
 // Allocates what grows with the file's windows only when all of it together is within bounds.
 ExrBands makeBands(ExrInput& input, const FrameLayout& layout, const std::vector<GroupedChannel>& channels) {
     const auto inFrame = [&](int part) { return !layout.visible(part).empty(); };
+    const auto needOf = [&](int part) {
+        ExrBand::Need need{part, layout.visible(part), layout.maxBucketRows(), {}};
+        for (const GroupedChannel& channel : channels) {
+            if (channel.part != part) continue;
+            need.channels.insert(channel.sources.begin(), channel.sources.begin() + channel.components);
+        }
+        return need;
+    };
     double bytes = ExrRegion::bytesNeeded(channels, layout.maxBucketPixels());
     for (int part = 0; part < input.parts(); ++part) {
-        if (inFrame(part)) bytes += ExrBand::bytesNeeded(input, part, layout.maxBucketRows());
+        if (inFrame(part)) bytes += ExrBand::bytesNeeded(input, needOf(part));
     }
     if (layout.maxBucketPixels() > kMaxBucketPixels) {
         throw ConvertError(
@@ -83,8 +117,7 @@ ExrBands makeBands(ExrInput& input, const FrameLayout& layout, const std::vector
     }
     ExrBands bands;
     for (int part = 0; part < input.parts(); ++part) {
-        bands.push_back(inFrame(part) ? std::make_unique<ExrBand>(input, part, layout.maxBucketRows())
-                                      : nullptr);
+        bands.push_back(inFrame(part) ? std::make_unique<ExrBand>(input, needOf(part)) : nullptr);
     }
     return bands;
 }
@@ -97,10 +130,10 @@ class FromExr {
           report_(report),
           input_(input, options.frame),
           metadata_(input_.metadata()),
-          grouping_(groupChannels(input_.partNames(), input_.channels())),
-          layout_(layoutOf(input_, options, report)),
+          grouping_(groupingOf(input_, options)),
+          layout_(layoutOf(input_, grouping_, options, report)),
           bands_(makeBands(input_, layout_, grouping_.channels)),
-          region_(input_, grouping_.channels, pixels(layout_.maxBucketPixels())),
+          region_(grouping_.channels, pixels(layout_.maxBucketPixels())),
           areas_(bands_.size()) {
         report.channels = static_cast<std::int64_t>(grouping_.channels.size());
         notePlace();

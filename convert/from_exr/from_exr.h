@@ -1,7 +1,9 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "../../rawimage/export.h"
 #include "../../rawimage/format.h"
@@ -21,7 +23,10 @@ struct FromExrOptions {
     int level = kCompressionLevel;  // of kSmall, 1 (fast) to 9 (small)
     FrameChoice frame = FrameChoice::kDisplayWindow;
     bool cropOverscan = false;  // leave out pixels outside the frame
-    int threads = 0;            // that compress; below 1: one for each processor
+    // The pixels of the frame that are taken; all without it. They become the render region.
+    std::optional<PixelBox> crop;
+    std::vector<std::string> channels;  // patterns as for fnmatch(); none for all channels
+    int threads = 0;                    // that compress; below 1: one for each processor
     ConvertProgress progress;
 };
 
@@ -29,7 +34,8 @@ struct FromExrOptions {
 // would write it. Values are kept bit for bit: half and float become float, UINT stays integer. Channels
 // whose names differ in the last letter only become one channel: x.R, x.G and x.B the colour x. Buckets lie
 // on a grid that begins at the frame's first pixel, and are clipped to the data window. A bucket of which
-// some pixels cannot be read is left out. The output does not depend on the number of threads.
+// some pixels cannot be read is left out. The output does not depend on the number of threads. Blocks of the
+// file without pixels of the output are not read.
 //
 // In memory are a row of buckets and the blocks of the file that it meets, at most 2 GiB.
 RAWIMAGE_EXPORT std::unique_ptr<Conversion> makeFromExr(const std::string& input,

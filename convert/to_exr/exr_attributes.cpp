@@ -34,7 +34,7 @@ void addRegion(ExrAttributes& attributes, const RIRegionInfo& region) {
 
 }  // namespace
 
-ExrAttributes exrAttributes(const FileSummary& records, bool withStampText) {
+ExrAttributes exrAttributes(const FrameRecords& records, bool withStampText) {
     ExrAttributes attributes;
     if (records.note) addText(attributes, "note", records.note->text);
     if (records.scene) {

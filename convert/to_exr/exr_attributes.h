@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "rawimage/tools/summary.h"
+#include "rawimage/frame/frame_records.h"
 
 namespace MUtils {
 inline namespace v1 {
@@ -17,7 +17,7 @@ struct ExrAttributes {
 
 // "note", "scene" and "sceneValue", "renderRegion" (box2i, when one is set), and, `withStampText`,
 // "stampText": those that the file has.
-ExrAttributes exrAttributes(const FileSummary& records, bool withStampText);
+ExrAttributes exrAttributes(const FrameRecords& records, bool withStampText);
 
 // Joins two texts, either of which may be empty or end in a semicolon.
 std::string joinAttributes(const std::string& first, const std::string& second);

@@ -1,13 +1,11 @@
 #include "convert/to_exr/exr_channels.h"
 
-#include <fnmatch.h>
-
 #include <algorithm>
 #include <map>
 #include <set>
 #include <utility>
 
-#include "convert/convert_error.h"
+#include "convert/channel_globs.h"
 #include "exr/exr_file.h"
 
 namespace MUtils {
@@ -101,36 +99,14 @@ class Claims {
     std::map<std::string, int> tries_;  // numbers used up for a name
 };
 
-// Takes out the channels that no glob fits.
-void applyGlobs(const std::string& file, const std::vector<std::string>& globs,
-                std::vector<ExrChannel>& channels) {
-    const auto fits = [](const std::string& glob, const ExrChannel& channel) {
-        return fnmatch(glob.c_str(), channel.name.c_str(), 0) == 0;
-    };
-    for (const std::string& glob : globs) {
-        const bool any = std::any_of(channels.begin(), channels.end(), [&](const ExrChannel& channel) {
-            return channel.isWritten() && fits(glob, channel);
-        });
-        if (any) continue;
-        throw ConvertError(ConvertState::kBadOption, file,
-                           "channels: \"" + glob + "\" fits no channel that goes into OpenEXR files");
-    }
-    const auto unwanted = [&](const ExrChannel& channel) {
-        return std::none_of(globs.begin(), globs.end(),
-                            [&](const std::string& glob) { return fits(glob, channel); });
-    };
-    if (!globs.empty())
-        channels.erase(std::remove_if(channels.begin(), channels.end(), unwanted), channels.end());
-}
-
 }  // namespace
 
-ExrChannel::ExrChannel(const MUtils::RIF_CHANNEL& record)
-    : index(record.index),
-      type(static_cast<RegionChannelType>(record.type)),
-      alias(static_cast<RegionChannelAlias>(record.alias)),
-      name(record.name),
-      flags(record.flags) {}
+ExrChannel::ExrChannel(const FrameChannel& channel)
+    : index(channel.index),
+      type(channel.type),
+      alias(channel.alias),
+      name(channel.name),
+      flags(channel.flags) {}
 
 bool ExrChannel::isWritten() const {
     return findChannelKind(type) != nullptr && (flags & kChannelSkippedInExr) == 0;
@@ -141,14 +117,14 @@ int ExrChannel::valueSize() const {
 }
 
 ExrChannels selectExrChannels(const RawInput& input, const std::vector<std::string>& globs, int kind) {
-    const std::string& file = input.path();
+    const std::string& file = input.path;
     ExrChannels result;
+    const std::vector<FrameChannel>& all = input.info->channels;
     std::vector<ExrChannel>& channels = result.channels;
-    for (const ChannelSummary& channel : input.records().channels)
-        channels.emplace_back(channel.record);
-    if (input.inspection().facts.channels.empty()) input.refuseWithout("channel list");
-    applyGlobs(file, globs, channels);
+    channels = std::vector<ExrChannel>(all.begin(), all.end());
+    if (all.empty() || !all.front().listed) input.refuseWithout("channel list");
     const auto isWritten = [](const ExrChannel& channel) { return channel.isWritten(); };
+    keepFitting(globs, file, "channel that goes into OpenEXR files", channels, isWritten);
     if (std::none_of(channels.begin(), channels.end(), isWritten))
         throw ConvertError(ConvertState::kUnsupported, file, "has no channel that goes into OpenEXR files");
     if (channels.size() > kMaxChannels) {

@@ -12,7 +12,7 @@ inline namespace v1 {
 // A channel of a raw image, as the OpenEXR writers take it.
 class ExrChannel final : public RegionChannelCallback {
   public:
-    explicit ExrChannel(const MUtils::RIF_CHANNEL& record);
+    explicit ExrChannel(const FrameChannel& channel);
 
     RegionChannelType getType() override { return type; }
     RegionChannelAlias getAlias() override { return alias; }

@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <set>
+#include <utility>
 
-#include "rawimage/area/tag_box.h"
+#include "rawimage/area/missing_boxes.h"
 
 namespace MUtils {
 inline namespace v1 {
@@ -32,29 +33,18 @@ std::string textOf(const NamedFault& named) {
     return text;
 }
 
-FileFault faultOf(const PixelLoader::Loss& loss, const FrameFacts& facts) {
-    FileFault fault;
-    fault.offset = static_cast<std::int64_t>(loss.tag.offset);
-    fault.tagId = loss.tag.id;
-    fault.box = boxOf(loss.tag);
-    fault.channel = loss.tag.p8;
-    fault.channelName = facts.channelName(loss.tag.p8);
-    fault.cause = loss.cause;
-    return fault;
-}
-
 // By offset.
-std::vector<NamedFault> faultsIn(const Inspection& file, const PixelLoader::Losses& unread) {
+std::vector<NamedFault> faultsIn(const RawFrame& file, std::vector<FileFault> unread) {
     std::vector<NamedFault> faults;
-    const FileFaults found = faultsOf(file);
-    for (const FileFault& fault : found.lost)
-        faults.push_back({"damaged bucket", fault});
-    for (const auto& [offset, loss] : unread)
-        faults.push_back({"damaged bucket", faultOf(loss, file.facts)});
-    for (const FileFault& fault : found.repaired)
-        faults.push_back({"repaired bucket", fault});
-    for (const FileFault& fault : found.doubts)
-        faults.push_back({"bucket", fault});
+    const auto add = [&faults](const char* bucket, std::vector<FileFault>& found) {
+        for (FileFault& fault : found)
+            faults.push_back({bucket, std::move(fault)});
+    };
+    FileFaults found = file.faults();
+    add("damaged bucket", found.lost);
+    add("damaged bucket", unread);
+    add("repaired bucket", found.repaired);
+    add("bucket", found.doubts);
     std::stable_sort(faults.begin(), faults.end(), [](const NamedFault& a, const NamedFault& b) {
         return a.fault.offset < b.fault.offset;
     });
@@ -64,29 +54,29 @@ std::vector<NamedFault> faultsIn(const Inspection& file, const PixelLoader::Loss
 void noteFaults(const RawInput& input, const std::vector<NamedFault>& faults, ConvertReport& report) {
     const std::size_t listed = std::min(faults.size(), kMostFaults);
     for (std::size_t i = 0; i < listed; ++i) {
-        report.losses.push_back({"damage", input.path(), textOf(faults[i]), {}, {}, faults[i].fault.offset});
+        report.losses.push_back({"damage", input.path, textOf(faults[i]), {}, {}, faults[i].fault.offset});
     }
-    const std::int64_t more =
-        static_cast<std::int64_t>(faults.size() - listed) + input.inspection().furtherFaults;
+    const std::int64_t more = static_cast<std::int64_t>(faults.size() - listed) + input.frame.furtherFaults();
     if (more > 0)
-        report.losses.push_back({"damage", input.path(), std::to_string(more) + " more faults", {}, more});
+        report.losses.push_back({"damage", input.path, std::to_string(more) + " more faults", {}, more});
 }
 
 // The pixels that some written channel lacks.
-MissingBoxes missingOf(const Inspection& file, const std::vector<ExrChannel>& channels) {
+MissingBoxes missingOf(const RawFrame& file, const std::vector<ExrChannel>& channels,
+                       const PixelBox& window) {
     std::set<int> written;
     for (const ExrChannel& channel : channels) {
         if (channel.isWritten()) written.insert(channel.index);
     }
     std::vector<PixelBox> lacking;
     bool truncated = false;
-    for (const MissingPixels& missing : file.missing) {
+    for (const MissingPixels& missing : file.missing()) {
         if (written.count(missing.channel) == 0) continue;
         lacking.insert(lacking.end(), missing.boxes.boxes.begin(), missing.boxes.boxes.end());
         truncated = truncated || missing.boxes.truncated;
     }
     if (lacking.empty()) return {{}, truncated};
-    MissingBoxes result = unitedBoxes(lacking, file.area);
+    MissingBoxes result = unitedBoxes(lacking, window);
     result.truncated = result.truncated || truncated;
     return result;
 }
@@ -102,14 +92,13 @@ void noteMissing(const MissingBoxes& missing, ConvertReport& report) {
 }  // namespace
 
 ConvertState noteRawLosses(const RawInput& input, const std::vector<ExrChannel>& channels,
-                           const PixelLoader::Losses& unread, ConvertReport& report) {
-    const Inspection& file = input.inspection();
-    const std::vector<NamedFault> faults = faultsIn(file, unread);
+                           const PixelBox& window, std::vector<FileFault> unread, ConvertReport& report) {
+    const std::vector<NamedFault> faults = faultsIn(input.frame, std::move(unread));
     noteFaults(input, faults, report);
     if (!faults.empty()) report.inputState = FileState::kDamaged;
-    const bool unfinished = file.state == FileState::kUnfinished;
-    if (unfinished) report.remarks.push_back({"unfinished", input.path(), file.cause});
-    const MissingBoxes missing = missingOf(file, channels);
+    const bool unfinished = input.frame.state() == FileState::kUnfinished;
+    if (unfinished) report.remarks.push_back({"unfinished", input.path, input.frame.cause()});
+    const MissingBoxes missing = missingOf(input.frame, channels, window);
     const bool lacksPixels = !missing.boxes.empty() || missing.truncated;
     if (lacksPixels) noteMissing(missing, report);
     if (!faults.empty()) return ConvertState::kDamaged;

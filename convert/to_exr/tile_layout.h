@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "convert/to_exr/raw_input.h"
 #include "rawimage/area/pixel_box.h"
@@ -11,20 +10,15 @@
 namespace MUtils {
 inline namespace v1 {
 
-// Pixels that are loaded together, and the tags that have them, in file order.
-struct TileBand {
-    PixelBox box;
-    std::vector<const INFOTAG*> tags;
-};
-
 // The window of a raw image that goes into an OpenEXR file, and how it is cut into tiles.
 class TileLayout {
   public:
     // For `tiled` files the window is the render region, where one is set, and the tiles are as large as the
     // announced buckets, 64 x 64 where none are or they have more than 2^20 pixels, and no larger than the
-    // window. For others the window is the frame. A render region without pixels is a remark in `report`.
-    // Throws ConvertError for a file without a frame, or of too many tiles (kUnsupported).
-    TileLayout(const RawInput& input, bool tiled, ConvertReport& report);
+    // window. For others the window is the frame. Of either, what is in `crop` is taken. A render region
+    // without pixels is a remark in `report`. Throws ConvertError for a file without a frame, of too many
+    // tiles (kUnsupported), or without pixels in `crop` (kBadOption).
+    TileLayout(const RawInput& input, bool tiled, const std::optional<PixelBox>& crop, ConvertReport& report);
 
     // Within the range of an int, its ends too.
     const PixelBox& window() const { return window_; }
@@ -33,17 +27,10 @@ class TileLayout {
     // The record for a writer of this window; none when it is the frame.
     const std::optional<RIRegionInfo>& region() const { return region_; }
 
-    // Cuts the window into bands of whole rows of tiles, from the top down, so that no tag reaches into two
-    // of them. Where buckets lie on the grid of tiles a band is one row of tiles; where tags cross every
-    // border between rows it is the window. Tags outside the window are in no band.
-    std::vector<TileBand> bands(const std::vector<const INFOTAG*>& tags) const;
-
     // Tiles of a row.
     std::int64_t columns() const;
 
   private:
-    std::int64_t rowOf(std::int64_t y) const { return (y - window_.y0) / tileHeight_; }
-
     PixelBox window_;
     std::int64_t tileWidth_ = 0;
     std::int64_t tileHeight_ = 0;

@@ -8,12 +8,12 @@
 #include <utility>
 
 #include "convert/texts.h"
+#include "convert/to_exr/channel_region.h"
 #include "convert/to_exr/copied_attributes.h"
 #include "convert/to_exr/exr_attributes.h"
 #include "convert/to_exr/exr_channels.h"
 #include "convert/to_exr/exr_compression.h"
 #include "convert/to_exr/exr_output.h"
-#include "convert/to_exr/pixel_loader.h"
 #include "convert/to_exr/raw_input.h"
 #include "convert/to_exr/raw_losses.h"
 #include "convert/to_exr/tile_layout.h"
@@ -57,45 +57,49 @@ class ToExr {
           report_(report),
           input_(input, threadsOf(options), options.progress),
           selection_(selectExrChannels(input_, options.channels, options.kind)),
-          ownAttributes_(exrAttributes(input_.records(), !tiled())),
+          ownAttributes_(exrAttributes(input_.records, !tiled())),
           attributes_(allAttributes(options, ownAttributes_)),
-          layout_(input_, tiled(), report),
-          loader_(input_, selection_.channels, std::min(threadsOf(options), kMaxDecoders)),
+          layout_(input_, tiled(), options.crop, report),
           region_(selection_.channels) {
         if (!options.attributesFrom.empty())
             copiedAttributes_.emplace(options.attributesFrom, namesInText(options.attributes));
-        takeTags();
-        bands_ = tiled() ? layout_.bands(tags_) : std::vector<TileBand>{{layout_.window(), tags_}};
+        for (const ExrChannel& channel : channels()) {
+            if (channel.isWritten()) written_.push_back(channel.index);
+        }
+        measureTags();
+        bands_ = tiled() ? input_.frame.uncutBands(layout_.window(), written_,
+                                                   static_cast<int>(layout_.tileHeight()))
+                         : std::vector<PixelBox>{layout_.window()};
         checkMemory();
         checkPlace();
-        report.inputState = input_.inspection().state;
-        report.frame = boxAt(0, 0, resolution().width, resolution().height);
+        report.inputState = input_.frame.state();
+        report.frame = frame();
         report.originX = options.originX;
         report.originY = options.originY;
         report.window = layout_.window();
-        report.channels = std::count_if(channels().begin(), channels().end(),
-                                        [](const ExrChannel& channel) { return channel.isWritten(); });
+        report.channels = static_cast<std::int64_t>(written_.size());
         noteLosses();
         if (auto remark = storageRemark(options.compression, options.bits, channels()))
             report.remarks.push_back(std::move(*remark));
     }
 
-    std::vector<std::string> inputs() const { return {input_.path(), options_.attributesFrom}; }
+    std::vector<std::string> inputs() const { return {input_.path, options_.attributesFrom}; }
 
     ConvertState run(const std::string& path) {
         ExrOutput output(path, options_.kind);
         writeHead(output);
-        WorkCount tags(options_.progress, static_cast<std::int64_t>(tags_.size()));
-        for (const TileBand& band : bands_)
-            writeBand(band, output, tags);
+        WorkCount pixels(options_.progress, layout_.window().area());
+        for (const PixelBox& band : bands_)
+            writeBand(band, output, pixels);
         output.close();
-        return noteRawLosses(input_, channels(), loader_.lost(), report_);
+        return noteRawLosses(input_, channels(), layout_.window(), std::move(unread_), report_);
     }
 
   private:
     bool tiled() const { return options_.kind == ExrFile::kTiled; }
     const std::vector<ExrChannel>& channels() const { return selection_.channels; }
-    const FrameResolution& resolution() const { return *input_.records().resolution; }
+    const PixelBox& frame() const { return input_.info->frame; }
+    int decoders() const { return std::min(threadsOf(options_), kMaxDecoders); }
 
     // Checks the attributes of the options alone, so that the positions in an error are the caller's.
     static const ToExrOptions& checked(const ToExrOptions& options) {
@@ -103,34 +107,33 @@ class ToExr {
         return options;
     }
 
-    // The tags that have pixels in the window.
-    void takeTags() {
-        for (const INFOTAG* tag : input_.pixels()) {
-            if (!loader_.wants(*tag)) continue;
-            const PixelBox seen = intersect(boxOf(*tag), layout_.window());
-            if (!seen.empty()) tags_.push_back(tag);
-            if (seen != boxOf(*tag)) ++tagsCut_;
+    // What is cut off by the caller's wish is no loss.
+    void measureTags() {
+        for (const INFOTAG& tag :
+             input_.frame.bucketTags(options_.crop ? layout_.window() : kEverywhere, written_)) {
+            if (!options_.crop && !contains(layout_.window(), boxOf(tag))) ++tagsCut_;
+            largestTag_ = std::max(largestTag_, std::min(pixelBytes(tag), kMaxHeldValues));
         }
     }
 
     // Before anything is allocated for the pixels.
     void checkMemory() const {
         std::int64_t pixels = 0;
-        for (const TileBand& band : bands_)
-            pixels = std::max(pixels, band.box.area());
+        for (const PixelBox& band : bands_)
+            pixels = std::max(pixels, band.area());
         for (const ExrChannel& channel : channels()) {
             if (!channel.isWritten() || pixels <= INT_MAX / channel.valueSize()) continue;
-            throw ConvertError(ConvertState::kTooLarge, input_.path(),
+            throw ConvertError(ConvertState::kTooLarge, input_.path,
                                "the channel \"" + channel.name + "\" takes more than 2 GiB of memory");
         }
         const std::int64_t staged = tiled() ? 0 : std::min(pixels, kStagedPixels);
-        const double bytes =
-            ChannelRegion::bytesNeeded(channels(), pixels + staged) + loader_.bytesNeeded(tags_);
+        const double bytes = ChannelRegion::bytesNeeded(channels(), pixels + staged) +
+                             2.0 * decoders() * static_cast<double>(largestTag_);
         const double there =
             static_cast<double>(sysconf(_SC_PHYS_PAGES)) * static_cast<double>(sysconf(_SC_PAGE_SIZE));
         if (bytes <= there) return;
         throw ConvertError(
-            ConvertState::kTooLarge, input_.path(),
+            ConvertState::kTooLarge, input_.path,
             "the pixels take " + mebibytes(bytes) + " of memory, and this machine has " + mebibytes(there));
     }
 
@@ -141,8 +144,8 @@ class ToExr {
         const auto fits = [](std::int64_t first, std::int64_t end, std::int64_t origin) {
             return origin + std::min<std::int64_t>(first, 0) > -kFarthest && origin + end <= kFarthest;
         };
-        if (fits(window.x0, std::max<std::int64_t>(window.x1, resolution().width), options_.originX) &&
-            fits(window.y0, std::max<std::int64_t>(window.y1, resolution().height), options_.originY))
+        if (fits(window.x0, std::max(window.x1, frame().x1), options_.originX) &&
+            fits(window.y0, std::max(window.y1, frame().y1), options_.originY))
             return;
         throw ConvertError(ConvertState::kBadOption, "",
                            "origin puts the frame where no OpenEXR file can have it");
@@ -151,7 +154,7 @@ class ToExr {
     // A loss of the input's.
     void lose(const char* kind, const std::string& text, std::vector<std::string> names = {},
               std::optional<std::int64_t> count = {}, std::optional<std::int64_t> offset = {}) {
-        report_.losses.push_back({kind, input_.path(), text, std::move(names), count, offset});
+        report_.losses.push_back({kind, input_.path, text, std::move(names), count, offset});
     }
 
     // What a raw image has and an OpenEXR file does not.
@@ -186,19 +189,24 @@ class ToExr {
     }
 
     void writeHead(ExrOutput& output) {
-        const FileSummary& records = input_.records();
-        const FrameResolution& frame = resolution();
+        const FrameRecords& records = input_.records;
         Table<RegionChannelCallback*, 100> list;
         for (ExrChannel& channel : selection_.channels)
             list.Add(&channel);
         output.run([&](ExrFile& file) { return file.WriteHeader(options_.bits); });
-        output.run([&](ExrFile& file) { return file.WTResolution(frame.width, frame.height, frame.aspect); });
+        output.run([&](ExrFile& file) {
+            return file.WTResolution(static_cast<int>(frame().width()), static_cast<int>(frame().height()),
+                                     input_.info->pixelAspect);
+        });
         output.run([&](ExrFile& file) {
             return file.WTRegionsInfo(static_cast<int>(layout_.tileWidth()),
                                       static_cast<int>(layout_.tileHeight()), 0);
         });
         if (layout_.region()) {
-            output.run([&](ExrFile& file) { return file.WTRenderRegion(*layout_.region()); });
+            output.run([&](ExrFile& file) {
+                if (!tiled()) file.setWindow(layout_.window());
+                return file.WTRenderRegion(*layout_.region());
+            });
         }
         output.run([&](ExrFile& file) {
             file.setCompressionType(options_.compression);
@@ -215,18 +223,44 @@ class ToExr {
         output.run([&](ExrFile& file) { return file.WTExtraAttributes(attributes_.c_str()); });
     }
 
+    // Reads the pixels of the written channels into the region; those that no tag has are 0.
+    void load(const PixelBox& band, WorkCount& count) {
+        region_.setBox(band);
+        region_.clear();
+        std::vector<ChannelTarget> targets;
+        for (std::size_t i = 0; i < channels().size(); ++i) {
+            if (!channels()[i].isWritten()) continue;
+            ChannelTarget& target = targets.emplace_back();
+            target.channel = channels()[i].index;
+            target.type = channels()[i].type;
+            target.data = region_.at(i, band.x0, band.y0);
+            target.filled = true;
+        }
+        FrameReadOptions options;
+        options.threads = decoders();
+        std::int64_t counted = 0;
+        options.progress = [&](std::int64_t done, std::int64_t total) {
+            const auto part = static_cast<double>(done) / static_cast<double>(total);
+            const auto pixels = static_cast<std::int64_t>(part * static_cast<double>(band.area()));
+            count.add(pixels - std::exchange(counted, pixels));
+            return true;
+        };
+        FrameRead read = input_.frame.read(band, targets, options);
+        count.add(band.area() - counted);
+        unread_.insert(unread_.end(), read.damaged.begin(), read.damaged.end());
+    }
+
     // The tiles of a row are packed at the same time.
-    void writeBand(const TileBand& band, ExrOutput& output, WorkCount& count) {
-        region_.setBox(band.box);
-        loader_.load(band.tags, region_, count);
+    void writeBand(const PixelBox& band, ExrOutput& output, WorkCount& count) {
+        load(band, count);
         if (!tiled()) {
             output.run([&](ExrFile& file) { return file.WTRegion(&region_, 0, 0, 0); });
             ++report_.regions;
             count.add(0);
             return;
         }
-        for (std::int64_t y = band.box.y0; y < band.box.y1; y += layout_.tileHeight()) {
-            RegionRows rows(region_, y, std::min(y + layout_.tileHeight(), band.box.y1));
+        for (std::int64_t y = band.y0; y < band.y1; y += layout_.tileHeight()) {
+            RegionRows rows(region_, y, std::min(y + layout_.tileHeight(), band.y1));
             output.run([&](ExrFile& file) { return file.WTTiles(&rows); });
             report_.regions += layout_.columns();
             count.add(0);
@@ -241,11 +275,12 @@ class ToExr {
     const std::string attributes_;
     std::optional<CopiedAttributes> copiedAttributes_;
     const TileLayout layout_;
-    PixelLoader loader_;
-    ChannelRegion region_;              // the band in work
-    std::vector<const INFOTAG*> tags_;  // those with pixels in the window
+    ChannelRegion region_;      // the band in work
+    std::vector<int> written_;  // indices of the channels that go into the output
     std::int64_t tagsCut_ = 0;
-    std::vector<TileBand> bands_;
+    std::int64_t largestTag_ = 0;  // bytes of values that are held whole
+    std::vector<PixelBox> bands_;  // no bucket reaches into two
+    std::vector<FileFault> unread_;
 };
 
 }  // namespace

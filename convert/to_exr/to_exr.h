@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,12 +22,15 @@ struct ToExrOptions {
     std::string attributes;             // more header attributes, "name=value; name=value"
     std::string attributesFrom;         // an OpenEXR file whose attributes are copied; "" for none
     std::vector<std::string> channels;  // patterns as for fnmatch(); none for all channels
-    int threads = 0;                    // that decompress; below 1: one for each processor
+    // The pixels of the frame that become the data window; all without it. The display window stays.
+    std::optional<PixelBox> crop;
+    int threads = 0;  // that decompress; below 1: one for each processor
     ConvertProgress progress;
 };
 
 // Turns a raw image into an OpenEXR file. Damaged and unfinished files are converted too, with what is sound
-// in them: pixels that cannot be read are 0. Texts and the render region become header attributes.
+// in them: pixels that cannot be read are 0. Texts and the render region become header attributes. Of the
+// pixels only those are read that go into the output.
 //
 // A tiled file has the announced buckets as its tiles, and in memory are the rows of tiles that some bucket
 // reaches across; of other files the whole frame is.
