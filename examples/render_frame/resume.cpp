@@ -1,8 +1,11 @@
 #include "examples/render_frame/resume.h"
 
 #include <algorithm>
+#include <map>
+#include <utility>
 
 #include "examples/render_frame/settings.h"
+#include "rawimage/inspect/bucket_grid.h"
 #include "rawimage/tools/resume.h"
 #include "rawimage/tools/settings.h"
 #include "rawimage/tools/summary.h"
@@ -129,27 +132,19 @@ std::vector<BucketTask> missingTasks(const Options& options, const std::vector<B
     const VerifyReport report = MUtils::missingPixels(options.resume.c_str());
     if (report.area != MUtils::boxAt(0, 0, options.size.width, options.size.height))
         throw Failure(ExitCode::kMismatch, options.resume + ": has become another file");
-    const Size& bucket = options.bucket;
-    const int columns = (options.size.width - 1) / bucket.width + 1;
-    const int rows = (options.size.height - 1) / bucket.height + 1;
-    const auto cell = [columns](int64_t row, int64_t column) {
-        return static_cast<size_t>(row) * static_cast<size_t>(columns) + static_cast<size_t>(column);
-    };
+    const MUtils::BucketGrid grid(report.area, 0, 0, options.bucket.width, options.bucket.height);
     more = report.missingInAny.truncated;
-    std::vector<ChannelMask> lacking(cell(rows, 0), 0);
+    std::map<std::pair<int64_t, int64_t>, ChannelMask> lacking;  // by the bucket's first pixel
     for (const MUtils::MissingPixels& channel : report.missing) {
         more = more || channel.boxes.truncated;
-        for (const MUtils::PixelBox& box : channel.boxes.boxes) {
-            for (int64_t row = box.y0 / bucket.height; row <= (box.y1 - 1) / bucket.height; ++row) {
-                for (int64_t column = box.x0 / bucket.width; column <= (box.x1 - 1) / bucket.width; ++column)
-                    lacking[cell(row, column)] |= ChannelMask{1} << channel.channel;
-            }
-        }
+        for (const MUtils::PixelBox& box :
+             grid.bucketsIn(channel.boxes.boxes, static_cast<size_t>(grid.count())))
+            lacking[{box.x0, box.y0}] |= ChannelMask{1} << channel.channel;
     }
     std::vector<BucketTask> tasks;
     for (const Bucket& b : buckets) {
-        const ChannelMask channels = lacking[cell(b.y0 / bucket.height, b.x0 / bucket.width)];
-        if (channels != 0) tasks.push_back({b, channels});
+        const auto channels = lacking.find({b.x0, b.y0});
+        if (channels != lacking.end()) tasks.push_back({b, channels->second});
     }
     return tasks;
 }
