@@ -57,6 +57,13 @@ void PlainFile::inflate(const INFOTAG& tag, Bytes& zipped, Bytes& values) const 
             "a payload cannot be uncompressed");
 }
 
+void PlainFile::inflateAll(const std::vector<INFOTAG>& tags, int threads) const {
+    onThreads(threads, tags.size(), [&](std::size_t i) {
+        thread_local Bytes zipped, values;
+        inflate(tags[i], zipped, values);
+    });
+}
+
 PlainPacking::PlainPacking(const Frame& frame) {
     for (const Bucket& bucket : frame.buckets) {
         for (std::size_t c = bucket.values.size(); c-- > 0;) {

@@ -27,6 +27,8 @@ class PlainFile {
     // Reads the payload of a pixel tag to `zipped` and uncompresses it to `values`, which ends up as long as
     // the values are. Both keep their memory.
     void inflate(const INFOTAG& tag, Bytes& zipped, Bytes& values) const;
+    // The plain side of a read: the payloads of these tags, uncompressed and dropped.
+    void inflateAll(const std::vector<INFOTAG>& tags, int threads) const;
 
   private:
     int descriptor_;

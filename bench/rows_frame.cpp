@@ -21,14 +21,6 @@ constexpr int kChannels = 64;
 constexpr int kEdge = 16;  // of a bucket
 constexpr int kColumns = 128;
 
-// The plain side of a read: the payloads of these tags, uncompressed.
-void inflateAll(const PlainFile& file, const std::vector<INFOTAG>& tags, int threads) {
-    onThreads(threads, tags.size(), [&](std::size_t i) {
-        thread_local Bytes zipped, values;
-        file.inflate(tags[i], zipped, values);
-    });
-}
-
 void compareChannel(Session& session, const std::string& path, int threads) {
     const RawFrame frame(path.c_str());
     const auto info = frame.info();
@@ -49,7 +41,7 @@ void compareChannel(Session& session, const std::string& path, int threads) {
     row.ours = [&] {
         require(frame.read(info->frame, {{channel, plane.data()}}, options).complete(), "pixels are missing");
     };
-    row.plain = [&] { inflateAll(file, tags, threads); };
+    row.plain = [&] { file.inflateAll(tags, threads); };
     row.check = [&] {
         Bytes zipped, values;
         const auto size = static_cast<std::size_t>(channel.valueBytes());
@@ -159,7 +151,7 @@ void compareWindow(Session& session, const std::string& path) {
     };
     row.plain = [&] {
         for (const auto& of : tags) {
-            inflateAll(file, of, 1);
+            file.inflateAll(of, 1);
             const auto end = std::chrono::steady_clock::now() + std::chrono::microseconds(50);
             while (std::chrono::steady_clock::now() < end) {
             }

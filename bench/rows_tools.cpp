@@ -4,10 +4,14 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
+#include "bench/direct_exr.h"
 #include "bench/plain.h"
 #include "bench/rows.h"
+#include "convert/to_exr/to_exr.h"
 #include "rawimage/tools/merge.h"
+#include "rawimage/tools/picture.h"
 #include "rawimage/tools/preview.h"
 
 namespace bench {
@@ -46,6 +50,63 @@ void comparePreview(Session& session, const Folder& folder) {
         require(difference < std::int64_t{kWidth} * kHeight, "the preview is another picture");
     };
     session.compare(row);
+}
+
+// A picture as rimg preview makes it.
+void comparePicture(Session& session, const Folder& folder) {
+    MUtils::PictureRequest one, two;
+    one.width = two.width = 512;
+    one.height = two.height = 288;
+    one.useStored = two.useStored = false;
+    one.threads = 1;
+    two.threads = 2;
+    MUtils::Picture ours, plain;
+    Comparison row{"picture, 512 wide, 2 threads", "the same on one thread", {Goal::kTimeAtMost, 0.6}};
+    row.ours = [&] { ours = MUtils::makePicture(folder.demo.c_str(), two); };
+    row.plain = [&] { plain = MUtils::makePicture(folder.demo.c_str(), one); };
+    row.check = [&] {
+        require(
+            ours.state == MUtils::PictureState::kGood && ours.pixels.size() == plain.pixels.size() &&
+                std::memcmp(ours.pixels.data(), plain.pixels.data(), ours.pixels.size() * sizeof(RGB24)) == 0,
+            "the pictures differ");
+    };
+    session.compare(row);
+}
+
+// The whole frame to scan lines, with nothing to compress.
+void compareConversion(Session& session, const Folder& folder) {
+    constexpr int kThreads = 2;
+    const std::string ours = folder.file("ours.exr"), plain = folder.file("plain.exr");
+    MUtils::ToExrOptions options;
+    options.compression = 1;
+    options.threads = kThreads;
+    Frame frame = Frame::load(folder.demo);
+    std::vector<Bucket> whole;
+    whole.push_back(frame.crop(0, 0, frame.width, frame.height));
+    frame.buckets.clear();
+    const ExrSource source{frame, whole};
+    const PlainFile file(folder.demo);
+    const std::vector<INFOTAG> tags = pixelTags(folder.demo);
+    const auto convert = [&] {
+        require(MUtils::convertToExr(folder.demo, ours, options).state == MUtils::ConvertState::kGood,
+                "the frame was not converted");
+    };
+    convert();
+    const DirectExr direct(source, {ExrFile::kScanline, options.compression, options.bits}, ours);
+    Comparison row{
+        "convert to EXR, none, 2 threads", "uncompress, direct use of OpenEXR", {Goal::kTimeAtMost, 1.1}};
+    row.ours = convert;
+    row.plain = [&] {
+        file.inflateAll(tags, kThreads);
+        direct.write(plain);
+    };
+    row.check = [&] { require(direct.holds(ours), "our file does not hold the frame"); };
+    row.prepare = [&] {
+        std::remove(ours.c_str());
+        std::remove(plain.c_str());
+    };
+    session.compare(row);
+    row.prepare();
 }
 
 // The pixel tags of every bucket whose place, counted in buckets, has both parities of `quarter`.
@@ -135,6 +196,8 @@ void compareMerge(Session& session, const Folder& folder) {
 
 void toolRows(Session& session, const Folder& folder) {
     comparePreview(session, folder);
+    comparePicture(session, folder);
+    compareConversion(session, folder);
     compareMerge(session, folder);
 }
 

@@ -162,6 +162,7 @@ void addPreviewVerb(CLI::App& app, ExitCode& result) {
         ->check(checkColour)
         ->capture_default_str();
     verb->add_flag("--no-stored", options->noStored, "Draw from the pixels even if the file has a thumbnail");
+    addThreadsOption(*verb, options->request.threads);
     verb->callback([options, &result] { result = runPreview(*options); });
 }
 
