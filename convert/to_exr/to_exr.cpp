@@ -20,7 +20,6 @@
 #include "convert/two_steps.h"
 #include "convert/work_count.h"
 #include "exr/attr_parser.h"
-#include "rawimage/area/tag_box.h"
 #include "support/job_queue.h"
 
 namespace MUtils {
@@ -66,7 +65,7 @@ class ToExr {
         for (const ExrChannel& channel : channels()) {
             if (channel.isWritten()) written_.push_back(channel.index);
         }
-        measureTags();
+        measureBuckets();
         bands_ = tiled() ? input_.frame.uncutBands(layout_.window(), written_,
                                                    static_cast<int>(layout_.tileHeight()))
                          : std::vector<PixelBox>{layout_.window()};
@@ -108,12 +107,17 @@ class ToExr {
     }
 
     // What is cut off by the caller's wish is no loss.
-    void measureTags() {
-        for (const INFOTAG& tag :
-             input_.frame.bucketTags(options_.crop ? layout_.window() : kEverywhere, written_)) {
-            if (!options_.crop && !contains(layout_.window(), boxOf(tag))) ++tagsCut_;
-            largestTag_ = std::max(largestTag_, std::min(pixelBytes(tag), kMaxHeldValues));
+    void measureBuckets() {
+        const PixelBox& window = layout_.window();
+        for (const ExrChannel& channel : channels()) {
+            if (!channel.isWritten()) continue;
+            for (const PixelBox& box :
+                 input_.frame.buckets(options_.crop ? window : kEverywhere, channel.index)) {
+                if (!options_.crop && !contains(window, box)) ++tagsCut_;
+                largestBucket_ = std::max(largestBucket_, box.area() * channel.valueSize());
+            }
         }
+        largestBucket_ = std::min(largestBucket_, kMaxHeldValues);
     }
 
     // Before anything is allocated for the pixels.
@@ -128,7 +132,7 @@ class ToExr {
         }
         const std::int64_t staged = tiled() ? 0 : std::min(pixels, kStagedPixels);
         const double bytes = ChannelRegion::bytesNeeded(channels(), pixels + staged) +
-                             2.0 * decoders() * static_cast<double>(largestTag_);
+                             2.0 * decoders() * static_cast<double>(largestBucket_);
         const double there =
             static_cast<double>(sysconf(_SC_PHYS_PAGES)) * static_cast<double>(sysconf(_SC_PAGE_SIZE));
         if (bytes <= there) return;
@@ -278,8 +282,8 @@ class ToExr {
     ChannelRegion region_;      // the band in work
     std::vector<int> written_;  // indices of the channels that go into the output
     std::int64_t tagsCut_ = 0;
-    std::int64_t largestTag_ = 0;  // bytes of values that are held whole
-    std::vector<PixelBox> bands_;  // no bucket reaches into two
+    std::int64_t largestBucket_ = 0;  // bytes of values that are held whole
+    std::vector<PixelBox> bands_;     // no bucket reaches into two
     std::vector<FileFault> unread_;
 };
 

@@ -1,29 +1,21 @@
 #include "rawimage/frame/box_reader.h"
 
 #include <algorithm>
-#include <cstring>
 #include <limits>
 #include <utility>
 
 #include "rawimage/area/tag_box.h"
 #include "rawimage/frame/overlap_groups.h"
 #include "rawimage/frame/parallel_jobs.h"
-#include "rawimage/read/tag_decoder.h"
-#include "support/positioned_stream.h"
-#include "support/scratch_buffer.h"
+#include "rawimage/frame/tag_loader.h"
 
 namespace MUtils {
 inline namespace v1 {
 
 namespace {
 
-constexpr const char* kHeaderChanged = "header that differs from the listed one";
 constexpr const char* kOtherType = "values of another type than the channel's";
-// Null, by its address: the tag is not what the snapshot lists.
-constexpr const char kStale[] = "";
 constexpr std::int64_t kTagsBetweenCalls = 16;  // of the progress
-
-constexpr std::int64_t kPieceBytes = 1 << 18;
 
 bool fitsCoordinates(const PixelBox& box) {
     constexpr std::int64_t kLeast = std::numeric_limits<std::int32_t>::min();
@@ -42,77 +34,13 @@ bool coverAll(const std::vector<PixelBox>& boxes, const PixelBox& area) {
     return pixels == area.area();
 }
 
-// One room for all values of a tag, made when it is known that the payload may fill it.
-class WholeTag final : public ValueRooms {
-  public:
-    WholeTag(const INFOTAG& tag, ByteBuffer& room) : left_(pixelBytes(tag)), room_(room) {}
-
-    Room next() override {
-        const auto size = static_cast<std::size_t>(std::exchange(left_, 0));
-        return {size > 0 ? reserve(room_, size) : nullptr, size};
-    }
-
-  private:
-    std::int64_t left_;
-    ByteBuffer& room_;
-};
-
 }  // namespace
 
-// The working memory of a thread.
+// What belongs to a thread.
 struct BoxReader::Worker {
-    bool callsProgress = false;
+    TagLoader loader;
+    bool callsProgress;
     std::int64_t doneAtCall = 0;
-    ByteBuffer packed;
-    ByteBuffer room;
-    Inflater inflater;
-    // For values in pieces.
-    std::unique_ptr<PositionedStream> stream;
-    std::unique_ptr<TagReader> reader;
-};
-
-// Takes the values of a tag piece by piece, each some rows or a part of one, and hands them to a sink; to
-// none for a rehearsal.
-class BoxReader::Pieces final : public ValueRooms {
-  public:
-    Pieces(const Wanted& wanted, ByteBuffer& room, BoxSink* sink)
-        : wanted_(wanted),
-          box_(boxOf(*wanted.tag)),
-          valueSize_(findPixelKind(wanted.tag->id)->valueSize),
-          room_(room),
-          sink_(sink) {
-        reserve(room_, static_cast<std::size_t>(std::max<std::int64_t>(kPieceBytes, valueSize_)));
-        piece_ = {box_.x1, box_.y0, box_.x1, box_.y0};
-    }
-
-    Room next() override {
-        handOver();
-        const std::int64_t values = kPieceBytes / valueSize_;
-        const bool rowIsDone = piece_.x1 == box_.x1;
-        const std::int64_t x = rowIsDone ? box_.x0 : piece_.x1;
-        const std::int64_t y = rowIsDone ? piece_.y1 : piece_.y0;
-        if (y == box_.y1) return {};
-        const std::int64_t rows =
-            x > box_.x0 ? 1 : std::clamp(values / box_.width(), std::int64_t{1}, box_.y1 - y);
-        piece_ = {x, y, rows > 1 ? box_.x1 : std::min(x + values, box_.x1), y + rows};
-        full_ = true;
-        return {room_.data(), static_cast<std::size_t>(piece_.area() * valueSize_)};
-    }
-
-    // Hands over the last piece, which is full.
-    void handOver() {
-        if (sink_ != nullptr && full_) (void)sink_->take(wanted_.request, *wanted_.tag, piece_, room_.data());
-        full_ = false;
-    }
-
-  private:
-    const Wanted& wanted_;
-    const PixelBox box_;
-    const std::int64_t valueSize_;
-    ByteBuffer& room_;
-    BoxSink* const sink_;
-    PixelBox piece_;
-    bool full_ = false;  // piece_ is to be handed over
 };
 
 bool BoxReader::run(const std::vector<Request>& requests, BoxSink& sink, FrameRead& result) {
@@ -124,8 +52,7 @@ bool BoxReader::run(const std::vector<Request>& requests, BoxSink& sink, FrameRe
         return wanted_[a.first].tag->offset < wanted_[b.first].tag->offset;
     });
     runJobs(jobsFor(options_, steps_.size()), options_, [&](int number) {
-        Worker worker;
-        worker.callsProgress = number == 0;
+        Worker worker{{snapshot_, mayBeStale_}, number == 0};
         work(requests, sink, worker, result);
     });
     std::sort(result.damaged.begin(), result.damaged.end(),
@@ -221,7 +148,7 @@ void BoxReader::process(std::size_t number, const std::vector<Request>& requests
     for (std::size_t i = step.first; i < step.first + step.count && !stopped_ && !stale_; ++i) {
         const INFOTAG& tag = *wanted_[i].tag;
         const char* cause = load(wanted_[i], request, overlaps, number, sink, worker);
-        if (cause == kStale) {
+        if (cause == TagLoader::kStale) {
             stale_ = true;
         } else if (cause != nullptr) {
             if (!overlaps) sink.fill(wanted_[i].request, partOf(tag));
@@ -274,69 +201,22 @@ const char* BoxReader::load(const Wanted& wanted, const Request& request, bool o
     const RIF_PIXEL_KIND* kind = findChannelKind(request.type);
     if (kind != nullptr && kind->tagId != tag.id) return kOtherType;
     if (request.inPieces && pixelBytes(tag) > kMaxHeldValues)
-        return loadInPieces(wanted, overlaps, sink, worker);
+        return loadInPieces(wanted, overlaps, sink, worker.loader);
     const unsigned char* values = nullptr;
-    const char* cause = decode(tag, worker, values);
+    const char* cause = worker.loader.load(tag, values);
     if (options_.inOrder && !awaitTurn(step)) return nullptr;
     if (cause == nullptr && !sink.take(wanted.request, tag, boxOf(tag), values)) stopped_ = true;
     return cause;
 }
 
 // Where a tag lies over others, it is decoded twice: what they have must stay if it is damaged.
-const char* BoxReader::loadInPieces(const Wanted& wanted, bool overlaps, BoxSink& sink,
-                                    Worker& worker) const {
+const char* BoxReader::loadInPieces(const Wanted& wanted, bool overlaps, BoxSink& sink, TagLoader& loader) {
     if (overlaps) {
-        Pieces rehearsal(wanted, worker.room, nullptr);
-        if (const char* cause = readInto(*wanted.tag, rehearsal, worker)) return cause;
+        if (const char* cause = loader.loadInPieces(*wanted.tag, {})) return cause;
     }
-    Pieces pieces(wanted, worker.room, &sink);
-    const char* cause = readInto(*wanted.tag, pieces, worker);
-    if (cause == nullptr) pieces.handOver();
-    return cause;
-}
-
-// Reads the values without holding the payload.
-const char* BoxReader::readInto(const INFOTAG& tag, ValueRooms& rooms, Worker& worker) const {
-    unsigned char header[kTagHeaderBytes];
-    if (!snapshot_.source().read(static_cast<std::int64_t>(tag.offset), header, kTagHeaderBytes))
-        return pixelCodeText(kPixelsCutShort);
-    if (const char* cause = checkHeader(tag, header)) return cause;
-    if (worker.reader == nullptr) {
-        worker.stream = std::make_unique<PositionedStream>(snapshot_.source(), snapshot_.fileBytes());
-        worker.reader = std::make_unique<TagReader>(*worker.stream, snapshot_.compressed());
-    }
-    return causeOf(tag, worker.reader->readPixels(tag, rooms));
-}
-
-// Reads header and payload at once, but the payload of large values in pieces: one of noise would double what
-// they take. Returns null, or why there are no values.
-const char* BoxReader::decode(const INFOTAG& tag, Worker& worker, const unsigned char*& values) const {
-    if (pixelBytes(tag) > kMaxBlockBytes) {
-        WholeTag whole(tag, worker.room);
-        const char* cause = readInto(tag, whole, worker);
-        values = worker.room.data();
-        return cause;
-    }
-    reserve(worker.packed, tag.size);
-    if (!snapshot_.source().read(static_cast<std::int64_t>(tag.offset), worker.packed.data(), tag.size))
-        return pixelCodeText(kPixelsCutShort);
-    if (const char* cause = checkHeader(tag, worker.packed.data())) return cause;
-    return causeOf(tag, decodeValues(tag, snapshot_.compressed(), worker.packed.data() + kTagHeaderBytes,
-                                     worker.inflater, worker.room, values));
-}
-
-const char* BoxReader::checkHeader(const INFOTAG& tag, const unsigned char* bytes) const {
-    unsigned char header[kTagHeaderBytes];
-    encodeTag(snapshot_.storedHeader(tag), header);
-    if (std::memcmp(header, bytes, kTagHeaderBytes) == 0) return nullptr;
-    return mayBeStale_ ? kStale : kHeaderChanged;
-}
-
-const char* BoxReader::causeOf(const INFOTAG& tag, int code) const {
-    // A file whose header is wrong about how pixels are stored.
-    const bool maybeRaw = snapshot_.compressed() && tag.payloadBytes() == pixelBytes(tag);
-    if (code == kPixelsNotInflatable && maybeRaw && mayBeStale_) return kStale;
-    return pixelCodeText(code);
+    return loader.loadInPieces(*wanted.tag, [&](const PixelBox& piece, const unsigned char* values) {
+        if (!sink.take(wanted.request, *wanted.tag, piece, values)) stopped_ = true;
+    });
 }
 
 }  // namespace v1

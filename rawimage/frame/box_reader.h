@@ -8,10 +8,11 @@
 #include <vector>
 
 #include "rawimage/frame/frame_snapshot.h"
-#include "rawimage/read/tag_reader.h"
 
 namespace MUtils {
 inline namespace v1 {
+
+class TagLoader;
 
 // Where the values of a box go.
 class BoxSink {
@@ -61,7 +62,6 @@ class BoxReader {
         std::size_t first, count;
     };
     struct Worker;
-    class Pieces;
 
     void plan(std::size_t request, const Request& of, BoxSink& sink, FrameRead& result);
     void addSteps(std::size_t request, const std::vector<const INFOTAG*>& tags,
@@ -74,11 +74,7 @@ class BoxReader {
                  FrameRead& result);
     const char* load(const Wanted& wanted, const Request& request, bool overlaps, std::size_t step,
                      BoxSink& sink, Worker& worker);
-    const char* loadInPieces(const Wanted& wanted, bool overlaps, BoxSink& sink, Worker& worker) const;
-    const char* readInto(const INFOTAG& tag, ValueRooms& rooms, Worker& worker) const;
-    const char* decode(const INFOTAG& tag, Worker& worker, const unsigned char*& values) const;
-    const char* checkHeader(const INFOTAG& tag, const unsigned char* bytes) const;
-    const char* causeOf(const INFOTAG& tag, int code) const;
+    const char* loadInPieces(const Wanted& wanted, bool overlaps, BoxSink& sink, TagLoader& loader);
     void report(const INFOTAG& tag, const char* cause, FrameRead& result);
     bool awaitTurn(std::size_t step);
     void finishStep();

@@ -4,6 +4,7 @@
 #include <mutex>
 #include <utility>
 
+#include "rawimage/area/tag_box.h"
 #include "rawimage/frame/box_reader.h"
 #include "rawimage/frame/frame_bands.h"
 #include "rawimage/frame/frame_snapshot.h"
@@ -207,16 +208,6 @@ std::optional<FrameThumbnail> RawFrame::thumbnail() const {
 
 std::vector<INFOTAG> RawFrame::recordTags() const {
     return core_->current()->recordTags();
-}
-
-std::vector<INFOTAG> RawFrame::bucketTags(const PixelBox& box, const std::vector<int>& channels) const {
-    const FrameSnapshot::Pointer snapshot = core_->current();
-    std::vector<INFOTAG> tags;
-    for (const int channel : channels) {
-        for (const INFOTAG* tag : snapshot->find(channel, box, false))
-            tags.push_back(*tag);
-    }
-    return tags;
 }
 
 FrameRead RawFrame::read(const PixelBox& box, const std::vector<ChannelTarget>& targets,

@@ -227,10 +227,6 @@ class RAWIMAGE_EXPORT RawFrame {
 
     // The sound tags without pixels, in file order.
     std::vector<INFOTAG> recordTags() const;
-    // The sound tags of the channels (FrameChannel::index) that have a pixel in `box`, channel after channel
-    // and each channel's in file order.
-    std::vector<INFOTAG> bucketTags(const PixelBox& box, const std::vector<int>& channels) const;
-
     // Reads the pixels of `box`, which need not lie within the frame, of each target's channel. Where tags
     // overlap, the later one counts. A channel that the file does not have lacks all pixels. Targets must not
     // overlap.
