@@ -114,12 +114,14 @@ TEST_P(EveryCompressor, GivesTheSameBytesInEveryObject) {
     }
 }
 
+const char* nameOf(const testing::TestParamInfo<Compression>& tested) {
+    constexpr const char* kNames[] = {"Small", "Balanced", "Fast"};
+    return kNames[static_cast<int>(tested.param)];
+}
+
 INSTANTIATE_TEST_SUITE_P(Each, EveryCompressor,
                          testing::Values(Compression::kSmall, Compression::kBalanced, Compression::kFast),
-                         [](const testing::TestParamInfo<Compression>& info) {
-                             constexpr const char* kNames[] = {"Small", "Balanced", "Fast"};
-                             return kNames[static_cast<int>(info.param)];
-                         });
+                         nameOf);
 
 // A stream and a room in pieces of a few bytes.
 struct Pieces final : MUtils::InflateFlow {
