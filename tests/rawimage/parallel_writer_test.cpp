@@ -3,7 +3,7 @@
 #include <memory>
 #include <random>
 #include <stdexcept>
-#include <utility>
+#include <string>
 #include <vector>
 
 #include "rawimage/output_queue.h"
@@ -53,14 +53,22 @@ struct Written {
     bool operator==(const Written& other) const { return bytes == other.bytes && error == other.error; }
 };
 
-Written write(const Frame& frame, int threads, int level, ThreadManager* manager,
-              Compression compression = Compression::kSmall) {
+struct Setting {
+    Compression compression;
+    int level;
+
+    void applyTo(RIFile& file) const {
+        file.setCompression(compression);
+        file.setCompressionLevel(level);
+    }
+};
+
+Written write(const Frame& frame, int threads, const Setting& setting, ThreadManager* manager) {
     FaultStream stream;
     stream.Open();
     RIFile file;
     file.setCompressionThreads(manager, threads);
-    file.setCompression(compression);
-    file.setCompressionLevel(level);
+    setting.applyTo(file);
     EXPECT_TRUE(file.Create(nullptr, &stream).empty());
     EXPECT_TRUE(file.WriteHeader(0).empty());
     Written written;
@@ -75,12 +83,12 @@ Written write(const Frame& frame, int threads, int level, ThreadManager* manager
 }
 
 // Of an error, what the file itself has given.
-Written writeQueued(const Frame& frame, int threads, Compression compression, std::int64_t maxPending) {
+Written writeQueued(const Frame& frame, int threads, const Setting& setting, std::int64_t maxPending) {
     FaultStream stream;
     stream.Open();
     RIFile file;
     file.setCompressionThreads(nullptr, threads);
-    file.setCompression(compression);
+    setting.applyTo(file);
     OutputQueue queue(file);
     queue.setMaxPending(maxPending);
     EXPECT_TRUE(queue.Create(nullptr, &stream).empty());
@@ -99,24 +107,20 @@ class ParallelWriter : public testing::TestWithParam<int> {};
 
 TEST_P(ParallelWriter, WritesTheSameFileAsOneThread) {
     ThreadManager manager;
-    constexpr std::pair<Compression, int> kSettings[] = {{Compression::kSmall, 1},
-                                                         {Compression::kSmall, 9},
-                                                         {Compression::kBalanced, 9},
-                                                         {Compression::kFast, 9}};
-    for (const auto& [compression, level] : kSettings) {
+    constexpr Setting kSettings[] = {{Compression::kSmall, 1},
+                                     {Compression::kSmall, 9},
+                                     {Compression::kBalanced, 9},
+                                     {Compression::kFast, 9}};
+    for (const Setting& setting : kSettings) {
         for (const int badChannel : {-1, 0, 3, 7}) {
             const Frame frame(badChannel);
-            const Written one = write(frame, 1, level, nullptr, compression);
+            SCOPED_TRACE(MUtils::compressorName(setting.compression) + ", bad " + std::to_string(badChannel));
+            const Written one = write(frame, 1, setting, nullptr);
             EXPECT_EQ(one.error.empty(), badChannel < 0);
-            for (ThreadManager* each : {&manager, static_cast<ThreadManager*>(nullptr)}) {
-                EXPECT_TRUE(write(frame, GetParam(), level, each, compression) == one)
-                    << MUtils::compressorName(compression) << ' ' << badChannel;
-            }
-            for (const std::int64_t maxPending : {0, 100000, 1 << 28}) {
-                if (level == 1) break;
-                EXPECT_TRUE(writeQueued(frame, GetParam(), compression, maxPending) == one)
-                    << maxPending << ' ' << badChannel;
-            }
+            for (ThreadManager* each : {&manager, static_cast<ThreadManager*>(nullptr)})
+                EXPECT_TRUE(write(frame, GetParam(), setting, each) == one);
+            for (const std::int64_t maxPending : {0, 100000, 1 << 28})
+                EXPECT_TRUE(writeQueued(frame, GetParam(), setting, maxPending) == one) << maxPending;
         }
     }
 }
@@ -144,14 +148,17 @@ TEST(ParallelWriter, LeavesTheRegionAloneWhenTheStreamThrows) {
 
 TEST(Compression, ChangesOnlyTheSizeOfTheFile) {
     const Frame frame(-1);
-    const Written small = write(frame, 1, 9, nullptr);
-    const Written level1 = write(frame, 1, 1, nullptr);
+    const auto written = [&frame](Compression compression, int level) {
+        return write(frame, 1, {compression, level}, nullptr);
+    };
+    const Written small = written(Compression::kSmall, 9);
+    const Written level1 = written(Compression::kSmall, 1);
     EXPECT_GT(level1.bytes.size(), small.bytes.size());
-    EXPECT_TRUE(write(frame, 1, 99, nullptr) == small);
-    EXPECT_TRUE(write(frame, 1, -4, nullptr) == level1);
-    const Written balanced = write(frame, 1, 9, nullptr, Compression::kBalanced);
-    const Written fast = write(frame, 1, 9, nullptr, Compression::kFast);
-    EXPECT_TRUE(write(frame, 1, 3, nullptr, Compression::kFast) == fast);
+    EXPECT_TRUE(written(Compression::kSmall, 99) == small);
+    EXPECT_TRUE(written(Compression::kSmall, -4) == level1);
+    const Written balanced = written(Compression::kBalanced, 9);
+    const Written fast = written(Compression::kFast, 9);
+    EXPECT_TRUE(written(Compression::kFast, 3) == fast);
     Reading reference(small.bytes);
     EXPECT_EQ(reference.parse(), 0);
     for (const Written* other : {&level1, &balanced, &fast}) {
