@@ -1,6 +1,7 @@
 #include "rawimage/output_queue.h"
 
 #include <gmock/gmock.h>
+#include <pthread.h>
 
 #include <atomic>
 #include <chrono>
@@ -8,6 +9,7 @@
 #include <memory>
 #include <mutex>
 #include <new>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -234,6 +236,65 @@ TEST_F(QueueTest, WritesWhatWaitsBeforeItGoes) {
         }
     }
     EXPECT_EQ(file.calls().size(), 20u);
+}
+
+// While it lives the system gives no thread: there is no memory for a stack of the default size.
+class NoThreads {
+  public:
+    NoThreads() {
+        pthread_getattr_default_np(&before_);
+        pthread_attr_t attributes = before_;
+        pthread_attr_setstacksize(&attributes, std::size_t{1} << 46);
+        EXPECT_EQ(pthread_setattr_default_np(&attributes), 0);
+    }
+    ~NoThreads() { pthread_setattr_default_np(&before_); }
+
+  private:
+    pthread_attr_t before_;
+};
+
+// The callers do the work then, one at a time, and what they are promised stays the same.
+TEST(OutputQueue, NeedsNoThreadOfItsOwn) {
+    ListingFile file;
+    FaultStream stream, plainStream;
+    RIFile raw, plain;
+    std::optional<OutputQueue> listing, writing;
+    Numbered region(2);
+    {
+        const NoThreads none;
+        listing.emplace(file);
+        writing.emplace(raw);
+        raw.setCompressionThreads(nullptr, 3);
+        for (RIFileBase* each : {static_cast<RIFileBase*>(&*writing), static_cast<RIFileBase*>(&plain)}) {
+            FaultStream& to = each == &plain ? plainStream : stream;
+            to.Open();
+            EXPECT_FALSE(each->Create(nullptr, &to));
+            EXPECT_FALSE(each->WriteHeader(0));
+            for (int i = 0; i < 3; ++i)
+                EXPECT_FALSE(each->WTRegion(&region, 0, 0, 0));
+            EXPECT_FALSE(each->Close());
+        }
+        EXPECT_EQ(stream.bytes(), plainStream.bytes());
+        EXPECT_FALSE(listing->WTRegion(&region, 0, 0, 0));
+        EXPECT_EQ(listing->pending(), 0);
+    }
+    listing->setMaxPending(1);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&listing] {
+            Numbered own(7);
+            for (int i = 0; i < 25; ++i)
+                EXPECT_FALSE(listing->WTRegion(&own, 0, 0, 0));
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(file.calls().size(), 101u);
+    file.failAt = 2;
+    EXPECT_FALSE(listing->WTRegion(&region, 0, 0, 0));
+    EXPECT_STREQ(listing->WTRegion(&region, 0, 0, 0).message(1), "full");
+    EXPECT_STREQ(listing->Close().message(1), "full");
+    EXPECT_THAT(file.calls().back(), "close");
 }
 
 // A disk that is full: the file has what was written before, and its table.
