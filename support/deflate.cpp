@@ -59,8 +59,9 @@ int Deflater::compress(unsigned char* out, std::size_t& outSize, const unsigned 
     std::size_t made = room;
     int code = chosen_->compress(out, made, data, size);
     if (code == kDeflateNoRoom && setting.compression != Compression::kSmall) {
-        // Short runs of values: the other libraries want more room than the bound for noise.
-        if (plain_ == nullptr) plain_ = makeZlibCompressor(kZlibFast);
+        // Short runs of values: the other libraries want more room than the bound for noise. Zlib's smallest
+        // stream of them takes no time that counts.
+        if (plain_ == nullptr) plain_ = makeZlibCompressor(kZlibSmall);
         made = room;
         code = plain_ != nullptr ? plain_->compress(out, made, data, size) : kDeflateNoMemory;
     }
