@@ -11,7 +11,7 @@ namespace bench {
 
 namespace {
 
-constexpr int kSide = 1024;
+constexpr int kSide = 1024;  // that the balls are spread over
 constexpr int kBucket = 64;
 constexpr int kBalls = 24;
 
@@ -65,15 +65,15 @@ Pixel pixelAt(int x, int y) {
 
 }  // namespace
 
-Frame makeCleanFrame() {
+Frame makeCleanFrame(int side) {
     Frame frame;
-    frame.width = frame.height = kSide;
+    frame.width = frame.height = side;
     for (const Kind& kind : kKinds)
         frame.channels.push_back(
             makeChannel(static_cast<int>(frame.channels.size()), kind.type, kind.alias, 0, kind.name));
-    for (int place = 0; place < kSide / kBucket * (kSide / kBucket); ++place) {
+    for (int place = 0; place < side / kBucket * (side / kBucket); ++place) {
         Bucket bucket;
-        bucket.x = place % (kSide / kBucket) * kBucket, bucket.y = place / (kSide / kBucket) * kBucket;
+        bucket.x = place % (side / kBucket) * kBucket, bucket.y = place / (side / kBucket) * kBucket;
         bucket.width = bucket.height = kBucket;
         for (const Kind& kind : kKinds)
             bucket.values.push_back(makeTable(kBucket * kBucket, findChannelKind(kind.type)->valueSize));

@@ -43,8 +43,9 @@ struct Frame {
     std::int64_t pixelBytes() const;  // of all channels
 };
 
-// 1024 x 1024 pixels without noise: balls of smooth shade on a black ground, the same in every run.
-Frame makeCleanFrame();
+// `side` x `side` pixels without noise, at most 1024: balls of smooth shade on a black ground, the same in
+// every run.
+Frame makeCleanFrame(int side = 1024);
 
 // The renderer's description of the frame's channels, for the writers.
 class ChannelList {

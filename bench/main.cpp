@@ -24,7 +24,7 @@ struct Options {
 void usage() {
     std::fputs(
         "usage: bench_rawimage [--rounds N] [--all-buckets] [--only GROUPS] [--output PREFIX]\n"
-        "GROUPS: any of write,compressors,queue,read,walk,frame,exr,tools,memory.\n"
+        "GROUPS: any of write,compressors,choices,queue,read,walk,frame,exr,tools,memory.\n"
         "PREFIX.txt and PREFIX.json receive the table.\n"
         "RAWIMAGE_BENCH_DATA names the folder with demo.rimg and, optionally, real.rimg.\n",
         stderr);
@@ -76,6 +76,7 @@ int run(const Options& options) {
     };
     if (wanted("write")) bench::writeRows(session, folder, options.allBuckets);
     if (wanted("compressors")) bench::compressorRows(session, folder, options.allBuckets);
+    if (wanted("choices")) bench::choiceRows(session, folder);
     if (wanted("queue")) bench::queueRows(session, folder);
     if (wanted("read")) bench::readRows(session, folder);
     if (wanted("walk")) bench::walkRows(session, folder);

@@ -9,6 +9,8 @@
 namespace bench {
 
 void compressorRows(Session& session, const Folder& folder, bool allBuckets);
+// Every way to write a frame, OpenEXR's too, against the fastest raw image.
+void choiceRows(Session& session, const Folder& folder);
 void writeRows(Session& session, const Folder& folder, bool allBuckets);
 void readRows(Session& session, const Folder& folder);
 void walkRows(Session& session, const Folder& folder);
