@@ -1,5 +1,5 @@
 #!/bin/bash
-# Runs every measurement and leaves the tables and the plot in OUT_DIR. DATA_DIR keeps the frames that are measured
+# Runs every measurement and leaves the tables and the plots in OUT_DIR. DATA_DIR keeps the frames that are measured
 # on from run to run. RAWIMAGE_REAL_FRAME names an OpenEXR file to measure on too.
 # Usage: bench.sh BUILD_DIR DATA_DIR OUT_DIR
 set -euo pipefail
@@ -27,5 +27,5 @@ status=0
 "$build/bench/bench_growth" --benchmark_repetitions=5 \
     --benchmark_min_time=0.05 --benchmark_report_aggregates_only=true \
     --benchmark_out_format=json --benchmark_out="$out/growth.json"
-python3 "$root/scripts/bench_report.py" "$out/growth.json" "$out"
+python3 "$root/scripts/bench_report.py" "$out/growth.json" "$out/rows.json" "$out"
 exit "$status"

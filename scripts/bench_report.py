@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
-"""Draws how cost grows, and writes the tables of growth and of compression levels.
+"""Draws how cost grows and what each choice of compression costs, and writes tables of growth, levels and choices.
 
-Usage: bench_report.py GROWTH_JSON OUT_DIR
+Usage: bench_report.py GROWTH_JSON ROWS_JSON OUT_DIR
 
-GROWTH_JSON is what bench_growth wrote with --benchmark_out. OUT_DIR receives growth.svg and growth.md.
+GROWTH_JSON is what bench_growth wrote with --benchmark_out, ROWS_JSON what bench_rawimage wrote. OUT_DIR receives
+growth.svg and growth.md, choices.svg and choices.md. A file that is - or has no rows of its kind gives nothing.
 """
 
 import json
@@ -112,13 +113,83 @@ def tables(growth, levels):
     return "\n".join(out)
 
 
+def load_choices(path):
+    """By frame, of each choice: the processor time of writing, in that of the choice fast, and its bytes of raw."""
+    rows = json.loads(Path(path).read_text())["rows"]
+    times, sizes = {}, {}
+    for row in rows:
+        name = re.fullmatch(r"choice, ([^,]+), (\w+) frame(, bytes)?", row["row"])
+        if name and not row["failure"]:
+            (sizes if name[3] else times).setdefault(name[2], {})[name[1]] = row["ratio" if name[3] else "processorRatio"]
+    return {
+        frame: {choice: (times.get(frame, {}).get(choice, 1.0), size) for choice, size in of_frame.items()}
+        for frame, of_frame in sizes.items()
+    }
+
+
+def choice_panel(left, frame, choices):
+    times = [time for time, _ in choices.values()]
+    low, high = min(times) / 1.3, max(times) * 2
+    x = lambda time: left + place(time, low, high, WIDTH)
+    marks = [0.01, 0.02, 0.05, 0.1, 0.2, 0.3, 0.5, 0.7, 1, 1.1]
+    smallest = min(size for _, size in choices.values())
+    while marks[1] < smallest:
+        marks.pop(0)
+    y = lambda size: TOP + HEIGHT - place(size, marks[0], marks[-1], HEIGHT)
+    out = [f'<text x="{left}" y="{TOP - 14}" font-size="11">{frame} frame</text>']
+    for mark in marks[:-1]:
+        out.append(f'<line x1="{left}" x2="{left + WIDTH}" y1="{y(mark):.1f}" y2="{y(mark):.1f}" stroke="#ddd"/>')
+        out.append(f'<text x="{left - 6}" y="{y(mark) + 4:.1f}" text-anchor="end">{100 * mark:g} %</text>')
+    for mark in (0.5, 1, 2, 5, 10, 20, 50):
+        if low < mark < high:
+            out.append(f'<line x1="{x(mark):.1f}" x2="{x(mark):.1f}" y1="{TOP}" y2="{TOP + HEIGHT}" stroke="#eee"/>')
+            out.append(f'<text x="{x(mark):.1f}" y="{TOP + HEIGHT + 16}" text-anchor="middle">{mark:g} x</text>')
+    labels = []  # moved down where they would cover each other
+    for choice, (time, size) in sorted(choices.items(), key=lambda item: y(item[1][1])):
+        colour = COLOURS["read" if choice.startswith("OpenEXR") else "write"]
+        left, top = x(time) + 6, y(size) + 3
+        while any(abs(left - other) < 70 and abs(top - above) < 11 for other, above in labels):
+            top += 1
+        labels.append((left, top))
+        out.append(f'<circle cx="{x(time):.1f}" cy="{y(size):.1f}" r="3" fill="{colour}"/>')
+        out.append(f'<text x="{left:.1f}" y="{top:.1f}" fill="{colour}">{choice}</text>')
+    return out
+
+
+def plot_choices(frames):
+    out = [
+        f'<svg xmlns="http://www.w3.org/2000/svg" width="{LEFT + len(frames) * (WIDTH + GAP)}" '
+        f'height="{TOP + HEIGHT + 40}" font-family="sans-serif" font-size="10">',
+        '<rect width="100%" height="100%" fill="white"/>',
+        f'<text x="{LEFT}" y="20" font-size="11">bytes of the file, of the raw values, '
+        "against processor time of writing, in that of fast</text>",
+    ]
+    for i, (frame, choices) in enumerate(sorted(frames.items(), reverse=True)):
+        out += choice_panel(LEFT + i * (WIDTH + GAP), frame, choices)
+    return "\n".join(out + ["</svg>", ""])
+
+
+def choice_table(frames):
+    names = sorted(frames, reverse=True)
+    out = ["| | " + " | ".join(f"{name} frame: time, bytes of raw" for name in names) + " |", "|---|" + "---|" * len(names)]
+    for choice in frames[names[0]]:
+        cells = ("{:.2f} x, {:.1f} %".format(time, 100 * size) for time, size in (frames[name][choice] for name in names))
+        out.append(f"| {choice} | " + " | ".join(cells) + " |")
+    return "\n".join(out + [""])
+
+
 def main():
-    if len(sys.argv) != 3:
-        sys.exit("usage: bench_report.py GROWTH_JSON OUT_DIR")
-    growth, levels = load(sys.argv[1])
-    folder = Path(sys.argv[2])
-    (folder / "growth.svg").write_text(plot(growth))
-    (folder / "growth.md").write_text(tables(growth, levels))
+    if len(sys.argv) != 4:
+        sys.exit("usage: bench_report.py GROWTH_JSON ROWS_JSON OUT_DIR")
+    folder = Path(sys.argv[3])
+    if sys.argv[1] != "-":
+        growth, levels = load(sys.argv[1])
+        (folder / "growth.svg").write_text(plot(growth))
+        (folder / "growth.md").write_text(tables(growth, levels))
+    choices = load_choices(sys.argv[2]) if sys.argv[2] != "-" else {}
+    if choices:
+        (folder / "choices.svg").write_text(plot_choices(choices))
+        (folder / "choices.md").write_text(choice_table(choices))
 
 
 if __name__ == "__main__":
