@@ -1,7 +1,8 @@
 #!/bin/bash
-# Damages files in every way that tests/proof/damage_test.cpp knows, reads them in builds with each set of compression
-# libraries, and holds every answer against those of the build with zlib alone: each code, each byte that was delivered.
-# The unit tests of the inflater, which ask plain zlib for its answers, run in all of them.
+# Damages files in every way that tests/proof/damage_test.cpp knows, reads them in a build with zlib alone and in one
+# with every compression library, and holds the answers against each other: each code, each byte that was delivered.
+# The unit tests of the inflater, which ask plain zlib for its answers, run in both. Only libdeflate reads, so that a
+# build with one library of the two only has to compile.
 set -euo pipefail
 
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -22,17 +23,15 @@ answers() {
     "$build/tests/test_proof_damage" --gtest_brief=1 | grep 'cases, answers'
 }
 
+for library in LIBDEFLATE ISAL; do
+    "${CXX:-c++}" -std=c++17 -Wall -Wextra -Werror -fsyntax-only -I"$root" -DRAWIMAGE_HAS_$library \
+        "$root/support/deflate.cpp" "$root/support/inflate.cpp"
+done
 with_zlib=$(answers zlib OFF OFF)
-while read -r build libdeflate isal; do
-    others=$(answers "$build" "$libdeflate" "$isal" </dev/null)
-    if [ "$others" != "$with_zlib" ]; then
-        diff <(echo "$with_zlib") <(echo "$others") >&2 || true
-        echo "compare_inflate: the builds zlib and $build answer differently" >&2
-        exit 1
-    fi
-done <<'EOF'
-libdeflate ON OFF
-isal OFF ON
-test ON ON
-EOF
+with_all=$(answers test ON ON)
+if [ "$with_all" != "$with_zlib" ]; then
+    diff <(echo "$with_zlib") <(echo "$with_all") >&2 || true
+    echo "compare_inflate: the builds answer differently" >&2
+    exit 1
+fi
 awk '{cases += $1} END {print "compare_inflate: " cases " damaged files, every answer the same"}' <<<"$with_zlib"
