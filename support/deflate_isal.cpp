@@ -8,12 +8,14 @@
 #include "support/bytes.h"
 #include "support/codec.h"
 
-// For once in each stream ISA-L 2.30 takes bits 16 to 47 of the address of its stream object for bytes of the
-// values: it finds the place of position 2 in its table of hashes with them. The stream is sound all the
-// same, but where that is by chance the place of position 0, 1 or 2 it is not the one that other addresses
-// give. So there are several stream objects, and the one that is used has an address which gives none of
-// these places: the bytes are then the same on every thread and in every run. Small payloads have small
-// tables, whose places meet often; they are left to zlib.
+// ISA-L 2.30 enters position 2 of each stream in its hash table under the wrong place: that of bits 16 to 47
+// of the stream object's address instead of four bytes of the values. The stream is sound all the same. But
+// where the wrong place is by chance that of position 0, 1 or 2 other matches are found, and the bytes depend
+// on where the object lies. So the compressor owns four objects whose wrong places differ, and takes the
+// first whose place is none of the three: the bytes are then the same on every thread and in every run. Small
+// payloads are left to zlib, as their tables are so small that places meet often.
+//
+// Nothing else differs: the objects are zero at first, and each call sets them up and clears the table.
 
 namespace MUtils {
 inline namespace v1 {
@@ -79,6 +81,7 @@ class IsalCompressor final : public Compressor {
         const std::uint32_t mask = placeMask(size);
         const std::uint32_t hashes[] = {hashOf(loadU32(data)), hashOf(loadU32(data + 1)),
                                         hashOf(loadU32(data + 2))};
+        // Each of the three excludes one object at most, so that the fourth needs no check.
         std::size_t i = 0;
         for (; i + 1 < kStreams; ++i) {
             const auto address = reinterpret_cast<std::uintptr_t>(streams_ + i * kStreamSpacing);
