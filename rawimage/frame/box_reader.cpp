@@ -46,14 +46,17 @@ struct BoxReader::Worker {
 bool BoxReader::run(const std::vector<Request>& requests, BoxSink& sink, FrameRead& result) {
     result = FrameRead();
     if (box_.empty()) return true;
-    for (std::size_t i = 0; i < requests.size(); ++i)
-        plan(i, requests[i], sink, result);
+    std::vector<Request> typed = requests;
+    for (std::size_t i = 0; i < typed.size(); ++i) {
+        if (typed[i].type == RCT_NONE) typed[i].type = snapshot_.typeOf(typed[i].channel);
+        plan(i, typed[i], sink, result);
+    }
     std::stable_sort(steps_.begin(), steps_.end(), [this](const Step& a, const Step& b) {
         return wanted_[a.first].tag->offset < wanted_[b.first].tag->offset;
     });
     runJobs(jobsFor(options_, steps_.size()), options_, [&](int number) {
         Worker worker{{snapshot_, mayBeStale_}, number == 0};
-        work(requests, sink, worker, result);
+        work(typed, sink, worker, result);
     });
     std::sort(result.damaged.begin(), result.damaged.end(),
               [](const FileFault& a, const FileFault& b) { return a.offset < b.offset; });
@@ -199,7 +202,7 @@ const char* BoxReader::load(const Wanted& wanted, const Request& request, bool o
                             BoxSink& sink, Worker& worker) {
     const INFOTAG& tag = *wanted.tag;
     const RIF_PIXEL_KIND* kind = findChannelKind(request.type);
-    if (kind != nullptr && kind->tagId != tag.id) return kOtherType;
+    if (kind == nullptr || kind->tagId != tag.id) return kOtherType;
     if (request.inPieces && pixelBytes(tag) > kMaxHeldValues)
         return loadInPieces(wanted, overlaps, sink, worker.loader);
     const unsigned char* values = nullptr;

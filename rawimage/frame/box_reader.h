@@ -33,8 +33,8 @@ class BoxSink {
 // Decodes the tags that have pixels of a box, each once for each request, on several threads.
 class BoxReader {
   public:
-    // The pixels of one channel. Tags with values of another size than those of `type` are damaged; RCT_NONE
-    // takes any.
+    // The pixels of one channel. Tags with values of another type than `type` are damaged; RCT_NONE is the
+    // type of the channel.
     struct Request {
         std::int32_t channel = -1;
         RegionChannelType type = RCT_NONE;

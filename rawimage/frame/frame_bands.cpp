@@ -53,7 +53,10 @@ std::vector<PixelBox> cutIntoBands(const FrameSnapshot& snapshot, const PixelBox
     std::vector<PixelBox> bands;
     if (box.empty()) return bands;
     const std::vector<Rows> uncut = uncutRows(snapshot, box, channels);
-    const std::int64_t most = std::max<std::int64_t>(maxBytes / bytesOfRow(snapshot, box, channels), 1);
+    // A band and the one below it have more than `most` rows together.
+    constexpr auto kMostOfPairs = static_cast<std::int64_t>(kMaxFrameBands / 2);
+    const std::int64_t most = std::max({maxBytes / bytesOfRow(snapshot, box, channels),
+                                        (box.height() + kMostOfPairs - 1) / kMostOfPairs, std::int64_t{1}});
     for (std::int64_t y = box.y0; y < box.y1;) {
         std::int64_t end = box.y1 - y > most ? y + most : box.y1;
         // The first ones that reach below the end.

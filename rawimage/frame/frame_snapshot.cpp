@@ -123,6 +123,7 @@ void FrameSnapshot::takeInspection(Inspection found) {
     inspected_ = true;
     faults_ = faultsOf(file_);
     sound_ = isSound(file_);
+    if (!readable()) forgetContents();
     known_.order.ignorePlaces();
     std::vector<INFOTAG> pixels;
     for (const INFOTAG& tag : file_.tags) {
@@ -147,6 +148,18 @@ void FrameSnapshot::takeInspection(Inspection found) {
     info_ = makeFrameInfo(file_, known_.order.channels());
     listWindows();
     addSegment(std::move(pixels));
+}
+
+// What bytes of another format look like.
+void FrameSnapshot::forgetContents() {
+    file_.facts = {};
+    file_.tags = {};
+    file_.doubted = {};
+    file_.area = {};
+    file_.tableOffset = 0;
+    file_.compressed = false;
+    file_.missing = {};
+    file_.missingInAny = {};
 }
 
 // Joins segments so that each is at least twice as large as the next one: a tag is moved as many times as
@@ -239,6 +252,14 @@ std::vector<const INFOTAG*> FrameSnapshot::find(std::int32_t channel, const Pixe
     for (const auto& segment : segments_)
         segment->find(channel, box, found);
     return found;
+}
+
+RegionChannelType FrameSnapshot::typeOf(std::int32_t channel) const {
+    if (const FrameChannel* known = info_->findIndex(channel)) return known->type;
+    if (!info_->furtherChannels) return RCT_NONE;
+    const std::map<std::int32_t, std::int32_t> types = known_.order.channels();
+    const auto found = types.find(channel);
+    return found != types.end() ? static_cast<RegionChannelType>(found->second) : RCT_NONE;
 }
 
 const std::vector<PixelBox>* FrameSnapshot::windowsOf(std::int32_t channel) const {

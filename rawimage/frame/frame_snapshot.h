@@ -53,6 +53,8 @@ class FrameSnapshot {
 
     // The tags of a channel with a pixel in `box`, in file order: those in doubt first, if they are wanted.
     std::vector<const INFOTAG*> find(std::int32_t channel, const PixelBox& box, bool withDoubted) const;
+    // Of a channel: as listed, else that of its first tag. RCT_NONE when it has neither.
+    RegionChannelType typeOf(std::int32_t channel) const;
     // The windows of a channel; null when it has none.
     const std::vector<PixelBox>* windowsOf(std::int32_t channel) const;
     // The tags without pixels, in file order.
@@ -69,6 +71,7 @@ class FrameSnapshot {
     FrameSnapshot(const FrameSnapshot& other);
     bool takeScan(PStream& stream, QuickScan& scan);
     void takeInspection(Inspection found);
+    void forgetContents();
     void addSegment(std::vector<INFOTAG> tags);
     void listWindows();
     std::size_t anchorSize() const;

@@ -152,6 +152,9 @@ class RAWIMAGE_EXPORT BucketVisitor {
     ~BucketVisitor() = default;
 };
 
+// Of what RawFrame::bands() returns.
+constexpr std::size_t kMaxFrameBands = 1 << 16;
+
 // What refresh() found.
 struct FrameChange {
     enum Kind {
@@ -202,7 +205,7 @@ class RAWIMAGE_EXPORT RawFrame {
     RawFrame(RawFrame&& other) noexcept;
     RawFrame& operator=(RawFrame&& other) noexcept;
 
-    // Never null; empty boxes and lists of a file that cannot be opened or is not of this format.
+    // Never null; of a file that cannot be opened or is not of this format it has the length at most.
     std::shared_ptr<const FrameInfo> info() const;
 
     // The state, why it is not kGood, and the file offset where that shows, -1 where it shows nowhere; as of
@@ -233,7 +236,8 @@ class RAWIMAGE_EXPORT RawFrame {
     FrameRead read(const PixelBox& box, const std::vector<ChannelTarget>& targets,
                    const FrameReadOptions& options = {}) const;
 
-    // Decodes all buckets of the channels (FrameChannel::index) that have a pixel in `box`.
+    // Decodes all buckets of the channels (FrameChannel::index) that have a pixel in `box`. Tags whose values
+    // are of another type than FrameInfo::findIndex() has for the channel are damaged and not visited.
     FrameRead visit(const PixelBox& box, const std::vector<int>& channels, BucketVisitor& visitor,
                     const FrameReadOptions& options = {}) const;
 
@@ -242,8 +246,9 @@ class RAWIMAGE_EXPORT RawFrame {
     std::vector<PixelBox> buckets(const PixelBox& box, int channel) const;
 
     // Cuts `box` into bands of rows, from the top down, of at most `maxBytes` of stored values of the
-    // channels together, or one row. Bands end where no bucket is cut, as far as `maxBytes` allows: reading
-    // them all decodes few buckets twice.
+    // channels together, or one row. Of more than kMaxFrameBands / 2 rows bands may have more: there are at
+    // most kMaxFrameBands. Bands end where no bucket is cut, as far as that allows: reading them all decodes
+    // few buckets twice.
     std::vector<PixelBox> bands(const PixelBox& box, const std::vector<int>& channels,
                                 std::int64_t maxBytes) const;
 

@@ -191,9 +191,10 @@ void FrameDiff::compareAll() {
     }
     const MissingBoxes any = unitedBoxes(boxes, infos_[0]->frame, kMaxDiffBoxes);
     if (any.truncated) throw Ended{DiffState::kTooLarge, kTooManyBoxes};
-    const std::int64_t columns = kDiffBandBytes / largest;
+    const std::int64_t pixels = kDiffBandBytes / largest;
     for (const PixelBox& box : any.boxes) {
-        for (PixelBox band : frames_[0]->bands(box, channels, columns * sum)) {
+        for (PixelBox band : frames_[0]->bands(box, channels, pixels * sum)) {
+            const std::int64_t columns = std::max<std::int64_t>(pixels / band.height(), 1);
             for (; band.width() > columns; band.x0 += columns)
                 compareBand({band.x0, band.y0, band.x0 + columns, band.y1});
             compareBand(band);
