@@ -24,13 +24,19 @@ class Choices {
 
 class Counter final : public MUtils::BucketVisitor {
   public:
+    explicit Counter(const RawFrame& frame) : frame_(frame) {}
+
     bool visit(const MUtils::FrameBucket& bucket) override {
+        const auto info = frame_.info();
+        require(info->findIndex(bucket.tag.p8)->components() == bucket.components,
+                "values of the channel's type");
         const std::int64_t bytes = bucket.box.area() * bucket.components * 4;
         if (bytes > 0) last_ = bucket.values[bytes - 1];
         return true;
     }
 
   private:
+    const RawFrame& frame_;
     unsigned char last_ = 0;
 };
 
@@ -45,9 +51,12 @@ void readSome(const RawFrame& frame, Choices& choices) {
         options.takeDoubted = choices.next() % 2 != 0;
         (void)frame.read(box, {target}, options);
         require(memory.back() == 0xA5, "values within the target");
-        Counter counter;
+        Counter counter(frame);
         (void)frame.visit(box, {info->channels[i].index}, counter, options);
-        require(!frame.bands(box, {info->channels[i].index}, choices.next() * 64).empty(), "bands of a box");
+        const std::int64_t bytes = choices.next() * 64;
+        require(!frame.bands(box, {info->channels[i].index}, bytes).empty(), "bands of a box");
+        require(frame.bands(info->frame, {info->channels[i].index}, bytes).size() <= MUtils::kMaxFrameBands,
+                "few bands of any frame");
     }
 }
 
@@ -69,6 +78,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     (void)frame.missing();
     (void)frame.records();
     (void)whole.blob(MUtils::FrameBlob::kSettings);
+    (void)whole.text(MUtils::FrameText::kSceneName);
     (void)whole.thumbnail();
     return 0;
 }

@@ -15,7 +15,8 @@
 namespace MUtils {
 inline namespace v1 {
 
-// A text of the file, up to its NUL. One of more than kMaxSummaryText bytes is not read.
+// A text of the file, up to its NUL. One of more than kMaxSummaryText bytes is not in it: RawFrame::text()
+// reads texts of any length.
 struct StoredText {
     std::int64_t bytes = 0;  // as stored, NUL and fill included
     std::string text;        // any bytes but NUL: not necessarily UTF-8, and not fit for a terminal as it is
@@ -62,6 +63,15 @@ struct FrameRecords {
 
 // The opaque records.
 enum class FrameBlob { kStamp, kOverlayTexts, kSettings };
+
+enum class FrameText { kSceneName, kNote, kStampText };
+
+// A record that is read when it is asked for: a value when the file has it and it can be read.
+template <class Value>
+struct FrameRecord : std::optional<Value> {
+    // Why a record that the file has cannot be read. None when there is a value, or no such record.
+    std::optional<FileFault> damage;
+};
 
 struct FrameThumbnail : FrameSize {
     std::vector<RGB24> pixels;  // width x height in display values, row after row from the top

@@ -198,11 +198,15 @@ FrameRecords RawFrame::records() const {
     return RecordReader(*core_->current()).records();
 }
 
-std::optional<std::vector<unsigned char>> RawFrame::blob(FrameBlob which) const {
+FrameRecord<std::vector<unsigned char>> RawFrame::blob(FrameBlob which) const {
     return RecordReader(*core_->current()).blob(which);
 }
 
-std::optional<FrameThumbnail> RawFrame::thumbnail() const {
+FrameRecord<std::string> RawFrame::text(FrameText which) const {
+    return RecordReader(*core_->current()).text(which);
+}
+
+FrameRecord<FrameThumbnail> RawFrame::thumbnail() const {
     return RecordReader(*core_->current()).thumbnail();
 }
 

@@ -224,9 +224,10 @@ class RAWIMAGE_EXPORT RawFrame {
 
     // Read anew by each call: a note may be replaced in place.
     FrameRecords records() const;
-    // None when the file has no such record, or it cannot be read.
-    std::optional<std::vector<unsigned char>> blob(FrameBlob which) const;
-    std::optional<FrameThumbnail> thumbnail() const;
+    // Single records, read anew as well. They may take as much memory as the file has bytes.
+    FrameRecord<std::vector<unsigned char>> blob(FrameBlob which) const;
+    FrameRecord<std::string> text(FrameText which) const;  // up to its NUL
+    FrameRecord<FrameThumbnail> thumbnail() const;
 
     // The sound tags without pixels, in file order.
     std::vector<INFOTAG> recordTags() const;

@@ -22,10 +22,24 @@ std::uint32_t tagIdOf(FrameBlob which) {
     return TAG_SETTINGS;
 }
 
+// Of the letters in the payload of a tag with text.
+std::int64_t startOfText(const INFOTAG& tag) {
+    return tag.id == TAG_SCENE_INFO ? kSceneValueBytes : 0;
+}
+
+std::uint32_t tagIdOf(FrameText which) {
+    switch (which) {
+        case FrameText::kSceneName: return TAG_SCENE_INFO;
+        case FrameText::kNote: return TAG_NOTE;
+        case FrameText::kStampText: break;
+    }
+    return TAG_STAMP_TEXT;
+}
+
 }  // namespace
 
 // The first `size` bytes of the payload; none when they cannot be read or the tag is not the one listed.
-RecordReader::Payload RecordReader::read(const INFOTAG& tag, std::int64_t size) const {
+RecordReader::Payload RecordReader::readIfListed(const INFOTAG& tag, std::int64_t size) const {
     unsigned char header[kTagHeaderBytes];
     unsigned char expected[kTagHeaderBytes];
     const auto offset = static_cast<std::int64_t>(tag.offset);
@@ -39,8 +53,9 @@ RecordReader::Payload RecordReader::read(const INFOTAG& tag, std::int64_t size) 
     return bytes;
 }
 
-RecordReader::Payload RecordReader::readOrReport(const INFOTAG& tag, std::int64_t size) {
-    Payload bytes = read(tag, size);
+// The same; reports it when there are none.
+RecordReader::Payload RecordReader::read(const INFOTAG& tag, std::int64_t size) {
+    Payload bytes = readIfListed(tag, size);
     if (bytes) return bytes;
     TagGap gap;
     gap.offset = static_cast<std::int64_t>(tag.offset);
@@ -51,15 +66,22 @@ RecordReader::Payload RecordReader::readOrReport(const INFOTAG& tag, std::int64_
     return bytes;
 }
 
-// The text of a payload from its byte `start` on, up to its NUL.
-std::optional<StoredText> RecordReader::text(const INFOTAG* tag, std::int64_t start) {
-    if (tag == nullptr) return std::nullopt;
-    StoredText text{tag->payloadBytes() - start, {}};
-    if (text.bytes > kMaxSummaryText || text.bytes < 1) return text;
-    const Payload bytes = readOrReport(*tag, tag->payloadBytes());
+std::optional<std::string> RecordReader::wholeText(const INFOTAG& tag) {
+    const Payload bytes = read(tag, tag.payloadBytes());
     if (!bytes) return std::nullopt;
+    const std::int64_t start = startOfText(tag);
+    if (tag.payloadBytes() <= start) return std::string();
     const auto* letters = reinterpret_cast<const char*>(bytes->data() + start);
-    text.text.assign(letters, strnlen(letters, static_cast<std::size_t>(text.bytes)));
+    return std::string(letters, strnlen(letters, static_cast<std::size_t>(tag.payloadBytes() - start)));
+}
+
+std::optional<StoredText> RecordReader::shortText(const INFOTAG* tag) {
+    if (tag == nullptr) return std::nullopt;
+    StoredText text{tag->payloadBytes() - startOfText(*tag), {}};
+    if (text.bytes > kMaxSummaryText) return text;
+    std::optional<std::string> letters = wholeText(*tag);
+    if (!letters) return std::nullopt;
+    text.text = std::move(*letters);
     return text;
 }
 
@@ -71,15 +93,15 @@ std::optional<std::int64_t> RecordReader::sizeOf(std::uint32_t tagId) const {
 FrameRecords RecordReader::records() {
     FrameRecords records;
     records.region = snapshot_.facts().region;
-    records.note = text(snapshot_.lastOf(TAG_NOTE), 0);
-    records.stampText = text(snapshot_.lastOf(TAG_STAMP_TEXT), 0);
+    records.note = shortText(snapshot_.lastOf(TAG_NOTE));
+    records.stampText = shortText(snapshot_.lastOf(TAG_STAMP_TEXT));
     if (const INFOTAG* tag = snapshot_.lastOf(TAG_CAMERA_INFO)) {
-        if (const Payload bytes = readOrReport(*tag, kCameraRecordBytes))
+        if (const Payload bytes = read(*tag, kCameraRecordBytes))
             records.camera = decodeCamera(bytes->data());
     }
     if (const INFOTAG* tag = snapshot_.lastOf(TAG_SCENE_INFO)) {
-        const Payload value = readOrReport(*tag, kSceneValueBytes);
-        std::optional<StoredText> name = value ? text(tag, kSceneValueBytes) : std::nullopt;
+        const Payload value = read(*tag, kSceneValueBytes);
+        std::optional<StoredText> name = value ? shortText(tag) : std::nullopt;
         if (name) records.scene = SceneSummary{loadI32(value->data()), std::move(*name)};
     }
     records.stampBytes = sizeOf(TAG_STAMP);
@@ -92,23 +114,35 @@ FrameRecords RecordReader::records() {
     return records;
 }
 
-std::optional<std::vector<unsigned char>> RecordReader::blob(FrameBlob which) const {
-    const INFOTAG* tag = snapshot_.lastOf(tagIdOf(which));
-    return tag != nullptr ? read(*tag, tag->p1) : std::nullopt;
+template <class Value>
+FrameRecord<Value> RecordReader::recordOf(std::optional<Value> value) {
+    FrameRecord<Value> record{std::move(value), std::nullopt};
+    if (!damaged_.empty()) record.damage = std::move(damaged_.front());
+    return record;
 }
 
-std::optional<FrameThumbnail> RecordReader::thumbnail() const {
+FrameRecord<std::vector<unsigned char>> RecordReader::blob(FrameBlob which) {
+    const INFOTAG* tag = snapshot_.lastOf(tagIdOf(which));
+    return recordOf(tag != nullptr ? read(*tag, tag->p1) : std::nullopt);
+}
+
+FrameRecord<std::string> RecordReader::text(FrameText which) {
+    const INFOTAG* tag = snapshot_.lastOf(tagIdOf(which));
+    return recordOf(tag != nullptr ? wholeText(*tag) : std::nullopt);
+}
+
+FrameRecord<FrameThumbnail> RecordReader::thumbnail() {
     static_assert(sizeof(RGB24) == 3, "stored as it is in memory");
     const INFOTAG* tag = snapshot_.lastOf(TAG_PREVIEW);
     const Payload bytes =
         tag != nullptr ? read(*tag, valuesBytes(tag->p1, tag->p2, sizeof(RGB24))) : std::nullopt;
-    if (!bytes) return std::nullopt;
+    if (!bytes) return recordOf(std::optional<FrameThumbnail>());
     FrameThumbnail thumbnail;
     thumbnail.width = tag->p1;
     thumbnail.height = tag->p2;
     thumbnail.pixels.resize(bytes->size() / sizeof(RGB24));
     if (!bytes->empty()) std::memcpy(thumbnail.pixels.data(), bytes->data(), bytes->size());
-    return thumbnail;
+    return recordOf(std::optional(std::move(thumbnail)));
 }
 
 }  // namespace v1

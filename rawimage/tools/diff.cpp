@@ -73,8 +73,7 @@ DiffReport FrameDiff::run() {
         const std::string* unmatched = matchChannels(*infos_[0], *infos_[1], options_, report_);
         if (unmatched != nullptr)
             throw Ended{DiffState::kNoChannel, "\"" + *unmatched + "\" fits no channel"};
-        if (options_.records) compareRecords(frames_, options_.throughExr, report_);
-        if (report_.state == DiffState::kDamaged)
+        if (options_.records && !compareRecords(frames_, options_.throughExr, report_))
             throw Ended{DiffState::kDamaged, "a record cannot be read", report_.side};
         if (infos_[0]->frame != infos_[1]->frame) {
             report_.state = DiffState::kMismatch;

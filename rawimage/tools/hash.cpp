@@ -98,79 +98,67 @@ class RecordDigester {
     RecordDigester(const RawFrame& frame, Digester& digester)
         : frame_(frame), digester_(digester), records_(frame.records()) {}
 
-    // Null, or the fault of a record that cannot be read.
-    const FileFault* fault() const { return records_.damaged.empty() ? nullptr : &records_.damaged.front(); }
-    // Why the records cannot be added; "" when they can.
-    std::string add() {
+    // Null, or the fault of a record that cannot be read: the digest is not of all records.
+    const FileFault* add() {
+        if (!records_.damaged.empty()) return &records_.damaged.front();
         if (records_.camera) {
             unsigned char bytes[kCameraRecordBytes];
             encodeCamera(*records_.camera, bytes);
-            add(TAG_CAMERA_INFO, bytes, sizeof bytes);
+            begin(TAG_CAMERA_INFO, sizeof bytes);
+            digester_.add(bytes, sizeof bytes);
         }
-        if (records_.thumbnail && !addThumbnail()) return "the preview cannot be read";
-        if (records_.scene && !addScene()) return kTooLong;
-        if (!addBlob(TAG_STAMP, FrameBlob::kStamp, records_.stampBytes)) return "the stamp cannot be read";
-        if (!addText(TAG_NOTE, records_.note) || !addText(TAG_STAMP_TEXT, records_.stampText))
-            return kTooLong;
-        if (!addBlob(TAG_OVERLAY_TEXTS, FrameBlob::kOverlayTexts, records_.overlayBytes))
-            return "the overlay texts cannot be read";
-        if (!addBlob(TAG_SETTINGS, FrameBlob::kSettings, records_.settingsBytes))
-            return "the settings cannot be read";
-        return "";
+        const bool all = addThumbnail() && addScene() &&
+                         addBytes(TAG_STAMP, frame_.blob(FrameBlob::kStamp)) &&
+                         addBytes(TAG_NOTE, frame_.text(FrameText::kNote)) &&
+                         addBytes(TAG_STAMP_TEXT, frame_.text(FrameText::kStampText)) &&
+                         addBytes(TAG_OVERLAY_TEXTS, frame_.blob(FrameBlob::kOverlayTexts)) &&
+                         addBytes(TAG_SETTINGS, frame_.blob(FrameBlob::kSettings));
+        return all ? nullptr : &*fault_;
     }
 
   private:
-    static constexpr const char* kTooLong = "a text of the metadata is longer than 1 MiB";
-
     void begin(std::uint32_t id, std::size_t size) {
         digester_.addU32(id);
         digester_.addU64(size);
     }
-    void addBytes(const void* bytes, std::size_t size) {
-        digester_.add(static_cast<const unsigned char*>(bytes), size);
-    }
-    void add(std::uint32_t id, const void* bytes, std::size_t size) {
-        begin(id, size);
-        addBytes(bytes, size);
-    }
 
+    // These return false when the record cannot be read.
     bool addThumbnail() {
-        const std::optional<FrameThumbnail> thumbnail = frame_.thumbnail();
-        if (!thumbnail) return false;
+        const FrameRecord<FrameThumbnail> thumbnail = frame_.thumbnail();
+        fault_ = thumbnail.damage;
+        if (!thumbnail) return !fault_;
         const std::size_t size = thumbnail->pixels.size() * sizeof(RGB24);
         begin(TAG_PREVIEW, 8 + size);
         digester_.addI32(thumbnail->width);
         digester_.addI32(thumbnail->height);
-        addBytes(thumbnail->pixels.data(), size);
+        digester_.add(reinterpret_cast<const unsigned char*>(thumbnail->pixels.data()), size);
         return true;
     }
 
     bool addScene() {
-        const StoredText& name = records_.scene->name;
-        if (name.bytes > kMaxSummaryText) return false;
-        begin(TAG_SCENE_INFO, 4 + name.text.size());
+        if (!records_.scene) return true;
+        const FrameRecord<std::string> name = frame_.text(FrameText::kSceneName);
+        fault_ = name.damage;
+        if (!name) return !fault_;
+        begin(TAG_SCENE_INFO, 4 + name->size());
         digester_.addI32(records_.scene->value);
-        addBytes(name.text.data(), name.text.size());
+        digester_.add(reinterpret_cast<const unsigned char*>(name->data()), name->size());
         return true;
     }
 
-    bool addText(std::uint32_t id, const std::optional<StoredText>& text) {
-        if (!text) return true;
-        if (text->bytes > kMaxSummaryText) return false;
-        add(id, text->text.data(), text->text.size());
+    template <class Bytes>
+    bool addBytes(std::uint32_t id, const FrameRecord<Bytes>& record) {
+        fault_ = record.damage;
+        if (!record) return !fault_;
+        begin(id, record->size());
+        digester_.add(reinterpret_cast<const unsigned char*>(record->data()), record->size());
         return true;
-    }
-
-    bool addBlob(std::uint32_t id, FrameBlob which, const std::optional<std::int64_t>& size) {
-        if (!size) return true;
-        const auto bytes = frame_.blob(which);
-        if (bytes) add(id, bytes->data(), bytes->size());
-        return bytes.has_value();
     }
 
     const RawFrame& frame_;
     Digester& digester_;
     const FrameRecords records_;
+    std::optional<FileFault> fault_;
 };
 
 class Hashing {
@@ -213,12 +201,9 @@ void Hashing::run(const RawFrame& frame) {
 
 bool Hashing::addRecords(const RawFrame& frame, Digester& digester) {
     RecordDigester records(frame, digester);
-    if (const FileFault* fault = records.fault()) {
-        tool_.setDamaged(*fault);
-        return false;
-    }
-    report_.refused = records.add();
-    return report_.refused.empty();
+    const FileFault* fault = records.add();
+    if (fault != nullptr) tool_.setDamaged(*fault);
+    return fault == nullptr;
 }
 
 }  // namespace

@@ -98,4 +98,33 @@ TEST(OddFrames, HandVisitorsNoValuesOfAnotherType) {
     }
 }
 
+// A record that cannot be read differs from one that the file does not have, and long texts are read whole.
+TEST(OddFrames, HaveRecordsOfAnySizeOrReportThem) {
+    const std::string name(kMaxSummaryText + 3, 'n');
+    Bytes bytes;
+    bytes.fileHeader(0).tag(TAG_RESOLUTION, 0, {3, 1});
+    bytes.tag(TAG_SCENE_INFO, static_cast<std::uint32_t>(4 + name.size() + 1)).i32s({7}).text(name).zeros(1);
+    bytes.tag(TAG_STAMP_TEXT, 6).text("stamp").zeros(1);
+    bytes.tag(TAG_SETTINGS, 2, {2, 1}).text("xy");
+    const std::int64_t settings = static_cast<std::int64_t>(bytes.size()) - 42;
+    testing_tools::FaultStream stream{Contents(bytes)};
+    stream.Open();
+    const Frame frame(stream);
+    ASSERT_EQ(frame.state(), FileState::kUnfinished) << frame.cause();
+    EXPECT_EQ(frame.records().scene->name.text, "");
+    EXPECT_EQ(frame.text(FrameText::kSceneName), name);
+    EXPECT_EQ(frame.text(FrameText::kStampText), "stamp");
+    EXPECT_EQ(frame.blob(FrameBlob::kSettings)->size(), 2u);
+    for (const bool fails : {false, true}) {
+        if (fails) stream.failAt(testing_tools::Call::kRead, 1, testing_tools::Fault::kErrorNothing, true);
+        EXPECT_FALSE(frame.thumbnail() || frame.thumbnail().damage);
+        EXPECT_FALSE(frame.blob(FrameBlob::kStamp) || frame.blob(FrameBlob::kStamp).damage);
+        EXPECT_FALSE(frame.text(FrameText::kNote) || frame.text(FrameText::kNote).damage);
+        EXPECT_EQ(frame.text(FrameText::kSceneName).has_value(), !fails);
+        EXPECT_EQ(frame.text(FrameText::kSceneName).damage.has_value(), fails);
+        EXPECT_EQ(frame.blob(FrameBlob::kSettings).damage.has_value(), fails);
+    }
+    EXPECT_EQ(frame.blob(FrameBlob::kSettings).damage->offset, settings);
+}
+
 }  // namespace

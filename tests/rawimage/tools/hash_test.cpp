@@ -118,6 +118,22 @@ TEST(Hash, IsWhatTheFormatsPageDefines) {
     EXPECT_EQ(hashOf(frame, options).hash, plain.text());
 }
 
+TEST(Hash, CountsLongTexts) {
+    std::string hashes[2];
+    for (const char last : {'a', 'b'}) {
+        MemoryFile file;
+        Bytes bytes;
+        bytes.fileHeader(0).tag(TAG_RESOLUTION, 0, {3, 1});
+        bytes.tag(TAG_STAMP_TEXT, 1 << 21).text(std::string((1 << 21) - 2, 't') + last).zeros(1);
+        file.fill(bytes);
+        HashOptions options;
+        options.metadata = true;
+        hashes[last - 'a'] = hashFile(file.path(), options).hash;
+        EXPECT_EQ(hashes[last - 'a'].size(), 32u);
+    }
+    EXPECT_NE(hashes[0], hashes[1]);
+}
+
 std::vector<RawBox> tiles(int width, int height) {
     std::vector<RawBox> boxes;
     for (int y = 0; y < 24; y += height) {
