@@ -45,7 +45,7 @@ struct SceneSummary {
 
 // The small records, and how large the opaque ones are. Everything is there when the file has the tag, whole;
 // of several tags of a kind the last one counts.
-struct FrameRecords {
+struct SmallRecords {
     std::optional<RICameraInfo> camera;
     std::optional<RIRegionInfo> region;
     std::optional<SceneSummary> scene;
@@ -55,6 +55,9 @@ struct FrameRecords {
     std::optional<std::int64_t> stampBytes;
     std::optional<std::int64_t> overlayBytes;
     std::optional<std::int64_t> settingsBytes;
+};
+
+struct FrameRecords : SmallRecords {
     // The stored thumbnail's size; RawFrame::thumbnail() reads its pixels.
     std::optional<FrameSize> thumbnail;
     // Records that are in the file and cannot be read, by offset.

@@ -31,7 +31,7 @@ struct ChannelSummary {
 
 // Everything that is optional is there when the file has the tag, whole; of several tags of a kind the last
 // one counts.
-struct FileSummary {
+struct FileSummary : SmallRecords {
     // As the inspection's: why the state is not kGood, and the file offset where that shows, -1 where it
     // shows nowhere.
     FileState state = FileState::kGood;
@@ -47,15 +47,6 @@ struct FileSummary {
 
     std::optional<FrameResolution> resolution;
     std::optional<BucketSize> buckets;
-    std::optional<RICameraInfo> camera;
-    std::optional<RIRegionInfo> region;
-    std::optional<SceneSummary> scene;
-    std::optional<StoredText> note;
-    std::optional<StoredText> stampText;
-    // The opaque records: payload bytes.
-    std::optional<std::int64_t> stampBytes;
-    std::optional<std::int64_t> overlayBytes;
-    std::optional<std::int64_t> settingsBytes;
     // The stored thumbnail.
     std::optional<FrameSize> preview;
 
