@@ -1,8 +1,8 @@
 #include "rawimage/tools/diff_channels.h"
 
-#include <fnmatch.h>
-
 #include <algorithm>
+
+#include "support/name_globs.h"
 
 namespace MUtils {
 inline namespace v1 {
@@ -63,7 +63,7 @@ bool notForExr(const FrameChannel& channel) {
 }
 
 bool fits(const std::string& pattern, const FrameChannel& channel) {
-    return fnmatch(pattern.c_str(), channel.name.c_str(), 0) == 0;
+    return fitsGlob(pattern, channel.name);
 }
 
 bool fits(const std::string& pattern, const ChannelDiff& pair) {
@@ -73,15 +73,6 @@ bool fits(const std::string& pattern, const ChannelDiff& pair) {
 template <class Item>
 bool anyFits(const std::string& pattern, const std::vector<Item>& items) {
     return std::any_of(items.begin(), items.end(), [&](const Item& item) { return fits(pattern, item); });
-}
-
-template <class Item>
-void keepWanted(const std::vector<std::string>& patterns, std::vector<Item>& items) {
-    const auto unwanted = [&](const Item& item) {
-        return std::none_of(patterns.begin(), patterns.end(),
-                            [&](const std::string& pattern) { return fits(pattern, item); });
-    };
-    items.erase(std::remove_if(items.begin(), items.end(), unwanted), items.end());
 }
 
 }  // namespace
@@ -109,10 +100,10 @@ const std::string* matchChannels(const FrameInfo& a, const FrameInfo& b, const D
         if (!anyFits(pattern, report.channels) && !anyFits(pattern, left[0]) && !anyFits(pattern, left[1]))
             return &pattern;
     }
-    if (options.channels.empty()) return nullptr;
-    keepWanted(options.channels, report.channels);
-    keepWanted(options.channels, left[0]);
-    keepWanted(options.channels, left[1]);
+    const auto fitsItem = [](const std::string& pattern, const auto& item) { return fits(pattern, item); };
+    keepFitting(options.channels, report.channels, fitsItem);
+    keepFitting(options.channels, left[0], fitsItem);
+    keepFitting(options.channels, left[1], fitsItem);
     return nullptr;
 }
 

@@ -1,8 +1,8 @@
 #include "rawimage/tools/frame_tool.h"
 
-#include <fnmatch.h>
-
 #include <algorithm>
+
+#include "support/name_globs.h"
 
 namespace MUtils {
 inline namespace v1 {
@@ -45,7 +45,7 @@ bool FrameTool::begin(const RawFrame& frame, std::vector<FrameChannel>& channels
 
 bool FrameTool::choose(const FrameInfo& info, std::vector<FrameChannel>& channels) {
     const auto fits = [](const std::string& pattern, const FrameChannel& channel) {
-        return fnmatch(pattern.c_str(), channel.name.c_str(), 0) == 0;
+        return fitsGlob(pattern, channel.name);
     };
     for (const std::string& pattern : options_.channels) {
         if (std::none_of(info.channels.begin(), info.channels.end(),
@@ -54,12 +54,8 @@ bool FrameTool::choose(const FrameInfo& info, std::vector<FrameChannel>& channel
             return false;
         }
     }
-    for (const FrameChannel& channel : info.channels) {
-        const bool wanted = options_.channels.empty() ||
-                            std::any_of(options_.channels.begin(), options_.channels.end(),
-                                        [&](const std::string& pattern) { return fits(pattern, channel); });
-        if (wanted) channels.push_back(channel);
-    }
+    channels = info.channels;
+    keepFitting(options_.channels, channels, fits);
     std::stable_sort(channels.begin(), channels.end(),
                      [](const FrameChannel& a, const FrameChannel& b) { return a.index < b.index; });
     return true;
