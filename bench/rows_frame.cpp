@@ -10,6 +10,8 @@
 #include "bench/rows.h"
 #include "rawimage/area/tag_box.h"
 #include "rawimage/frame/raw_frame.h"
+#include "rawimage/tools/hash.h"
+#include "rawimage/tools/stats.h"
 
 using namespace MUtils;
 
@@ -58,6 +60,48 @@ void compareChannel(Session& session, const std::string& path, int threads) {
                         "values differ");
             }
         }
+    };
+    session.compare(row);
+}
+
+// All values of a frame, which has each pixel once.
+void compareStats(Session& session, const std::string& path) {
+    const PlainFile file(path);
+    const std::vector<INFOTAG> tags = pixelTags(path);
+    FrameToolOptions options;
+    options.threads = 2;
+    StatsReport report;
+    Comparison row{"stats, 2 threads", "read + uncompress of all payloads", {Goal::kTimeAtMost, 1.25}};
+    row.busy = options.threads;
+    row.ours = [&] { report = statsOfFile(path.c_str(), options); };
+    row.plain = [&] { file.inflateAll(tags, options.threads); };
+    row.check = [&] {
+        std::int64_t stored = 0, counted = 0;
+        for (const INFOTAG& tag : tags)
+            stored += pixelBytes(tag) / 4;
+        for (const ChannelStatistics& channel : report.channels) {
+            for (const ValueStats& one : channel.components)
+                counted += one.finite + one.nan.count + one.plusInf.count + one.minusInf.count;
+        }
+        require(report.state == FileState::kGood && counted == stored, "values were not counted");
+    };
+    session.compare(row);
+}
+
+void compareHash(Session& session, const std::string& path) {
+    const PlainFile file(path);
+    const std::vector<INFOTAG> tags = pixelTags(path);
+    HashOptions options, alone;
+    options.threads = 2;
+    alone.threads = 1;
+    HashReport report;
+    Comparison row{"hash, 2 threads", "read + uncompress of all payloads", {Goal::kTimeAtMost, 1.1}};
+    row.busy = options.threads;
+    row.ours = [&] { report = hashFile(path.c_str(), options); };
+    row.plain = [&] { file.inflateAll(tags, options.threads); };
+    row.check = [&] {
+        require(!report.hash.empty() && report.hash == hashFile(path.c_str(), alone).hash,
+                "the hash is another one on one thread");
     };
     session.compare(row);
 }
@@ -197,6 +241,8 @@ void compareRefresh(Session& session, const std::string& path) {
 void frameRows(Session& session, const Folder& folder) {
     compareChannel(session, folder.demo, 1);
     compareChannel(session, folder.demo, 2);
+    compareStats(session, folder.demo);
+    compareHash(session, folder.demo);
     const std::string finished = folder.file("tags.rimg");
     const std::string unclosed = folder.file("tags_unclosed.rimg");
     {
