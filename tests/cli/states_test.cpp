@@ -26,6 +26,9 @@ struct VerbCodes {
     Codes info, verifyQuick, missing, note, setNote, merge;
     // and that to the depth of payloads decides these.
     Codes verify, missingDeep, convert, recover, recoverInPlace;
+    Codes stats, hash;
+    // Has codes of its own, of two frames that are one.
+    Codes diff;
     // Looks into the payloads of one channel: either state decides.
     Codes preview;
 };
@@ -33,12 +36,16 @@ struct VerbCodes {
 const VerbCodes& codesFor(FileState state) {
     // 6: the pieces of a merge must have a resolution and channels.
     static const std::map<FileState, VerbCodes> kTable{
-        {FileState::kGood, {{0}, {0}, {0}, {0}, {0}, {0}, {0}, {0}, {0}, {0}, {0}, {0}}},
+        {FileState::kGood,
+         {{0}, {0}, {0}, {0}, {0}, {0}, {0}, {0}, {0}, {0}, {0}, {0}, {0}, {0}, {0}}},
         {FileState::kUnfinished,
-         {{3}, {3}, {0, 3}, {0}, {0, 3}, {0, 6}, {3}, {0, 3}, {3}, {0, 3}, {0, 3}, {3}}},
-        {FileState::kIncomplete, {{3}, {3}, {3}, {0}, {0}, {0, 6}, {3}, {3}, {3}, {0, 3}, {0, 3}, {3}}},
-        {FileState::kDamaged, {{4}, {4}, {4}, {4}, {0, 4}, {4}, {4}, {4}, {4}, {0, 3}, {0, 3, 4}, {4}}},
-        {FileState::kNotThisFormat, {{5}, {5}, {5}, {5}, {5}, {5}, {5}, {5}, {5}, {0, 3, 5}, {4, 5}, {5}}},
+         {{3}, {3}, {0, 3}, {0}, {0, 3}, {0, 6}, {3}, {0, 3}, {3}, {0, 3}, {0, 3}, {3}, {3}, {0, 1, 4}, {3}}},
+        {FileState::kIncomplete,
+         {{3}, {3}, {3}, {0}, {0}, {0, 6}, {3}, {3}, {3}, {0, 3}, {0, 3}, {3}, {3}, {0, 1, 4}, {3}}},
+        {FileState::kDamaged,
+         {{4}, {4}, {4}, {4}, {0, 4}, {4}, {4}, {4}, {4}, {0, 3}, {0, 3, 4}, {4}, {4}, {4}, {4}}},
+        {FileState::kNotThisFormat,
+         {{5}, {5}, {5}, {5}, {5}, {5}, {5}, {5}, {5}, {0, 3, 5}, {4, 5}, {5}, {5}, {4}, {5}}},
     };
     return kTable.at(state);
 }
@@ -132,6 +139,9 @@ void States::checkVerbs(const DamagedFile& file) {
     expectIn(byPayloads.verify, "verify f.rimg");
     expectIn(byPayloads.missingDeep, "missing --deep f.rimg");
     expectIn(byPayloads.convert, "convert f.rimg f.exr");
+    expectIn(byPayloads.stats, "stats f.rimg");
+    expectIn(byPayloads.hash, "hash f.rimg");
+    expectIn(byPayloads.diff, "diff -q f.rimg f.rimg");
     expectIn(byPayloads.recover, "recover f.rimg -o saved.rimg");
     expectIn(byPayloads.recoverInPlace, "recover --in-place mended.rimg");
     Codes preview = byRecords.preview;
