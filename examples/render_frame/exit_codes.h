@@ -13,7 +13,9 @@ enum class ExitCode : int {
     kDamaged = 4,     // the file to go on with is damaged
     kUnreadable = 5,  // it cannot be opened, or is of another format
     kMismatch = 6,    // it is not of the frame that the program is to render
-    kStopped = 75     // stopped by a signal; the files can be read, and a raw image resumed
+    // Stopped by a signal; the files can be read, and a raw image resumed. Or another writer has the file
+    // that was to be resumed or started.
+    kStopped = 75
 };
 
 // Why the program ends without its frame.

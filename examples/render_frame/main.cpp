@@ -18,6 +18,7 @@
 #include "examples/render_frame/output.h"
 #include "examples/render_frame/render_pool.h"
 #include "examples/render_frame/resume.h"
+#include "support/files.h"
 #include "support/rd_preview.h"
 
 namespace render_frame {
@@ -117,7 +118,8 @@ std::string renderTasks(const Tracer& tracer, const std::vector<BucketTask>& tas
 
 FrameInfo frameInfo(const Options& options, const Scene& scene) {
     FrameInfo info;
-    info.render = {options.size.width, options.size.height, options.samples, options.seed};
+    info.render = {options.size.width, options.size.height, options.samples, options.seed, options.frame};
+    info.area = options.area();
     info.bucketWidth = options.bucket.width;
     info.bucketHeight = options.bucket.height;
     info.camera = scene.camera;
@@ -125,12 +127,13 @@ FrameInfo frameInfo(const Options& options, const Scene& scene) {
 }
 
 std::vector<Bucket> bucketsOf(const Options& options) {
-    return spiralOrder(options.size.width, options.size.height, options.bucket.width, options.bucket.height);
+    const Size &size = options.size, &bucket = options.bucket;
+    return clipTo(options.area(), spiralOrder(size.width, size.height, bucket.width, bucket.height));
 }
 
 // The folder of the default output; one that the user names must be there.
 void makeDefaultFolder(const Options& options) {
-    if (options.has("--output")) return;
+    if (options.has("--output") || options.resumes()) return;
     std::error_code ignored;  // Create reports what is wrong with the path
     for (const std::string& path : options.outputs)
         std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
@@ -164,7 +167,7 @@ void renderInto(FrameOutputs& outputs, const std::vector<BucketTask>& tasks, siz
 }
 
 void renderFrame(const Options& options) {
-    const Scene scene = Scene::demo();
+    const Scene scene = Scene::demo(options.frame);
     FrameInfo info = frameInfo(options, scene);
     if (options.thumbnail && !makeThumbnail(scene, info))
         throw Failure(ExitCode::kStopped, "stopped before anything was written");
@@ -186,7 +189,7 @@ void resumeFrame(Options options) {
                      options.resume.c_str());
     } else {
         cutEnd(options.resume);
-        const Scene scene = Scene::demo();
+        const Scene scene = Scene::demo(options.frame);
         FrameOutputs outputs(frameInfo(options, scene), outputSpecs(options));
         if (const std::string error = outputs.resume(); !error.empty())
             throw Failure(ExitCode::kFailure, error);
@@ -202,6 +205,22 @@ void resumeFrame(Options options) {
     std::printf("%s\n", options.resume.c_str());
 }
 
+// What another writer has at this moment, a machine that lost its connection to the farm say, is left to it.
+void resumeOrStart(const Options& options) {
+    const char* const path = options.resume.c_str();
+    const auto taken = [path](const std::string& cause) {
+        return Failure(ExitCode::kStopped, cause + "; try again later");
+    };
+    if (MUtils::isBeingWritten(path)) throw taken(options.resume + ": another writer has it open");
+    try {
+        hasBegun(options.resume) ? resumeFrame(options) : renderFrame(options);
+    } catch (const Failure& failure) {
+        // One that came meanwhile.
+        if (failure.code() != ExitCode::kStopped && MUtils::isBeingWritten(path)) throw taken(failure.what());
+        throw;
+    }
+}
+
 ExitCode fail(ExitCode code, const char* text) {
     std::fprintf(stderr, "render_frame: %s\n", text);
     return code;
@@ -211,7 +230,11 @@ ExitCode render(int argc, char** argv) {
     Options options;
     if (const auto code = parseOptions(argc, argv, options)) return *code;
     try {
-        options.has("--resume") ? resumeFrame(options) : renderFrame(options);
+        if (options.has("--resume-or-start")) {
+            resumeOrStart(options);
+        } else {
+            options.has("--resume") ? resumeFrame(options) : renderFrame(options);
+        }
         return ExitCode::kGood;
     } catch (const Failure& failure) {
         return fail(failure.code(), failure.what());

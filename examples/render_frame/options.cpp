@@ -11,6 +11,7 @@ namespace {
 
 constexpr int kMaxSide = 1 << 16;
 constexpr int kMaxSamples = 1 << 16;
+constexpr int kMaxFrame = 1000000;
 constexpr int64_t kMaxBucketPixels = 1 << 26;  // whose largest channel stays below 2^31 bytes
 constexpr int64_t kMaxBuckets = 1 << 22;
 constexpr int64_t kMaxWholePixels = (int64_t{1} << 27) - 1;  // likewise, of a frame in one piece
@@ -60,6 +61,14 @@ void declareOutput(CLI::App& app, Options& options) {
 void declareFrame(CLI::App& app, Options& options) {
     app.add_option("--size", options.size, "frame in pixels (640x360)")->type_name("WxH");
     app.add_option("--bucket", options.bucket, "bucket in pixels (64x64)")->type_name("WxH");
+    app.add_option(
+           "--region", options.region,
+           "render these pixels of the frame only, for raw images: the first pixel, and the first to the "
+           "right of and below them")
+        ->type_name("X0,Y0,X1,Y1");
+    app.add_option("--frame", options.frame, "of a shot in which the camera moves")
+        ->check(CLI::Range(-kMaxFrame, kMaxFrame))
+        ->capture_default_str();
     app.add_option("--samples", options.samples, "paths for each pixel")
         ->check(CLI::Range(1, kMaxSamples))
         ->capture_default_str();
@@ -74,21 +83,35 @@ void declareResume(CLI::App& app, Options& options) {
     CLI::Option* resume =
         app.add_option("--resume", options.resume,
                        "raw image whose render was interrupted: renders what is missing and adds it. Size, "
-                       "bucket, samples and seed are the file's; when given, they must agree with it")
+                       "bucket, region, frame, samples and seed are the file's; when given, they must agree "
+                       "with it")
             ->type_name("PATH");
-    // What a file was begun with.
-    for (const char* other : {"--output", "--kind", "--bits", "--compression", "--thumbnail"})
+    CLI::Option* either =
+        app.add_option(
+               "--resume-or-start", options.resume,
+               "the same, and starts the file when it is not there or has no bucket yet. While another "
+               "writer has it the code is 75")
+            ->type_name("PATH");
+    resume->excludes(either);
+    for (const char* other : {"--output", "--kind", "--bits", "--compression"}) {
         resume->excludes(other);
+        either->excludes(other);
+    }
+    resume->excludes("--thumbnail");  // a file was begun with it, or not
 }
 
 std::string faultOf(const Options& options) {
     if (std::string fault = faultOfFrame(options.size, options.bucket, options.samples); !fault.empty())
+        return fault;
+    if (std::string fault = faultOfArea(options.area(), options.size);
+        !fault.empty() && !options.has("--resume"))
         return fault;
     bool raw = false;
     for (const OutputSpec& spec : outputSpecs(options)) {
         const bool whole = spec.kind == FileKind::kScanline || spec.kind == FileKind::kMultiPart;
         if (whole && int64_t{options.size.width} * options.size.height > kMaxWholePixels)
             return "the frame is too large for one piece: " + spec.path;
+        if (options.region && spec.kind != FileKind::kRaw) return "--region is for raw images: " + spec.path;
         raw = raw || spec.kind == FileKind::kRaw;
     }
     for (const char* option : {"--level", "--compression-speed"}) {
@@ -119,6 +142,14 @@ std::istream& operator>>(std::istream& in, Size& size) {
     return in;
 }
 
+// "0,64,128,96", for CLI11.
+std::istream& operator>>(std::istream& in, Bucket& box) {
+    char a = 0, b = 0, c = 0;
+    in >> box.x0 >> a >> box.y0 >> b >> box.x1 >> c >> box.y1;
+    if (a != ',' || b != ',' || c != ',') in.setstate(std::ios::failbit);
+    return in;
+}
+
 std::optional<ExitCode> parseOptions(int argc, char** argv, Options& options) {
     CLI::App app(
         "Path-traces a few spheres and writes the frame, channel by channel, as a raw image or an OpenEXR "
@@ -126,8 +157,9 @@ std::optional<ExitCode> parseOptions(int argc, char** argv, Options& options) {
         "render_frame");
     app.footer(
         "Stopped by Ctrl-C, it ends with code 75 and leaves files that can be read. A raw image that was "
-        "stopped, killed or cut short is finished by --resume. Exit codes: 0 good, 1 failure, 2 usage; of "
-        "--resume also 4 damaged, 5 not readable, 6 another frame.");
+        "stopped, killed or cut short is finished by --resume. Exit codes: 0 good, 1 failure, 2 usage, 75 "
+        "stopped or, of --resume-or-start, another writer has the file; of --resume also 4 damaged, 5 not "
+        "readable, 6 another frame.");
     app.failure_message([](const CLI::App*, const CLI::Error& error) {
         return std::string("render_frame: ") + error.what() + " (--help tells more)\n";
     });
@@ -155,7 +187,7 @@ std::vector<OutputSpec> outputSpecs(const Options& options) {
         return OutputSpec{path,         kind,        speed,           options.level, options.threads,
                           options.bits, compression, !options.noQueue};
     };
-    if (options.has("--resume")) return {spec(options.resume, FileKind::kRaw)};
+    if (options.resumes()) return {spec(options.resume, FileKind::kRaw)};
     std::vector<OutputSpec> specs;
     for (const std::string& path : options.outputs)
         specs.push_back(spec(path, options.kind.empty() ? kindOf(path) : kKinds.at(options.kind)));
@@ -173,6 +205,11 @@ std::string faultOfFrame(const Size& size, const Size& bucket, int samples) {
     const int64_t columns = (size.width - 1) / width + 1;
     const int64_t rows = (size.height - 1) / height + 1;
     return columns * rows > kMaxBuckets ? "too many buckets; take a larger --bucket" : "";
+}
+
+std::string faultOfArea(const Bucket& area, const Size& size) {
+    const bool inside = area.x0 >= 0 && area.y0 >= 0 && area.x1 <= size.width && area.y1 <= size.height;
+    return inside && !area.empty() ? "" : "--region has pixels in the frame only, and at least one";
 }
 
 }  // namespace render_frame

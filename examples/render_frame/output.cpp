@@ -72,6 +72,12 @@ std::string attribute(const std::string& name, const std::string& text) {
     return text.find_first_of("=;") == std::string::npos ? "; " + name + "=\"" + text + '"' : "";
 }
 
+RIRegionInfo regionOf(const FrameInfo& info) {
+    const Bucket& area = info.area;
+    const bool whole = area.width() == info.render.width && area.height() == info.render.height;
+    return {whole ? -1 : 0, area.x0, area.y0, area.width(), area.height()};
+}
+
 int maxBucketPixels(const FrameInfo& info) {
     return std::min(info.bucketWidth, info.render.width) * std::min(info.bucketHeight, info.render.height);
 }
@@ -82,7 +88,6 @@ FrameWriter::FrameWriter(FrameInfo info, OutputSpec spec)
     : info_(std::move(info)), spec_(std::move(spec)), channels_(maxBucketPixels(info_)) {}
 
 ErrorCode FrameWriter::start() {
-    const RIRegionInfo wholeFrame{-1, 0, 0, info_.render.width, info_.render.height};
     file_ = makeOutputFile(spec_);
     setCompression();
     makeQueue();
@@ -91,7 +96,7 @@ ErrorCode FrameWriter::start() {
         [&] { return output().WriteHeader(spec_.bits); },
         [&] { return output().WTResolution(info_.render.width, info_.render.height, 1.0f); },
         [&] { return output().WTRegionsInfo(info_.bucketWidth, info_.bucketHeight, 0); },
-        [&] { return output().WTRenderRegion(wholeFrame); },
+        [&] { return output().WTRenderRegion(regionOf(info_)); },
         [&] { return output().WTChannelInfo(channels_.list()); },
         [&] { return writeMetadata(); },
     });
@@ -136,7 +141,7 @@ ErrorCode FrameWriter::writeMetadata() {
     // The stamp, the overlay texts and the settings are blobs to the file. To this renderer they are lines of
     // text.
     std::string stamp = "bottom-left\n" + stampText + "\n";
-    std::string overlays = "top-left\nspheres\ntop-right\nframe 1\n";
+    std::string overlays = "top-left\nspheres\ntop-right\nframe " + std::to_string(info_.render.frame) + "\n";
     std::string settings = encodeSettings(info_.render);
     RISceneInfo scene(1, "spheres");
     const auto size = [](const std::string& text) { return static_cast<int>(text.size()); };

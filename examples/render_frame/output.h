@@ -15,6 +15,7 @@ namespace render_frame {
 // What an output file receives of the frame besides its pixels.
 struct FrameInfo {
     RenderSettings render;
+    Bucket area;  // that is rendered
     int bucketWidth = 64;
     int bucketHeight = 64;
     Camera camera;

@@ -1,7 +1,10 @@
 #include "examples/render_frame/resume.h"
 
 #include <algorithm>
+#include <climits>
+#include <filesystem>
 #include <map>
+#include <system_error>
 #include <utility>
 
 #include "examples/render_frame/settings.h"
@@ -31,6 +34,15 @@ std::string textOf(const Size& size) {
     return textOf(size.width) + 'x' + textOf(size.height);
 }
 
+std::string textOf(const Bucket& box) {
+    return textOf(box.x0) + ',' + textOf(box.y0) + ',' + textOf(box.x1) + ',' + textOf(box.y1);
+}
+
+Bucket bucketOf(const MUtils::PixelBox& box) {
+    const auto side = [](int64_t at) { return static_cast<int>(std::clamp<int64_t>(at, INT_MIN, INT_MAX)); };
+    return {side(box.x0), side(box.x1), side(box.y0), side(box.y1)};
+}
+
 // The pixels are checked too: a damaged bucket is not missing, and would stay as it is.
 VerifyReport verify(const Options& options, const std::atomic<bool>& stop) {
     MUtils::VerifyOptions verifying;
@@ -50,12 +62,17 @@ VerifyReport verify(const Options& options, const std::atomic<bool>& stop) {
     }
 }
 
+// A render that was interrupted while it wrote the frame's metadata.
+bool endsBeforeBuckets(const MUtils::FileSummary& summary) {
+    return !summary.settingsBytes && !summary.finished &&
+           std::none_of(summary.channels.begin(), summary.channels.end(),
+                        [](const auto& channel) { return channel.tags > 0; });
+}
+
 RenderSettings settingsOf(const std::string& path, const MUtils::FileSummary& summary) {
     constexpr int64_t kMostBytes = 1000;
     if (!summary.settingsBytes) {
-        const bool pixels = std::any_of(summary.channels.begin(), summary.channels.end(),
-                                        [](const auto& channel) { return channel.tags > 0; });
-        if (!summary.finished && !pixels)
+        if (endsBeforeBuckets(summary))
             throw Failure(ExitCode::kFailure, path + ": ends before its first bucket; render it anew");
     } else if (*summary.settingsBytes <= kMostBytes) {
         PBufStream blob;
@@ -79,12 +96,12 @@ bool sameChannels(const MUtils::FileSummary& summary) {
 
 // What of the file contradicts that this program has begun it.
 std::string foreignIn(const MUtils::FileSummary& summary, const RenderSettings& settings,
-                      const MUtils::PixelBox& area) {
-    const MUtils::PixelBox frame = MUtils::boxAt(0, 0, settings.width, settings.height);
+                      const Bucket& area) {
     if (!summary.resolution || summary.resolution->width != settings.width ||
         summary.resolution->height != settings.height || summary.resolution->aspect != 1)
         return "its resolution is not its settings'";
-    if (area != frame) return "it holds a part of the frame only";
+    if (!faultOfArea(area, {settings.width, settings.height}).empty())
+        return "its render region is not of its frame";
     if (!summary.buckets || summary.buckets->varies) return "its buckets have no size";
     return sameChannels(summary) ? "" : "it has other channels";
 }
@@ -101,17 +118,31 @@ void adopt(const Options& options, const char* name, Value& value, const Value& 
 
 }  // namespace
 
+bool hasBegun(const std::string& path) {
+    std::error_code none;
+    if (const auto size = std::filesystem::file_size(path, none); none || size == 0) return false;
+    const MUtils::FileSummary summary = MUtils::summariseFile(path.c_str(), false);
+    const bool readable =
+        summary.state != FileState::kCannotOpen && summary.state != FileState::kNotThisFormat;
+    return !readable || summary.state == FileState::kDamaged || !endsBeforeBuckets(summary);
+}
+
 bool examineFile(Options& options, const std::atomic<bool>& stop) {
     const std::string& path = options.resume;
     const VerifyReport report = verify(options, stop);
     const MUtils::FileSummary summary = MUtils::summariseFile(path.c_str(), false);
     const RenderSettings settings = settingsOf(path, summary);
-    if (const std::string foreign = foreignIn(summary, settings, report.area); !foreign.empty())
+    const Bucket area = bucketOf(report.area);
+    if (const std::string foreign = foreignIn(summary, settings, area); !foreign.empty())
         throw Failure(ExitCode::kMismatch, path + ": not begun by this program: " + foreign);
     adopt(options, "--size", options.size, {settings.width, settings.height});
     adopt(options, "--bucket", options.bucket, {summary.buckets->width, summary.buckets->height});
     adopt(options, "--samples", options.samples, settings.samples);
     adopt(options, "--seed", options.seed, settings.seed);
+    adopt(options, "--frame", options.frame, settings.frame);
+    Bucket asked = options.area();
+    adopt(options, "--region", asked, area);
+    options.region = area;
     const std::string fault = faultOfFrame(options.size, options.bucket, options.samples);
     if (!fault.empty()) throw Failure(ExitCode::kMismatch, path + ": " + fault);
     return report.state != FileState::kGood;
@@ -130,7 +161,7 @@ void cutEnd(const std::string& path) {
 
 std::vector<BucketTask> missingTasks(const Options& options, const std::vector<Bucket>& buckets, bool& more) {
     const VerifyReport report = MUtils::missingPixels(options.resume.c_str());
-    if (report.area != MUtils::boxAt(0, 0, options.size.width, options.size.height))
+    if (textOf(bucketOf(report.area)) != textOf(options.area()))
         throw Failure(ExitCode::kMismatch, options.resume + ": has become another file");
     const MUtils::BucketGrid grid(report.area, 0, 0, options.bucket.width, options.bucket.height);
     more = report.missingInAny.truncated;

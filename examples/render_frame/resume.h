@@ -15,10 +15,14 @@ struct BucketTask {
     ChannelMask channels = kAllChannels;
 };
 
+// Whether the file has anything to go on with. False when it is not there, is empty, or ends before its first
+// bucket.
+bool hasBegun(const std::string& path);
+
 // Checks that `options.resume` is a raw image that this program has begun, and sound as far as it goes, and
-// takes size, bucket, samples and seed from it. Reads the whole file, changes nothing. False when nothing is
-// left to do. Throws Failure, also when the command line asks for another frame, and when `stop` becomes
-// true.
+// takes size, bucket, region, frame, samples and seed from it. Reads the whole file, changes nothing. False
+// when nothing is left to do. Throws Failure, also when the command line asks for another frame, and when
+// `stop` becomes true.
 bool examineFile(Options& options, const std::atomic<bool>& stop);
 
 // Cuts half a tag, or the table, off the end of the file that examineFile() has found good. Throws Failure.

@@ -44,9 +44,13 @@ Material groundAt(Vec3 p) {
 
 }  // namespace
 
-Scene Scene::demo() {
+Scene Scene::demo(int frame) {
     Scene scene;
-    scene.camera = lookAt({0.5f, 1.75f, 8.2f}, {0.05f, 0.98f, 0}, 31, 0.035f);
+    const Vec3 middle{0.05f, 0.98f, 0}, start = Vec3{0.5f, 1.75f, 8.2f} - middle;
+    const float angle = 6.2831853f * static_cast<float>((frame - 1) % kFramesAround) / kFramesAround;
+    const float along = std::cos(angle), across = std::sin(angle);
+    const Vec3 from{along * start.x + across * start.z, start.y, along * start.z - across * start.x};
+    scene.camera = lookAt(from + middle, middle, 31, 0.035f);
     scene.sun = {normalize({-0.70f, 0.56f, 0.22f}), std::cos(0.045f), Vec3{1.0f, 0.86f, 0.66f} * 4.2f};
     scene.spheres = {
         {"ball.red", {-0.45f, 1.0f, 0}, 1.0f, {Material::kCoated, {0.62f, 0.035f, 0.025f}}, {}},

@@ -67,8 +67,10 @@ class Scene {
     static constexpr float kFar = 2000;       // the ground ends here, long lost in the haze
     static constexpr float kHazeRange = 160;  // after which the haze leaves 1/e of the light
 
-    // The picture that the program shows.
-    static Scene demo();
+    // The picture that the program shows, as the camera sees it in `frame`: it goes around the middle in
+    // kFramesAround frames, from where frame 1 has it.
+    static Scene demo(int frame = 1);
+    static constexpr int kFramesAround = 240;
 
     Hit intersect(const Ray& ray) const;
 

@@ -22,7 +22,8 @@ void takeLine(std::string_view& text, std::string_view name, Number& number) {
 
 std::string encodeSettings(const RenderSettings& render) {
     return "width=" + std::to_string(render.width) + "\nheight=" + std::to_string(render.height) +
-           "\nsamples=" + std::to_string(render.samples) + "\nseed=" + std::to_string(render.seed) + "\n";
+           "\nsamples=" + std::to_string(render.samples) + "\nseed=" + std::to_string(render.seed) +
+           "\nframe=" + std::to_string(render.frame) + "\n";
 }
 
 std::optional<RenderSettings> decodeSettings(const std::string& text) {
@@ -32,6 +33,7 @@ std::optional<RenderSettings> decodeSettings(const std::string& text) {
     takeLine(rest, "height", render.height);
     takeLine(rest, "samples", render.samples);
     takeLine(rest, "seed", render.seed);
+    takeLine(rest, "frame", render.frame);
     // Whatever was not as it should be shows here.
     return encodeSettings(render) == text ? std::optional(render) : std::nullopt;
 }

@@ -51,4 +51,14 @@ std::vector<Bucket> spiralOrder(int frameWidth, int frameHeight, int bucketWidth
     return order;
 }
 
+std::vector<Bucket> clipTo(const Bucket& region, const std::vector<Bucket>& buckets) {
+    std::vector<Bucket> clipped;
+    for (const Bucket& b : buckets) {
+        const Bucket part{std::max(b.x0, region.x0), std::min(b.x1, region.x1), std::max(b.y0, region.y0),
+                          std::min(b.y1, region.y1)};
+        if (!part.empty()) clipped.push_back(part);
+    }
+    return clipped;
+}
+
 }  // namespace render_frame

@@ -123,8 +123,8 @@ bool Tracer::render(const Bucket& bucket, BucketPixels& pixels, const std::atomi
     pixels.resize(bucket);
     size_t i = 0;
     for (int y = bucket.y0; y < bucket.y1; ++y) {
-        if (stop) return false;
         for (int x = bucket.x0; x < bucket.x1; ++x, ++i) {
+            if (stop) return false;
             PixelSum sum;
             renderPixel(x, y, sum);
             sum.store(pixels, i, settings_.samples, objectHashes_);

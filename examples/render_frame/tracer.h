@@ -37,6 +37,7 @@ struct RenderSettings {
     int height = 360;
     int samples = 48;  // paths for each pixel
     uint64_t seed = 1;
+    int frame = 1;  // of the shot; the camera moves from frame to frame
 };
 
 // Path-traces a scene. Each pixel draws its random numbers from its own place in the frame, so its values

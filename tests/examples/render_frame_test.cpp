@@ -6,6 +6,8 @@
 #include <chrono>
 #include <thread>
 
+#include "rawimage/tools/hash.h"
+#include "rawimage/tools/merge.h"
 #include "rawimage/tools/verify.h"
 #include "tests/testing/exr_control.h"
 #include "tests/testing/run_program.h"
@@ -205,6 +207,79 @@ TEST_F(RenderFrame, RefusesWhatItCannotGoOnWith) {
     const ProgramResult locked = render({"--resume", path_}, {});
     EXPECT_EQ(locked.status, 5);
     EXPECT_THAT(locked.err, HasSubstr("another writer"));
+}
+
+// Pieces on the buckets' grid and beside it, of a frame with a camera of its own.
+TEST_F(RenderFrame, RendersPartsOfAFrame) {
+    const auto hash = [](const std::string& path) { return MUtils::hashFile(path.c_str(), {}).hash; };
+    const Arguments frame{"--size", "40x24", "--bucket", "16x16", "--samples", "1"};
+    const auto renderTo = [&](const std::string& name, Arguments more, const std::string& number = "7") {
+        more.insert(more.end(), {"--output", folder_ / name, "--frame", number});
+        EXPECT_EQ(render(frame, more).status, 0);
+        return folder_ / name;
+    };
+    const std::string whole = renderTo("whole.rimg", {});
+    EXPECT_NE(hash(whole), hash(renderTo("other.rimg", {}, "8")));
+    for (const auto& [left, right] : {std::pair{"0,0,16,24", "16,0,40,24"}, {"0,0,40,9", "0,9,40,24"}}) {
+        const std::vector<std::string> pieces{renderTo("a.rimg", {"--region", left}),
+                                              renderTo("b.rimg", {"--region", right})};
+        const std::string merged = folder_ / "merged.rimg";
+        EXPECT_EQ(MUtils::mergeFiles(pieces, merged, {}).cause, "") << left;
+        EXPECT_EQ(hash(merged), hash(whole)) << left;
+
+        // An interrupted piece is the same piece again.
+        const std::string piece = readFile(pieces[1]);
+        writeFile(pieces[1], piece.substr(0, piece.size() * 2 / 3).replace(12, 8, std::string(8, '\0')));
+        EXPECT_EQ(render(frame, {"--region", left, "--resume", pieces[1]}).status, 6);
+        EXPECT_EQ(render({}, {"--frame", "8", "--resume", pieces[1]}).status, 6);
+        EXPECT_EQ(render({}, {"--resume", pieces[1]}).status, 0);
+        EXPECT_EQ(hash(pieces[1]), hash(renderTo("c.rimg", {"--region", right})));
+    }
+    for (const char* region : {"0,0,41,24", "-1,0,9,9", "9,0,9,9", "0,0,9", "0 0 9 9", "0,0,9,9,9", "a"})
+        EXPECT_EQ(render(frame, {"--output", path_, "--region", region}).status, 2) << region;
+    EXPECT_EQ(render(frame, {"--output", folder_ / "a.exr", "--region", "0,0,9,9"}).status, 2);
+}
+
+TEST_F(RenderFrame, StartsOrResumesWhatAFarmAsksFor) {
+    renderSmall();
+    Arguments frame = kSmall;
+    frame.insert(frame.end(), {"--resume-or-start", path_});
+    const auto middle = static_cast<std::size_t>(tags_.at(pixels_ + 30).offset) + 60;
+    for (const std::size_t length :
+         {std::size_t{0}, std::size_t{32}, std::size_t{300}, middle, bytes_.size()}) {
+        std::string start = bytes_.substr(0, length);
+        if (length > 32 && length < bytes_.size()) start.replace(12, 8, std::string(8, '\0'));
+        writeFile(path_, start);
+        if (length == 0) std::filesystem::remove(path_);
+        EXPECT_EQ(render(frame, {}).status, 0) << length;
+        expectFrame(path_, whole_);
+    }
+    for (const auto& [bytes, status] : {std::pair{std::string("note"), 5}, {bytes_ + "x", 4}}) {
+        writeFile(path_, bytes);
+        EXPECT_EQ(render(frame, {}).status, status);
+        EXPECT_EQ(readFile(path_), bytes) << "touched";
+    }
+    for (const std::size_t length : {std::size_t{0}, middle}) {
+        writeFile(path_, bytes_.substr(0, length));
+        PFileStream writer;
+        ASSERT_EQ(writer.Open(path_.c_str(), PFileStream::kReadWrite, 1, PFileStream::kOpenExisting), 0);
+        const ProgramResult locked = render(frame, {});
+        EXPECT_EQ(locked.status, 75);
+        EXPECT_THAT(locked.err, HasSubstr("another writer"));
+    }
+}
+
+// A farm kills what does not end soon. One row of a bucket would take longer.
+TEST_F(RenderFrame, StopsWithinTwoSeconds) {
+    std::chrono::steady_clock::time_point sent;
+    const ProgramResult result = render({"--samples", "65536", "--output", path_}, {}, [&](pid_t pid) {
+        for (int i = 0; i < 5000 && !std::filesystem::exists(path_); ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        sent = std::chrono::steady_clock::now();
+        ::kill(pid, SIGTERM);
+    });
+    EXPECT_EQ(result.status, 75);
+    EXPECT_LT(std::chrono::steady_clock::now() - sent, std::chrono::seconds(2));
 }
 
 TEST_F(RenderFrame, TellsWhyAFileCannotBeWritten) {
