@@ -3,12 +3,13 @@
 JOBS ?= $(shell nproc)
 PREFIX ?= /usr/local
 
-.PHONY: help demo install test bench sanitize fuzz format check-format setup clean
+.PHONY: help demo install test build-test farm-test bench sanitize fuzz format check-format setup clean
 
 help:
 	@echo "make demo          render a frame, write it, show what is in it (DEMO_EXR=file.exr: that frame too)"
 	@echo "make install       install library, headers and rimg (PREFIX=$(PREFIX), DESTDIR=)"
 	@echo "make test          build and run every test"
+	@echo "make farm-test     run frames on a Slurm cluster of two nodes on this machine, and break it (as root)"
 	@echo "make bench         measure against the plain library calls; tables go to build/bench/"
 	@echo "make sanitize      run the tests under the sanitizers"
 	@echo "make fuzz          run the fuzz targets, FUZZ_SECONDS=7200 each"
@@ -36,10 +37,17 @@ install:
 # The flags keep the asserts, which a release leaves out.
 test:
 	@scripts/setup.sh test
+	@$(MAKE) --no-print-directory build-test
+	ctest --test-dir build/test --output-on-failure --no-tests=error -j 2
+
+TARGETS ?= all
+build-test:
 	scripts/configure.sh build/test -DCMAKE_BUILD_TYPE=RelWithDebInfo \
 	    -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O2 -g" -DRAWIMAGE_BUILD_TESTS=ON -DRAWIMAGE_WERROR=ON
-	cmake --build build/test -j $(JOBS)
-	ctest --test-dir build/test --output-on-failure --no-tests=error -j 2
+	cmake --build build/test -j $(JOBS) --target $(TARGETS)
+
+farm-test:
+	JOBS=$(JOBS) scripts/farm_test.sh
 
 bench:
 	@scripts/setup.sh bench

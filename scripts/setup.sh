@@ -9,6 +9,7 @@
 #   sanitize  the tests under the sanitizers
 #   fuzz      the fuzz targets
 #   format    the layout of the code
+#   farm      the tests on a cluster
 #   all       all of these
 set -euo pipefail
 
@@ -20,6 +21,7 @@ declare -A needs=(
     [bench]="${build[*]} ${programs[*]} libbenchmark-dev python3"
     [fuzz]="${build[*]} libgtest-dev ${clang[*]}"
     [format]="clang-format-14"
+    [farm]="${build[*]} ${programs[*]} python3 parallel munge slurmctld slurmd slurm-client"
 )
 # The tests check the layout, too, and build the benchmarks.
 needs[test]="${needs[bench]} libgtest-dev libgmock-dev ninja-build pkg-config ${needs[format]}"
@@ -36,7 +38,7 @@ for job in "$@"; do
     wanted+=("${needs[$job]-unknown}")
 done
 if [ "${#wanted[@]}" -eq 0 ] || [[ " ${wanted[*]} " == *" unknown "* ]]; then
-    echo "usage: setup.sh [--list] JOB..., a JOB is one of: demo test bench sanitize fuzz format all" >&2
+    echo "usage: setup.sh [--list] JOB..., a JOB is one of: demo test bench sanitize fuzz format farm all" >&2
     exit 2
 fi
 mapfile -t packages < <(tr ' ' '\n' <<<"${wanted[*]}" | sort -u)

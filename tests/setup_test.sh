@@ -30,6 +30,7 @@ test libgtest-dev ^clang-14|^libclang
 bench libbenchmark-dev clang|gtest|gmock
 sanitize clang-14 -
 fuzz libclang-rt-14-dev clang-format|benchmark
+farm slurmd clang|gtest|gmock|benchmark
 all clang-format-14 -
 EOF
 if "$root/scripts/setup.sh" --list unknown >/dev/null 2>&1; then fail "an unknown job has a list"; fi

@@ -1,0 +1,126 @@
+#!/usr/bin/env python3
+"""Runs the commands that rimg-farm prints, without an engine, and breaks pieces in between.
+
+Usage: farm_test.py BUILD_DIR
+"""
+import os
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+
+from shot import Shot
+
+
+class Farm(unittest.TestCase):
+    def setUp(self):
+        self.folder = tempfile.mkdtemp(prefix="farm")
+        self.addCleanup(shutil.rmtree, self.folder)
+        self.shot = Shot(self.build, self.folder)
+
+    def run_lines(self, lines):
+        return [subprocess.run(line, shell=True, check=False).returncode for line in lines.splitlines()]
+
+    def submit(self, *options):
+        lines = self.shot.submit("1-3x2", 3, "--engine", "print", *options)
+        self.assertEqual(len(lines.splitlines()), 2 * 3 + 2)
+        return lines
+
+    def rewrite(self, path, change):
+        with open(path, "rb") as file:
+            content = bytearray(file.read())
+        change(content)
+        with open(path, "wb") as file:
+            file.write(content)
+
+    def cut(self, content):
+        del content[len(content) * 2 // 3:]
+        content[12:20] = bytes(8)
+
+    def flip(self, path, index):
+        offset = self.shot.pixel_tags(path)[index][0] + 60
+        self.rewrite(path, lambda content: content.__setitem__(offset, content[offset] ^ 255))
+
+    def test_retry_redoes_what_is_missing_or_damaged(self):
+        shot = self.shot
+        self.assertEqual(self.run_lines(self.submit("--delete-pieces").split("\n", 1)[0]), [0])
+        self.assertEqual([row["waiting"] for row in shot.status(3)], [2, 3])
+        lines = shot.farm("retry", shot.folder)
+        self.assertEqual(self.run_lines("\n".join(lines.splitlines()[:5])), [0] * 5)
+
+        names = [shot.piece(1, name) for name in ("000.rimg", "001.rimg", "002.rimg")]
+        self.rewrite(names[0], self.cut)
+        self.flip(names[1], 5)
+        os.remove(names[2])
+        self.rewrite(shot.piece(3, "001.rimg"), lambda content: content.__delitem__(slice(20, None)))
+        rows = shot.status(4)
+        self.assertEqual([rows[0][key] for key in ("unfinished", "damaged", "waiting")], [1, 1, 1])
+        self.assertEqual([rows[1][key] for key in ("done", "state")], [2, "rendering"])
+        self.assertEqual(self.run_lines("%s/jobs/merge.sh 1" % shot.folder), [1], "a merge of what is not whole")
+
+        lines = shot.farm("retry", shot.folder).splitlines()
+        self.assertEqual([line.split()[1:3] for line in lines[:-2]],
+                         [["1", "000"], ["1", "001"], ["1", "002"], ["3", "001"]])
+        self.assertEqual(self.run_lines("\n".join(lines)), [0] * 6)
+        self.assertEqual({row["state"] for row in shot.status(0)}, {"merged"})
+        self.assertFalse(os.path.exists(names[0]), "the pieces are deleted")
+        self.assertEqual(shot.attempts(3), {"000": 1, "001": 2, "002": 1})
+        shot.check([1, 3])
+        # Whatever runs once more, late, changes nothing.
+        self.assertEqual(self.run_lines("\n".join(lines)), [0] * 6)
+        self.assertEqual(shot.farm("retry", shot.folder), "")
+
+        self.flip(shot.merged(3), 5)
+        self.assertEqual(shot.status(4)[1]["state"], "damaged")
+        self.run_lines(shot.farm("retry", shot.folder))
+        shot.check([3])
+
+    def test_a_piece_that_has_lost_more_than_pixels_is_rendered_anew(self):
+        shot = self.shot
+        self.run_lines("\n".join(self.submit().splitlines()[:3]))
+        path = shot.piece(1, "001.rimg")
+        tags = shot.report("info", path, "--tags")["tags"]
+        settings = next(tag["offset"] for tag in tags if tag["name"] == "channel info") + 44
+        self.rewrite(path, lambda content: content.__setitem__(slice(settings, settings + 8), b"\xff" * 8))
+        self.run_lines(shot.farm("retry", shot.folder, stderr=subprocess.DEVNULL))
+        shot.check([1, 3])
+
+    # Two attempts at a piece at a time, one of which stops: without locks each has a file of its own.
+    def test_attempts_without_locks(self):
+        shot = self.shot
+        lines = self.submit("--no-locks").splitlines()
+        attempts = [subprocess.Popen(lines[0], shell=True) for _ in range(2)]
+        self.assertEqual([attempt.wait() for attempt in attempts], [0, 0])
+        files = [name for name in os.listdir(shot.piece(1, "")) if name.endswith(".rimg")]
+        self.assertEqual(len(files), 2, files)
+        self.rewrite(shot.piece(1, files[0]), self.cut)
+        self.run_lines(lines[1])
+        late = next(name for name in os.listdir(shot.piece(1, "")) if name.startswith("001."))
+        self.rewrite(shot.piece(1, late), self.cut)
+        with open(shot.piece(1, "002.late.rimg"), "wb"):
+            pass
+        before = shot.pixel_tags(shot.piece(1, late))
+        self.assertEqual(self.run_lines("\n".join(lines[1:])), [0] * 7)
+        after = max((shot.pixel_tags(shot.piece(1, name)) for name in os.listdir(shot.piece(1, ""))
+                     if name.startswith("001.") and name.endswith(".rimg")), key=len)
+        self.assertEqual(after[:len(before)], before, "it goes on from the earlier attempt")
+        self.assertEqual({row["state"] for row in shot.status(0)}, {"merged"})
+        shot.check([1, 3])
+
+    def test_refuses_what_cannot_work(self):
+        shot = self.shot
+        for options, command in ((("--frames", "1-x"), ("{frame}{box}{out}",)), (("--frames", "1"), ("{box}{out}",)),
+                                 (("--frames", "1", "--rimg", "no/rimg"), ("{frame}{box}{out}",)),
+                                 (("--frames", "1", "--bucket", "0x0"), ("{frame}{box}{out}",))):
+            shot.farm("submit", "--pieces", "2", "--size", "9x9", "--out", shot.folder, "--engine", "print", "--rimg",
+                      shot.rimg, *options, "--", *command, code=2, stderr=subprocess.DEVNULL)
+            self.assertFalse(os.path.exists(shot.folder))
+        self.submit()
+        shot.submit("1", 2, code=2)
+        shot.farm("status", self.folder, code=1, stderr=subprocess.DEVNULL)
+
+
+if __name__ == "__main__":
+    Farm.build = os.path.abspath(sys.argv[1])
+    unittest.main(argv=sys.argv[:1] + sys.argv[2:])
