@@ -36,8 +36,7 @@ struct VerbCodes {
 const VerbCodes& codesFor(FileState state) {
     // 6: the pieces of a merge must have a resolution and channels.
     static const std::map<FileState, VerbCodes> kTable{
-        {FileState::kGood,
-         {{0}, {0}, {0}, {0}, {0}, {0}, {0}, {0}, {0}, {0}, {0}, {0}, {0}, {0}, {0}}},
+        {FileState::kGood, {{0}, {0}, {0}, {0}, {0}, {0}, {0}, {0}, {0}, {0}, {0}, {0}, {0}, {0}, {0}}},
         {FileState::kUnfinished,
          {{3}, {3}, {0, 3}, {0}, {0, 3}, {0, 6}, {3}, {0, 3}, {3}, {0, 3}, {0, 3}, {3}, {3}, {0, 1, 4}, {3}}},
         {FileState::kIncomplete,

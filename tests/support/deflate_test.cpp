@@ -57,7 +57,11 @@ TEST(Deflater, WritesTheBytesOfCompress2) {
     }
 }
 
-class EveryCompressor : public testing::TestWithParam<Compression> {};
+// The parameter is a Compression as a number, which prints as itself.
+class EveryCompressor : public testing::TestWithParam<int> {
+  protected:
+    const Compression compression_ = static_cast<Compression>(GetParam());
+};
 
 TEST_P(EveryCompressor, GivesStreamsThatZlibTakes) {
     std::vector<Buffer> runs{{}, Buffer(1, 7), Buffer(5000000, 0), values(5000000, 256), values(70000, 3)};
@@ -65,7 +69,7 @@ TEST_P(EveryCompressor, GivesStreamsThatZlibTakes) {
         runs.push_back(values(size, 256));
         runs.push_back(values(size, 2));
     }
-    const CompressionSetting setting{GetParam(), 9};
+    const CompressionSetting setting{compression_, 9};
     Deflater used;
     for (const Buffer& bytes : runs) {
         const std::size_t bound = MUtils::deflateBound(bytes.size());
@@ -83,7 +87,7 @@ TEST_P(EveryCompressor, GivesStreamsThatZlibTakes) {
 }
 
 TEST_P(EveryCompressor, RefusesWhatItCannotTake) {
-    const CompressionSetting setting{GetParam(), 9};
+    const CompressionSetting setting{compression_, 9};
     Deflater deflater;
     unsigned char bytes[100] = {};
     std::size_t room = sizeof bytes;
@@ -99,7 +103,7 @@ TEST_P(EveryCompressor, RefusesWhatItCannotTake) {
 
 // Objects lie at different addresses, as those of threads do; no byte may depend on that.
 TEST_P(EveryCompressor, GivesTheSameBytesInEveryObject) {
-    const CompressionSetting setting{GetParam(), 1};
+    const CompressionSetting setting{compression_, 1};
     std::mt19937 random(11);
     std::vector<Deflater> deflaters(4);
     Buffer first, other;
@@ -114,14 +118,7 @@ TEST_P(EveryCompressor, GivesTheSameBytesInEveryObject) {
     }
 }
 
-const char* nameOf(const testing::TestParamInfo<Compression>& tested) {
-    constexpr const char* kNames[] = {"Small", "Balanced", "Fast"};
-    return kNames[static_cast<int>(tested.param)];
-}
-
-INSTANTIATE_TEST_SUITE_P(Each, EveryCompressor,
-                         testing::Values(Compression::kSmall, Compression::kBalanced, Compression::kFast),
-                         nameOf);
+INSTANTIATE_TEST_SUITE_P(Each, EveryCompressor, testing::Range(0, 3));
 
 // A stream and a room in pieces of a few bytes.
 struct Pieces final : MUtils::InflateFlow {
