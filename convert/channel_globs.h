@@ -1,12 +1,11 @@
 #pragma once
 
-#include <fnmatch.h>
-
 #include <algorithm>
 #include <string>
 #include <vector>
 
 #include "convert/convert_error.h"
+#include "support/name_globs.h"
 
 namespace MUtils {
 inline namespace v1 {
@@ -18,7 +17,7 @@ template <class Channel, class Counts>
 void keepFitting(const std::vector<std::string>& globs, const std::string& file, const std::string& what,
                  std::vector<Channel>& channels, Counts counts) {
     const auto fits = [](const std::string& glob, const Channel& channel) {
-        return fnmatch(glob.c_str(), channel.name.c_str(), 0) == 0;
+        return fitsGlob(glob, channel.name);
     };
     for (const std::string& glob : globs) {
         const bool any = std::any_of(channels.begin(), channels.end(), [&](const Channel& channel) {
@@ -27,12 +26,7 @@ void keepFitting(const std::vector<std::string>& globs, const std::string& file,
         if (any) continue;
         throw ConvertError(ConvertState::kBadOption, file, "channels: \"" + glob + "\" fits no " + what);
     }
-    const auto unwanted = [&](const Channel& channel) {
-        return std::none_of(globs.begin(), globs.end(),
-                            [&](const std::string& glob) { return fits(glob, channel); });
-    };
-    if (!globs.empty())
-        channels.erase(std::remove_if(channels.begin(), channels.end(), unwanted), channels.end());
+    keepFitting(globs, channels, fits);
 }
 
 }  // namespace v1
