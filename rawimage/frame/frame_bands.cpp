@@ -73,6 +73,8 @@ std::vector<PixelBox> cutBetweenTags(const FrameSnapshot& snapshot, const PixelB
                                      const std::vector<int>& channels, std::int64_t rows) {
     std::vector<PixelBox> bands;
     if (box.empty()) return bands;
+    const std::int64_t most = static_cast<std::int64_t>(kMaxFrameBands) * rows;
+    rows *= (box.height() + most - 1) / most;
     const std::vector<Rows> uncut = uncutRows(snapshot, box, channels);
     auto next = uncut.begin();
     for (std::int64_t y = box.y0; y < box.y1; y = bands.back().y1) {

@@ -152,7 +152,7 @@ class RAWIMAGE_EXPORT BucketVisitor {
     ~BucketVisitor() = default;
 };
 
-// Of what RawFrame::bands() returns.
+// Of what RawFrame::bands() and uncutBands() return.
 constexpr std::size_t kMaxFrameBands = 1 << 16;
 
 // What refresh() found.
@@ -253,8 +253,8 @@ class RAWIMAGE_EXPORT RawFrame {
     std::vector<PixelBox> bands(const PixelBox& box, const std::vector<int>& channels,
                                 std::int64_t maxBytes) const;
 
-    // Cuts `box` into as many bands as possible without cutting a bucket, each of a multiple of `rows` rows;
-    // the last one may be shorter.
+    // Cuts `box` into as many bands as possible, kMaxFrameBands at most, without cutting a bucket, each of a
+    // multiple of `rows` rows; the last one may be shorter.
     std::vector<PixelBox> uncutBands(const PixelBox& box, const std::vector<int>& channels, int rows) const;
 
     // Takes in what has been written since, while the writer runs or behind it: tags that were appended, the

@@ -62,6 +62,7 @@ TEST(OddFrames, OfAnySizeHaveFewBands) {
         y = band.y1;
     }
     EXPECT_EQ(y, kMost);
+    EXPECT_LE(frame.uncutBands(box, {0}, 1).size(), kMaxFrameBands);
 }
 
 // Tags of one channel that differ in type: a visitor gets values of the channel's size and nothing else.
