@@ -33,6 +33,16 @@ std::string textOf(const NamedFault& named) {
     return text;
 }
 
+// A bucket that several reads have met counts once.
+void dropRepeats(std::vector<FileFault>& faults) {
+    const auto byOffset = [](const FileFault& a, const FileFault& b) { return a.offset < b.offset; };
+    const auto same = [](const FileFault& a, const FileFault& b) {
+        return a.offset == b.offset && a.count == 1 && b.count == 1;
+    };
+    std::stable_sort(faults.begin(), faults.end(), byOffset);
+    faults.erase(std::unique(faults.begin(), faults.end(), same), faults.end());
+}
+
 // By offset.
 std::vector<NamedFault> faultsIn(const RawFrame& file, std::vector<FileFault> unread) {
     std::vector<NamedFault> faults;
@@ -41,6 +51,7 @@ std::vector<NamedFault> faultsIn(const RawFrame& file, std::vector<FileFault> un
             faults.push_back({bucket, std::move(fault)});
     };
     FileFaults found = file.faults();
+    dropRepeats(unread);
     add("damaged bucket", found.lost);
     add("damaged bucket", unread);
     add("repaired bucket", found.repaired);

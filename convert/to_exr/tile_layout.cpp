@@ -59,8 +59,27 @@ TileLayout::TileLayout(const RawInput& input, bool tiled, const std::optional<Pi
     }
 }
 
-std::int64_t TileLayout::columns() const {
-    return ceilDivide(window_.width(), tileWidth_);
+// OpenEXR holds each tile that it packs three times, beside the part.
+std::vector<PixelBox> TileLayout::parts(const PixelBox& band, double valueBytes) const {
+    constexpr double kLargeTile = 1 << 20;
+    constexpr double kPart = 16 << 20;
+    const double tileBytes = valueBytes * static_cast<double>(tileWidth_ * tileHeight_);
+    if (tileBytes <= kLargeTile) return {band};
+    const std::int64_t columns = columnsOf(band);
+    const std::int64_t rows = ceilDivide(band.height(), tileHeight_);
+    const std::int64_t wide =
+        std::max(static_cast<std::int64_t>(kPart / tileBytes), ceilDivide(columns, kMostParts));
+    if (rows > 1 && rows * ceilDivide(columns, wide) > kMostParts) return {band};
+    std::vector<PixelBox> parts;
+    for (std::int64_t y = band.y0; y < band.y1; y += tileHeight_) {
+        for (std::int64_t x = band.x0; x < band.x1; x += wide * tileWidth_)
+            parts.push_back(intersect({x, y, x + wide * tileWidth_, y + tileHeight_}, band));
+    }
+    return parts;
+}
+
+std::int64_t TileLayout::columnsOf(const PixelBox& box) const {
+    return ceilDivide(box.width(), tileWidth_);
 }
 
 }  // namespace v1

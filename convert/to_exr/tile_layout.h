@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "convert/to_exr/raw_input.h"
 #include "rawimage/area/pixel_box.h"
@@ -27,8 +28,14 @@ class TileLayout {
     // The record for a writer of this window; none when it is the frame.
     const std::optional<RIRegionInfo>& region() const { return region_; }
 
-    // Tiles of a row.
-    std::int64_t columns() const;
+    // Cuts a band of large tiles into parts of whole tiles, one row high, that are loaded one after the
+    // other; `valueBytes` are those of a pixel. A bucket may reach into several of them, but into no more
+    // than kMostParts. A band of small tiles, or of too many parts, is one part.
+    std::vector<PixelBox> parts(const PixelBox& band, double valueBytes) const;
+    static constexpr std::int64_t kMostParts = 5;
+
+    // How many tiles `box` has in width.
+    std::int64_t columnsOf(const PixelBox& box) const;
 
   private:
     PixelBox window_;

@@ -66,9 +66,7 @@ class ToExr {
             if (channel.isWritten()) written_.push_back(channel.index);
         }
         measureBuckets();
-        bands_ = tiled() ? input_.frame.uncutBands(layout_.window(), written_,
-                                                   static_cast<int>(layout_.tileHeight()))
-                         : std::vector<PixelBox>{layout_.window()};
+        takeBands();
         checkMemory();
         checkPlace();
         report.inputState = input_.frame.state();
@@ -118,6 +116,21 @@ class ToExr {
             }
         }
         largestBucket_ = std::min(largestBucket_, kMaxHeldValues);
+    }
+
+    // What is loaded at a time.
+    void takeBands() {
+        const PixelBox& window = layout_.window();
+        if (!tiled()) {
+            bands_.push_back(window);
+            return;
+        }
+        const double valueBytes = ChannelRegion::bytesNeeded(channels(), 1);
+        for (const PixelBox& band :
+             input_.frame.uncutBands(window, written_, static_cast<int>(layout_.tileHeight()))) {
+            const std::vector<PixelBox> parts = layout_.parts(band, valueBytes);
+            bands_.insert(bands_.end(), parts.begin(), parts.end());
+        }
     }
 
     // Before anything is allocated for the pixels.
@@ -266,7 +279,7 @@ class ToExr {
         for (std::int64_t y = band.y0; y < band.y1; y += layout_.tileHeight()) {
             RegionRows rows(region_, y, std::min(y + layout_.tileHeight(), band.y1));
             output.run([&](ExrFile& file) { return file.WTTiles(&rows); });
-            report_.regions += layout_.columns();
+            report_.regions += layout_.columnsOf(band);
             count.add(0);
         }
     }
@@ -283,7 +296,7 @@ class ToExr {
     std::vector<int> written_;  // indices of the channels that go into the output
     std::int64_t tagsCut_ = 0;
     std::int64_t largestBucket_ = 0;  // bytes of values that are held whole
-    std::vector<PixelBox> bands_;     // no bucket reaches into two
+    std::vector<PixelBox> bands_;     // of large tiles alone a bucket may reach into several
     std::vector<FileFault> unread_;
 };
 

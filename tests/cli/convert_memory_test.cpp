@@ -42,14 +42,14 @@ std::string deflated(std::int64_t zeros) {
     return out;
 }
 
-// A frame of `edge` pixels a side, announced and stored as one bucket of a colour; without it, only claimed.
-std::string frameOf(int edge, bool there) {
-    Bytes file = Bytes().fileHeader(0).tag(TAG_RESOLUTION, 0, {edge, edge});
+// Buckets of a colour beside each other, `edge` pixels a side, as announced; not `there`, only claimed.
+std::string frameOf(int edge, bool there, int buckets = 1) {
+    Bytes file = Bytes().fileHeader(0).tag(TAG_RESOLUTION, 0, {edge * buckets, edge});
     file.tag(TAG_REGIONS_INFO, 0, {edge, edge}).tag(TAG_CHANNEL_INFO, 80, {1, 80});
     file.i32s({0, 2, 126, 0}).text("color").zeros(59);
-    if (there) {
-        const std::string payload = deflated(std::int64_t{12} * edge * edge);
-        file.tag(TAG_CHAN_FLOAT3, static_cast<std::uint32_t>(payload.size()), {2, 0, 0, edge, edge})
+    const std::string payload = there ? deflated(std::int64_t{12} * edge * edge) : "";
+    for (int i = 0; there && i < buckets; ++i) {
+        file.tag(TAG_CHAN_FLOAT3, static_cast<std::uint32_t>(payload.size()), {2, i * edge, 0, edge, edge})
             .text(payload);
     }
     return std::string(file.begin(), file.end());
@@ -82,6 +82,18 @@ TEST(ConvertMemory, ToExrIsThatOfTheFrameAndNothingWhereThereIsNone) {
     const ProgramCost cost = costOf(RIMG_PROGRAM, {"convert", folder / "raw.rimg", folder / "out.exr"});
     EXPECT_EQ(cost.status, 3);
     EXPECT_LT(static_cast<double>(cost.bytes), kProgram);
+}
+
+// A tile in work takes four times its values, one of them in the values that are loaded.
+TEST(ConvertMemory, OfLargeTilesIsNotThatOfARow) {
+    if (kSanitized) GTEST_SKIP() << "memory is not the program's alone";
+    constexpr int kEdge = 1024, kTiles = 5;
+    const TempFolder folder;
+    writeFile(folder / "raw.rimg", frameOf(kEdge, true, kTiles));
+    const ProgramCost cost = costOf(RIMG_PROGRAM, {"convert", folder / "raw.rimg", folder / "out.exr",
+                                                   "--kind", "tiled", "--threads", "2"});
+    EXPECT_EQ(cost.status, 3);
+    EXPECT_LT(static_cast<double>(cost.bytes), kTiles * 12.0 * kEdge * kEdge + kProgram);
 }
 
 // Uncompressed pixels that are not there would be whatever lies in memory.
