@@ -43,7 +43,8 @@ test:
 TARGETS ?= all
 build-test:
 	scripts/configure.sh build/test -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-	    -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O2 -g" -DRAWIMAGE_BUILD_TESTS=ON -DRAWIMAGE_WERROR=ON
+	    -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O2 -g1" -DRAWIMAGE_QUICK_PROGRAMS=ON \
+	    -DRAWIMAGE_BUILD_TESTS=ON -DRAWIMAGE_WERROR=ON
 	cmake --build build/test -j $(JOBS) --target $(TARGETS)
 
 farm-test:

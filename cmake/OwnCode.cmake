@@ -4,6 +4,10 @@ function(rawimage_own_code target)
     set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF)
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wshadow -Wconversion
         $<$<BOOL:${RAWIMAGE_WERROR}>:-Werror>)
+    # What surrounds the library takes long to optimise and little time to run.
+    if(RAWIMAGE_QUICK_PROGRAMS AND NOT target STREQUAL "rawimage")
+        target_compile_options(${target} PRIVATE -O0)
+    endif()
     if(RAWIMAGE_SANITIZE)
         target_compile_options(${target} PRIVATE
             -fsanitize=${RAWIMAGE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)

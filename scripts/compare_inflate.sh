@@ -14,8 +14,8 @@ jobs=${JOBS:-$(nproc)}
 answers() {
     local build=$root/build/$1
     "$root/scripts/configure.sh" "$build" -DRAWIMAGE_LIBDEFLATE="$2" -DRAWIMAGE_ISAL="$3" \
-        -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O2 -g" -DRAWIMAGE_BUILD_TESTS=ON \
-        -DRAWIMAGE_WERROR=ON >/dev/null
+        -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O2 -g1" -DRAWIMAGE_QUICK_PROGRAMS=ON \
+        -DRAWIMAGE_BUILD_TESTS=ON -DRAWIMAGE_WERROR=ON >/dev/null
     cmake --build "$build" -j "$jobs" --target test_proof_damage test_support test_reader test_mt_reader >&2
     for program in test_support test_reader test_mt_reader; do
         "$build/tests/$program" --gtest_brief=1 >&2

@@ -208,7 +208,7 @@ void resumeFrame(Options options) {
 // What another writer has at this moment, a machine that lost its connection to the farm say, is left to it.
 void resumeOrStart(const Options& options) {
     const char* const path = options.resume.c_str();
-    const auto taken = [path](const std::string& cause) {
+    const auto taken = [](const std::string& cause) {
         return Failure(ExitCode::kStopped, cause + "; try again later");
     };
     if (MUtils::isBeingWritten(path)) throw taken(options.resume + ": another writer has it open");

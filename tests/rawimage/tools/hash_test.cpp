@@ -174,7 +174,8 @@ TEST(Hash, DoesNotDependOnHowTheFrameIsStored) {
         std::string values(static_cast<std::size_t>(pixelBytes(header)), 0);
         auto size = static_cast<uLongf>(values.size());
         ASSERT_EQ(uncompress(reinterpret_cast<Bytef*>(values.data()), &size,
-                             reinterpret_cast<const Bytef*>(tag.data()) + 40, header.payloadBytes()),
+                             reinterpret_cast<const Bytef*>(tag.data()) + 40,
+                             static_cast<uLong>(header.payloadBytes())),
                   Z_OK);
         const std::string payload = zipped(values, 1);
         header.size = static_cast<std::uint32_t>(40 + payload.size());
