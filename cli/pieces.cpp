@@ -105,8 +105,8 @@ void addPiecesVerb(CLI::App& app, ExitCode& result) {
     CLI::App* verb = app.add_subcommand(
         "pieces",
         "Cut a frame into boxes of whole buckets, for machines that render apart: one a line, X0,Y0,X1,Y1, "
-        "the "
-        "last two being the first pixel that is outside. They tile the frame and cost about the same each");
+        "the last two "
+        "being the first pixel that is outside. They tile the frame and cost about the same each");
     verb->add_option("--size", options->size,
                      "The frame in pixels, or a raw image that has it, and the size of its buckets")
         ->type_name("WxH|FILE")

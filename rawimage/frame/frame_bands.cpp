@@ -1,7 +1,9 @@
 #include "rawimage/frame/frame_bands.h"
 
 #include <algorithm>
+#include <utility>
 
+#include "rawimage/area/row_span.h"
 #include "rawimage/area/tag_box.h"
 
 namespace MUtils {
@@ -9,15 +11,10 @@ inline namespace v1 {
 
 namespace {
 
-// Rows [y0, y1).
-struct Rows {
-    std::int64_t y0, y1;
-};
-
 // The rows that cannot be cut between without cutting a tag, from the top down, as far apart as possible.
-std::vector<Rows> uncutRows(const FrameSnapshot& snapshot, const PixelBox& box,
-                            const std::vector<int>& channels) {
-    std::vector<Rows> rows;
+std::vector<RowSpan> uncutRows(const FrameSnapshot& snapshot, const PixelBox& box,
+                               const std::vector<int>& channels) {
+    std::vector<RowSpan> rows;
     for (const int channel : channels) {
         for (const INFOTAG* tag : snapshot.find(channel, box, false)) {
             const PixelBox part = intersect(boxOf(*tag), box);
@@ -25,16 +22,7 @@ std::vector<Rows> uncutRows(const FrameSnapshot& snapshot, const PixelBox& box,
                 rows.push_back({part.y0, part.y1});
         }
     }
-    std::sort(rows.begin(), rows.end(), [](const Rows& a, const Rows& b) { return a.y0 < b.y0; });
-    std::vector<Rows> joined;
-    for (const Rows& next : rows) {
-        if (!joined.empty() && next.y0 < joined.back().y1) {
-            joined.back().y1 = std::max(joined.back().y1, next.y1);
-        } else {
-            joined.push_back(next);
-        }
-    }
-    return joined;
+    return joinOverlapping(std::move(rows));
 }
 
 std::int64_t bytesOfRow(const FrameSnapshot& snapshot, const PixelBox& box,
@@ -52,7 +40,7 @@ std::vector<PixelBox> cutIntoBands(const FrameSnapshot& snapshot, const PixelBox
                                    const std::vector<int>& channels, std::int64_t maxBytes) {
     std::vector<PixelBox> bands;
     if (box.empty()) return bands;
-    const std::vector<Rows> uncut = uncutRows(snapshot, box, channels);
+    const std::vector<RowSpan> uncut = uncutRows(snapshot, box, channels);
     // A band and the one below it have more than `most` rows together.
     constexpr auto kMostOfPairs = static_cast<std::int64_t>(kMaxFrameBands / 2);
     const std::int64_t most = std::max({maxBytes / bytesOfRow(snapshot, box, channels),
@@ -61,7 +49,7 @@ std::vector<PixelBox> cutIntoBands(const FrameSnapshot& snapshot, const PixelBox
         std::int64_t end = box.y1 - y > most ? y + most : box.y1;
         // The first ones that reach below the end.
         const auto cut = std::partition_point(uncut.begin(), uncut.end(),
-                                              [end](const Rows& rows) { return rows.y1 <= end; });
+                                              [end](const RowSpan& rows) { return rows.y1 <= end; });
         if (cut != uncut.end() && cut->y0 < end && cut->y0 > y) end = cut->y0;
         bands.push_back({box.x0, y, box.x1, end});
         y = end;
@@ -75,7 +63,7 @@ std::vector<PixelBox> cutBetweenTags(const FrameSnapshot& snapshot, const PixelB
     if (box.empty()) return bands;
     const std::int64_t most = static_cast<std::int64_t>(kMaxFrameBands) * rows;
     rows *= (box.height() + most - 1) / most;
-    const std::vector<Rows> uncut = uncutRows(snapshot, box, channels);
+    const std::vector<RowSpan> uncut = uncutRows(snapshot, box, channels);
     auto next = uncut.begin();
     for (std::int64_t y = box.y0; y < box.y1; y = bands.back().y1) {
         std::int64_t end = std::min(y + rows, box.y1);

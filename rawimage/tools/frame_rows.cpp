@@ -120,28 +120,14 @@ FrameRows::FrameRows(const RawFrame& frame, const PixelBox& area, const std::vec
                      const FrameRowsOptions& options)
     : frame_(frame), area_(area), channels_(channels), options_(options) {}
 
-// Joins rows that overlap.
-std::vector<FrameRows::Rows> FrameRows::untied(std::vector<Rows> rows) {
-    std::sort(rows.begin(), rows.end(), [](const Rows& a, const Rows& b) { return a.y0 < b.y0; });
-    std::vector<Rows> joined;
-    for (const Rows& next : rows) {
-        if (!joined.empty() && next.y0 < joined.back().y1) {
-            joined.back().y1 = std::max(joined.back().y1, next.y1);
-        } else {
-            joined.push_back(next);
-        }
-    }
-    return joined;
-}
-
-std::vector<FrameRows::Rows> FrameRows::rowsOf(const FrameChannel& channel) const {
-    std::vector<Rows> rows;
+std::vector<RowSpan> FrameRows::rowsOf(const FrameChannel& channel) const {
+    std::vector<RowSpan> rows;
     for (const PixelBox& box : frame_.buckets(area_, channel.index)) {
         const PixelBox part = intersect(box, area_);
         if (rows.empty() || rows.back().y0 != part.y0 || rows.back().y1 != part.y1)
             rows.push_back({part.y0, part.y1});
     }
-    return untied(std::move(rows));
+    return joinOverlapping(std::move(rows));
 }
 
 std::int64_t FrameRows::rowBytesOf(const FrameChannel& channel) const {
@@ -165,7 +151,7 @@ std::vector<FrameRows::Group> FrameRows::makeGroups() {
         Group own;
         own.channels = {i};
         if (channels_[i].components() > 0) own.rows = rowsOf(channels_[i]);
-        for (const Rows& rows : own.rows)
+        for (const RowSpan& rows : own.rows)
             own.tallest = std::max(own.tallest, rows.height());
         own.rowBytes = rowBytesOf(channels_[i]);
         if (groups.empty() || !fits(groups.back(), i, own)) {
@@ -175,22 +161,22 @@ std::vector<FrameRows::Group> FrameRows::makeGroups() {
         Group& group = groups.back();
         group.channels.push_back(i);
         group.rows.insert(group.rows.end(), own.rows.begin(), own.rows.end());
-        group.rows = untied(std::move(group.rows));
+        group.rows = joinOverlapping(std::move(group.rows));
         group.tallest = std::max(group.tallest, own.tallest);
         group.rowBytes += own.rowBytes;
     }
     for (const Group& group : groups) {
-        for (const Rows& rows : group.rows)
+        for (const RowSpan& rows : group.rows)
             total_ += rows.height() * static_cast<std::int64_t>(group.channels.size());
     }
     return groups;
 }
 
 // Rows without a bucket are in no band. False when there are too many cuts.
-bool FrameRows::makeBands(const Group& group, std::vector<Rows>& bands) {
+bool FrameRows::makeBands(const Group& group, std::vector<RowSpan>& bands) {
     const std::int64_t joined = options_.bandBytes / group.rowBytes;
     const std::int64_t most = kTallBand * options_.bandBytes / group.rowBytes;
-    for (const Rows& rows : group.rows) {
+    for (const RowSpan& rows : group.rows) {
         const bool joins =
             !bands.empty() && bands.back().y1 == rows.y0 && rows.y1 - bands.back().y0 <= joined;
         if (joins) {
@@ -222,10 +208,10 @@ bool FrameRows::read(RowSink& sink) {
 }
 
 bool FrameRows::readGroup(const Group& group, RowSink& sink) {
-    std::vector<Rows> bands;
+    std::vector<RowSpan> bands;
     if (!makeBands(group, bands)) return false;
     buffers_.resize(std::max(buffers_.size(), group.channels.size()));
-    for (const Rows& rows : bands) {
+    for (const RowSpan& rows : bands) {
         if (!readBand(group, rows, sink)) return false;
     }
     for (const std::size_t channel : group.channels)
@@ -233,7 +219,7 @@ bool FrameRows::readGroup(const Group& group, RowSink& sink) {
     return true;
 }
 
-bool FrameRows::readBand(const Group& group, const Rows& rows, RowSink& sink) {
+bool FrameRows::readBand(const Group& group, const RowSpan& rows, RowSink& sink) {
     const PixelBox box{area_.x0, rows.y0, area_.x1, rows.y1};
     const auto work = rows.height() * static_cast<std::int64_t>(group.channels.size());
     std::vector<int> indices;

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "rawimage/area/row_span.h"
 #include "rawimage/frame/raw_frame.h"
 #include "support/byte_buffer.h"
 
@@ -72,28 +73,22 @@ class FrameRows {
     std::string refused;
 
   private:
-    // Rows [y0, y1).
-    struct Rows {
-        std::int64_t y0, y1;
-        std::int64_t height() const { return y1 - y0; }
-    };
     // Channels that are read together.
     struct Group {
         std::vector<std::size_t> channels;  // places in the list
-        std::vector<Rows> rows;             // that no bucket ties together
+        std::vector<RowSpan> rows;          // that no bucket ties together
         std::int64_t tallest = 0;           // of them
         std::int64_t rowBytes = 0;          // of all channels
     };
     class Band;
 
-    static std::vector<Rows> untied(std::vector<Rows> rows);
-    std::vector<Rows> rowsOf(const FrameChannel& channel) const;
+    std::vector<RowSpan> rowsOf(const FrameChannel& channel) const;
     std::int64_t rowBytesOf(const FrameChannel& channel) const;
     bool fits(const Group& group, std::size_t channel, const Group& own) const;
     std::vector<Group> makeGroups();
-    bool makeBands(const Group& group, std::vector<Rows>& bands);
+    bool makeBands(const Group& group, std::vector<RowSpan>& bands);
     bool readGroup(const Group& group, RowSink& sink);
-    bool readBand(const Group& group, const Rows& rows, RowSink& sink);
+    bool readBand(const Group& group, const RowSpan& rows, RowSink& sink);
 
     const RawFrame& frame_;
     const PixelBox area_;
