@@ -62,7 +62,7 @@ struct ChannelSum {
         boxes.insert(boxes.end(), cover.boxes.begin(), cover.boxes.end());
         pixels += std::min(cover.pixels, std::numeric_limits<std::int64_t>::max() - pixels);
     }
-    std::int64_t overlap() const { return pixels - coveredPixels(boxes, kEverywhere); }
+    std::int64_t overlap() const { return pixels - coveredPixels(boxes, kMergeRange); }
 };
 
 // Small files are read in one go: they are many.

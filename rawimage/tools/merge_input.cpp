@@ -86,11 +86,11 @@ void MergeInput::recount(const std::vector<INFOTAG>& pixels) {
             continue;
         }
         before = &boxes;
-        MissingBoxes united = unitedBoxes(boxes, kEverywhere);
+        MissingBoxes united = unitedBoxes(boxes, kMergeRange);
         const bool disjoint = !united.truncated;
         covers_.push_back({{channel}, disjoint ? std::move(united.boxes) : boxes, 0});
         Cover& cover = covers_.back();
-        if (!disjoint) cover.pixels = coveredPixels(boxes, kEverywhere);
+        if (!disjoint) cover.pixels = coveredPixels(boxes, kMergeRange);
         for (std::size_t i = 0; disjoint && i < cover.boxes.size(); ++i)
             cover.pixels += cover.boxes[i].area();
     }

@@ -15,8 +15,8 @@ inline namespace v1 {
 using BucketKey = std::array<std::int32_t, 6>;
 BucketKey bucketKey(const RIF_TAG& tag);
 
-// Boxes of pixels wherever a renderer may put a bucket.
-constexpr PixelBox kEverywhere{-(INT32_MAX / 2), -(INT32_MAX / 2), INT32_MAX / 2, INT32_MAX / 2};
+// Where buckets count: wherever a renderer may put them.
+constexpr PixelBox kMergeRange{-(INT32_MAX / 2), -(INT32_MAX / 2), INT32_MAX / 2, INT32_MAX / 2};
 
 // What a merge keeps of an input between the times that it is open. Its pixel tags are not kept but listed
 // anew, so that the memory for a piece does not depend on how many it has.
