@@ -186,6 +186,28 @@ TEST_F(RimgPreview, DrawsWhatIsSoundOfADamagedFile) {
     }
 }
 
+// A file that is being written shows the buckets that are in it.
+TEST_F(RimgPreview, GrowsWithAFileThatIsBeingWritten) {
+    RawFrame frame;
+    frame.width = kWidth, frame.height = kHeight;
+    frame.channels = {{RCT_COLOR, RCA_COLOR, "color"}};
+    frame.boxes = {{0, 0, 8, 8}, {8, 0, 8, 8}};
+    const auto pixels = [this](int status) {
+        EXPECT_EQ(run({"--background", "102030"}).status, status);
+        const Png png = readPng(output_);
+        return hex(png.at(2, 4)) + ' ' + hex(png.at(12, 4));
+    };
+    std::string half;
+    frame.values = [&](int component, int x, int y) {
+        // The first bucket is written, the file open.
+        if (component == 0 && x == 8 && y == 0) half = pixels(3);
+        return 1.0f;
+    };
+    frame.write(file_);
+    EXPECT_EQ(half, "ffffff 102030");
+    EXPECT_EQ(pixels(0), "ffffff ffffff");
+}
+
 // Ids and their coverage: a background, two objects side by side and a border where they share pixels.
 constexpr std::uint32_t kFirst = 0x91D2E3F4;
 constexpr std::uint32_t kSecond = 0x7A123456;
