@@ -41,9 +41,11 @@ test:
 	ctest --test-dir build/test --output-on-failure --no-tests=error -j 2
 
 TARGETS ?= all
+CODECS ?= AUTO
 build-test:
 	scripts/configure.sh build/test -DCMAKE_BUILD_TYPE=RelWithDebInfo \
 	    -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O2 -g1" -DRAWIMAGE_QUICK_PROGRAMS=ON \
+	    -DRAWIMAGE_LIBDEFLATE=$(CODECS) -DRAWIMAGE_ISAL=$(CODECS) \
 	    -DRAWIMAGE_BUILD_TESTS=ON -DRAWIMAGE_WERROR=ON
 	cmake --build build/test -j $(JOBS) --target $(TARGETS)
 
