@@ -19,12 +19,18 @@ std::atomic<std::size_t> peakBytes{0};
 
 }  // namespace
 
-void* operator new(std::size_t size) {
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     void* block = std::malloc(size > 0 ? size : 1);
-    if (block == nullptr) throw std::bad_alloc();
+    if (block == nullptr) return nullptr;
     largestBlock = std::max(largestBlock.load(), size);
     liveBytes += malloc_usable_size(block);
     peakBytes = std::max(peakBytes.load(), liveBytes.load());
+    return block;
+}
+
+void* operator new(std::size_t size) {
+    void* block = operator new(size, std::nothrow);
+    if (block == nullptr) throw std::bad_alloc();
     return block;
 }
 
