@@ -2,10 +2,18 @@
 
 #include <algorithm>
 
+#include "support/bytes.h"
 #include "support/scratch_buffer.h"
 
 namespace MUtils {
 inline namespace v1 {
+
+namespace {
+
+// Those of a large file written in one go would take as much memory again.
+constexpr int kEntriesAtOnce = 1 << 15;
+
+}  // namespace
 
 bool TableEntries::readPiece() {
     constexpr std::int64_t kMostEntries = 1024;
@@ -28,6 +36,30 @@ bool TableEntries::next(INFOTAG& entry) {
     entry = decodeInfoTag(piece_.data() + given_ * kInfoTagBytes);
     ++given_;
     return true;
+}
+
+bool reserveTablePiece(ByteBuffer& piece, int entries) {
+    return tryReserve(piece, static_cast<std::size_t>(std::min(entries, kEntriesAtOnce)) * kInfoTagBytes);
+}
+
+const char* finishTable(PStream& stream, std::int64_t position, const INFOTAG* tags, int count, bool sync,
+                        ByteBuffer& piece) {
+    int written = 0;
+    for (int first = 0; first < count; first += kEntriesAtOnce) {
+        const int entries = std::min(count - first, kEntriesAtOnce);
+        for (int i = 0; i < entries; ++i)
+            encodeInfoTag(tags[first + i], piece.data() + std::int64_t{i} * kInfoTagBytes);
+        const int bytes = entries * kInfoTagBytes;
+        if (stream.Write(piece.data(), bytes, written) != 0 && written != bytes)
+            return "Error writing info tags buffer.";
+    }
+    if (sync && stream.Sync() != 0) return "Error writing info tags buffer.";
+    if (stream.Seek(kTableOffsetPosition) != 0) return "Error seeking for info tags offset.";
+    unsigned char offset[8];
+    storeU64(offset, static_cast<std::uint64_t>(position));
+    if (stream.Write(offset, sizeof offset, written) != 0 || (sync && stream.Sync() != 0))
+        return "Error writing info tags offset.";
+    return nullptr;
 }
 
 }  // namespace v1

@@ -38,5 +38,16 @@ class TableEntries {
     ByteBuffer piece_;
 };
 
+// Reserves the memory for the pieces in which a table of as many entries is written. False when there is
+// none.
+bool reserveTablePiece(ByteBuffer& piece, int entries);
+
+// Finishes a file: writes the entries of its table, whose header is at `position`, behind that header, and
+// then where the table begins into the file header. With `sync` the table is on the disk before the file
+// header leads to it, and that before the call returns. `piece` has been reserved. Returns what failed, or
+// null.
+const char* finishTable(PStream& stream, std::int64_t position, const INFOTAG* tags, int count, bool sync,
+                        ByteBuffer& piece);
+
 }  // namespace v1
 }  // namespace MUtils

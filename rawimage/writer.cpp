@@ -7,6 +7,7 @@
 
 #include "rawimage/open_error.h"
 #include "rawimage/packing.h"
+#include "rawimage/table_entries.h"
 #include "support/bytes.h"
 #include "support/scratch_buffer.h"
 
@@ -100,42 +101,20 @@ int RIFile::fileError() const {
     return file != nullptr ? file->writeError() : 0;
 }
 
-// The tags written so far, as the last tag; then, where the file header keeps it, where that tag begins. The
-// entries go out in pieces: those of a large file would take as much memory again.
+// The tags written so far, as the last tag; then, where the file header keeps it, where that tag begins.
 ErrorCode RIFile::writeTable() {
     const std::int64_t position = stream->Tell();
     const int entries = infoTags.Count();
     const std::int64_t size = std::int64_t{entries} * kInfoTagBytes;
-    if (size > INT_MAX - kTagHeaderBytes) return ErrorCode("Close", -1, "Error writing info tags buffer.");
-    constexpr int kEntriesAtOnce = 1 << 15;
-    if (!tryReserve(rawBuf, static_cast<std::size_t>(std::min(entries, kEntriesAtOnce)) * kInfoTagBytes))
+    if (size > INT_MAX - kTagHeaderBytes || !reserveTablePiece(rawBuf, entries))
         return ErrorCode("Close", -1, "Error writing info tags buffer.");
     if (ErrorCode error = WriteTagHeader(TAG_INFO_TAGS, static_cast<int>(size), entries); !error.empty())
         return error;
-
-    int written = 0;
-    for (int first = 0; first < entries; first += kEntriesAtOnce) {
-        const int count = std::min(entries - first, kEntriesAtOnce);
-        for (int i = 0; i < count; ++i)
-            encodeInfoTag(infoTags.GetBuf()[first + i], rawBuf.data() + std::int64_t{i} * kInfoTagBytes);
-        const int bytes = count * kInfoTagBytes;
-        if (stream->Write(rawBuf.data(), bytes, written) != 0 && written != bytes)
-            return ErrorCode("Close", -1, "Error writing info tags buffer.");
-    }
-    if (sync() != 0) return ErrorCode("Close", -1, "Error writing info tags buffer.");
-    if (stream->Seek(kTableOffsetPosition) != 0)
-        return ErrorCode("Close", -1, "Error seeking for info tags offset.");
-    unsigned char offset[8];
-    storeU64(offset, static_cast<std::uint64_t>(position));
-    if (stream->Write(offset, sizeof offset, written) != 0 || sync() != 0) {
-        return ErrorCode("Close", -1, "Error writing info tags offset.");
-    }
+    // Streams of the caller's are the caller's to make safe.
+    const bool sync = syncOnClose_ && stream == ownStream;
+    if (const char* failure = finishTable(*stream, position, infoTags.GetBuf(), entries, sync, rawBuf))
+        return ErrorCode("Close", -1, "%s", failure);
     return {};
-}
-
-// Streams of the caller's are the caller's to make safe.
-int RIFile::sync() {
-    return syncOnClose_ && stream == ownStream ? stream->Sync() : 0;
 }
 
 ErrorCode RIFile::WriteHeader(int /*bitsPerChannel*/) {

@@ -177,7 +177,6 @@ class RAWIMAGE_EXPORT RIFile : public RIFileBase {
 
     PFileStream* makeOwnStream();
     ErrorCode openError(const char* operation, const char* fileName) const;
-    int sync();
     ErrorCode writeTable();
     bool writeBareHeader(const RIF_TAG& tag);
     bool writeField(const void* bytes, int size);

@@ -131,7 +131,7 @@ void MergeOutput::write(const std::string& output, const std::vector<MergeWindow
     if (error.empty()) error = writeWindows(windows);
     if (error.empty()) error = copyPixels();
     const bool whole = error.empty() && !copier_.stopped();
-    ErrorCode closing = whole ? copier_.Close() : copier_.leaveOpenEnded();
+    ErrorCode closing = whole ? copier_.close() : copier_.leaveOpenEnded();
     if (error.empty()) error = std::move(closing);
     if (!failedInput_.empty()) {
         fail(MergeState::kWriteFailed, failedInput_, error.message());

@@ -61,7 +61,7 @@ RecoverReport recoverFile(const char* input, const char* output, const RecoverOp
     if (error.empty()) error = supplied.write(copier);
     if (error.empty()) error = copier.copy(file, doubtfulFirst(found), found.repairs);
     const bool whole = error.empty() && !copier.stopped();
-    ErrorCode closing = whole ? copier.Close() : copier.leaveOpenEnded();
+    ErrorCode closing = whole ? copier.close() : copier.leaveOpenEnded();
     if (error.empty()) error = std::move(closing);
     if (!error.empty()) {
         setWriteFailure(report, std::move(error));
@@ -86,7 +86,7 @@ RecoverReport recoverInPlace(const char* fileName, const RecoverOptions& options
     report.changed = found.tableOffset == 0;
     if (!report.changed) return report;
     ErrorCode error = file.resume(found);
-    ErrorCode closing = error.empty() ? file.Close() : file.leaveOpenEnded();
+    ErrorCode closing = error.empty() ? file.close() : file.leaveOpenEnded();
     if (error.empty()) error = std::move(closing);
     if (!error.empty()) setWriteFailure(report, std::move(error));
     return report;

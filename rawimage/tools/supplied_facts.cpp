@@ -7,6 +7,7 @@
 #include "rawimage/area/tag_box.h"
 #include "rawimage/tag_rules.h"
 #include "rawimage/tools/recover_report.h"
+#include "support/bytes.h"
 
 namespace MUtils {
 inline namespace v1 {
@@ -131,8 +132,13 @@ bool SuppliedFacts::loadSibling(const Inspection& input, const RecoverOptions& o
 
 ErrorCode SuppliedFacts::write(TagCopier& output) {
     if (width_ > 0) {
-        ErrorCode error = output.WTResolution(width_, height_, 1.0f);
-        if (!error.empty()) return error;
+        RIF_TAG tag;
+        tag.id = TAG_RESOLUTION;
+        tag.size = kTagHeaderBytes;
+        tag.p1 = width_;
+        tag.p2 = height_;
+        tag.p3 = static_cast<std::int32_t>(bitsFromFloat(1.0f));
+        if (ErrorCode error = output.add(tag, nullptr); !error.empty()) return error;
     }
     return output.copy(sibling_, tags_, siblingFile_.repairs);
 }

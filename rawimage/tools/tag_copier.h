@@ -5,15 +5,16 @@
 #include <vector>
 
 #include "rawimage/inspect/inspection.h"
-#include "rawimage/writer.h"
 #include "support/byte_buffer.h"
+#include "support/error_code.h"
+#include "support/pstream.h"
 
 namespace MUtils {
 inline namespace v1 {
 
-// Writes a raw image file out of tags of others, byte for byte as they are there. Errors as RIFile's; what
-// cannot be read of a source is an error too.
-class TagCopier : public RIFile {
+// Writes a raw image file out of tags of others, byte for byte as they are there. What cannot be read of a
+// source is an error, as what cannot be written is.
+class TagCopier {
   public:
     // Called on the way with the bytes copied so far; false stops.
     using Progress = std::function<bool(std::int64_t copied)>;
@@ -30,19 +31,21 @@ class TagCopier : public RIFile {
     // `repairs`, which are in the order of their offsets, gets its header from `tags`, not from the source.
     ErrorCode copy(PStream& source, const std::vector<INFOTAG>& tags,
                    const std::vector<TagScan::Repair>& repairs = {});
-    // A tag of the caller's own. `size` of it is right.
+    // Writes a tag of the caller's own, whose size includes the payload's; null for none.
     ErrorCode add(const RIF_TAG& tag, const void* payload);
     // True when the progress has stopped a copy, which is then not whole.
     bool stopped() const { return stopped_; }
 
     // Opens an existing file for reading and writing and locks it; code as PFileStream's. Then file() is it.
     int open(const char* fileName);
-    PStream& file() { return *stream; }
+    PStream& file() { return file_; }
     // Continues the opened file behind the sound tags that its inspection found, cutting what follows them.
     ErrorCode resume(const Inspection& inspected);
 
+    // Whether close() brings the file to the disk, as RIFile::setSyncOnClose(). On by default.
+    void setSyncOnClose(bool on) { syncOnClose_ = on; }
     // Writes the table and closes; a full disk is reported as such.
-    ErrorCode Close() override;
+    ErrorCode close();
     // Closes the file without a table, as a render leaves it that dies.
     ErrorCode leaveOpenEnded();
 
@@ -51,7 +54,12 @@ class TagCopier : public RIFile {
     ErrorCode copyBytes(PStream& source, std::int64_t offset, std::int64_t size);
     ErrorCode copyChunk(PStream& source, int size);
     void list(const INFOTAG& tag);
+    const char* writeTable();
+    ErrorCode closeAfter(const char* failure);
 
+    PFileStream file_;
+    std::vector<INFOTAG> table_;
+    bool syncOnClose_ = true;
     Progress progress_;
     std::int64_t copied_ = 0;
     bool stopped_ = false;
