@@ -21,7 +21,7 @@ declare -A quick_runs=([parse]=36000 [table]=150000 [recover]=15000 [tools]=6000
 
 "$root/scripts/setup.sh" fuzz
 "$root/scripts/configure.sh" "$build" -DRAWIMAGE_SANITIZE=fuzzer-no-link,address,undefined \
-    -DCMAKE_CXX_COMPILER=clang++-14 -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g -D_GLIBCXX_ASSERTIONS" \
+    -DCMAKE_CXX_COMPILER=clang++-14 -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG="-O1 -gline-tables-only -D_GLIBCXX_ASSERTIONS" \
     -DRAWIMAGE_BUILD_FUZZERS=ON -DRAWIMAGE_BUILD_TESTS=OFF -DRAWIMAGE_BUILD_CLI=OFF \
     -DRAWIMAGE_BUILD_EXAMPLES=OFF -DRAWIMAGE_BUILD_BENCHMARKS=OFF -DRAWIMAGE_INSTALL=OFF
 cmake --build "$build" -j "$jobs" --target fuzzers
