@@ -6,21 +6,15 @@
 #include <vector>
 
 #include "cli/json_output.h"
-#include "rawimage/inspect/inspection.h"
+#include "rawimage/inspect/fault_text.h"
 
 namespace rimg {
 
-// A fault as every verb shows it: "bucket 64x64+0+0 of channel 3 alpha, offset 4096..5120: pixels do not
-// inflate", or with the record's name in place of the bucket.
-std::string faultText(const MUtils::FileFault& fault);
-// The same for many faults. Those of one bucket share a line: "bucket 64x64+0+0 of channels 3 alpha, 4 z,
-// offset 4096..6000: pixels do not inflate".
-std::vector<std::string> faultLines(const std::vector<MUtils::FileFault>& faults);
+using MUtils::channelText;
+using MUtils::faultLines;
+
 Json jsonOf(const MUtils::FileFault& fault);
 Json jsonOf(const std::vector<MUtils::FileFault>& faults);
-
-// "3 alpha", or the index alone.
-std::string channelText(int index, const std::string& name);
 
 // Lines for people on standard output, of which only the first are shown unless all are wanted.
 class LineList {
