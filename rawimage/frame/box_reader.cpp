@@ -82,15 +82,17 @@ void BoxReader::plan(std::size_t request, const Request& of, BoxSink& sink, Fram
     }
     if (!of.filled && (mayOverlap || !coverAll(boxes, box_))) fillUncovered(request, boxes, sink);
     reportMissing(of.channel, std::move(boxes), mayOverlap, result);
-    addSteps(request, tags, groups);
+    addSteps(request, tags, groups, sink);
 }
 
 // Groups are named by their first tag. The others follow it in the order of the file.
 void BoxReader::addSteps(std::size_t request, const std::vector<const INFOTAG*>& tags,
-                         const std::vector<std::size_t>& groups) {
-    std::vector<std::size_t> order(tags.size());
-    for (std::size_t i = 0; i < order.size(); ++i)
-        order[i] = i;
+                         const std::vector<std::size_t>& groups, BoxSink& sink) {
+    std::vector<std::size_t> order;
+    order.reserve(tags.size());
+    for (std::size_t i = 0; i < tags.size(); ++i) {
+        if (sink.wants(*tags[i])) order.push_back(i);
+    }
     std::stable_sort(order.begin(), order.end(),
                      [&groups](std::size_t a, std::size_t b) { return groups[a] < groups[b]; });
     for (std::size_t i = 0; i < order.size(); ++i) {

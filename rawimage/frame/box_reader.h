@@ -25,6 +25,8 @@ class BoxSink {
     // Pixels that no tag has, or whose tag may turn out not to have them. Comes before any take() of them, or
     // when their only tag is damaged.
     virtual void fill(std::size_t request, const PixelBox& part) = 0;
+    // False: the tag is not decoded. Called for each tag before all of these, on the calling thread.
+    virtual bool wants(const INFOTAG& /*tag*/) { return true; }
 
   protected:
     ~BoxSink() = default;
@@ -65,7 +67,7 @@ class BoxReader {
 
     void plan(std::size_t request, const Request& of, BoxSink& sink, FrameRead& result);
     void addSteps(std::size_t request, const std::vector<const INFOTAG*>& tags,
-                  const std::vector<std::size_t>& groups);
+                  const std::vector<std::size_t>& groups, BoxSink& sink);
     void fillUncovered(std::size_t request, const std::vector<PixelBox>& covered, BoxSink& sink) const;
     void reportMissing(std::int32_t channel, std::vector<PixelBox> covered, bool mayOverlap,
                        FrameRead& result) const;

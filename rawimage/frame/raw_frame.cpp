@@ -47,12 +47,17 @@ class VisitorSink final : public BoxSink {
         return visitor_.visit({tag, piece, components, values});
     }
     void fill(std::size_t /*request*/, const PixelBox& /*part*/) override {}
+    bool wants(const INFOTAG& tag) override { return visitor_.wants(tag); }
 
   private:
     BucketVisitor& visitor_;
 };
 
 }  // namespace
+
+bool BucketVisitor::wants(const INFOTAG& /*tag*/) {
+    return true;
+}
 
 class RawFrame::Core {
   public:
@@ -236,11 +241,18 @@ FrameRead RawFrame::visit(const PixelBox& box, const std::vector<int>& channels,
     return core_->readBox(box, requests, sink, options, &visitor);
 }
 
-std::vector<PixelBox> RawFrame::buckets(const PixelBox& box, int channel) const {
+std::vector<INFOTAG> RawFrame::tags(const PixelBox& box, int channel) const {
     const FrameSnapshot::Pointer snapshot = core_->current();
-    std::vector<PixelBox> boxes;
+    std::vector<INFOTAG> found;
     for (const INFOTAG* tag : snapshot->find(channel, box, false))
-        boxes.push_back(boxOf(*tag));
+        found.push_back(*tag);
+    return found;
+}
+
+std::vector<PixelBox> RawFrame::buckets(const PixelBox& box, int channel) const {
+    std::vector<PixelBox> boxes;
+    for (const INFOTAG& tag : tags(box, channel))
+        boxes.push_back(boxOf(tag));
     return boxes;
 }
 

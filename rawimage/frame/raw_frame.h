@@ -88,6 +88,8 @@ struct RAWIMAGE_EXPORT ChannelTarget {
     void* data = nullptr;            // the value of the box's first pixel
     std::ptrdiff_t pixelStride = 0;  // bytes from a pixel to the one right of it; 0: they touch
     std::ptrdiff_t rowStride = 0;    // bytes from a row to the one below; 0: they touch. Negative ones count
+    // Bytes from a component to the next one; 0: they touch. With another one, pixelStride is given, too.
+    std::ptrdiff_t componentStride = 0;
     // In every component of pixels without values, converted to the target's kind.
     double fill = 0.0;
     // `data` has the fill value already: memory of pixels without values is not touched.
@@ -141,6 +143,9 @@ struct FrameBucket {
 // Receives whole buckets as they are decoded.
 class RAWIMAGE_EXPORT BucketVisitor {
   public:
+    // False: the tag's bucket is not decoded and does not come. Called before all of them, for each tag that
+    // the visit has met, on the calling thread.
+    virtual bool wants(const INFOTAG& tag);
     // Tags of a channel that overlap come one after another, in file order; others in any order, several at a
     // time on several threads. An exception ends the visit and comes out of it. False stops.
     virtual bool visit(const FrameBucket& bucket) = 0;
@@ -242,8 +247,10 @@ class RAWIMAGE_EXPORT RawFrame {
     FrameRead visit(const PixelBox& box, const std::vector<int>& channels, BucketVisitor& visitor,
                     const FrameReadOptions& options = {}) const;
 
-    // The boxes of the channel's tags that have a pixel in `box`, in file order, but for those in doubt.
-    // Damage in their payloads is not known here.
+    // The channel's tags that have a pixel in `box`, in file order, but for those in doubt. Damage in their
+    // payloads is not known here.
+    std::vector<INFOTAG> tags(const PixelBox& box, int channel) const;
+    // Their boxes.
     std::vector<PixelBox> buckets(const PixelBox& box, int channel) const;
 
     // Cuts `box` into bands of rows, from the top down, of at most `maxBytes` of stored values of the

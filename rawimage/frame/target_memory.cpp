@@ -45,6 +45,8 @@ TargetMemory::TargetMemory(const ChannelTarget& target, const PixelBox& box)
       pixelStride_(target.pixelStride != 0 ? target.pixelStride
                                            : static_cast<std::ptrdiff_t>(bytesOfPixel(target))),
       rowStride_(target.rowStride != 0 ? target.rowStride : pixelStride_ * box.width()),
+      componentBytes_(target.componentBytes()),
+      componentStride_(target.componentStride != 0 ? target.componentStride : componentBytes_),
       components_(static_cast<std::size_t>(target.components())),
       isInteger_(target.type == RCT_INT),
       isHalf_(target.format == ValueFormat::kHalf),
@@ -68,6 +70,13 @@ unsigned char* TargetMemory::at(std::int64_t x, std::int64_t y) const {
     return data_ + (x - box_.x0) * pixelStride_ + (y - box_.y0) * rowStride_;
 }
 
+// Writes the components of a pixel, which touch each other in `components`.
+template <std::size_t kBytes>
+void TargetMemory::scatter(unsigned char* to, const unsigned char* components) const {
+    for (std::size_t i = 0; i < components_; ++i, to += componentStride_)
+        std::memcpy(to, components + kBytes * i, kBytes);
+}
+
 // Calls convert(pixel, x, y) for each pixel with its place in memory.
 template <class Convert>
 void TargetMemory::eachPixel(const PixelBox& part, Convert convert) const {
@@ -87,11 +96,14 @@ void TargetMemory::copy(const PixelBox& part, const PixelBox& bucket, const unsi
     if (isHalf_) {
         eachPixel(part, [&](unsigned char* to, std::int64_t x, std::int64_t y) {
             const unsigned char* from = valueAt(x, y);
-            for (std::size_t i = 0; i < components_; ++i) {
+            for (std::size_t i = 0; i < components_; ++i, to += componentStride_) {
                 const std::uint16_t half = halfOf(from + 4 * i, isInteger_);
-                std::memcpy(to + 2 * i, &half, 2);
+                std::memcpy(to, &half, 2);
             }
         });
+    } else if (!touching()) {
+        eachPixel(part,
+                  [&](unsigned char* to, std::int64_t x, std::int64_t y) { scatter<4>(to, valueAt(x, y)); });
     } else if (pixelStride_ == static_cast<std::ptrdiff_t>(stored)) {
         const std::size_t row = static_cast<std::size_t>(part.width()) * stored;
         for (std::int64_t y = part.y0; y < part.y1; ++y) {
@@ -106,8 +118,13 @@ void TargetMemory::copy(const PixelBox& part, const PixelBox& bucket, const unsi
 }
 
 void TargetMemory::fill(const PixelBox& part) const {
-    eachPixel(part,
-              [this](unsigned char* to, std::int64_t, std::int64_t) { std::memcpy(to, fill_, pixelBytes_); });
+    eachPixel(part, [this](unsigned char* to, std::int64_t, std::int64_t) {
+        if (touching()) {
+            std::memcpy(to, fill_, pixelBytes_);
+        } else {
+            isHalf_ ? scatter<2>(to, fill_) : scatter<4>(to, fill_);
+        }
+    });
 }
 
 }  // namespace v1

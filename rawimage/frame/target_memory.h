@@ -22,12 +22,15 @@ class TargetMemory {
 
   private:
     unsigned char* at(std::int64_t x, std::int64_t y) const;
+    bool touching() const { return componentStride_ == componentBytes_; }
+    template <std::size_t kBytes>
+    void scatter(unsigned char* to, const unsigned char* components) const;
     template <class Convert>
     void eachPixel(const PixelBox& part, Convert convert) const;
 
     const PixelBox box_;
     unsigned char* const data_;
-    const std::ptrdiff_t pixelStride_, rowStride_;
+    const std::ptrdiff_t pixelStride_, rowStride_, componentBytes_, componentStride_;
     const std::size_t components_;
     const bool isInteger_, isHalf_;
     unsigned char fill_[16];  // a pixel

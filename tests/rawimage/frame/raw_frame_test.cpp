@@ -71,18 +71,27 @@ TEST(RawFrame, ReadsBoxesIntoAnyMemory) {
         std::ptrdiff_t pixelStride;
         ValueFormat format;
         int threads;
+        std::ptrdiff_t componentStride = 0;
     } cases[] = {
-        {{0, 0, 70, 40}, 0, 0, ValueFormat::kStored, 1},   {{0, 0, 70, 40}, 1, 0, ValueFormat::kStored, 3},
-        {{13, 4, 20, 9}, 0, 20, ValueFormat::kStored, 2},  {{17, 5, 18, 6}, 2, 0, ValueFormat::kStored, 1},
-        {{-9, -3, 90, 60}, 0, 0, ValueFormat::kStored, 2}, {{30, 2, 50, 20}, 1, 16, ValueFormat::kHalf, 2},
-        {{1, 1, 2, 2}, 0, 0, ValueFormat::kHalf, 1},       {{5, 5, 5, 9}, 0, 0, ValueFormat::kHalf, 1},
+        {{0, 0, 70, 40}, 0, 0, ValueFormat::kStored, 1},
+        {{0, 0, 70, 40}, 1, 0, ValueFormat::kStored, 3},
+        {{13, 4, 20, 9}, 0, 20, ValueFormat::kStored, 2},
+        {{17, 5, 18, 6}, 2, 0, ValueFormat::kStored, 1},
+        {{-9, -3, 90, 60}, 0, 0, ValueFormat::kStored, 2},
+        {{30, 2, 50, 20}, 1, 16, ValueFormat::kHalf, 2},
+        {{1, 1, 2, 2}, 0, 0, ValueFormat::kHalf, 1},
+        {{5, 5, 5, 9}, 0, 0, ValueFormat::kHalf, 1},
+        {{3, 2, 80, 20}, 0, 40, ValueFormat::kStored, 2, 12},
+        {{3, 2, 80, 20}, 0, 20, ValueFormat::kHalf, 1, 6},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(boxText(c.box));
         ChannelTarget target(info->channels[static_cast<std::size_t>(c.channel)], nullptr, c.format);
         target.pixelStride = c.pixelStride;
+        target.componentStride = c.componentStride;
         target.fill = static_cast<double>(kFill);
         const int components = target.components(), size = target.componentBytes();
+        const std::ptrdiff_t component = c.componentStride != 0 ? c.componentStride : size;
         const std::ptrdiff_t pixel = c.pixelStride != 0 ? c.pixelStride : components * size;
         std::vector<unsigned char> memory(static_cast<std::size_t>(pixel * c.box.area() + pixel), 0xAB);
         target.data = memory.data();
@@ -98,7 +107,7 @@ TEST(RawFrame, ReadsBoxesIntoAnyMemory) {
                 const bool there = expectedAt(written, c.channel, k, x, y, value);
                 const bool inside = contains(info->frame, boxAt(x, y, 1, 1));
                 complete = complete && (there || !inside);
-                const unsigned char* at = memory.data() + i * pixel + k * size;
+                const unsigned char* at = memory.data() + i * pixel + k * component;
                 const std::int32_t filled = -4;
                 if (c.format == ValueFormat::kHalf) {
                     const std::uint16_t half = halfFromFloat(value);
@@ -412,8 +421,10 @@ TEST(RawFrame, LeavesFilledMemoryAndVisitsInOrder) {
             offsets.push_back(bucket.tag.offset);
             return offsets.size() < most;
         }
+        bool wants(const INFOTAG& tag) override { return wanted == 0 || tag.offset == wanted; }
         std::vector<std::uint64_t> offsets;
         std::size_t most = 1000;
+        std::uint64_t wanted = 0;
     };
     for (const int threads : {1, 4}) {
         FrameReadOptions options;
@@ -426,6 +437,12 @@ TEST(RawFrame, LeavesFilledMemoryAndVisitsInOrder) {
         EXPECT_TRUE(std::is_sorted(all.offsets.begin(), all.offsets.end()));
         EXPECT_TRUE(frame.visit(kEverywhere, {0}, few, options).stopped);
         EXPECT_EQ(few.offsets.size(), 7u);
+        Offsets one;  // of several that overlap
+        const std::vector<INFOTAG> tags = frame.tags({14, 5, 15, 6}, 0);
+        ASSERT_EQ(tags.size(), 3u);
+        one.wanted = tags[1].offset;
+        EXPECT_TRUE(frame.visit({14, 5, 15, 6}, {0}, one, options).damaged.empty());
+        EXPECT_EQ(one.offsets, std::vector<std::uint64_t>{tags[1].offset});
     }
     const std::vector<PixelBox> bands{{0, 0, 70, 16}, {0, 16, 70, 24}, {0, 24, 70, 32}, {0, 32, 70, 40}};
     EXPECT_EQ(frame.uncutBands({0, 0, 70, 40}, {0}, 8), bands);
