@@ -120,10 +120,10 @@ Json jsonOfSide(const std::string& file, const DiffReport& report, std::size_t s
 
 const char* diffStateName(DiffState state) {
     switch (state) {
-        case DiffState::kGood: return "good";
-        case DiffState::kWarnings: return "warnings";
-        case DiffState::kFailures: return "failures";
-        case DiffState::kMismatch: return "mismatch";
+        case DiffState::kGood:
+        case DiffState::kWarnings:
+        case DiffState::kFailures:
+        case DiffState::kMismatch: return stateName(state);
         default: return "error";
     }
 }

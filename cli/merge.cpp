@@ -45,26 +45,24 @@ struct Merged : MergeReport {
 
 struct StateRow {
     ExitCode code;
-    const char* name;       // in JSON
     const char* hint = "";  // behind the cause
 };
 
 StateRow rowOf(MergeState state) {
     switch (state) {
-        case MergeState::kGood: return {ExitCode::kGood, "good"};
-        case MergeState::kCannotOpen: return {ExitCode::kUnreadable, "cannot open"};
-        case MergeState::kNotThisFormat: return {ExitCode::kUnreadable, "not this format"};
-        case MergeState::kDamaged: return {ExitCode::kDamaged, "damaged"};
-        case MergeState::kMismatch: return {ExitCode::kMismatch, "mismatch"};
+        case MergeState::kGood: return {ExitCode::kGood};
+        case MergeState::kCannotOpen: return {ExitCode::kUnreadable};
+        case MergeState::kNotThisFormat: return {ExitCode::kUnreadable};
+        case MergeState::kDamaged: return {ExitCode::kDamaged};
+        case MergeState::kMismatch: return {ExitCode::kMismatch};
         case MergeState::kOverlap:
-            return {ExitCode::kMismatch, "overlap", "; --overlap first or last lets one of them count"};
-        case MergeState::kHoles: return {ExitCode::kMismatch, "holes", "; --allow-holes leaves them"};
-        case MergeState::kWriteFailed: return {ExitCode::kFailure, "write failed"};
-        case MergeState::kNotVerified:
-            return {ExitCode::kFailure, "not verified", "; the inputs are as they were"};
+            return {ExitCode::kMismatch, "; --overlap first or last lets one of them count"};
+        case MergeState::kHoles: return {ExitCode::kMismatch, "; --allow-holes leaves them"};
+        case MergeState::kWriteFailed: return {ExitCode::kFailure};
+        case MergeState::kNotVerified: return {ExitCode::kFailure, "; the inputs are as they were"};
         case MergeState::kStopped: break;
     }
-    return {ExitCode::kStopped, "stopped"};
+    return {ExitCode::kStopped};
 }
 
 // A failure that the report does not know is one of the output's.
@@ -78,7 +76,7 @@ void printMergeJson(const MergeVerbOptions& options, const Merged& merged, const
     const ExitCode code = failure != nullptr ? failure->code() : ExitCode::kGood;
     Json json{{"inputs", options.inputs},
               {"output", options.output},
-              {"state", rowOf(stateOf(merged, failure)).name},
+              {"state", stateName(stateOf(merged, failure))},
               {"exitCode", static_cast<int>(code)},
               {"fault", faultOf(failure)},
               {"unfinished", merged.unfinished},

@@ -21,19 +21,6 @@ RecoverState stateOf(const RecoverReport& found, const Failure* failure) {
     return failure->code() == ExitCode::kStopped ? RecoverState::kStopped : RecoverState::kWriteFailed;
 }
 
-const char* nameOf(RecoverState state) {
-    switch (state) {
-        case RecoverState::kGood: return "good";
-        case RecoverState::kNotThisFormat: return "not this format";
-        case RecoverState::kCannotOpen: return "cannot open";
-        case RecoverState::kMismatch: return "mismatch";
-        case RecoverState::kNotInPlace: return "not in place";
-        case RecoverState::kWriteFailed: return "write failed";
-        case RecoverState::kStopped: break;
-    }
-    return "stopped";
-}
-
 Json namesOf(const std::vector<std::uint32_t>& tagIds) {
     Json names = Json::array();
     for (const std::uint32_t tagId : tagIds)
@@ -113,7 +100,7 @@ void printRecoverJson(const std::string& input, const std::string& output, const
     Json json{{"input", input},
               {"output", output.empty() ? Json() : Json(output)},
               {"inPlace", output.empty()},
-              {"state", nameOf(state)},
+              {"state", stateName(state)},
               {"exitCode", static_cast<int>(code)},
               {"fault", faultOf(failure)},
               {"changed", changed},

@@ -33,6 +33,10 @@ enum class ConvertState {
     kFailed    // an error without a state of its own
 };
 
+// "good", "incomplete", "damaged", "cannot open", "not this format", "unsupported", "too large", "overscan",
+// "outside the frame", "bad option", "locked", "write failed", "stopped", "failed".
+RAWIMAGE_EXPORT const char* stateName(ConvertState state);
+
 // A fact about a conversion, for reports.
 struct ConvertNote {
     // A word for programs. Losses from OpenEXR: "origin", "display" (the display window), "overscan",

@@ -7,6 +7,26 @@
 namespace MUtils {
 inline namespace v1 {
 
+const char* stateName(ConvertState state) {
+    switch (state) {
+        case ConvertState::kGood: return "good";
+        case ConvertState::kIncomplete: return "incomplete";
+        case ConvertState::kDamaged: return "damaged";
+        case ConvertState::kCannotOpen: return "cannot open";
+        case ConvertState::kNotThisFormat: return "not this format";
+        case ConvertState::kUnsupported: return "unsupported";
+        case ConvertState::kTooLarge: return "too large";
+        case ConvertState::kOverscan: return "overscan";
+        case ConvertState::kOutsideFrame: return "outside the frame";
+        case ConvertState::kBadOption: return "bad option";
+        case ConvertState::kLocked: return "locked";
+        case ConvertState::kWriteFailed: return "write failed";
+        case ConvertState::kStopped: return "stopped";
+        case ConvertState::kFailed: break;
+    }
+    return "failed";
+}
+
 bool runStep(ConvertReport& report, const std::function<void()>& step) {
     try {
         step();

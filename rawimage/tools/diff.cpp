@@ -281,6 +281,21 @@ DiffState FrameDiff::verdict() const {
 
 }  // namespace
 
+const char* stateName(DiffState state) {
+    switch (state) {
+        case DiffState::kGood: return "good";
+        case DiffState::kWarnings: return "warnings";
+        case DiffState::kFailures: return "failures";
+        case DiffState::kMismatch: return "mismatch";
+        case DiffState::kNoChannel: return "no channel";
+        case DiffState::kUnreadable: return "unreadable";
+        case DiffState::kDamaged: return "damaged";
+        case DiffState::kTooLarge: return "too large";
+        case DiffState::kStopped: break;
+    }
+    return "stopped";
+}
+
 DiffReport diffFrames(const RawFrame& a, const RawFrame& b, const DiffOptions& options) {
     return FrameDiff(a, b, options).run();
 }

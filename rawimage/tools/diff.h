@@ -36,6 +36,9 @@ enum class DiffState {
     kStopped      // by the caller's progress
 };
 
+// "good", "warnings", "failures", "mismatch", "no channel", "unreadable", "damaged", "too large", "stopped".
+RAWIMAGE_EXPORT const char* stateName(DiffState state);
+
 // When a comparison fails, or warns.
 struct DiffLimits {
     double value = 1e-6;  // a pixel counts that differs by more in any component

@@ -336,6 +336,22 @@ void Merge::write(const std::string& output) {
 
 }  // namespace
 
+const char* stateName(MergeState state) {
+    switch (state) {
+        case MergeState::kGood: return "good";
+        case MergeState::kCannotOpen: return "cannot open";
+        case MergeState::kNotThisFormat: return "not this format";
+        case MergeState::kDamaged: return "damaged";
+        case MergeState::kMismatch: return "mismatch";
+        case MergeState::kOverlap: return "overlap";
+        case MergeState::kHoles: return "holes";
+        case MergeState::kWriteFailed: return "write failed";
+        case MergeState::kNotVerified: return "not verified";
+        case MergeState::kStopped: break;
+    }
+    return "stopped";
+}
+
 MergeReport mergeFiles(const std::vector<std::string>& inputs, const std::string& output,
                        const MergeOptions& options) {
     MergeReport report;

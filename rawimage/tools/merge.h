@@ -27,6 +27,10 @@ enum class MergeState {
     kNotVerified     // the output, read again, is not sound or not what the inputs have
 };
 
+// "good", "cannot open", "not this format", "damaged", "mismatch", "overlap", "holes", "write failed",
+// "stopped", "not verified".
+RAWIMAGE_EXPORT const char* stateName(MergeState state);
+
 enum class MergeOverlap {
     kRefuse,  // of a bucket that several inputs have in the same place one is taken, the first sound one
     kFirst,   // where inputs overlap, the first one that has the pixel counts

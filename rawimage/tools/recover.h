@@ -24,6 +24,9 @@ enum class RecoverState {
     kStopped         // by the caller's progress: likewise
 };
 
+// "good", "not this format", "cannot open", "mismatch", "not in place", "write failed", "stopped".
+RAWIMAGE_EXPORT const char* stateName(RecoverState state);
+
 struct RecoverReport {
     RecoverState state = RecoverState::kGood;
     std::string cause;  // of a state that is not kGood

@@ -17,6 +17,19 @@ bool isTable(const TagGap& gap, const Inspection& file) {
 
 }  // namespace
 
+const char* stateName(RecoverState state) {
+    switch (state) {
+        case RecoverState::kGood: return "good";
+        case RecoverState::kNotThisFormat: return "not this format";
+        case RecoverState::kCannotOpen: return "cannot open";
+        case RecoverState::kMismatch: return "mismatch";
+        case RecoverState::kNotInPlace: return "not in place";
+        case RecoverState::kWriteFailed: return "write failed";
+        case RecoverState::kStopped: break;
+    }
+    return "stopped";
+}
+
 RecoverReport recoverFailure(RecoverState state, std::string cause) {
     RecoverReport report;
     report.state = state;
