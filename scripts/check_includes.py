@@ -37,6 +37,7 @@ LIBRARY = {
 PROGRAMS = {
     "cli": ["cli", PUBLIC],
     "examples": ["examples", PUBLIC],
+    "python": ["python/native", PUBLIC],
     "bench": [ANY],
     "fuzz": [ANY],
     "tests": [ANY],
@@ -49,10 +50,11 @@ FOREIGN = [
     ("xxHash", re.compile(r"xxhash\.h$"), ["support/digest.cpp"] + CHECKS),
     ("libdeflate", re.compile(r"libdeflate\.h$"), ["support/deflate_libdeflate.cpp"]),
     ("ISA-L", re.compile(r"isa-l(\.h$|/)"), ["support/deflate_isal.cpp"]),
-    ("OpenEXR", re.compile(r"(OpenEXR/|Imath/|Imf|Imath|Iex|IlmThread|half|openexr)"), ["exr/", "convert/", "cli/convert.cpp"] + CHECKS),
+    ("OpenEXR", re.compile(r"(OpenEXR/|Imath/|Imf|Imath|Iex|IlmThread|half|openexr)"), ["exr/", "convert/", "cli/convert.cpp", "python/native/tools.cpp"] + CHECKS),
     ("CLI11", re.compile(r"CLI/"), ["cli/", "examples/"]),
     ("nlohmann-json", re.compile(r"nlohmann/"), ["cli/", "tests/"]),
     ("libpng", re.compile(r"png(conf)?\.h$"), ["cli/", "tests/"]),
+    ("pybind11", re.compile(r"pybind11/"), ["python/"]),
     ("GoogleTest", re.compile(r"(gtest|gmock)/"), ["tests/"]),
     ("Google Benchmark", re.compile(r"benchmark/"), ["bench/"]),
 ]
