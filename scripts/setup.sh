@@ -6,6 +6,7 @@
 #   demo      the library, rimg and the examples; install and bench begin with the same
 #   test      the tests
 #   bench     the measurements
+#   python    the Python package and its tests
 #   sanitize  the tests under the sanitizers
 #   fuzz      the fuzz targets
 #   format    the layout of the code
@@ -25,6 +26,7 @@ declare -A needs=(
 )
 # The tests check the layout, too, and build the benchmarks.
 needs[test]="${needs[bench]} libgtest-dev libgmock-dev ninja-build pkg-config ${needs[format]}"
+needs[python]="${needs[test]} pybind11-dev python3-dev python3-numpy python3-pytest python3-hypothesis"
 needs[sanitize]="${needs[test]} ${clang[*]}"
 
 list=
@@ -38,7 +40,7 @@ for job in "$@"; do
     wanted+=("${needs[$job]-unknown}")
 done
 if [ "${#wanted[@]}" -eq 0 ] || [[ " ${wanted[*]} " == *" unknown "* ]]; then
-    echo "usage: setup.sh [--list] JOB..., a JOB is one of: demo test bench sanitize fuzz format farm all" >&2
+    echo "usage: setup.sh [--list] JOB..., a JOB is one of: demo test bench python sanitize fuzz format farm all" >&2
     exit 2
 fi
 mapfile -t packages < <(tr ' ' '\n' <<<"${wanted[*]}" | sort -u)

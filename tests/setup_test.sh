@@ -28,6 +28,8 @@ demo libpng-dev -
 demo libxxhash-dev -
 test libgtest-dev ^clang-14|^libclang
 bench libbenchmark-dev clang|gtest|gmock
+python pybind11-dev ^clang-14
+python python3-hypothesis -
 sanitize clang-14 -
 fuzz libclang-rt-14-dev clang-format|benchmark
 farm slurmd clang|gtest|gmock|benchmark
