@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "convert/channel_grouping.h"
 #include "convert/exr_stream.h"
-#include "convert/from_exr/channel_grouping.h"
 #include "convert/from_exr/exr_chunks.h"
 #include "convert/from_exr/from_exr.h"
 #include "rawimage/area/pixel_box.h"

@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include "convert/from_exr/channel_grouping.h"
+#include "convert/channel_grouping.h"
 #include "convert/from_exr/exr_band.h"
 #include "rawimage/area/pixel_box.h"
 #include "rawimage/records.h"

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "convert/channel_globs.h"
-#include "convert/from_exr/channel_grouping.h"
+#include "convert/channel_grouping.h"
 #include "convert/from_exr/dropped_attributes.h"
 #include "convert/from_exr/exr_band.h"
 #include "convert/from_exr/exr_input.h"

@@ -20,7 +20,7 @@ class ExrChannel final : public RegionChannelCallback {
     int getFlags() override { return flags; }
 
     // False for a channel without values and for one that its renderer keeps out of OpenEXR files.
-    bool isWritten() const;
+    bool isWritten() const { return written_; }
     int valueSize() const;  // of a written channel, in bytes
 
     int index;  // in the raw image
@@ -28,6 +28,9 @@ class ExrChannel final : public RegionChannelCallback {
     RegionChannelAlias alias;
     std::string name;
     int flags;
+
+  private:
+    bool written_;
 };
 
 struct ExrChannels {
@@ -36,10 +39,8 @@ struct ExrChannels {
     std::vector<std::string> renamed;
 };
 
-// The channels of the file's list for which one of `globs` fits the name; all of them when there are no
-// globs. In a file of kind `kind` (ExrFile::Kind) no two of them give the same OpenEXR channel: colours,
-// alpha and depth by role go first, and of other channels the first one keeps its name, the next gets "~2",
-// "~3" ... A second channel of the same role goes under its own name.
+// The channels of the file's list for which one of `globs` fits the name, all of them when there are no
+// globs, under the names and aliases that nameChannels() gives them in a file of kind `kind` (ExrFile::Kind).
 //
 // Throws ConvertError: kBadOption when a glob fits no channel that is written, kUnsupported when nothing
 // would be written or there are too many channels, and for a file without a channel list.

@@ -1,4 +1,4 @@
-#include "convert/from_exr/channel_grouping.h"
+#include "convert/channel_grouping.h"
 
 #include <cstring>
 #include <map>

@@ -4,16 +4,20 @@
 #include <string>
 #include <vector>
 
-#include "rawimage/records.h"
+#include "../rawimage/export.h"
+#include "../rawimage/records.h"
+
+// Channels of one value a pixel, as OpenEXR files and other images have them, as the channels of a raw image.
+// channel_naming.h is the way back.
 
 namespace MUtils {
 inline namespace v1 {
 
-// One channel of an OpenEXR file, as the header of its part lists it.
+// One channel of an image, as the header of its part lists it.
 struct SourceChannel {
-    int part = 0;  // index of its part
+    int part = 0;  // index of its part; images of other formats have one
     std::string name;
-    bool integer = false;  // UINT; else HALF or FLOAT
+    bool integer = false;  // 32-bit integers (UINT); else HALF or FLOAT
 };
 
 // A render channel and the source channels that give its components.
@@ -32,7 +36,7 @@ struct Grouping {
     std::vector<std::string> renamed;
 };
 
-// Groups the channels of an OpenEXR file into render channels, the inverse of how the writers name these:
+// Groups the channels of an image into render channels, the inverse of how the OpenEXR writers name these:
 //
 //   R, G, B            the main colour           x.R, x.G, x.B        a colour x
 //   A                  alpha, in three floats    x.R, x.G, x.B, x.A   four floats x
@@ -47,10 +51,11 @@ struct Grouping {
 // channels of the part "other" have no prefix. The part of a file that has only one is named "" here,
 // whatever its header contains. Groups do not span parts.
 //
-// The main colour, alpha and depth come first, then the others in the file's order. No two channels of the
+// The main colour, alpha and depth come first, then the others in the given order. No two channels of the
 // result would give the same name in an OpenEXR file again: a name that is too long is cut, and one that is
-// taken gets "~2", "~3" ...
-Grouping groupChannels(const std::vector<std::string>& partNames, const std::vector<SourceChannel>& channels);
+// taken gets "~2", "~3" ... Throws std::bad_alloc.
+RAWIMAGE_EXPORT Grouping groupChannels(const std::vector<std::string>& partNames,
+                                       const std::vector<SourceChannel>& channels);
 
 }  // namespace v1
 }  // namespace MUtils
