@@ -36,6 +36,7 @@ LIBRARY = {
 }
 PROGRAMS = {
     "cli": ["cli", PUBLIC],
+    "oiio": ["oiio", PUBLIC],
     "examples": ["examples", PUBLIC],
     "python": ["python/native", PUBLIC],
     "bench": [ANY],
@@ -50,7 +51,9 @@ FOREIGN = [
     ("xxHash", re.compile(r"xxhash\.h$"), ["support/digest.cpp"] + CHECKS),
     ("libdeflate", re.compile(r"libdeflate\.h$"), ["support/deflate_libdeflate.cpp"]),
     ("ISA-L", re.compile(r"isa-l(\.h$|/)"), ["support/deflate_isal.cpp"]),
-    ("OpenEXR", re.compile(r"(OpenEXR/|Imath/|Imf|Imath|Iex|IlmThread|half|openexr)"), ["exr/", "convert/", "cli/convert.cpp", "python/native/tools.cpp"] + CHECKS),
+    ("OpenEXR", re.compile(r"(OpenEXR/|Imath/|Imf|Imath|Iex|IlmThread|half|openexr)"),
+     ["exr/", "convert/", "cli/convert.cpp", "oiio/attributes.cpp", "python/native/tools.cpp"] + CHECKS),
+    ("OpenImageIO", re.compile(r"OpenImageIO/"), ["oiio/", "tests/oiio/"]),
     ("CLI11", re.compile(r"CLI/"), ["cli/", "examples/"]),
     ("nlohmann-json", re.compile(r"nlohmann/"), ["cli/", "tests/"]),
     ("libpng", re.compile(r"png(conf)?\.h$"), ["cli/", "tests/"]),
