@@ -48,6 +48,7 @@ ExitCode runVerb(int argc, char** argv) {
     addMergeVerb(app, result);
     addDiffVerb(app, result);
     addPiecesVerb(app, result);
+    addConfigVerb(app, result);
     refuseSlips(app);
     addHelpEnds(app);
     try {

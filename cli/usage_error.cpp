@@ -95,6 +95,7 @@ std::string extraArgument(const CLI::App& app, const CLI::App& verb, const std::
     for (const CLI::Option* option : verb.get_options()) {
         if (option->get_positional()) taken.push_back(option->get_name());
     }
+    if (taken.empty()) return "takes options only, " + quoted(given) + " is one too many";
     return "takes one " + joined(taken, "and one") + ", " + quoted(given) + " is one too many";
 }
 

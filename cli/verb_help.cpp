@@ -159,7 +159,12 @@ const std::vector<HelpEnd>& helpEnds() {
           kWrongUsage,
           {ExitCode::kIncomplete, "FILE lacks its resolution"},
           {ExitCode::kDamaged, "FILE is damaged, and its resolution lost"},
-          {ExitCode::kUnreadable, "FILE is not readable, or of another format"}}}};
+          {ExitCode::kUnreadable, "FILE is not readable, or of another format"}}},
+        {"config",
+         {"rimg config --prefix", "export OIIO_LIBRARY_PATH=$(rimg config --oiio-plugin-dir)"},
+         {{ExitCode::kGood, "printed"},
+          {ExitCode::kFailure, "the plugin is not installed, or another failure"},
+          kWrongUsage}}};
     return ends;
 }
 

@@ -24,5 +24,6 @@ void addRecoverVerb(CLI::App& app, ExitCode& result);
 void addMergeVerb(CLI::App& app, ExitCode& result);
 void addDiffVerb(CLI::App& app, ExitCode& result);
 void addPiecesVerb(CLI::App& app, ExitCode& result);
+void addConfigVerb(CLI::App& app, ExitCode& result);
 
 }  // namespace rimg

@@ -35,8 +35,8 @@ class RimgUsage : public testing::Test {
 
 TEST_F(RimgUsage, NamesTheSlipAndWhatWouldBeRight) {
     const char* verbs =
-        "convert, info, preview, note, settings, verify, missing, stats, hash, recover, merge, diff or "
-        "pieces";
+        "convert, info, preview, note, settings, verify, missing, stats, hash, recover, merge, diff, "
+        "pieces or config";
     const struct {
         const char* command;
         std::vector<const char*> says;
@@ -104,6 +104,9 @@ TEST_F(RimgUsage, NamesTheSlipAndWhatWouldBeRight) {
         {"merge a.rimg", {"merge: needs -o,--output: "}},
         {"merge -o new", {"merge: needs FILE: "}},
         {"merge a.rimg b.rimg -o new --overlap both", {"merge: --overlap: one of first, last, not \"both\""}},
+        {"config", {"config: name one of --version, --prefix and --oiio-plugin-dir"}},
+        {"config --prefix --version", {"--version and --prefix exclude each other"}},
+        {"config a.rimg", {"config: takes options only, \"a.rimg\" is one too many"}},
         {"pieces --count 2", {"pieces: needs --size: "}},
         {"pieces --size 9x9 --count 0", {"pieces: --count: a whole number from 1 to 100000, not \"0\""}},
         {"convert", {"convert: needs IN: "}},
