@@ -3,13 +3,14 @@
 JOBS ?= $(shell nproc)
 PREFIX ?= /usr/local
 
-.PHONY: help demo install test build-test test-python farm-test bench sanitize fuzz format check-format setup clean
+.PHONY: help demo install test build-test test-python test-oiio farm-test bench sanitize fuzz format check-format setup clean
 
 help:
 	@echo "make demo          render a frame, write it, show what is in it (DEMO_EXR=file.exr: that frame too)"
 	@echo "make install       install library, headers and rimg (PREFIX=$(PREFIX), DESTDIR=)"
 	@echo "make test          build and run every test"
 	@echo "make test-python   build and test the Python package"
+	@echo "make test-oiio     build the OpenImageIO plugin and run OpenImageIO's programs on raw images"
 	@echo "make farm-test     run frames on a Slurm cluster of two nodes on this machine, and break it (as root)"
 	@echo "make bench         measure against the plain library calls; tables go to build/bench/"
 	@echo "make sanitize      run the tests under the sanitizers"
@@ -44,17 +45,24 @@ test:
 TARGETS ?= all
 CODECS ?= AUTO
 PYTHON ?= OFF
+OIIO ?= OFF
 build-test:
 	scripts/configure.sh build/test -DCMAKE_BUILD_TYPE=RelWithDebInfo \
 	    -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O2 -g1" -DRAWIMAGE_QUICK_PROGRAMS=ON \
 	    -DRAWIMAGE_LIBDEFLATE=$(CODECS) -DRAWIMAGE_ISAL=$(CODECS) \
-	    -DRAWIMAGE_BUILD_TESTS=ON -DRAWIMAGE_WERROR=ON -DRAWIMAGE_BUILD_PYTHON=$(PYTHON)
+	    -DRAWIMAGE_BUILD_TESTS=ON -DRAWIMAGE_WERROR=ON \
+	    -DRAWIMAGE_BUILD_PYTHON=$(PYTHON) -DRAWIMAGE_BUILD_OIIO=$(OIIO)
 	cmake --build build/test -j $(JOBS) --target $(TARGETS)
 
 test-python:
 	@scripts/setup.sh python
 	@$(MAKE) --no-print-directory build-test TARGETS="python_rawimage rimg" PYTHON=ON
 	scripts/python_test.sh build/test
+
+test-oiio:
+	@scripts/setup.sh oiio
+	@$(MAKE) --no-print-directory build-test TARGETS="rimg render_frame rimg_imageio oiio_check" OIIO=ON
+	scripts/oiio_test.sh build/test
 
 farm-test:
 	JOBS=$(JOBS) scripts/farm_test.sh

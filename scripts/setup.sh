@@ -11,6 +11,7 @@
 #   fuzz      the fuzz targets
 #   format    the layout of the code
 #   farm      the tests on a cluster
+#   oiio      the OpenImageIO plugin and its tests
 #   all       all of these
 set -euo pipefail
 
@@ -27,6 +28,7 @@ declare -A needs=(
 # The tests check the layout, too, and build the benchmarks.
 needs[test]="${needs[bench]} libgtest-dev libgmock-dev ninja-build pkg-config ${needs[format]}"
 needs[python]="${needs[test]} pybind11-dev python3-dev python3-numpy python3-pytest python3-hypothesis"
+needs[oiio]="${needs[test]} libopenimageio-dev openimageio-tools python3-openimageio python3-numpy"
 needs[sanitize]="${needs[test]} ${clang[*]}"
 
 list=
@@ -40,7 +42,7 @@ for job in "$@"; do
     wanted+=("${needs[$job]-unknown}")
 done
 if [ "${#wanted[@]}" -eq 0 ] || [[ " ${wanted[*]} " == *" unknown "* ]]; then
-    echo "usage: setup.sh [--list] JOB..., a JOB is one of: demo test bench python sanitize fuzz format farm all" >&2
+    echo "usage: setup.sh [--list] JOB..., a JOB is one of: demo test bench python oiio sanitize fuzz format farm all" >&2
     exit 2
 fi
 mapfile -t packages < <(tr ' ' '\n' <<<"${wanted[*]}" | sort -u)

@@ -33,6 +33,7 @@ python python3-hypothesis -
 sanitize clang-14 -
 fuzz libclang-rt-14-dev clang-format|benchmark
 farm slurmd clang|gtest|gmock|benchmark
+oiio libopenimageio-dev ^clang-14|^libclang
 all clang-format-14 -
 EOF
 if "$root/scripts/setup.sh" --list unknown >/dev/null 2>&1; then fail "an unknown job has a list"; fi
