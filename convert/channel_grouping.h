@@ -30,6 +30,20 @@ struct GroupedChannel {
     std::array<int, 4> sources{-1, -1, -1, -1};  // a source channel's index for each component
 };
 
+// A grouped channel as the writers take it. The channel must live longer.
+class RAWIMAGE_EXPORT GroupedDescription final : public RegionChannelCallback {
+  public:
+    explicit GroupedDescription(const GroupedChannel& channel) : channel_(&channel) {}
+
+    RegionChannelType getType() override { return channel_->type; }
+    RegionChannelAlias getAlias() override { return channel_->alias; }
+    const char* getName() override { return channel_->name.c_str(); }
+    int getFlags() override { return 0; }
+
+  private:
+    const GroupedChannel* channel_;
+};
+
 struct Grouping {
     std::vector<GroupedChannel> channels;
     // For each channel that could not keep its name: what happened, for the user to read.

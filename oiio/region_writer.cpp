@@ -42,20 +42,6 @@ int number(std::int64_t n) {
 
 }  // namespace
 
-// A grouped channel as the writer takes it.
-class RegionWriter::Description final : public RegionChannelCallback {
-  public:
-    explicit Description(const GroupedChannel& channel) : channel_(&channel) {}
-
-    RegionChannelType getType() override { return channel_->type; }
-    RegionChannelAlias getAlias() override { return channel_->alias; }
-    const char* getName() override { return channel_->name.c_str(); }
-    int getFlags() override { return 0; }
-
-  private:
-    const GroupedChannel* channel_;
-};
-
 RegionWriter::RegionWriter(const OIIO::ImageSpec& spec, int bucketWidth, int bucketHeight)
     : spec_(spec),
       bucketWidth_(bucketWidth),
@@ -96,9 +82,10 @@ std::string RegionWriter::create(const std::string& name, PStream* stream, int t
 }
 
 ErrorCode RegionWriter::writeHead(const std::string& name, PStream* stream) {
-    std::vector<Description> descriptions(grouping_.channels.begin(), grouping_.channels.end());
+    std::vector<MUtils::GroupedDescription> descriptions(grouping_.channels.begin(),
+                                                         grouping_.channels.end());
     MUtils::Table<RegionChannelCallback*, 100> list;
-    for (Description& description : descriptions)
+    for (MUtils::GroupedDescription& description : descriptions)
         list.Add(&description);
     ErrorCode error = queue_.Create(name.c_str(), stream);
     if (error.empty()) error = queue_.WriteHeader(kBitsPerChannel);

@@ -36,8 +36,6 @@ class RegionWriter {
     const MUtils::PixelBox& window() const { return window_; }
 
   private:
-    class Description;
-
     ErrorCode writeHead(const std::string& name, PStream* stream);
     ErrorCode writeMetadata();
     ErrorCode writeNote(std::string note);

@@ -15,20 +15,6 @@ inline namespace v1 {
 // The readers of a file's parts; null for a part that has nothing within the frame.
 using ExrBands = std::vector<std::unique_ptr<ExrBand>>;
 
-// A grouped channel as the writer takes it.
-class GroupedDescription final : public RegionChannelCallback {
-  public:
-    explicit GroupedDescription(const GroupedChannel& channel) : channel_(&channel) {}
-
-    RegionChannelType getType() override { return channel_->type; }
-    RegionChannelAlias getAlias() override { return channel_->alias; }
-    const char* getName() override { return channel_->name.c_str(); }
-    int getFlags() override { return 0; }
-
-  private:
-    const GroupedChannel* channel_;
-};
-
 // The render channels of an OpenEXR file as the writers take them: the list of their descriptions, and one
 // region for all buckets, one after the other.
 class ExrRegion {
