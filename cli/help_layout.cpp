@@ -36,17 +36,22 @@ std::string rowOf(const std::string& left, const std::string& text) {
     return row;
 }
 
-// The check that CLI11 puts behind the type, "INT:INT in [1 - 9]", as "1 to 9"; "16, 32".
-std::string allowedValues(const CLI::Option& option) {
+// What a check that CLI11 puts behind the type allows, as in "INT:INT in [1 - 9]" or "NAME:{a,b}": the text
+// between these brackets.
+std::string betweenBrackets(const CLI::Option& option, const char* brackets) {
     const std::string type = option.get_type_name();
-    const std::size_t first = type.find_first_of("[{");
-    const std::size_t last = type.find_last_of("]}");
-    if (type.find(':') == std::string::npos || first == std::string::npos || last == std::string::npos)
-        return "";
-    std::string values = type.substr(first + 1, last - first - 1);
-    for (std::size_t at = 0; (at = values.find(',', at)) != std::string::npos; at += 2)
-        values.insert(at + 1, " ");
+    const std::size_t first = type.find(brackets[0]);
+    const std::size_t last = type.rfind(brackets[1]);
+    const bool isCheck = type.find(':') != std::string::npos && first != std::string::npos && first < last;
+    return isCheck && last != std::string::npos ? type.substr(first + 1, last - first - 1) : "";
+}
+
+// "1 to 9"; "16, 32".
+std::string allowedValues(const CLI::Option& option) {
+    std::string values = betweenBrackets(option, "[]");
     if (const std::size_t at = values.find(" - "); at != std::string::npos) values.replace(at, 3, " to ");
+    for (const std::string& choice : choicesOf(option))
+        values += (values.empty() ? "" : ", ") + choice;
     return values;
 }
 
@@ -65,6 +70,20 @@ std::string optionForm(const CLI::Option& option) {
 }
 
 }  // namespace
+
+std::vector<std::string> choicesOf(const CLI::Option& option) {
+    const std::string list = betweenBrackets(option, "{}");
+    return list.empty() ? std::vector<std::string>() : CLI::detail::split(list, ',');
+}
+
+std::string optionText(const CLI::Option& option) {
+    std::string text = option.get_description();
+    if (option.get_positional()) return text;
+    if (const std::string values = allowedValues(option); !values.empty()) text += " (" + values + ')';
+    if (!option.get_default_str().empty()) text += ". Default: " + option.get_default_str();
+    if (option.get_required()) text += " (required)";
+    return text;
+}
 
 std::string valueName(const CLI::Option& option) {
     const std::string full = option.get_type_name();
@@ -105,12 +124,7 @@ std::string HelpLayout::make_usage(const CLI::App* app, std::string name) const 
 }
 
 std::string HelpLayout::make_option(const CLI::Option* option, bool positional) const {
-    std::string text = option->get_description();
-    if (positional) return rowOf(make_option_usage(option), text);
-    if (const std::string values = allowedValues(*option); !values.empty()) text += " (" + values + ')';
-    if (!option->get_default_str().empty()) text += ". Default: " + option->get_default_str();
-    if (option->get_required()) text += " (required)";
-    return rowOf(optionForm(*option), text);
+    return rowOf(positional ? make_option_usage(option) : optionForm(*option), optionText(*option));
 }
 
 std::string HelpLayout::make_subcommand(const CLI::App* verb) const {

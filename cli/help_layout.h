@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <string>
+#include <vector>
 
 namespace rimg {
 
@@ -20,5 +21,11 @@ class HelpLayout : public CLI::Formatter {
 
 // The placeholder of an option's value: "N", "OUT", "WxH".
 std::string valueName(const CLI::Option& option);
+
+// The words that an option with a fixed set of values takes; none for other options.
+std::vector<std::string> choicesOf(const CLI::Option& option);
+
+// What an option does, its values, default and whether it is required, in one line.
+std::string optionText(const CLI::Option& option);
 
 }  // namespace rimg

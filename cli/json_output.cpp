@@ -21,9 +21,13 @@ Json faultOf(const Failure* failure) {
     return {{"file", file}, {"cause", failure->what()}};
 }
 
-void printJson(const Json& json) {
+std::string asciiText(const Json& json) {
     constexpr bool kAscii = true;
-    std::printf("%s\n", json.dump(-1, ' ', kAscii, Json::error_handler_t::replace).c_str());
+    return json.dump(-1, ' ', kAscii, Json::error_handler_t::replace);
+}
+
+void printJson(const Json& json) {
+    std::printf("%s\n", asciiText(json).c_str());
 }
 
 }  // namespace rimg

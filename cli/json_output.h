@@ -1,6 +1,7 @@
 #pragma once
 
 #include <nlohmann/json.hpp>
+#include <string>
 
 #include "cli/report.h"
 #include "rawimage/area/missing_boxes.h"
@@ -15,7 +16,9 @@ Json jsonOf(const MUtils::MissingBoxes& missing);
 // The file that a failure is about, null when that is no one file, and the cause; null without a failure.
 Json faultOf(const Failure* failure);
 
-// Prints an object on a line of ASCII on standard output. Bytes that are no UTF-8 are replaced.
+// An object on one line of ASCII. Bytes that are no UTF-8 are replaced.
+std::string asciiText(const Json& json);
+// Prints it on standard output.
 void printJson(const Json& json);
 
 }  // namespace rimg

@@ -10,6 +10,7 @@
 
 #include "cli/exit_codes.h"
 #include "cli/interrupt.h"
+#include "cli/parser_tree.h"
 #include "cli/report.h"
 #include "cli/usage_error.h"
 #include "cli/verb_help.h"
@@ -33,6 +34,9 @@ ExitCode runVerb(int argc, char** argv) {
     CLI::App app("Works on raw images, the files that a renderer writes bucket by bucket.", "rimg");
     setHelpLayout(app);
     app.set_version_flag("--version", versionText, "Show the version, and what is built in");
+    app.add_flag_callback(
+        "--help-json", [&app] { throw CLI::CallForVersion(parserTree(app), 0); },
+        "Show the help of all verbs as a JSON object");
     app.require_subcommand(1);
     ExitCode result = ExitCode::kGood;
     addConvertVerb(app, result);

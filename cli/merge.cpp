@@ -230,7 +230,9 @@ void addMergeVerb(CLI::App& app, ExitCode& result) {
         "Make one raw image out of pieces of the same frame, by copying. Does not look into pixels: verify "
         "the pieces, or the result");
     options->files.addTo(*verb, "The pieces: raw images that agree in size and channels");
-    verb->add_option("-o,--output", options->output, "The raw image to write")->type_name("OUT")->required();
+    verb->add_option("-o,--output", options->output, "The raw image to write")
+        ->type_name("OUT.rimg")
+        ->required();
     verb->add_option("--overlap", options->overlap,
                      "Where several pieces have a pixel, the \"first\" or the \"last\" of them counts. "
                      "Default: none does, it is an error")

@@ -60,14 +60,12 @@ OptionCheck amount() {
     };
 }
 
-OptionCheck oneOf(std::vector<std::string> names) {
-    return [names = std::move(names)](const std::string& text) -> std::string {
+CLI::Validator oneOf(const std::vector<std::string>& names) {
+    const auto check = [names](const std::string& text) -> std::string {
         if (std::find(names.begin(), names.end(), text) != names.end()) return "";
-        std::string list;
-        for (const std::string& name : names)
-            list += (list.empty() ? "" : ", ") + name;
-        return "one of " + list + ", not \"" + text + '"';
+        return "one of " + CLI::detail::join(names, ", ") + ", not \"" + text + '"';
     };
+    return CLI::Validator(check, '{' + CLI::detail::join(names, ",") + '}');
 }
 
 std::string checkSize(const std::string& text) {

@@ -7,6 +7,7 @@
 namespace CLI {
 class App;
 class Option;
+class Validator;
 }  // namespace CLI
 
 namespace rimg {
@@ -19,7 +20,8 @@ OptionCheck wholeNumber(int least, int most);
 OptionCheck numberWithin(int most);
 // A number from 0 up; "inf" is one, "nan" is none.
 OptionCheck amount();
-OptionCheck oneOf(std::vector<std::string> names);
+// One of these words, which the help lists.
+CLI::Validator oneOf(const std::vector<std::string>& names);
 
 struct PixelSize {
     int width = 0;

@@ -131,17 +131,19 @@ void addPreviewVerb(CLI::App& app, ExitCode& result) {
     CLI::App* verb = app.add_subcommand("preview", "Make a PNG picture of a raw image, finished or not");
     verb->add_option("FILE", options->file, "The raw image")->required();
     verb->add_option("-o,--output", options->output, "The PNG file to write; - for standard output")
+        ->type_name("OUT.png")
         ->required()
         ->check(checkPngEnding);
     verb->add_option("--size", options->size,
-                     "Width and height of the picture, WxH. Default: those of the stored thumbnail, else of "
-                     "the frame, at "
-                     "most 1024")
+                     "Width and height of the picture. Default: those of the stored thumbnail, else of the "
+                     "frame, at most 1024")
+        ->type_name("WxH")
         ->check(checkSize);
     verb->add_flag("--stretch", options->stretch, "Fill the picture instead of keeping the frame's aspect");
     verb->add_option("--channel", options->request.channel,
                      "The channel to show, by name: colours, depth, vectors, ids, anything. Default: "
-                     "the main colour");
+                     "the main colour")
+        ->type_name("CHANNEL");
     static const std::map<std::string, MUtils::ChannelView> kViews{{"id", MUtils::ChannelView::kId},
                                                                    {"colour", MUtils::ChannelView::kColour},
                                                                    {"vector", MUtils::ChannelView::kVector},
@@ -150,15 +152,13 @@ void addPreviewVerb(CLI::App& app, ExitCode& result) {
             "--as", [options](const std::string& name) { options->request.view = kViews.at(name); },
             "Shows the channel as id (a colour for each), colour, vector or depth. Default: guessed by type, "
             "name and values")
-        ->check([](const std::string& text) {
-            const std::string wrong = "a channel is shown as id, colour, vector or depth: " + text;
-            return kViews.count(text) != 0 ? "" : wrong;
-        })
-        ->type_name("id|colour|vector|depth");
+        ->check(oneOf({"id", "colour", "vector", "depth"}))
+        ->type_name("VIEW");
     verb->add_option("--exposure", options->request.exposure,
                      "Brightens colours and luminance by this many stops (-100 to 100)")
         ->check(numberWithin(100));
-    verb->add_option("--background", options->background, "What shows where there are no pixels, RRGGBB")
+    verb->add_option("--background", options->background, "What shows where there are no pixels")
+        ->type_name("RRGGBB")
         ->check(checkColour)
         ->capture_default_str();
     verb->add_flag("--no-stored", options->noStored, "Draw from the pixels even if the file has a thumbnail");

@@ -110,7 +110,7 @@ void addRecoverVerb(CLI::App& app, ExitCode& result) {
         verb->add_option(
                 "-o,--output", options->output,
                 "The new file, which gets every sound tag as it stands; this or --in-place is needed")
-            ->type_name("OUT");
+            ->type_name("OUT.rimg");
     verb->add_flag(
             "--in-place", options->inPlace,
             "Instead of -o: cut a torn end off FILE and add the table; refused when that is not enough")

@@ -104,8 +104,7 @@ void addStatsVerb(CLI::App& app, ExitCode& result) {
     auto options = std::make_shared<StatsVerbOptions>();
     CLI::App* verb = app.add_subcommand("stats", "Show what the values of each channel are like");
     addFrameOptions(*verb, *options);
-    verb->add_option("--fail-on", options->failOn,
-                     "Fail with code 4 when a chosen channel has such values: nan, inf, negative")
+    verb->add_option("--fail-on", options->failOn, "Fail with code 4 when a chosen channel has such values")
         ->type_name("KIND,...")
         ->delimiter(',')
         ->allow_extra_args(false)

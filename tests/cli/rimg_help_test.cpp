@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <nlohmann/json.hpp>
 #include <set>
 
 #include "tests/cli/cli_manual.h"
@@ -88,6 +89,30 @@ TEST(RimgHelp, FitsATerminal) {
                 EXPECT_THAT(line, Not(HasSubstr(internal))) << verb;
         }
     }
+}
+
+// What completion offers must be taken, and be what the help shows.
+TEST(RimgHelp, IsTheSameAsJson) {
+    const ProgramResult printed = runProgram(RIMG_PROGRAM, {"--help-json"});
+    ASSERT_EQ(printed.status, 0);
+    const auto tree = nlohmann::json::parse(printed.out);
+    std::vector<std::string> names;
+    std::size_t choices = 0;
+    for (const auto& verb : tree["verbs"]) {
+        names.push_back(verb["name"]);
+        const std::string help = runProgram(RIMG_PROGRAM, {names.back(), "--help"}).out;
+        for (const auto& option : verb["options"]) {
+            const std::string name = option["names"].back();
+            EXPECT_THAT(help, HasSubstr(name)) << names.back();
+            for (const std::string choice : option["choices"]) {
+                const ProgramResult taken = runProgram(RIMG_PROGRAM, {names.back(), name, choice});
+                EXPECT_THAT(taken.err, Not(HasSubstr(name + ":"))) << choice;
+                ++choices;
+            }
+        }
+    }
+    EXPECT_EQ(names, verbs());
+    EXPECT_GT(choices, 20u);
 }
 
 }  // namespace

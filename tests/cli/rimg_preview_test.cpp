@@ -320,7 +320,7 @@ TEST_F(RimgPreview, RefusesViewsThatItDoesNotKnow) {
     for (const char* view : {"", "1", "normals", "Id"}) {
         const ProgramResult result = run({"--as", view});
         EXPECT_EQ(result.status, 2) << view;
-        EXPECT_THAT(result.err, HasSubstr("id, colour, vector or depth")) << view;
+        EXPECT_THAT(result.err, HasSubstr("id, colour, vector, depth")) << view;
     }
 }
 
