@@ -5,18 +5,28 @@ set(RAWIMAGE_INCLUDEDIR "${CMAKE_INSTALL_INCLUDEDIR}/rawimage-${PROJECT_VERSION_
 set(RAWIMAGE_CMAKEDIR "${CMAKE_INSTALL_LIBDIR}/cmake/rawimage")
 set(RAWIMAGE_PCDIR "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
 
+# Each file belongs to one of the packages that Packages.cmake makes: runtime, dev, tools, python, oiio.
 install(TARGETS rawimage EXPORT rawimageTargets
-    ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}"
-    LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}"
-    RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}"
-    FILE_SET HEADERS DESTINATION "${RAWIMAGE_INCLUDEDIR}"
+    ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT dev
+    LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT runtime NAMELINK_COMPONENT dev
+    RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT runtime
+    FILE_SET HEADERS DESTINATION "${RAWIMAGE_INCLUDEDIR}" COMPONENT dev
     INCLUDES DESTINATION "${RAWIMAGE_INCLUDEDIR}")
-install(EXPORT rawimageTargets NAMESPACE rawimage:: DESTINATION "${RAWIMAGE_CMAKEDIR}")
+install(EXPORT rawimageTargets NAMESPACE rawimage:: DESTINATION "${RAWIMAGE_CMAKEDIR}" COMPONENT dev)
 
 if(RAWIMAGE_BUILD_CLI)
     file(RELATIVE_PATH bin_to_lib "${CMAKE_INSTALL_FULL_BINDIR}" "${CMAKE_INSTALL_FULL_LIBDIR}")
     set_target_properties(rimg PROPERTIES INSTALL_RPATH "$ORIGIN/${bin_to_lib}")
-    install(TARGETS rimg RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
+    install(TARGETS rimg RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT tools)
+
+    # rimg-farm finds its other file beside itself.
+    set(RAWIMAGE_FARMDIR "${CMAKE_INSTALL_DATADIR}/rawimage/farm")
+    install(PROGRAMS farm/rimg-farm DESTINATION "${RAWIMAGE_FARMDIR}" COMPONENT tools)
+    install(FILES farm/farm_scripts.py DESTINATION "${RAWIMAGE_FARMDIR}" COMPONENT tools)
+    file(RELATIVE_PATH bin_to_farm "${CMAKE_INSTALL_FULL_BINDIR}"
+        "${CMAKE_INSTALL_FULL_DATADIR}/rawimage/farm/rimg-farm")
+    file(CREATE_LINK "${bin_to_farm}" "${PROJECT_BINARY_DIR}/rimg-farm" SYMBOLIC)
+    install(FILES "${PROJECT_BINARY_DIR}/rimg-farm" DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT tools)
 endif()
 
 # Whoever links the static archive links the compression libraries as well; a shared library has its own.
@@ -45,10 +55,14 @@ write_basic_package_version_file("${PROJECT_BINARY_DIR}/rawimageConfigVersion.cm
     COMPATIBILITY SameMajorVersion)
 install(FILES "${PROJECT_BINARY_DIR}/rawimageConfig.cmake" "${PROJECT_BINARY_DIR}/rawimageConfigVersion.cmake"
     cmake/RawimageCodecs.cmake cmake/RawimageImath.cmake
-    DESTINATION "${RAWIMAGE_CMAKEDIR}")
+    DESTINATION "${RAWIMAGE_CMAKEDIR}" COMPONENT dev)
 
 # The .pc file finds its prefix from where it lies, so an installed tree can be moved.
 file(RELATIVE_PATH RAWIMAGE_PC_TO_PREFIX "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" "${CMAKE_INSTALL_PREFIX}")
 string(REGEX REPLACE "/$" "" RAWIMAGE_PC_TO_PREFIX "${RAWIMAGE_PC_TO_PREFIX}")
 configure_file(cmake/rawimage.pc.in "${PROJECT_BINARY_DIR}/rawimage.pc" @ONLY)
-install(FILES "${PROJECT_BINARY_DIR}/rawimage.pc" DESTINATION "${RAWIMAGE_PCDIR}")
+install(FILES "${PROJECT_BINARY_DIR}/rawimage.pc" DESTINATION "${RAWIMAGE_PCDIR}" COMPONENT dev)
+
+if(PROJECT_IS_TOP_LEVEL)
+    include(cmake/Packages.cmake)
+endif()

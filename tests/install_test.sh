@@ -94,5 +94,6 @@ echo "$(wc -l <"$work/all.cpp") headers: ok"
 if [ -e "$build/cli/rimg" ]; then
     "$prefix/bin/rimg" --help >/dev/null
     [ "$("$prefix/bin/rimg" --version | head -n 1)" = "rimg $(pkg-config --modversion rawimage)" ]
+    "$prefix/bin/rimg-farm" --help >/dev/null
     echo "rimg: ok"
 fi
