@@ -3,14 +3,18 @@
 JOBS ?= $(shell nproc)
 PREFIX ?= /usr/local
 
-.PHONY: help demo install test build-test test-python test-oiio farm-test bench sanitize fuzz format check-format setup clean
+.PHONY: help demo install package docs test build-test test-python test-oiio test-packages farm-test bench sanitize fuzz format
+.PHONY: check-format setup clean
 
 help:
 	@echo "make demo          render a frame, write it, show what is in it (DEMO_EXR=file.exr: that frame too)"
 	@echo "make install       install library, headers and rimg (PREFIX=$(PREFIX), DESTDIR=)"
+	@echo "make package       build Debian packages of it, in build/package/packages"
+	@echo "make docs          build the pages about the library, in build/release/docs"
 	@echo "make test          build and run every test"
 	@echo "make test-python   build and test the Python package"
 	@echo "make test-oiio     build the OpenImageIO plugin and run OpenImageIO's programs on raw images"
+	@echo "make test-packages install the packages into a clean root, and run there what they bring (as root)"
 	@echo "make farm-test     run frames on a Slurm cluster of two nodes on this machine, and break it (as root)"
 	@echo "make bench         measure against the plain library calls; tables go to build/bench/"
 	@echo "make sanitize      run the tests under the sanitizers"
@@ -35,6 +39,19 @@ install:
 	$(release) -DRAWIMAGE_BUILD_BENCHMARKS=OFF
 	cmake --build build/release -j $(JOBS) --target rawimage rimg
 	@DESTDIR="$(DESTDIR)" scripts/install.sh build/release "$(PREFIX)"
+
+package:
+	@scripts/setup.sh package
+	scripts/package.sh build/package $(JOBS)
+
+test-packages:
+	@scripts/setup.sh packages
+	scripts/test_packages.sh build/package $(JOBS)
+
+docs:
+	@scripts/setup.sh docs
+	$(release) -DRAWIMAGE_BUILD_BENCHMARKS=OFF
+	cmake --build build/release --target docs
 
 # The flags keep the asserts, which a release leaves out.
 test:

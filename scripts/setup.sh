@@ -12,6 +12,9 @@
 #   format    the layout of the code
 #   farm      the tests on a cluster
 #   oiio      the OpenImageIO plugin and its tests
+#   package   the Debian packages
+#   packages  the tests of these packages
+#   docs      the pages about the library
 #   all       all of these
 set -euo pipefail
 
@@ -25,6 +28,10 @@ declare -A needs=(
     [format]="clang-format-14"
     [farm]="${build[*]} ${programs[*]} python3 parallel munge slurmctld slurmd slurm-client"
 )
+needs[package]="${build[*]} ${programs[*]} pandoc dpkg-dev pybind11-dev python3-dev python3-numpy"
+needs[packages]="${needs[package]} pkg-config ninja-build lintian man-db mandoc bash-completion zsh fish"
+needs[packages]+=" shared-mime-info xdg-utils libglib2.0-bin file"
+needs[docs]="${build[*]} ${programs[*]} python3 doxygen"
 # The tests check the layout, too, and build the benchmarks.
 needs[test]="${needs[bench]} libgtest-dev libgmock-dev ninja-build pkg-config ${needs[format]}"
 needs[python]="${needs[test]} pybind11-dev python3-dev python3-numpy python3-pytest python3-hypothesis"
@@ -42,10 +49,11 @@ for job in "$@"; do
     wanted+=("${needs[$job]-unknown}")
 done
 if [ "${#wanted[@]}" -eq 0 ] || [[ " ${wanted[*]} " == *" unknown "* ]]; then
-    echo "usage: setup.sh [--list] JOB..., a JOB is one of: demo test bench python oiio sanitize fuzz format farm all" >&2
+    echo "usage: setup.sh [--list] JOB..., a JOB is one of: demo test bench python oiio sanitize fuzz format farm" \
+        "package packages docs all" >&2
     exit 2
 fi
-mapfile -t packages < <(tr ' ' '\n' <<<"${wanted[*]}" | sort -u)
+mapfile -t packages < <(tr -s ' ' '\n' <<<"${wanted[*]}" | sort -u)
 
 if [ -n "$list" ]; then
     printf '%s\n' "${packages[@]}"

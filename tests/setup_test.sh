@@ -32,6 +32,7 @@ python pybind11-dev ^clang-14
 python python3-hypothesis -
 sanitize clang-14 -
 fuzz libclang-rt-14-dev clang-format|benchmark
+packages lintian clang|gtest|gmock|benchmark
 farm slurmd clang|gtest|gmock|benchmark
 oiio libopenimageio-dev ^clang-14|^libclang
 all clang-format-14 -
