@@ -1,11 +1,11 @@
-# Gives a target of this project the warnings and sanitizers that all our own code is built with. Nothing of it
-# reaches a target that links the library.
+# rawimage_own_code(TARGET [QUICK]) gives a target of this project the warnings and sanitizers that all our own code is
+# built with. Nothing of it reaches a target that links the library. QUICK ones take long to optimise and little time to
+# run: RAWIMAGE_QUICK_PROGRAMS leaves that out.
 function(rawimage_own_code target)
     set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF)
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wshadow -Wconversion
         $<$<BOOL:${RAWIMAGE_WERROR}>:-Werror>)
-    # What surrounds the library takes long to optimise and little time to run.
-    if(RAWIMAGE_QUICK_PROGRAMS AND NOT target STREQUAL "rawimage")
+    if(RAWIMAGE_QUICK_PROGRAMS AND "QUICK" IN_LIST ARGN)
         target_compile_options(${target} PRIVATE -O0)
     endif()
     if(RAWIMAGE_SANITIZE)

@@ -28,9 +28,9 @@ declare -A needs=(
     [format]="clang-format-14"
     [farm]="${build[*]} ${programs[*]} python3 parallel munge slurmctld slurmd slurm-client"
 )
-needs[package]="${build[*]} ${programs[*]} pandoc dpkg-dev pybind11-dev python3-dev python3-numpy"
+needs[package]="${build[*]} ${programs[*]} pandoc dpkg-dev pybind11-dev python3-dev python3-numpy libopenimageio-dev"
 needs[packages]="${needs[package]} pkg-config ninja-build lintian man-db mandoc bash-completion zsh fish"
-needs[packages]+=" shared-mime-info xdg-utils libglib2.0-bin file"
+needs[packages]+=" openimageio-tools shared-mime-info xdg-utils libglib2.0-bin file"
 needs[docs]="${build[*]} ${programs[*]} python3 doxygen"
 # The tests check the layout, too, and build the benchmarks.
 needs[test]="${needs[bench]} libgtest-dev libgmock-dev ninja-build pkg-config ${needs[format]}"
