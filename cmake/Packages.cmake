@@ -100,6 +100,6 @@ if(RAWIMAGE_BUILD_OIIO)
         "A plug-in of OpenImageIO, by which its tools and all that builds on it read and
 write the raw images that a renderer writes bucket by bucket."
         DEPENDS "${runtime_package} (= ${package_version})"
-        SUGGESTS openimageio-tools)
+        SUGGESTS openimageio-tools rawimage-tools)
 endif()
 include(CPack)
