@@ -1,4 +1,4 @@
-#include "rawimage/tools/diff.h"
+#include "convert/from_exr/diff_files.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -8,10 +8,8 @@
 #include <optional>
 #include <string>
 
-#include "cli/diff_input.h"
 #include "cli/diff_output.h"
 #include "cli/fault_output.h"
-#include "cli/image_format.h"
 #include "cli/option_checks.h"
 #include "cli/png_file.h"
 #include "cli/report.h"
@@ -25,6 +23,7 @@ namespace {
 
 using MUtils::DiffReport;
 using MUtils::DiffState;
+using MUtils::FileDiffReport;
 
 struct DiffVerbOptions {
     std::array<std::string, 2> files;
@@ -73,50 +72,21 @@ void throwFailures(const DiffVerbOptions& options, const DiffReport& found) {
     }
 }
 
-// Two OpenEXR files may have frames of one size in different places.
-void compareOrigins(const DiffInput& a, const DiffInput& b, DiffReport& found) {
-    if (!a.isExr() || !b.isExr() || (a.originX() == b.originX() && a.originY() == b.originY())) return;
-    const auto text = [](const DiffInput& input) {
-        return "(" + std::to_string(input.originX()) + ", " + std::to_string(input.originY()) + ")";
-    };
-    found.state = DiffState::kMismatch;
-    found.cause = "the frames begin at " + text(a) + " and " + text(b);
-}
-
-// An OpenEXR file is cut into the buckets of the other file, so that both are read in the same bands.
-void diffInputs(const DiffVerbOptions& options, DiffReport& found) {
+void diffInputs(const DiffVerbOptions& options, FileDiffReport& found) {
     ToolProgress progress("diff");
-    DiffInputOptions opening;
-    opening.threads = options.diff.threads;
-    opening.progress = progress.callback();
-    const auto open = [&](std::size_t side, const DiffInput* other) {
-        if (other != nullptr && other->frame().info()->buckets) {
-            opening.bucketWidth = std::clamp(other->frame().info()->buckets->width, 16, 1024);
-            opening.bucketHeight = std::clamp(other->frame().info()->buckets->height, 16, 1024);
-        }
-        return std::make_unique<DiffInput>(options.files[side], opening);
-    };
-    const bool second = formatOf(options.files[0]) == ImageFormat::kExr;
-    std::array<std::unique_ptr<DiffInput>, 2> inputs;
-    inputs[second ? 1 : 0] = open(second ? 1 : 0, nullptr);
-    inputs[second ? 0 : 1] = open(second ? 0 : 1, inputs[second ? 1 : 0].get());
-    progress.clear();
-    ToolProgress comparing("diff");
     MUtils::DiffOptions diff = options.diff;
-    diff.throughExr = inputs[0]->isExr() != inputs[1]->isExr();
     diff.picture = !options.output.empty();
-    diff.progress = comparing.callback();
-    found = MUtils::diffFrames(inputs[0]->frame(), inputs[1]->frame(), diff);
-    comparing.clear();
+    diff.progress = progress.callback();
+    found = MUtils::diffFiles(options.files[0], options.files[1], diff);
+    progress.clear();
     throwFailures(options, found);
-    compareOrigins(*inputs[0], *inputs[1], found);
     for (std::size_t side = 0; side < 2; ++side) {
-        if (!inputs[side]->incomplete().empty())
-            report(options.files[side], "what is there was compared: " + inputs[side]->incomplete());
+        if (!found.incomplete[side].empty())
+            report(options.files[side], "what is there was compared: " + found.incomplete[side]);
     }
 }
 
-ExitCode diff(const DiffVerbOptions& options, DiffReport& found) {
+ExitCode diff(const DiffVerbOptions& options, FileDiffReport& found) {
     std::optional<StreamOutput> output;
     if (!options.output.empty()) {
         output.emplace(options.output, std::vector<std::string>(options.files.begin(), options.files.end()));
@@ -134,7 +104,7 @@ ExitCode diff(const DiffVerbOptions& options, DiffReport& found) {
 }
 
 ExitCode runDiff(const DiffVerbOptions& options) {
-    DiffReport found;
+    FileDiffReport found;
     try {
         const ExitCode code = diff(options, found);
         if (options.json) {

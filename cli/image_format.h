@@ -2,11 +2,13 @@
 
 #include <string>
 
+#include "convert/image_format.h"
+
 namespace rimg {
 
-enum class ImageFormat { kOther, kExr, kRaw };
+using MUtils::ImageFormat;
 
-// By the file's content, whatever its name is. Throws Failure (kUnreadable) when it cannot be read.
+// Throws Failure (kUnreadable) when the file cannot be read.
 ImageFormat formatOf(const std::string& path);
 
 }  // namespace rimg
