@@ -2,7 +2,8 @@
 #include "python/native/report.h"
 
 #include "convert/conversion.h"
-#include "rawimage/tools/diff.h"
+#include "convert/from_exr/diff_files.h"
+
 #include "rawimage/tools/hash.h"
 #include "rawimage/tools/merge.h"
 #include "rawimage/tools/recover.h"
@@ -214,11 +215,19 @@ void bindDiff(py::module_& module) {
     Report<RecordDiff>(module, "RecordDiff", "A record that differs.")
         .field("name", &RecordDiff::name, "such as \"note\"")
         .field("present", &RecordDiff::present, "whether each frame has it");
-    Report<DiffReport>(module, "DiffReport", "How two frames differ.")
-        .field("state", nameOfState<DiffReport>, "\"good\", \"warnings\", \"failures\" or \"mismatch\"")
+    Report<FileDiffReport>(module, "DiffReport", "How two frames differ.")
+        .field("state", nameOfState<FileDiffReport>, "\"good\", \"warnings\", \"failures\" or \"mismatch\"")
         .field("cause", &DiffReport::cause, "of a mismatch, or why there is no comparison")
-        .field("offset", offsetOf<&DiffReport::causeOffset, DiffReport>, "where that shows, or None")
+        .field("offset", offsetOf<&DiffReport::causeOffset, FileDiffReport>, "where that shows, or None")
         .field("side", &DiffReport::side, "the frame that it is about, 0 or 1; -1 for none")
+        .field("incomplete", &FileDiffReport::incomplete,
+               "for each frame why pixels are missing that should be there, or \"\"")
+        .field(
+            "file_states",
+            [](const FileDiffReport& r) {
+                return std::array<std::string, 2>{stateName(r.fileStates[0]), stateName(r.fileStates[1])};
+            },
+            "state of each file, as of VerifyReport")
         .field("damaged", &DiffReport::damaged, "list of Fault of that frame")
         .field("frames", &DiffReport::frames, "Box of each frame")
         .field("channels", &DiffReport::channels, "list of ChannelDiff")

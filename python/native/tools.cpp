@@ -1,11 +1,11 @@
 #include <OpenEXR/ImfThreading.h>
 
+#include "convert/from_exr/diff_files.h"
 #include "convert/from_exr/from_exr.h"
 #include "convert/to_exr/to_exr.h"
 #include "python/native/arrays.h"
 #include "python/native/bindings.h"
 #include "python/native/work.h"
-#include "rawimage/tools/diff.h"
 #include "rawimage/tools/hash.h"
 #include "rawimage/tools/merge.h"
 #include "rawimage/tools/note.h"
@@ -92,30 +92,16 @@ DiffLimits limitsOf(const std::array<double, 3>& numbers) {
     return {numbers[0], numbers[1], numbers[2]};
 }
 
-DiffReport diff(const std::string& a, const std::string& b, const Names& channels,
-                const std::array<double, 3>& fail, const std::array<double, 3>& warn, bool records,
-                bool throughExr, int threads, const py::object& progress) {
+FileDiffReport diff(const std::string& a, const std::string& b, const Names& channels,
+                    const std::array<double, 3>& fail, const std::array<double, 3>& warn, bool records,
+                    bool throughExr, int threads, const py::object& progress) {
     DiffOptions options;
     options.channels = channels;
     options.fail = limitsOf(fail);
     options.warn = limitsOf(warn);
     options.records = records;
     options.throughExr = throughExr;
-    return runTool(options, threads, progress, [&](const DiffOptions& o) {
-        RawFrameOptions opening;
-        opening.inspect = InspectDepth::kRecords;
-        opening.threads = o.threads;
-        bool stopped = false;
-        opening.progress = [&](std::int64_t done, std::int64_t total) {
-            stopped = !o.progress(done, total);
-            return !stopped;
-        };
-        const RawFrame first(a.c_str(), opening), second(b.c_str(), opening);
-        if (!stopped) return diffFrames(first, second, o);
-        DiffReport report;
-        report.state = DiffState::kStopped;
-        return report;
-    });
+    return runTool(options, threads, progress, [&](const DiffOptions& o) { return diffFiles(a, b, o); });
 }
 
 const char* nameOf(PictureState state) {

@@ -227,6 +227,8 @@ class DiffReport:
     cause: str
     offset: int | None
     side: int
+    incomplete: list[str]
+    file_states: list[str]
     damaged: list[Fault]
     frames: list[Box]
     channels: list[ChannelDiff]

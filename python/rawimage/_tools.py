@@ -177,15 +177,15 @@ def diff(
     threads: int = 0,
     progress: Progress | None = None,
 ) -> _rawimage.DiffReport:
-    """How two raw images differ. The report's state is "good", "warnings", "failures" or "mismatch" (of sizes or
-    channels).
+    """How two files differ, each a raw image or an OpenEXR file. The report's state is "good", "warnings", "failures"
+    or "mismatch" (of sizes or channels).
 
     fail, fail_percent, hard_fail   a pixel counts that differs by more than `fail`; so many per cent of them may; and
                                     none by more than `hard_fail`
     warn, warn_percent, hard_warn   the same for warnings
     channels                        patterns for names; none for all
     records                         compare them, too
-    through_exr                     one of them was converted from OpenEXR, which does not keep everything
+    through_exr                     one of two raw images was converted from OpenEXR, which does not keep everything
     """
     names = [os.fsdecode(a), os.fsdecode(b)]
     report = _rawimage.diff(
@@ -205,6 +205,8 @@ def diff(
         raise ChannelError(report.cause, path=path)
     if report.state == "damaged":
         raise damage(path or "", report.damaged, report.cause, report.offset, report)
+    if report.state == "unreadable" and report.side >= 0:
+        raise error_of(report.file_states[report.side], report.cause, path=path, offset=report.offset, result=report)
     raise error_of(report.state, report.cause, path=path, offset=report.offset, result=report)
 
 

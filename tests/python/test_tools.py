@@ -112,7 +112,7 @@ def test_pieces_merge_and_convert_there_and_back(frame, tmp_path):
     assert rawimage.diff(whole, path).state == "good"
     assert rawimage.convert(whole, exr, kind="tiled", compression="zip").written
     assert [loss.kind for loss in rawimage.convert(exr, back, compression="fast").losses] == []
-    assert rawimage.diff(back, path, through_exr=True).state == "good"
+    assert rawimage.diff(back, path, through_exr=True).state == rawimage.diff(exr, path).state == "good"
     with pytest.raises(rawimage.MismatchError, match="strict does not allow"):
         rawimage.convert(whole, tmp_path / "no.exr", strict=True)
     with pytest.raises(ValueError, match="level is for OpenEXR files as input"):
@@ -129,6 +129,10 @@ def test_differences_are_found(frame, tmp_path):
     with rawimage.Writer(other, 50, 40, CHANNELS) as out:
         out.metadata(note="other")
         out.write(0, 0, changed)
+    (tmp_path / "text").write_text("neither")
+    for wrong, kind in ("none", rawimage.CannotOpenError), ("text", rawimage.FormatError):
+        with pytest.raises(kind, match=f"{wrong}: "):
+            rawimage.diff(path, tmp_path / wrong)
     report = rawimage.diff(path, other, records=True)
     depth = next(channel for channel in report.channels if channel.channels[0].name == "depth")
     assert (report.state, depth.failures, depth.largest.x, depth.largest.y) == ("failures", 1, 9, 7)
