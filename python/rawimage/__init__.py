@@ -123,3 +123,9 @@ __all__ = [
     "verify",
     "__version__",
 ]
+
+# Messages and help name what is here, not the modules that it comes from.
+for _name in __all__:
+    if getattr(globals()[_name], "__module__", None) != __name__ and callable(globals()[_name]):
+        globals()[_name].__module__ = __name__
+del _name
