@@ -234,7 +234,11 @@ Inspection inspectStream(PStream& stream, const InspectOptions& options) {
     }
     if (!isRawImage || file.stopped) return file;
     readFacts(stream, file);
-    judge(file, coverOf(file, options.repairedIsMissing));
+    if (options.findMissing) {
+        judge(file, coverOf(file, options.repairedIsMissing));
+    } else if (file.state == FileState::kGood) {
+        decide(file);
+    }
     return file;
 }
 

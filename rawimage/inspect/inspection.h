@@ -48,6 +48,9 @@ struct InspectOptions {
     // Pixels of a tag that is repaired count as missing: for programs that continue a file as it is, with the
     // wrong header in it.
     bool repairedIsMissing = false;
+    // Whether pixels are looked for that are missing. Without it a file that lacks some counts as kGood: for
+    // programs that do that for several files together.
+    bool findMissing = true;
     // Called now and then on the calling thread with the bytes checked and all bytes; false stops.
     std::function<bool(std::int64_t done, std::int64_t total)> progress;
 };

@@ -71,6 +71,7 @@ Inspection inspect(PFileStream& file) {
     InspectOptions options;
     options.depth = InspectDepth::kRecords;
     options.threads = 1;
+    options.findMissing = false;
     const std::int64_t size = file.Length();
     if (size < 0 || size > kSmall) return inspectStream(file, options);
     PBufStream whole(static_cast<int>(size));

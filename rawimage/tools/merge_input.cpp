@@ -48,6 +48,7 @@ std::vector<INFOTAG> pixelTagsIn(PStream& stream) {
     InspectOptions options;
     options.depth = InspectDepth::kRecords;
     options.threads = 1;
+    options.findMissing = false;
     return pixelTagsOf(inspectStream(stream, options).tags);
 }
 

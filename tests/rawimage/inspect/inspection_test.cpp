@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "tests/testing/check.h"
+#include "tests/testing/raw_frame.h"
+#include "tests/testing/run_program.h"
 
 using namespace MUtils;
 using namespace testing_tools;
@@ -48,6 +50,20 @@ TEST(Inspection, FollowsTheTableOffset) {
             EXPECT_EQ(found.tableOffset != 0, c.state == FileState::kIncomplete) << c.what;
         }
     }
+}
+
+TEST(Inspection, LeavesMissingPixelsToTheCallerWhenAsked) {
+    const TempFolder folder;
+    const std::string path = folder / "half.rimg";
+    testing_tools::RawFrame frame;
+    frame.boxes = {{0, 0, 16, 24}};
+    frame.write(path);
+    InspectOptions options;
+    EXPECT_EQ(inspectFile(path.c_str(), options).state, FileState::kIncomplete);
+    options.findMissing = false;
+    const Inspection found = inspectFile(path.c_str(), options);
+    EXPECT_EQ(found.state, FileState::kGood);
+    EXPECT_TRUE(found.missing.empty() && found.missingInAny.boxes.empty());
 }
 
 // What a shallow look proves sound is sound for a deeper one, and what is cut is unfinished for all.
