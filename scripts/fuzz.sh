@@ -17,7 +17,7 @@ seconds=$1
 shift
 targets=("$@")
 [ "${#targets[@]}" -gt 0 ] || targets=(parse table recover tools frame attributes)
-declare -A quick_runs=([parse]=36000 [table]=150000 [recover]=15000 [tools]=6000 [frame]=20000 [attributes]=300000)
+declare -A quick_runs=([parse]=12000 [table]=90000 [recover]=6000 [tools]=4000 [frame]=10000 [attributes]=200000)
 
 "$root/scripts/setup.sh" fuzz
 "$root/scripts/configure.sh" "$build" -DRAWIMAGE_SANITIZE=fuzzer-no-link,address,undefined \
