@@ -16,6 +16,7 @@ inline namespace v1 {
 namespace {
 
 constexpr std::int64_t kLargestRead = 1 << 30;
+constexpr std::int64_t kUnconfirmed = 1 << 20;  // the most that is allocated on a tag's claim alone
 
 }  // namespace
 
@@ -80,6 +81,21 @@ int decodeRegionTag(PStream& stream, RIFileCallback& callback) {
     return callback.setRenderRegion(decodeRegion(bytes)) ? 0 : -19;
 }
 
+// Reads values that mayHold() has accepted straight into the table, which fails only when fewer come. Where
+// only the tag claims that the stream contains as many, `unconfirmed` receives them first, in growing pieces.
+bool readValues(PStream& stream, int count, int valueSize, ByteBuffer& unconfirmed, MBVTable& values) {
+    const std::int64_t bytes = std::int64_t{count} * valueSize;
+    const bool straight = bytes <= kUnconfirmed || stream.Length() >= 0;
+    if (!straight && !readPayload(stream, bytes, unconfirmed)) return false;
+    values.initReusing(count, valueSize, kMaxBlockBytes);
+    if (!straight) {
+        values.loadFromBuffer(unconfirmed.data(), count);
+        return true;
+    }
+    int got = 0;
+    return values.read(&stream, 0, count, got) == 0 && got == count;
+}
+
 // The size comes from width and height, not from the tag's size field.
 int decodePreview(PStream& stream, const RIF_TAG& tag, RIFileCallback& callback) {
     constexpr int kPixelBytes = sizeof(RGB24);
@@ -87,16 +103,8 @@ int decodePreview(PStream& stream, const RIF_TAG& tag, RIFileCallback& callback)
     if (!mayHold(stream, bytes)) return -20;
     const int values = static_cast<int>(bytes / kPixelBytes);
     MBVTable pixels(1, kMaxBlockBytes);
-    int got = 0;
-    if (stream.Length() >= 0) {
-        pixels.initNotResizable(values, kPixelBytes, kMaxBlockBytes);
-        if (pixels.read(&stream, 0, values, got) != 0 || got < values) return -20;
-    } else {
-        ByteBuffer buffer;
-        if (!readPayload(stream, bytes, buffer)) return -20;
-        pixels.initNotResizable(values, kPixelBytes, kMaxBlockBytes);
-        pixels.loadFromBuffer(buffer.data(), values);
-    }
+    ByteBuffer unconfirmed;
+    if (!readValues(stream, values, kPixelBytes, unconfirmed, pixels)) return -20;
     return callback.setPreview(pixels, values, tag.p1, tag.p2) ? 0 : -21;
 }
 
@@ -272,17 +280,9 @@ int TagDecoder::readZipped(PStream& stream, const RIF_TAG& tag, const PixelShape
 }
 
 int TagDecoder::readRaw(PStream& stream, const RIF_TAG& tag, const PixelShape& shape) {
-    if (!mayHoldRaw(stream, tag, shape)) return kPixelsUnreadable;
-    if (stream.Length() < 0) {
-        if (!readPayload(stream, shape.bytes, raw_)) return kPixelsUnreadable;
-        pixels_.initReusing(shape.count, shape.valueSize, kMaxBlockBytes);
-        pixels_.loadFromBuffer(raw_.data(), shape.count);
-        return 0;
-    }
-    pixels_.initReusing(shape.count, shape.valueSize, kMaxBlockBytes);
-    int got = 0;
-    const bool whole = pixels_.read(&stream, 0, shape.count, got) == 0 && got == shape.count;
-    return whole ? 0 : kPixelsUnreadable;
+    const bool read =
+        mayHoldRaw(stream, tag, shape) && readValues(stream, shape.count, shape.valueSize, raw_, pixels_);
+    return read ? 0 : kPixelsUnreadable;
 }
 
 int TagDecoder::readPixels(PStream& stream, const RIF_TAG& tag, bool compressed, ValueRooms& rooms) {

@@ -343,6 +343,25 @@ TEST(Reader, TakesTheFirstValuesOfALongerPayload) {
     }
 }
 
+// Values count as read when all came; on a stream that does not know its length, too.
+TEST(Reader, TakesValuesThatAllCameWithAnError) {
+    Bytes bytes = Bytes().fileHeader(0).tag(TAG_PREVIEW, 6, {2, 1}).text("abcdef");
+    bytes.tag(TAG_CHAN_INT, 8, {RCT_INT, 0, 0, 2, 1}).i32s({7, 8});
+    bytes[20] = 0;
+    for (const bool lengthKnown : {true, false}) {
+        for (const Fault fault : {Fault::kErrorFull, Fault::kErrorShort}) {
+            for (const int payload : {3, 5}) {
+                Reading reading(bytes);
+                if (!lengthKnown) reading.stream.hideLength();
+                reading.stream.failAt(Call::kRead, payload, fault);
+                const int refused = payload == 3 ? -20 : -16;
+                EXPECT_EQ(reading.parse(), fault == Fault::kErrorFull ? 0 : refused)
+                    << "read " << payload << ", length known " << lengthKnown;
+            }
+        }
+    }
+}
+
 // A record that is cut is passed over, and the next one asked for; a failed read or one of nothing is the
 // last.
 TEST(Reader, ReadsChannelRecordsUntilAReadFails) {
