@@ -88,6 +88,9 @@ class ExrFileDataBase {
     // "name=value; name=value", see WriteEXRExtraAttributes(). No header: code -3, as above.
     virtual ErrorCode setExtraAttributes(const char* text);
     virtual ErrorCode writeRegion(MUtils::MRRegionData* region) = 0;
+    // The attribute "stampText". No header: code -3, as above.
+    virtual ErrorCode setStampText(const char* text);
+
     // Writes the region `call` of `feed`, and what follows it as far as it can be written together. Puts the
     // region that comes then into `call`. False at the end of the feed.
     virtual ErrorCode writeNext(RegionFeed& feed, RegionFeed::Call& call, bool& more);
@@ -95,8 +98,6 @@ class ExrFileDataBase {
     virtual ErrorCode writeTiles(MUtils::MRRegionData* region);
     // Hands the system what the stream still buffers.
     ErrorCode flush();
-    // The attribute "stampText". No header: code -3, as above.
-    virtual ErrorCode setStampText(const char* text);
 
   protected:
     // What both setChannels() refuse: no table, and no resolution.
