@@ -24,6 +24,7 @@ struct RIFileMT::JobRecord {
 struct RIFileMT::Batch {
     MUtils::ByteBuffer bytes;
     std::size_t used = 0;
+    std::int64_t values = 0;  // bytes that the payloads inflate to, as the tags claim
     int tags = 0;
 };
 
@@ -93,7 +94,7 @@ int RIFileMT::walk(RIFileCallback& callback) {
     // Whatever ends the walk, an exception too: what was read before it is delivered.
     struct HandOver {
         RIFileMT* reader;
-        ~HandOver() { reader->handOver(); }
+        ~HandOver() { reader->handOverLast(); }
     };
     const HandOver last{this};
     std::int64_t offset = kFileHeaderBytes;
@@ -112,7 +113,7 @@ int RIFileMT::walk(RIFileCallback& callback) {
             if (status != 0) break;
             continue;
         }
-        handOver();
+        handOverLast();
         if (pending) jobManager_->waitJobs(nullptr);
         pending = false;
         if (error_ != 0) return error_;
@@ -121,7 +122,7 @@ int RIFileMT::walk(RIFileCallback& callback) {
         status = walkable ? stream->Seek(static_cast<long>(offset)) : -5;
         if (status != 0) break;
     }
-    handOver();
+    handOverLast();
     if (pending) jobManager_->waitJobs(nullptr);
     return status != 0 ? status : error_.load();
 }
@@ -137,8 +138,10 @@ int RIFileMT::enqueuePixels(const RIF_TAG& tag) {
         job.tag = tag;
         job.payload = batch.bytes.data() + batch.used;
         batch.used += size;
+        batch.values += std::max<std::int64_t>(pixelShape(tag).bytes, 0);
         ++batch.tags;
-        const bool full = batch.used >= kBatchBytes || batch.tags == kBatchTags;
+        const bool full =
+            batch.used >= kBatchBytes || batch.values >= kBatchValueBytes || batch.tags == kBatchTags;
         if (full || jobManager_->pendingJobs() < jobManager_->numThreads()) handOver();
     }
     return status != 0 ? status : error_.load();
@@ -152,6 +155,7 @@ RIFileMT::Batch& RIFileMT::batchFor(std::size_t payloadBytes) {
         filling_ = jobManager_->acquireJobIndex();
         Batch& empty = batches_[static_cast<std::size_t>(filling_)];
         empty.used = 0;
+        empty.values = 0;
         empty.tags = 0;
     }
     return batches_[static_cast<std::size_t>(filling_)];
@@ -177,6 +181,25 @@ void RIFileMT::handOver() {
     } else {
         jobManager_->cancelJob(slot);
     }
+}
+
+// For the last batch before a wait for all jobs: splits it into one job for each worker, as no more tags come
+// that would keep the others busy. The records of all these jobs point into the bytes of the batch, which are
+// not used again before the wait is over.
+void RIFileMT::handOverLast() {
+    if (filling_ < 0) return;
+    const auto recordsOf = [this](int slot) { return jobRecords_.begin() + slot * kBatchTags; };
+    int& left = batches_[static_cast<std::size_t>(filling_)].tags;
+    for (int shares = std::min(left, jobManager_->numThreads()); shares > 1; --shares) {
+        const int slot = jobManager_->acquireJobIndex();
+        const int tags = left / shares;
+        left -= tags;
+        for (int i = 0; i < tags; ++i)
+            **(recordsOf(slot) + i) = **(recordsOf(filling_) + left + i);
+        batches_[static_cast<std::size_t>(slot)].tags = tags;
+        jobManager_->enqueueJob(nullptr, slot, this);
+    }
+    handOver();
 }
 
 // An exception costs the tag that it came from. The queue takes the first code, and drops it.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -45,8 +46,10 @@ class RAWIMAGE_EXPORT RIFileMT : public RIFile {
         int jobProc(int threadIndex, int jobIndex, void* data) override;
     };
 
-    // Small tags go to a worker together, as many as these bytes of payload or this number hold.
+    // Small tags go to a worker together: as many as these bytes of payload or of values, or this number,
+    // hold. The last ones before a wait are shared among all workers.
     static constexpr std::size_t kBatchBytes = 1 << 16;
+    static constexpr std::int64_t kBatchValueBytes = 1 << 20;
     static constexpr int kBatchTags = 64;
 
   private:
@@ -60,6 +63,7 @@ class RAWIMAGE_EXPORT RIFileMT : public RIFile {
     Batch& batchFor(std::size_t payloadBytes);
     bool readInto(Batch& batch, std::int64_t size, int& status);
     void handOver();
+    void handOverLast();
     int parseBatch(int threadIndex, int slot);
     int decodeJob(ThreadBuffers& buffers, const JobRecord& job, std::size_t payloadBytes);
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <condition_variable>
 #include <filesystem>
 #include <mutex>
 #include <stdexcept>
@@ -359,6 +360,54 @@ TEST(MTReaderMemory, HoldsAPayloadForEachThreadAndOneMore) {
         // And the header of the next one.
         EXPECT_LE(callback.most, c.payloads * (c.bytes + kTagHeaderBytes) + kTagHeaderBytes) << c.bytes;
         EXPECT_GT(callback.most, c.bytes) << "the reader waits for each tag";
+    }
+}
+
+// Records that a read has reached the end.
+struct EndingStream : FaultStream {
+    using FaultStream::FaultStream;
+    int Read(void* data, int size, int& got) override {
+        const int code = FaultStream::Read(data, size, got);
+        ended = ended || got == 0;
+        return code;
+    }
+    std::atomic<bool> ended{false};
+};
+
+// Every call waits until the file has been read to its end and each of the threads is in a call.
+struct TogetherCallback final : AcceptingCallback {
+    TogetherCallback(const EndingStream& from, int threadCount) : stream(from), threads(threadCount) {}
+    bool setImageData(const MBVTable&, int, int, int, int, int, int, int, int) override {
+        std::unique_lock<std::mutex> lock(mutex);
+        const int lastOfRound = (calls++ / threads + 1) * threads;
+        arrived.notify_all();
+        const auto together = [&] { return calls >= lastOfRound && stream.ended; };
+        for (int tries = 0; !together() && !alone; ++tries) {
+            arrived.wait_for(lock, std::chrono::milliseconds(10));
+            alone = tries == 1000;
+        }
+        return true;
+    }
+    const EndingStream& stream;
+    const int threads;
+    std::mutex mutex;  // guards what follows
+    std::condition_variable arrived;
+    int calls = 0;
+    bool alone = false;
+};
+
+// Tags with tiny payloads may have slow callbacks.
+TEST(MTReaderJob, TagsThatAreLeftAtTheEndGoToAllThreads) {
+    for (const int threads : {2, 4}) {
+        const int tags = 5 * threads;
+        EndingStream stream(plainTags(tags, 64));
+        stream.Open();
+        RIFileMT file(nullptr, threads);
+        ASSERT_TRUE(file.Open(nullptr, &stream).empty());
+        TogetherCallback callback(stream, threads);
+        ASSERT_EQ(file.ParseFile(callback), 0);
+        EXPECT_EQ(callback.calls, tags);
+        EXPECT_FALSE(callback.alone) << threads;
     }
 }
 
