@@ -24,8 +24,9 @@ address)
     cmake --build "$build" -j "$jobs"
     export ASAN_OPTIONS=detect_stack_use_after_return=1:strict_string_checks=1:detect_leaks=1
     export UBSAN_OPTIONS=print_stacktrace=1
-    # What reads sources only, or is about processes, has had its run in the plain build.
-    ctest --test-dir "$build" -LE source -E '^farm$' --output-on-failure --no-tests=error -j "$jobs"
+    # What reads sources only, starts other programs, or is about the words of the command line has had its run in
+    # the plain build.
+    ctest --test-dir "$build" -LE source -E '^farm$|RimgUsage' --output-on-failure --no-tests=error -j "$jobs"
     ;;
 thread)
     build=$root/build/tsan

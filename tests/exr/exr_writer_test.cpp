@@ -17,6 +17,7 @@
 #include "rawimage/read/accepting_callback.h"
 #include "rawimage/writer.h"
 #include "tests/exr/exr_fixture.h"
+#include "tests/testing/sanitized.h"
 
 using namespace testing_tools;
 
@@ -515,7 +516,7 @@ TEST(ExrFullDisk, IsToldWhereverItStrikes) {
         const TempFile file;
         ASSERT_FALSE(writeTells(kind, file.path)) << "nothing fails with room enough";
         const std::uintmax_t size = std::filesystem::file_size(file.path);
-        for (std::uintmax_t limit = 0; limit < size; limit += size / 24)
+        for (std::uintmax_t limit = 0; limit < size; limit += size / (kSanitized ? 6 : 24))
             EXPECT_TRUE(tellsAtLimit(kind, file.path, limit)) << kind << ", " << limit << " of " << size;
         EXPECT_TRUE(tellsAtLimit(kind, file.path, size - 1));
         EXPECT_FALSE(tellsAtLimit(kind, file.path, size));

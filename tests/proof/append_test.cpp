@@ -4,6 +4,7 @@
 #include "rawimage/tools/resume.h"
 #include "tests/testing/memory_file.h"
 #include "tests/testing/sample_file.h"
+#include "tests/testing/sanitized.h"
 
 // Files with one damaged size are continued by everything that continues files. Nothing of them may go but
 // the table and a tag that is certainly half.
@@ -100,7 +101,7 @@ TEST(DamagedAppend, LosesNothingByAnyBitOfAnySize) {
         for (const bool compressed : {true, false}) {
             const Begun sound = begin(tail, compressed, static_cast<std::size_t>(lastBytes));
             for (const std::size_t tag : sound.tags) {
-                for (int bit = 0; bit < 32; ++bit) {
+                for (int bit = 0; bit < 32; bit += kSanitized ? 5 : 1) {
                     Begun damaged = sound;
                     const std::size_t at = tag + 4 + static_cast<std::size_t>(bit) / 8;
                     damaged.bytes[at] ^= static_cast<unsigned char>(1 << bit % 8);

@@ -10,6 +10,7 @@
 #include "support/half_float.h"
 #include "tests/testing/check.h"
 #include "tests/testing/raw_frame.h"
+#include "tests/testing/sanitized.h"
 
 using namespace MUtils;
 using testing_tools::Bytes;
@@ -275,7 +276,7 @@ TEST(RawFrame, ShowsWhatAnInspectionFinds) {
 TEST(RawFrame, ShowsNoPixelOfADamagedHeader) {
     for (const bool closed : {true, false}) {
         const Contents whole = wholeFile(closed);
-        for (std::size_t at = 0; at < whole.size(); ++at) {
+        for (std::size_t at = 0; at < whole.size(); at += kSanitized ? 5 : 1) {
             Contents damaged = whole;
             damaged[at] = static_cast<unsigned char>(damaged[at] ^ 1 << at % 8);
             ASSERT_TRUE(agreesWithInspection(damaged)) << closed << ": byte " << at;
