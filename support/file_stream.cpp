@@ -10,6 +10,7 @@
 
 #include "support/files.h"
 #include "support/pstream.h"
+#include "support/sync_file.h"
 
 namespace MUtils {
 
@@ -262,12 +263,8 @@ int PFileStream::Sync() {
     if (descriptor_ < 0) return EBADF;
     if (writeError_ != 0) return writeError_;
     if (!seekable_) return 0;
-    int code;
-    do {
-        code = ::fsync(descriptor_) != 0 ? errno : 0;
-    } while (code == EINTR);
     // Data that did not reach the disk is lost, whatever a later call returns.
-    return writeError_ = code;
+    return writeError_ = syncFile(descriptor_);
 }
 
 // The length may change under a reader (a render that goes on, a file that is cut): asked anew each time,
