@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <climits>
+#include <csignal>
 #include <cstring>
 #include <ctime>
 #include <initializer_list>
@@ -58,6 +59,37 @@ void handle(std::initializer_list<int> numbers, void (*handler)(int)) {
     }
 }
 
+// As long as they are held no signal ends the program, in whatever thread it arrives.
+class DoomedFiles final : public MUtils::NewFileCleanup {
+  public:
+    void hold() override {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_BLOCK, &all, &before_);
+        held = true;
+    }
+    void release() override {
+        held = false;
+        pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+    }
+    void made(const std::string& path) override {
+        for (Doomed& file : doomed) {
+            if (file.named || path.size() >= sizeof file.path) continue;
+            std::memcpy(file.path, path.c_str(), path.size() + 1);
+            file.named = true;
+            return;
+        }
+    }
+    void gone(const std::string& path) override {
+        for (Doomed& file : doomed) {
+            if (file.named && path == file.path) file.named = false;
+        }
+    }
+
+  private:
+    sigset_t before_{};
+};
+
 }  // namespace
 
 void catchSignals() {
@@ -70,31 +102,9 @@ bool stopRequested() {
     return stopSignal != 0;
 }
 
-void removeWhenKilled(const std::string& path) {
-    for (Doomed& file : doomed) {
-        if (file.named || path.size() >= sizeof file.path) continue;
-        std::memcpy(file.path, path.c_str(), path.size() + 1);
-        file.named = true;
-        return;
-    }
-}
-
-void keepWhenKilled(const std::string& path) {
-    for (Doomed& file : doomed) {
-        if (file.named && path == file.path) file.named = false;
-    }
-}
-
-SignalsHeld::SignalsHeld() {
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_BLOCK, &all, &before_);
-    held = true;
-}
-
-SignalsHeld::~SignalsHeld() {
-    held = false;
-    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+MUtils::NewFileCleanup& removedWhenKilled() {
+    static DoomedFiles files;
+    return files;
 }
 
 }  // namespace rimg

@@ -1,7 +1,6 @@
 #pragma once
 
-#include <csignal>
-#include <string>
+#include "support/new_file.h"
 
 namespace rimg {
 
@@ -14,22 +13,7 @@ void catchSignals();
 // then they leave nothing and answer ExitCode::kStopped.
 bool stopRequested();
 
-// A file to remove when a signal ends the program, besides those named before. There is room for two.
-void removeWhenKilled(const std::string& path);
-// Takes a file's name back.
-void keepWhenKilled(const std::string& path);
-
-// As long as it lives no signal ends the program, in whatever thread it arrives: for the moment between
-// making a file and removeWhenKilled().
-class SignalsHeld {
-  public:
-    SignalsHeld();
-    ~SignalsHeld();
-    SignalsHeld(const SignalsHeld&) = delete;
-    SignalsHeld& operator=(const SignalsHeld&) = delete;
-
-  private:
-    sigset_t before_;
-};
+// Has the files of an output removed when a signal ends the program. There is room for two at a time.
+MUtils::NewFileCleanup& removedWhenKilled();
 
 }  // namespace rimg
