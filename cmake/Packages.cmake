@@ -93,6 +93,7 @@ if(RAWIMAGE_BUILD_PYTHON)
         "Reads, writes and checks the raw images that a renderer writes bucket by
 bucket, from Python."
         DEPENDS "${runtime_package} (= ${package_version})" "python3 (<< 3.12), python3 (>= 3.11)" python3-numpy
+        python3-pil
         PYTHON "${python_folder}/rawimage")
 endif()
 if(RAWIMAGE_BUILD_OIIO)

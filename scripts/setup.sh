@@ -30,11 +30,11 @@ declare -A needs=(
 )
 needs[package]="${build[*]} ${programs[*]} pandoc dpkg-dev pybind11-dev python3-dev python3-numpy libopenimageio-dev"
 needs[packages]="${needs[package]} pkg-config ninja-build lintian man-db mandoc bash-completion zsh fish"
-needs[packages]+=" openimageio-tools shared-mime-info xdg-utils libglib2.0-bin file"
+needs[packages]+=" python3-pil openimageio-tools shared-mime-info xdg-utils libglib2.0-bin file"
 needs[docs]="${build[*]} ${programs[*]} python3 doxygen"
 # The tests check the layout, too, and build the benchmarks.
 needs[test]="${needs[bench]} libgtest-dev libgmock-dev ninja-build pkg-config ${needs[format]}"
-needs[python]="${needs[test]} pybind11-dev python3-dev python3-numpy python3-pytest python3-hypothesis"
+needs[python]="${needs[test]} pybind11-dev python3-dev python3-numpy python3-pil python3-pytest python3-hypothesis"
 needs[oiio]="${needs[test]} libopenimageio-dev openimageio-tools python3-openimageio python3-numpy"
 needs[sanitize]="${needs[test]} ${clang[*]}"
 

@@ -6,6 +6,7 @@ PYBIND11_MODULE(_rawimage, module) {
     module.attr("__version__") = MUtils::rawimageVersion();
     rawimage_python::bindReports(module);
     rawimage_python::bindFrame(module);
+    rawimage_python::bindNewFile(module);
     rawimage_python::bindOutput(module);
     rawimage_python::bindToolReports(module);
     rawimage_python::bindTools(module);

@@ -9,6 +9,7 @@
 #include "python/native/arrays.h"
 #include "python/native/bindings.h"
 #include "python/native/output_region.h"
+#include "python/native/write_failure.h"
 #include "rawimage/output_queue.h"
 #include "rawimage/writer.h"
 #include "support/compression.h"
@@ -20,21 +21,13 @@ namespace {
 using MUtils::FrameChannel;
 using MUtils::PixelBox;
 
-// Becomes rawimage.WriteError.
-struct WriteFailure : std::runtime_error {
-    WriteFailure(const ErrorCode& error, std::string file)
-        : std::runtime_error(textOf(error)), path(std::move(file)), code(error.getError()) {}
-
+WriteFailure failureOf(const ErrorCode& error, const std::string& path) {
+    const std::string operation = error.operation();
+    const int code = error.getError();
     // The system's words alone when the file could not even be opened.
-    static std::string textOf(const ErrorCode& error) {
-        const std::string operation = error.operation();
-        const bool opening = error.getError() > 0 && (operation == "Create" || operation == "Append");
-        return opening ? "cannot be written: " + MUtils::openErrorText(error.getError()) : error.describe();
-    }
-
-    std::string path;
-    int code;
-};
+    const bool opening = code > 0 && (operation == "Create" || operation == "Append");
+    return {opening ? "cannot be written: " + MUtils::openErrorText(code) : error.describe(), path, code};
+}
 
 MUtils::Compression compressionOf(const std::string& name) {
     if (name == "small") return MUtils::Compression::kSmall;
@@ -114,7 +107,7 @@ class Output {
                 return ErrorCode("write", -1, "%s", failure.what());
             }
         }();
-        if (error) throw WriteFailure(error, path_);
+        if (error) throw failureOf(error, path_);
     }
 
     const std::string path_;

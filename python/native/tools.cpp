@@ -15,7 +15,6 @@
 #include "rawimage/tools/stats.h"
 #include "rawimage/tools/verify.h"
 #include "rawimage/writer.h"
-#include "support/files.h"
 #include "support/job_queue.h"
 #include "support/safe_text.h"
 
@@ -226,8 +225,6 @@ void bindTools(py::module_& module) {
         return prepareResume(path.c_str());
     });
     module.def("is_raw_image", [](const std::string& path) { return RIFile::isRIFile(path.c_str()); });
-    module.def("is_same_file",
-               [](const std::string& a, const std::string& b) { return isSameFile(a.c_str(), b.c_str()); });
     module.def("safe_text", [](const std::string& text) { return safeText(text); });
 }
 

@@ -8,8 +8,7 @@ from typing import Any, Iterable, Sequence
 import numpy
 
 from . import _rawimage
-from ._errors import ChannelError, DamagedError, IncompleteError, StoppedError, damage, error_of
-from ._files import NewFile, png_of
+from ._errors import ChannelError, DamagedError, IncompleteError, StoppedError, WriteError, damage, error_of
 from ._reading import Progress, box_of
 from ._writing import EXR_COMPRESSIONS, choice
 
@@ -81,8 +80,8 @@ def recover(
             raise error_of(report.state, report.cause, path=name, result=report)
         return report
     target = os.fsdecode(output)
-    with NewFile(target, [name]) as made:
-        report = _rawimage.recover(name, made.part, sibling, size, threads, progress)
+    with _rawimage.NewFile(target, [name]) as made:
+        report = _rawimage.recover(name, made.path, sibling, size, threads, progress)
         if report.state != "good":
             file = target if report.state == "write failed" else name
             raise error_of(report.state, made.named(report.cause), path=file, result=report)
@@ -111,8 +110,9 @@ def merge(
     if not names:
         raise ValueError("inputs: expected at least one")
     which = choice(_OVERLAPS, overlap, "overlap")
-    with NewFile(target, names) as made:
-        report = _rawimage.merge(names, made.part, which, allow_holes, verify, threads, progress)
+    with _rawimage.NewFile(target, names) as made:
+        made.lock_name()
+        report = _rawimage.merge(names, made.path, which, allow_holes, verify, threads, progress)
         if report.state != "good":
             file = made.named(report.file) or target
             raise error_of(report.state, made.named(report.cause), path=file, result=report)
@@ -248,13 +248,25 @@ def preview(
     if state != "good":
         raise _no_picture(name, state, file_state, cause, where, channel, names)
     if output is not None:
-        with NewFile(os.fsdecode(output), [name]) as made:
-            with open(made.part, "wb") as file:
-                file.write(png_of(pixels))
+        target = os.fsdecode(output)
+        with _rawimage.NewFile(target, [name], stream=True) as made:
+            _write_png(made.path, target, pixels)
             made.commit()
     if faults or file_state == "damaged":
         raise damage(name, faults, cause, where, pixels)
     return pixels
+
+
+def _write_png(path: str, name: str, pixels: numpy.ndarray) -> None:
+    from PIL import Image, PngImagePlugin  # here, as it takes long and few have a use for it
+
+    chunks = PngImagePlugin.PngInfo()
+    chunks.add(b"sRGB", b"\0")
+    try:
+        with open(path, "wb") as file:
+            Image.fromarray(pixels).save(file, "PNG", pnginfo=chunks)
+    except OSError as error:
+        raise WriteError(f"cannot be written: {error.strerror}", path=name, code=error.errno or 0) from error
 
 
 def _no_picture(
@@ -349,10 +361,10 @@ def convert(
 def _convert(
     source: str, target: str, is_raw: bool, options: dict[str, Any], strict: bool, threads: int, progress: Any
 ) -> _rawimage.ConvertReport:
-    with NewFile(target, [source]) as made:
+    with _rawimage.NewFile(target, [source, options.get("attributes_from", "")]) as made:
 
         def begin(report: _rawimage.ConvertReport) -> str | None:
-            return None if strict and report.losses else made.part
+            return None if strict and report.losses else made.path
 
         report = _rawimage.convert(source, is_raw, options, threads, progress, begin)
         if not report.written and not report.cause:

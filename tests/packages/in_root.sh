@@ -112,6 +112,9 @@ doors() {
     if dpkg -s python3-rawimage >/dev/null 2>&1; then
         [ "$(python3 -c 'import rawimage; f = rawimage.open("frame.rimg"); print(f["color"].shape)')" = "(96, 160, 3)" ] ||
             fail "Python does not read the frame"
+        python3 -c 'import rawimage; rawimage.preview("frame.rimg", "python.png")' ||
+            fail "Python draws no picture"
+        rm python.png
         echo "Python: ok"
     fi
     if dpkg -s openimageio-plugin-rawimage >/dev/null 2>&1; then

@@ -1,13 +1,15 @@
+import fcntl
 import json
+import os
+import resource
 import signal
-import struct
 import subprocess
 import threading
 import time
-import zlib
 
 import numpy
 import pytest
+from PIL import Image
 
 import rawimage
 from conftest import CHANNELS, values_of, write_frame
@@ -78,6 +80,56 @@ def test_an_interrupt_ends_the_work(large, tmp_path, name):
     pytest.fail("never interrupted")
 
 
+@pytest.mark.parametrize("name", ["recover", "merge", "convert", "preview"])
+def test_an_output_replaces_an_older_one_when_it_is_whole(frame, tmp_path, name):
+    path, _ = frame
+    job, new = jobs(path, tmp_path)[name], tmp_path / "new"
+    new.write_bytes(b"older")
+    new.chmod(0o640)
+    if os.geteuid() == 0:
+        os.chown(new, 12345, 12346)
+    before = new.stat()
+    with open(new, "rb") as other:
+        fcntl.flock(other, fcntl.LOCK_EX)
+        with pytest.raises(rawimage.WriteError, match="new: cannot be written: another writer has the file open"):
+            job()
+    limits = resource.getrlimit(resource.RLIMIT_FSIZE)
+    resource.setrlimit(resource.RLIMIT_FSIZE, (10, limits[1]))
+    try:
+        with pytest.raises(rawimage.WriteError, match="new: .*File too large"):
+            job()
+    finally:
+        resource.setrlimit(resource.RLIMIT_FSIZE, limits)
+    assert new.read_bytes() == b"older"
+    job()
+    after = new.stat()
+    assert (after.st_mode, after.st_uid, after.st_gid) == (before.st_mode, before.st_uid, before.st_gid)
+    assert after.st_size > 10 and [file.name for file in tmp_path.iterdir()] == ["new"]
+    new.unlink()
+    new.symlink_to(path)
+    with pytest.raises(ValueError, match="new: input and output are the same file"):
+        job()
+    new.unlink()
+    os.mkfifo(new)
+    if name == "preview":  # written in one go
+        reader = subprocess.Popen(["cat", new], stdout=subprocess.PIPE)
+        job()
+        assert reader.communicate()[0].startswith(b"\x89PNG")
+    else:
+        with pytest.raises(ValueError, match="new: must be a file"):
+            job()
+
+
+def test_merges_of_one_output_exclude_each_other(frame, tmp_path):
+    path, _ = frame
+    with open(tmp_path / "new.lock", "w") as other:
+        fcntl.flock(other, fcntl.LOCK_EX)
+        with pytest.raises(rawimage.WriteError, match="new: cannot be written: another writer"):
+            rawimage.merge([path], tmp_path / "new")
+    rawimage.merge([path], tmp_path / "new")
+    assert [file.name for file in tmp_path.iterdir()] == ["new"]
+
+
 def test_reports_are_those_of_rimg(frame, build):
     path, values = frame
     rimg = [build / "cli/rimg"]
@@ -140,27 +192,14 @@ def test_differences_are_found(frame, tmp_path):
     assert rawimage.diff(path, other, fail=2, warn=2).state == "good"
 
 
-def decoded(png):
-    """The pixels of a PNG file whose rows are not filtered."""
-    size, data, at = None, b"", 8
-    while at < len(png):
-        (length,), kind = struct.unpack(">I", png[at : at + 4]), png[at + 4 : at + 8]
-        body = png[at + 8 : at + 8 + length]
-        assert zlib.crc32(kind + body) == int.from_bytes(png[at + 8 + length : at + 12 + length], "big")
-        size = struct.unpack(">II", body[:8]) if kind == b"IHDR" else size
-        data += body if kind == b"IDAT" else b""
-        at += 12 + length
-    rows = numpy.frombuffer(zlib.decompress(data), numpy.uint8).reshape(size[1], -1)
-    assert not rows[:, 0].any()
-    return rows[:, 1:].reshape(size[1], size[0], 3)
-
-
 def test_previews_are_arrays_and_png_files(frame, tmp_path):
     path, _ = frame
     for options, shape in [({}, (40, 50, 3)), ({"channel": "depth", "size": (20, 10)}, (10, 20, 3))]:
         pixels = rawimage.preview(path, tmp_path / "a.png", **options)
         assert pixels.dtype == numpy.uint8 and pixels.shape == shape and pixels.any()
-        numpy.testing.assert_array_equal(decoded((tmp_path / "a.png").read_bytes()), pixels)
+        with Image.open(tmp_path / "a.png") as picture:
+            assert (picture.format, picture.mode, picture.info["srgb"]) == ("PNG", "RGB", 0)
+            numpy.testing.assert_array_equal(numpy.asarray(picture), pixels)
     with pytest.raises(rawimage.ChannelError, match='has no channel "x"; it has color'):
         rawimage.preview(path, channel="x")
     with pytest.raises(ValueError, match="size: expected 1 to 32768"):
