@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 
+#include "cli/choice_option.h"
 #include "cli/convert_output.h"
 #include "cli/option_checks.h"
 #include "cli/output_file.h"
@@ -169,41 +170,27 @@ ExitCode runConvert(const CLI::App& app, ConvertVerb& verb) {
 }
 
 void addFromExrOptions(CLI::App& app, MUtils::FromExrOptions& options) {
-    app.add_option_function<std::string>(
-           "--bucket",
-           [&options](const std::string& text) {
-               const PixelSize size = parseSize(text);
-               options.bucketWidth = size.width;
-               options.bucketHeight = size.height;
-           },
-           "bucket size in pixels")
-        ->type_name("WxH")
-        ->check(checkSize)
+    addSizeOption(app, "--bucket", options.bucketWidth, options.bucketHeight, "bucket size in pixels")
         ->default_str("64x64")
         ->group(kFromExr);
     app.add_option("--level", options.level, "compression of zlib, 1 (fast) to 9 (small)")
         ->check(CLI::Range(1, MUtils::kCompressionLevel))
         ->capture_default_str()
         ->group(kFromExr);
-    static const std::map<std::string, Compression> kSpeeds{
-        {"small", Compression::kSmall}, {"balanced", Compression::kBalanced}, {"fast", Compression::kFast}};
-    app.add_option_function<std::string>(
-           "--compression-speed",
-           [&options](const std::string& name) { options.compression = kSpeeds.at(name); },
-           "what compresses: small is zlib at --level, the others take less time for larger files. Default: "
-           "small")
-        ->type_name("NAME")
-        ->check(CLI::IsMember(kSpeeds))
+    addChoice(
+        app, "--compression-speed",
+        {{"small", Compression::kSmall}, {"balanced", Compression::kBalanced}, {"fast", Compression::kFast}},
+        options.compression,
+        "what compresses: small is zlib at --level, the others take less time for larger files. "
+        "Default: small")
         ->group(kFromExr);
-    static const std::map<std::string, FrameChoice> kFrames{{"display", FrameChoice::kDisplayWindow},
-                                                            {"data", FrameChoice::kDataWindow},
-                                                            {"union", FrameChoice::kUnion}};
-    app.add_option_function<std::string>(
-           "--frame", [&options](const std::string& name) { options.frame = kFrames.at(name); },
-           "the window that becomes the frame: that of the display, of the data (of all parts), or both "
-           "together. Default: display")
-        ->type_name("NAME")
-        ->check(CLI::IsMember(kFrames))
+    addChoice(app, "--frame",
+              {{"display", FrameChoice::kDisplayWindow},
+               {"data", FrameChoice::kDataWindow},
+               {"union", FrameChoice::kUnion}},
+              options.frame,
+              "the window that becomes the frame: that of the display, of the data (of all parts), or both "
+              "together. Default: display")
         ->group(kFromExr);
     app.add_flag("--crop-overscan", options.cropOverscan,
                  "leave out pixels outside the frame, which are code 6 otherwise")
@@ -240,29 +227,20 @@ std::string parseCrop(const std::string& text, std::optional<MUtils::PixelBox>& 
     return {};
 }
 
-// The names are looked up here, as CLI11's transformers show numbers in the help.
-template <class Names>
-void addChoice(CLI::App& app, const std::string& name, const Names& names, int& value,
-               const std::string& standard, const std::string& help) {
-    app.add_option_function<std::string>(
-           name, [&names, &value](const std::string& chosen) { value = names.at(chosen); },
-           help + ". Default: " + standard)
-        ->type_name("NAME")
-        ->check(CLI::IsMember(names))
-        ->group(kToExr);
-}
-
 void addToExrOptions(CLI::App& app, MUtils::ToExrOptions& options) {
-    static const std::map<std::string, int> kKinds{
-        {"scanline", ExrFile::kScanline}, {"multipart", ExrFile::kMultiPart}, {"tiled", ExrFile::kTiled}};
-    static const std::map<std::string, int> kBits{{"16", 16}, {"32", 32}};
-    static const std::map<std::string, int> kCompressions{{"none", 1}, {"rle", 2},   {"zips", 3}, {"zip", 4},
-                                                          {"piz", 5},  {"pxr24", 6}, {"b44", 7},  {"b44a", 8},
-                                                          {"dwaa", 9}, {"dwab", 10}};
-    addChoice(app, "--kind", kKinds, options.kind, "scanline", "layout of the file");
-    addChoice(app, "--bits", kBits, options.bits, "32, which loses nothing",
-              "bits of a floating-point value");
-    addChoice(app, "--compression", kCompressions, options.compression, "zips", "compression");
+    addChoice(
+        app, "--kind",
+        {{"scanline", ExrFile::kScanline}, {"multipart", ExrFile::kMultiPart}, {"tiled", ExrFile::kTiled}},
+        options.kind, "layout of the file. Default: scanline")
+        ->group(kToExr);
+    addChoice(app, "--bits", {{"16", 16}, {"32", 32}}, options.bits,
+              "bits of a floating-point value. Default: 32, which loses nothing")
+        ->group(kToExr);
+    const std::map<std::string, int> compressions{{"none", 1}, {"rle", 2},   {"zips", 3}, {"zip", 4},
+                                                  {"piz", 5},  {"pxr24", 6}, {"b44", 7},  {"b44a", 8},
+                                                  {"dwaa", 9}, {"dwab", 10}};
+    addChoice(app, "--compression", compressions, options.compression, "compression. Default: zips")
+        ->group(kToExr);
     app.add_flag("--auto-data-window", options.autoDataWindow,
                  "data window around the pixels whose alpha is not 0; not for tiles")
         ->group(kToExr);
@@ -298,12 +276,9 @@ void addConvertVerb(CLI::App& app, ExitCode& result) {
     verb->add_option("-j,--threads", options->threads,
                      "Threads that compress, and to OpenEXR decompress. Default: one for each processor")
         ->check(CLI::Range(1, 1024));
-    static const std::map<std::string, Format> kFormats{{"exr", Format::kExr}, {"raw", Format::kRaw}};
-    verb->add_option_function<std::string>(
-            "--to", [options](const std::string& name) { options->to = kFormats.at(name); },
-            "Format of OUT, raw or exr. Default: by its ending, .rimg or .exr, else the other one than IN's")
-        ->type_name("NAME")
-        ->check(CLI::IsMember(kFormats));
+    addChoice(
+        *verb, "--to", {{"exr", Format::kExr}, {"raw", Format::kRaw}}, options->to,
+        "Format of OUT, raw or exr. Default: by its ending, .rimg or .exr, else the other one than IN's");
     verb->add_flag("--strict", options->strict,
                    "Fail with code 6, before anything is written, if OUT would lack anything of IN");
     verb->add_flag("--json", options->json, "Print what was done and lost as a JSON object");
@@ -315,10 +290,8 @@ void addConvertVerb(CLI::App& app, ExitCode& result) {
             std::optional<MUtils::PixelBox> checked;
             return parseCrop(text, checked);
         });
-    verb->add_option("--channels", options->channels, "only channels that one of these patterns fits")
-        ->type_name("GLOB,...")
-        ->delimiter(',')
-        ->allow_extra_args(false);
+    addListOption(*verb, "--channels", options->channels, "GLOB,...",
+                  "only channels that one of these patterns fits");
     addFromExrOptions(*verb, options->fromExr);
     addToExrOptions(*verb, options->toExr);
     verb->callback([verb, options, &result] {

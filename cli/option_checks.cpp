@@ -78,6 +78,21 @@ PixelSize parseSize(const std::string& text) {
     return parse(text, size) ? size : PixelSize();
 }
 
+CLI::Option* addSizeOption(CLI::App& verb, const std::string& name, int& width, int& height,
+                           const std::string& help) {
+    const auto set = [&width, &height](const std::string& text) {
+        const PixelSize size = parseSize(text);
+        width = size.width;
+        height = size.height;
+    };
+    return verb.add_option_function<std::string>(name, set, help)->type_name("WxH")->check(checkSize);
+}
+
+CLI::Option* addListOption(CLI::App& verb, const std::string& name, std::vector<std::string>& words,
+                           const std::string& type, const std::string& help) {
+    return verb.add_option(name, words, help)->type_name(type)->delimiter(',')->allow_extra_args(false);
+}
+
 CLI::Option* addThreadsOption(CLI::App& verb, int& threads) {
     return verb
         .add_option("-j,--threads", threads,

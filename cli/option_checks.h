@@ -33,6 +33,14 @@ struct PixelSize {
 std::string checkSize(const std::string& text);
 PixelSize parseSize(const std::string& text);
 
+// An option that takes a WxH.
+CLI::Option* addSizeOption(CLI::App& verb, const std::string& name, int& width, int& height,
+                           const std::string& help);
+
+// An option that takes words with commas between them; `type` is how the help calls these.
+CLI::Option* addListOption(CLI::App& verb, const std::string& name, std::vector<std::string>& words,
+                           const std::string& type, const std::string& help);
+
 // The option -j, for a verb whose threads decompress.
 CLI::Option* addThreadsOption(CLI::App& verb, int& threads);
 

@@ -21,8 +21,8 @@ using MUtils::Inspection;
 using MUtils::PieceOptions;
 
 struct PiecesVerbOptions {
-    std::string size;  // or a file that has it
-    std::string bucket;
+    std::string size;                       // or a file that has it
+    int bucketWidth = 0, bucketHeight = 0;  // 0 when not given
     std::string costs;
     int count = 0;
     bool json = false;
@@ -56,10 +56,9 @@ void takeSizes(const PiecesVerbOptions& options, PieceOptions& cutting) {
             cutting.bucketHeight = buckets->p2;
         }
     }
-    if (options.bucket.empty()) return;
-    const PixelSize bucket = parseSize(options.bucket);
-    cutting.bucketWidth = bucket.width;
-    cutting.bucketHeight = bucket.height;
+    if (options.bucketWidth == 0) return;
+    cutting.bucketWidth = options.bucketWidth;
+    cutting.bucketHeight = options.bucketHeight;
 }
 
 void printPieces(const std::vector<FramePiece>& pieces) {
@@ -116,10 +115,8 @@ void addPiecesVerb(CLI::App& app, ExitCode& result) {
         ->type_name("N")
         ->required()
         ->check(wholeNumber(1, static_cast<int>(MUtils::kMostPieces)));
-    verb->add_option("--bucket", options->bucket,
-                     "The size of a bucket. Default: that of the file, else 64x64")
-        ->type_name("WxH")
-        ->check(checkSize);
+    addSizeOption(*verb, "--bucket", options->bucketWidth, options->bucketHeight,
+                  "The size of a bucket. Default: that of the file, else 64x64");
     verb->add_option("--by-cost", options->costs,
                      "An earlier frame, maybe of another size: the bytes of its buckets show what they cost. "
                      "Default: pixels cost the same")
