@@ -1,7 +1,6 @@
 #include "convert/from_exr/diff_files.h"
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <array>
 #include <memory>
 #include <new>
@@ -55,10 +54,9 @@ Failure translated(const Failure& failure) {
 
 void throwFailures(const DiffVerbOptions& options, const DiffReport& found) {
     const std::string file = found.side >= 0 ? options.files[static_cast<std::size_t>(found.side)] : "";
-    constexpr std::size_t kShown = 5;
-    const std::vector<std::string> lines = faultLines(found.damaged);
-    for (std::size_t i = 0; i < std::min(lines.size(), kShown); ++i)
-        report(file, "damaged " + lines[i]);
+    LineList lines;
+    lines.add("damaged ", faultLines(found.damaged));
+    lines.report(file);
     switch (found.state) {
         case DiffState::kGood:
         case DiffState::kWarnings:
@@ -73,12 +71,10 @@ void throwFailures(const DiffVerbOptions& options, const DiffReport& found) {
 }
 
 void diffInputs(const DiffVerbOptions& options, FileDiffReport& found) {
-    ToolProgress progress("diff");
-    MUtils::DiffOptions diff = options.diff;
-    diff.picture = !options.output.empty();
-    diff.progress = progress.callback();
-    found = MUtils::diffFiles(options.files[0], options.files[1], diff);
-    progress.clear();
+    found = withProgress("diff", options.diff, [&options](MUtils::DiffOptions& diff) {
+        diff.picture = !options.output.empty();
+        return MUtils::diffFiles(options.files[0], options.files[1], diff);
+    });
     throwFailures(options, found);
     for (std::size_t side = 0; side < 2; ++side) {
         if (!found.incomplete[side].empty())
@@ -147,10 +143,8 @@ void addDiffVerb(CLI::App& app, ExitCode& result) {
     verb->add_option("B", options->files[1], "Raw image or OpenEXR file")->required();
     addLimits(*verb, "fail", options->diff.fail, "fails");
     addLimits(*verb, "warn", options->diff.warn, "warns");
-    verb->add_option("--channels", options->diff.channels, "Only channels that one of these patterns fits")
-        ->type_name("GLOB,...")
-        ->delimiter(',')
-        ->allow_extra_args(false);
+    addListOption(*verb, "--channels", options->diff.channels, "GLOB,...",
+                  "Only channels that one of these patterns fits");
     verb->add_flag("--metadata", options->diff.records, "Compare the records, too: camera, note ...");
     verb->add_option("-o,--output", options->output, "Draw the difference as a PNG file")
         ->type_name("OUT.png")

@@ -40,4 +40,12 @@ void LineList::print(const char* indent, bool all, std::int64_t further) const {
                     shown < lines_.size() ? " (--all lists them)" : "");
 }
 
+std::size_t LineList::report(const std::string& file) const {
+    constexpr std::size_t kReported = 5;
+    const std::size_t shown = std::min(lines_.size(), kReported);
+    for (std::size_t i = 0; i < shown; ++i)
+        rimg::report(file, lines_[i]);
+    return lines_.size() - shown;
+}
+
 }  // namespace rimg

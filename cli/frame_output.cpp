@@ -1,26 +1,11 @@
 #include "cli/frame_output.h"
 
-#include <algorithm>
-#include <vector>
-
 #include "cli/fault_output.h"
-#include "cli/option_checks.h"
 #include "cli/report.h"
 
 namespace rimg {
 
 using MUtils::FrameReport;
-
-void addFrameOptions(CLI::App& verb, FrameVerbOptions& options) {
-    options.files.addTo(verb, "Raw images");
-    verb.add_option("--channels", options.channels,
-                    "Only channels whose name one of these patterns fits; quote them from the shell")
-        ->type_name("GLOB,...")
-        ->delimiter(',')
-        ->allow_extra_args(false);
-    verb.add_flag("--json", options.json, "Print a JSON object for each file, on a line of its own");
-    addThreadsOption(verb, options.threads);
-}
 
 void refuseStopped(const std::string& file, const FrameReport& report) {
     if (report.stopped) throw Failure(ExitCode::kStopped, file, "stopped");
@@ -29,12 +14,10 @@ void refuseStopped(const std::string& file, const FrameReport& report) {
 }
 
 ExitCode reportFrame(const std::string& file, const FrameReport& found) {
-    constexpr std::size_t kShown = 5;
-    const std::vector<std::string> lines = faultLines(found.damaged);
-    for (std::size_t i = 0; i < std::min(lines.size(), kShown); ++i)
-        report(file, "damaged " + lines[i]);
-    if (lines.size() > kShown)
-        report(file, std::to_string(lines.size() - kShown) + " more are damaged; rimg verify lists them");
+    LineList lines;
+    lines.add("damaged ", faultLines(found.damaged));
+    if (const std::size_t more = lines.report(file); more > 0)
+        report(file, std::to_string(more) + " more are damaged; rimg verify lists them");
     const ExitCode code = exitCodeOf(found.state);
     if (code != ExitCode::kGood && lines.empty()) report(file, found.cause, found.causeOffset);
     if (found.refused.empty()) return code;

@@ -19,19 +19,14 @@ namespace {
 using MUtils::ChannelHash;
 using MUtils::HashReport;
 
-struct HashVerbOptions : FrameVerbOptions {
+struct HashVerbOptions : FrameVerbOptions<MUtils::HashOptions> {
     bool each = false;
-    bool metadata = false;
 };
 
 HashReport hashOf(const std::string& file, const HashVerbOptions& options) {
-    ToolProgress progress("hash " + file);
-    MUtils::HashOptions hashing;
-    hashing.channels = options.channels;
-    hashing.threads = options.threads;
-    hashing.progress = progress.callback();
-    hashing.metadata = options.metadata;
-    return MUtils::hashFile(file.c_str(), hashing);
+    return withProgress("hash " + file, options.tool, [&file](const MUtils::HashOptions& hashing) {
+        return MUtils::hashFile(file.c_str(), hashing);
+    });
 }
 
 // The hash of what is there of a frame must not pass for that of the frame.
@@ -81,9 +76,9 @@ void addHashVerb(CLI::App& app, ExitCode& result) {
     auto options = std::make_shared<HashVerbOptions>();
     CLI::App* verb =
         app.add_subcommand("hash", "Print a hash of what raw images show, however they are stored");
-    addFrameOptions(*verb, *options);
+    options->addTo(*verb);
     verb->add_flag("--each", options->each, "Print a line for each channel, too");
-    verb->add_flag("--metadata", options->metadata, "Hash camera, texts, settings and thumbnail, too");
+    verb->add_flag("--metadata", options->tool.metadata, "Hash camera, texts, settings and thumbnail, too");
     verb->callback([options, &result] { result = runHash(*options); });
 }
 

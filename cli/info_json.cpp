@@ -1,15 +1,14 @@
 #include <charconv>
 #include <cmath>
-#include <nlohmann/json.hpp>
 #include <optional>
 
 #include "cli/info_output.h"
+#include "cli/json_output.h"
 
 namespace rimg {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
 using namespace MUtils;
 
 // A float as the double that is written the shortest: 0.1, not 0.10000000149011612.
@@ -148,8 +147,7 @@ void printTags(std::FILE* out, const std::vector<INFOTAG>& tags) {
 }  // namespace
 
 void printInfoJson(std::FILE* out, const std::string& file, const FileSummary& summary, bool tags) {
-    constexpr bool kAscii = true;
-    std::string line = jsonOf(file, summary).dump(-1, ' ', kAscii, Json::error_handler_t::replace);
+    std::string line = asciiText(jsonOf(file, summary));
     if (tags) {
         line.pop_back();
         std::fprintf(out, "%s,\"tags\":[", line.c_str());

@@ -32,11 +32,9 @@ struct MergeVerbOptions {
     FileList files;
     std::vector<std::string> inputs;  // of `files`
     std::string output;
-    std::string overlap;
-    bool allowHoles = false;
+    MUtils::MergeOptions merge;
     bool deleteInputs = false;
     bool json = false;
-    int threads = 0;
 };
 
 struct Merged : MergeReport {
@@ -102,15 +100,10 @@ void printMergeJson(const MergeVerbOptions& options, const Merged& merged, const
 }
 
 MergeReport merge(const MergeVerbOptions& options, const std::string& output) {
-    ToolProgress progress("merge");
-    MUtils::MergeOptions merging;
-    merging.allowHoles = options.allowHoles;
-    merging.verify = options.deleteInputs;
-    merging.threads = options.threads;
-    if (options.overlap == "first") merging.overlap = MergeOverlap::kFirst;
-    if (options.overlap == "last") merging.overlap = MergeOverlap::kLast;
-    merging.progress = progress.callback();
-    return MUtils::mergeFiles(options.inputs, output, merging);
+    return withProgress("merge", options.merge, [&](MUtils::MergeOptions& merging) {
+        merging.verify = options.deleteInputs;
+        return MUtils::mergeFiles(options.inputs, output, merging);
+    });
 }
 
 // What tells a file from another one of its name, and from itself when it has changed.
@@ -163,7 +156,7 @@ void reportInputs(const MergeVerbOptions& options, const MergeReport& merged) {
         report(file, "was never finished; what is whole in it counts");
     for (const MUtils::MergeSetAside& input : merged.setAside)
         report(input.file, "is damaged and not used, the other pieces have its area: " + input.cause);
-    if (!options.overlap.empty()) return;
+    if (options.merge.overlap != MergeOverlap::kRefuse) return;
     for (const MUtils::MergeRepeat& repeat : merged.repeats) {
         const std::string damaged =
             repeat.damaged > 0 ? ", " + std::to_string(repeat.damaged) + " of them damaged here" : "";
@@ -233,17 +226,21 @@ void addMergeVerb(CLI::App& app, ExitCode& result) {
     verb->add_option("-o,--output", options->output, "The raw image to write")
         ->type_name("OUT.rimg")
         ->required();
-    verb->add_option("--overlap", options->overlap,
-                     "Where several pieces have a pixel, the \"first\" or the \"last\" of them counts. "
-                     "Default: none does, it is an error")
+    verb->add_option_function<std::string>(
+            "--overlap",
+            [options](const std::string& name) {
+                options->merge.overlap = name == "first" ? MergeOverlap::kFirst : MergeOverlap::kLast;
+            },
+            "Where several pieces have a pixel, the \"first\" or the \"last\" of them counts. "
+            "Default: none does, it is an error")
         ->type_name("NAME")
         ->check(oneOf({"first", "last"}));
-    verb->add_flag("--allow-holes", options->allowHoles,
+    verb->add_flag("--allow-holes", options->merge.allowHoles,
                    "Merge even if pixels are missing afterwards. Default: an error");
     verb->add_flag("--delete-inputs", options->deleteInputs,
                    "Delete the pieces once OUT is on the disk, has been read again and is sound, and has "
                    "every pixel tag of them byte for byte. Others are kept and named");
-    addThreadsOption(*verb, options->threads);
+    addThreadsOption(*verb, options->merge.threads);
     verb->add_flag("--json", options->json, "Print a JSON object, also when it fails");
     verb->callback([options, &result] { result = runMerge(*options); });
 }

@@ -1,10 +1,8 @@
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <cstdio>
 #include <map>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "cli/fault_output.h"
 #include "cli/option_checks.h"
@@ -22,7 +20,6 @@ namespace {
 struct PreviewOptions {
     std::string file;
     std::string output;
-    std::string size;
     std::string background = "000000";
     bool stretch = false;
     bool noStored = false;
@@ -72,11 +69,9 @@ void refuse(const PreviewOptions& options, const MUtils::Picture& picture) {
         case PictureState::kNoFrame: refuseEmpty(options, picture, "resolution");
         case PictureState::kNoChannel: {
             if (picture.channels.empty()) refuseEmpty(options, picture, "channel list");
-            std::string names;
-            for (const std::string& name : picture.channels)
-                names += (names.empty() ? "" : ", ") + name;
             throw Failure(ExitCode::kFailure, options.file,
-                          "has no channel \"" + options.request.channel + "\"; it has " + names);
+                          "has no channel \"" + options.request.channel + "\"; it has " +
+                              CLI::detail::join(picture.channels, ", "));
         }
         case PictureState::kStopped: throw Failure(ExitCode::kStopped, options.file, "stopped");
         case PictureState::kCannotOpen:
@@ -86,17 +81,11 @@ void refuse(const PreviewOptions& options, const MUtils::Picture& picture) {
 
 // Reports what the picture lacks, and returns what the program answers for it.
 ExitCode reportState(const PreviewOptions& options, const MUtils::Picture& picture) {
-    constexpr std::size_t kShown = 5;
-    std::vector<std::string> lines;
-    for (const std::string& line : faultLines(picture.damaged))
-        lines.push_back("damaged " + line);
-    for (const std::string& line : faultLines(picture.doubts))
-        lines.push_back("in doubt: " + line);
-    for (std::size_t i = 0; i < std::min(lines.size(), kShown); ++i)
-        report(options.file, lines[i]);
-    if (lines.size() > kShown)
-        report(options.file, std::to_string(lines.size() - kShown) +
-                                 " more are damaged or in doubt; rimg verify lists them");
+    LineList lines;
+    lines.add("damaged ", faultLines(picture.damaged));
+    lines.add("in doubt: ", faultLines(picture.doubts));
+    if (const std::size_t more = lines.report(options.file); more > 0)
+        report(options.file, std::to_string(more) + " more are damaged or in doubt; rimg verify lists them");
     if (!lines.empty()) return ExitCode::kDamaged;
     if (picture.fileState != MUtils::FileState::kGood)
         report(options.file, "the picture shows what is there: " + picture.cause, picture.causeOffset);
@@ -104,21 +93,16 @@ ExitCode reportState(const PreviewOptions& options, const MUtils::Picture& pictu
 }
 
 ExitCode runPreview(PreviewOptions& options) {
-    if (!options.size.empty()) {
-        const PixelSize size = parseSize(options.size);
-        options.request.width = size.width;
-        options.request.height = size.height;
-    }
     options.request.background = parseColour(options.background);
     options.request.keepAspect = !options.stretch;
     options.request.useStored = !options.noStored;
     StreamOutput output(options.output, {options.file});
     if (output.isTerminal())
         throw Failure(ExitCode::kUsage, "", "a picture is binary: redirect it, or name a file with -o");
-    ToolProgress progress("drawing");
-    options.request.progress = progress.callback();
-    const MUtils::Picture picture = MUtils::makePicture(options.file.c_str(), options.request);
-    progress.clear();
+    const MUtils::Picture picture =
+        withProgress("drawing", options.request, [&](const MUtils::PictureRequest& request) {
+            return MUtils::makePicture(options.file.c_str(), request);
+        });
     refuse(options, picture);
     writePng(output, picture.pixels, picture.width, picture.height);
     return reportState(options, picture);
@@ -134,11 +118,9 @@ void addPreviewVerb(CLI::App& app, ExitCode& result) {
         ->type_name("OUT.png")
         ->required()
         ->check(checkPngEnding);
-    verb->add_option("--size", options->size,
-                     "Width and height of the picture. Default: those of the stored thumbnail, else of the "
-                     "frame, at most 1024")
-        ->type_name("WxH")
-        ->check(checkSize);
+    addSizeOption(*verb, "--size", options->request.width, options->request.height,
+                  "Width and height of the picture. Default: those of the stored thumbnail, else of the "
+                  "frame, at most 1024");
     verb->add_flag("--stretch", options->stretch, "Fill the picture instead of keeping the frame's aspect");
     verb->add_option("--channel", options->request.channel,
                      "The channel to show, by name: colours, depth, vectors, ids, anything. Default: "

@@ -25,28 +25,19 @@ using MUtils::RecoverState;
 struct RecoverVerbOptions {
     std::string file;
     std::string output;
-    std::string like;
-    std::string size;
+    MUtils::RecoverOptions recover;
     bool inPlace = false;
     bool json = false;
     bool all = false;
-    int threads = 0;
 };
 
 // `output` is the file to write, unless it is to be done in place.
 RecoverReport recover(const RecoverVerbOptions& options, const std::string& output) {
-    ToolProgress progress("recover " + options.file);
-    MUtils::RecoverOptions recovering;
-    recovering.threads = options.threads;
-    recovering.like = options.like;
-    if (!options.size.empty()) {
-        const PixelSize size = parseSize(options.size);
-        recovering.width = size.width;
-        recovering.height = size.height;
-    }
-    recovering.progress = progress.callback();
-    if (options.inPlace) return MUtils::recoverInPlace(options.file.c_str(), recovering);
-    return MUtils::recoverFile(options.file.c_str(), output.c_str(), recovering);
+    const auto run = [&](const MUtils::RecoverOptions& recovering) {
+        return options.inPlace ? MUtils::recoverInPlace(options.file.c_str(), recovering)
+                               : MUtils::recoverFile(options.file.c_str(), output.c_str(), recovering);
+    };
+    return withProgress("recover " + options.file, options.recover, run);
 }
 
 // Throws Failure when there is no recovered file in the end.
@@ -73,9 +64,9 @@ void printUnused(const RecoverVerbOptions& options, const RecoverReport& found) 
     const auto supplied = [&found](std::uint32_t tagId) {
         return std::count(found.supplied.begin(), found.supplied.end(), tagId) > 0;
     };
-    if (!options.size.empty() && !supplied(TAG_RESOLUTION))
+    if (options.recover.width > 0 && !supplied(TAG_RESOLUTION))
         std::puts("--size is not used: the file has its resolution");
-    if (!options.like.empty() && !supplied(TAG_RESOLUTION) && !supplied(TAG_CHANNEL_INFO))
+    if (!options.recover.like.empty() && !supplied(TAG_RESOLUTION) && !supplied(TAG_CHANNEL_INFO))
         std::puts("--like is not used: the file has its resolution and its channel list");
 }
 
@@ -116,18 +107,17 @@ void addRecoverVerb(CLI::App& app, ExitCode& result) {
             "Instead of -o: cut a torn end off FILE and add the table; refused when that is not enough")
         ->excludes(output);
     verb->add_option(
-            "--like", options->like,
+            "--like", options->recover.like,
             "Another raw image of the same render, for the resolution and the channels that FILE has "
             "lost")
         ->type_name("SIBLING")
         ->excludes("--in-place");
-    verb->add_option("--size", options->size, "The resolution, WxH, when FILE has lost it")
-        ->type_name("WxH")
-        ->check(checkSize)
+    addSizeOption(*verb, "--size", options->recover.width, options->recover.height,
+                  "The resolution, WxH, when FILE has lost it")
         ->excludes("--in-place");
     verb->add_flag("--all", options->all, "Print all that is lost, repaired or in doubt. Default: 20 lines");
     verb->add_flag("--json", options->json, "Print a JSON object, also when it fails");
-    addThreadsOption(*verb, options->threads);
+    addThreadsOption(*verb, options->recover.threads);
     verb->callback([options, &result] { result = runRecover(*options); });
 }
 

@@ -24,7 +24,7 @@ using MUtils::StatsReport;
 using MUtils::ValueCount;
 using MUtils::ValueStats;
 
-struct StatsVerbOptions : FrameVerbOptions {
+struct StatsVerbOptions : FrameVerbOptions<MUtils::FrameToolOptions> {
     std::vector<std::string> failOn;
 
     bool failsOn(const char* kind) const {
@@ -33,12 +33,9 @@ struct StatsVerbOptions : FrameVerbOptions {
 };
 
 StatsReport statsOf(const std::string& file, const StatsVerbOptions& options) {
-    ToolProgress progress("stats " + file);
-    MUtils::FrameToolOptions reading;
-    reading.channels = options.channels;
-    reading.threads = options.threads;
-    reading.progress = progress.callback();
-    return MUtils::statsOfFile(file.c_str(), reading);
+    return withProgress("stats " + file, options.tool, [&file](const MUtils::FrameToolOptions& reading) {
+        return MUtils::statsOfFile(file.c_str(), reading);
+    });
 }
 
 // A pixel that has a value which is not wanted.
@@ -103,11 +100,9 @@ ExitCode runStats(const StatsVerbOptions& options) {
 void addStatsVerb(CLI::App& app, ExitCode& result) {
     auto options = std::make_shared<StatsVerbOptions>();
     CLI::App* verb = app.add_subcommand("stats", "Show what the values of each channel are like");
-    addFrameOptions(*verb, *options);
-    verb->add_option("--fail-on", options->failOn, "Fail with code 4 when a chosen channel has such values")
-        ->type_name("KIND,...")
-        ->delimiter(',')
-        ->allow_extra_args(false)
+    options->addTo(*verb);
+    addListOption(*verb, "--fail-on", options->failOn, "KIND,...",
+                  "Fail with code 4 when a chosen channel has such values")
         ->check(oneOf({"nan", "inf", "negative"}));
     verb->callback([options, &result] { result = runStats(*options); });
 }

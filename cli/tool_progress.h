@@ -34,4 +34,12 @@ class ToolProgress {
     bool drawn_ = false;
 };
 
+// Runs a function of the library with a progress bar: `tool` is called with the options.
+template <class Options, class Tool>
+auto withProgress(const std::string& task, Options options, const Tool& tool) {
+    ToolProgress progress(task);
+    options.progress = progress.callback();
+    return tool(options);
+}
+
 }  // namespace rimg

@@ -23,19 +23,16 @@ using MUtils::VerifyReport;
 
 struct VerifyVerbOptions {
     FileList files;
-    bool quick = false;
+    MUtils::VerifyOptions verify;
     bool json = false;
     bool all = false;
-    int threads = 0;
 };
 
 VerifyReport verify(const std::string& file, const VerifyVerbOptions& options) {
-    ToolProgress progress("verify " + file);
-    MUtils::VerifyOptions verifying;
-    verifying.quick = options.quick;
-    verifying.threads = options.threads;
-    verifying.progress = progress.callback();
-    const VerifyReport found = MUtils::verifyFile(file.c_str(), verifying);
+    const VerifyReport found =
+        withProgress("verify " + file, options.verify, [&file](const MUtils::VerifyOptions& verifying) {
+            return MUtils::verifyFile(file.c_str(), verifying);
+        });
     if (found.stopped) throw Failure(ExitCode::kStopped, file, "stopped");
     return found;
 }
@@ -81,19 +78,16 @@ ExitCode runVerify(const VerifyVerbOptions& options) {
 
 struct MissingVerbOptions {
     FileList files;
-    bool deep = false;
+    MUtils::MissingOptions missing;
     bool buckets = false;
     bool json = false;
-    int threads = 0;
 };
 
 VerifyReport findMissing(const std::string& file, const MissingVerbOptions& options) {
-    ToolProgress progress("missing " + file);
-    MUtils::MissingOptions finding;
-    finding.deep = options.deep;
-    finding.threads = options.threads;
-    finding.progress = progress.callback();
-    const VerifyReport found = MUtils::missingPixels(file.c_str(), finding);
+    const VerifyReport found =
+        withProgress("missing " + file, options.missing, [&file](const MUtils::MissingOptions& finding) {
+            return MUtils::missingPixels(file.c_str(), finding);
+        });
     if (found.stopped) throw Failure(ExitCode::kStopped, file, "stopped");
     return found;
 }
@@ -147,10 +141,10 @@ void addVerifyVerb(CLI::App& app, ExitCode& result) {
     auto options = std::make_shared<VerifyVerbOptions>();
     CLI::App* verb = app.add_subcommand("verify", "Check whether raw images are sound and whole");
     options->files.addTo(*verb, "Raw images");
-    verb->add_flag("--quick", options->quick, "Check headers, table, lists and texts only, no pixels");
+    verb->add_flag("--quick", options->verify.quick, "Check headers, table, lists and texts only, no pixels");
     verb->add_flag("--all", options->all, "Print all faults and boxes. Default: the first 20");
     verb->add_flag("--json", options->json, "Print a JSON object for each file, on a line of its own");
-    addThreadsOption(*verb, options->threads);
+    addThreadsOption(*verb, options->verify.threads);
     verb->callback([options, &result] { result = runVerify(*options); });
 }
 
@@ -159,13 +153,13 @@ void addMissingVerb(CLI::App& app, ExitCode& result) {
     CLI::App* verb = app.add_subcommand("missing", "List the boxes of raw images that are still to render");
     options->files.addTo(*verb, "Raw images");
     CLI::Option* deep = verb->add_flag(
-        "--deep", options->deep,
+        "--deep", options->missing.deep,
         "Check the pixels, too: buckets with damaged values are missing. Default: headers only");
     verb->add_flag("--buckets", options->buckets,
                    "List the buckets to render again, one on a line, by the grid that the file announces");
     verb->add_flag("--json", options->json,
                    "Print a JSON object for each file, on a line of its own; with --buckets for each bucket");
-    addThreadsOption(*verb, options->threads)->needs(deep);
+    addThreadsOption(*verb, options->missing.threads)->needs(deep);
     verb->callback([options, &result] { result = runMissing(*options); });
 }
 
