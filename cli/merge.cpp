@@ -183,7 +183,7 @@ void mergeInto(Merged& merged, const MergeVerbOptions& options) {
     static_cast<MergeReport&>(merged) = merge(options, output.path());
     reportInputs(options, merged);
     if (merged.state != MergeState::kGood) {
-        const std::string cause = merged.error.empty() ? merged.cause : outputCause(merged.error);
+        const std::string cause = merged.error.empty() ? merged.cause : MUtils::outputErrorText(merged.error);
         const StateRow row = rowOf(merged.state);
         throw Failure(row.code, output.named(merged.file), output.named(cause) + row.hint);
     }

@@ -54,7 +54,7 @@ void recoverInto(RecoverReport& found, const RecoverVerbOptions& options) {
     const bool ofOutput = found.state == RecoverState::kWriteFailed && !options.inPlace;
     const std::string hint =
         found.state == RecoverState::kNotInPlace ? "cannot be mended in place, use -o: " : "";
-    const std::string cause = found.error.empty() ? found.cause : outputCause(found.error);
+    const std::string cause = found.error.empty() ? found.cause : MUtils::outputErrorText(found.error);
     throw Failure(exitCodeOf(found), ofOutput ? options.output : options.file,
                   hint + (output ? output->named(cause) : cause));
 }

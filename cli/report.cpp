@@ -7,7 +7,7 @@
 #include <system_error>
 
 #include "cli/safe_text.h"
-#include "support/pstream.h"
+#include "support/new_file.h"
 
 namespace rimg {
 
@@ -45,18 +45,9 @@ std::string systemMessage(int code) {
     return std::generic_category().message(code);
 }
 
-std::string outputCause(int code) {
-    return "cannot be written: " + MUtils::openErrorText(code);
-}
-
-std::string outputCause(const ErrorCode& error) {
-    const bool opening = error.getError() > 0 && error.operation() == std::string("Create");
-    return opening ? outputCause(error.getError()) : error.describe();
-}
-
 Failure outputFailure(const std::string& file, int code) {
     const bool locked = code == EWOULDBLOCK;
-    return {locked ? ExitCode::kUnreadable : ExitCode::kFailure, file, outputCause(code)};
+    return {locked ? ExitCode::kUnreadable : ExitCode::kFailure, file, MUtils::outputErrorText(code)};
 }
 
 }  // namespace rimg

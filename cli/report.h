@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "cli/exit_codes.h"
-#include "support/error_code.h"
 
 namespace rimg {
 
@@ -40,11 +39,6 @@ void flushOutput();
 
 // The system's words for an errno code.
 std::string systemMessage(int code);
-
-// Why an output could not be written: the system's words alone when it could not even be opened, which is
-// what an errno code means.
-std::string outputCause(const ErrorCode& error);
-std::string outputCause(int code);
 
 // A file that could not be opened for writing, `code` being the errno: kUnreadable when another writer has
 // it, else kFailure.

@@ -28,7 +28,7 @@ constexpr mode_t kOwnerReadWrite = 0600;
 constexpr uid_t kSame = static_cast<uid_t>(-1);
 
 ErrorCode failure(int code) {
-    return ErrorCode("NewFile", code, "cannot be written: %s", openErrorText(code).c_str());
+    return ErrorCode("NewFile", code, "%s", outputErrorText(code).c_str());
 }
 
 // With the slash at its end; empty for the current one.
@@ -285,6 +285,16 @@ void NewFile::discard() {
     remove(lock_);
     closeIfOpen(lockFile_);
     closeIfOpen(older_);
+}
+
+std::string outputErrorText(int code) {
+    return "cannot be written: " + openErrorText(code);
+}
+
+std::string outputErrorText(const ErrorCode& error) {
+    const std::string operation = error.operation();
+    const bool opening = error.getError() > 0 && (operation == "Create" || operation == "Append");
+    return opening ? outputErrorText(error.getError()) : error.describe();
 }
 
 }  // namespace v1

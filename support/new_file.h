@@ -114,5 +114,10 @@ class RAWIMAGE_EXPORT NewFile {
     mode_t mode_ = 0;  // the file's when it is whole
 };
 
+// Why an output cannot be written, to be shown behind its name: the system's words alone for a code that came
+// from opening it, and for an error of Create or Append with such a code; else all that the error contains.
+RAWIMAGE_EXPORT std::string outputErrorText(int code);
+RAWIMAGE_EXPORT std::string outputErrorText(const ErrorCode& error);
+
 }  // namespace v1
 }  // namespace MUtils

@@ -4,6 +4,7 @@
 
 #include "convert/convert_error.h"
 #include "convert/texts.h"
+#include "support/new_file.h"
 
 namespace MUtils {
 inline namespace v1 {
@@ -20,7 +21,7 @@ int RawOutput::Stream::Write(const void* data, int size, int& bytesWritten) {
 RawOutput::RawOutput(const std::string& path) {
     if (const int code = stream_.Create(path.c_str(), 0); code != 0) {
         throw ConvertError(code == EWOULDBLOCK ? ConvertState::kLocked : ConvertState::kWriteFailed, "",
-                           "cannot be written: " + openErrorText(code));
+                           outputErrorText(code));
     }
     check(file_.Create(path.c_str(), &stream_));
 }

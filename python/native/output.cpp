@@ -13,6 +13,7 @@
 #include "rawimage/output_queue.h"
 #include "rawimage/writer.h"
 #include "support/compression.h"
+#include "support/new_file.h"
 
 namespace rawimage_python {
 
@@ -20,14 +21,6 @@ namespace {
 
 using MUtils::FrameChannel;
 using MUtils::PixelBox;
-
-WriteFailure failureOf(const ErrorCode& error, const std::string& path) {
-    const std::string operation = error.operation();
-    const int code = error.getError();
-    // The system's words alone when the file could not even be opened.
-    const bool opening = code > 0 && (operation == "Create" || operation == "Append");
-    return {opening ? "cannot be written: " + MUtils::openErrorText(code) : error.describe(), path, code};
-}
 
 MUtils::Compression compressionOf(const std::string& name) {
     if (name == "small") return MUtils::Compression::kSmall;
@@ -107,7 +100,7 @@ class Output {
                 return ErrorCode("write", -1, "%s", failure.what());
             }
         }();
-        if (error) throw failureOf(error, path_);
+        if (error) throw WriteFailure(MUtils::outputErrorText(error), path_, error.getError());
     }
 
     const std::string path_;

@@ -9,6 +9,7 @@
 #include "rawimage/tools/recover.h"
 #include "rawimage/tools/stats.h"
 #include "rawimage/tools/verify.h"
+#include "support/new_file.h"
 
 namespace rawimage_python {
 
@@ -53,7 +54,8 @@ void bindRecover(py::module_& module) {
     Report<RecoverReport>(module, "RecoverReport", "What a recovery has saved and lost.")
         .field("state", nameOfState<RecoverReport>, "\"good\", or why there is no output")
         .field(
-            "cause", [](const RecoverReport& r) { return r.error.empty() ? r.cause : r.error.describe(); },
+            "cause",
+            [](const RecoverReport& r) { return r.error.empty() ? r.cause : outputErrorText(r.error); },
             "of a state that is not good")
         .field("tags_kept", &RecoverReport::tagsKept, "records of the input that were kept")
         .field("tags_of_pixels", &RecoverReport::tagsOfPixels, "of these, buckets of channels")
@@ -86,7 +88,8 @@ void bindMerge(py::module_& module) {
         .field("state", nameOfState<MergeReport>, "\"good\", or why there is no output")
         .field("file", &MergeReport::file, "the input that the state is about, if it is one")
         .field(
-            "cause", [](const MergeReport& r) { return r.error.empty() ? r.cause : r.error.describe(); },
+            "cause",
+            [](const MergeReport& r) { return r.error.empty() ? r.cause : outputErrorText(r.error); },
             "of a state that is not good")
         .field("tags", &MergeReport::tags, "buckets of channels in the output")
         .field("unfinished", &MergeReport::unfinished, "inputs that were never finished")

@@ -16,6 +16,7 @@
 #include "rawimage/tools/verify.h"
 #include "rawimage/writer.h"
 #include "support/job_queue.h"
+#include "support/new_file.h"
 #include "support/safe_text.h"
 
 namespace rawimage_python {
@@ -203,7 +204,7 @@ std::pair<std::string, int> replaceNote(const std::string& path, const std::stri
     const ErrorCode error = writeNote(path.c_str(), note.c_str());
     if (error.empty()) return {};
     const int code = error.getError();
-    return {code > 0 ? "cannot be written: " + openErrorText(code) : error.message(), code};
+    return {code > 0 ? outputErrorText(code) : error.message(), code};
 }
 
 }  // namespace
