@@ -48,8 +48,9 @@ bool covers(const std::vector<RIF_TAG>& tags, const RIF_TAG& place) {
 
 void PlaceCheck::run() {
     if (hasUnconfirmedPixels()) findSuspects();
+    if (suspects_.empty() && scan_.gaps.empty()) return;
+    (void)readFrameFacts(stream_, scan_.tags, facts_);
     if (!suspects_.empty()) {
-        (void)readFrameFacts(stream_, scan_.tags, facts_);
         const std::optional<RIF_TAG>& announced = facts_.buckets;
         if (announced && announced->p1 > 0 && announced->p2 > 0 && announced->p3 == 0) grid_ = announced;
         dropWeakNeighbours();
@@ -57,7 +58,7 @@ void PlaceCheck::run() {
         for (const Suspect& suspect : suspects_)
             judge(suspect);
     }
-    if (!scan_.gaps.empty()) repairGaps();
+    repairGaps();
 }
 
 bool PlaceCheck::hasUnconfirmedPixels() const {
@@ -206,6 +207,13 @@ void PlaceCheck::doubt(const Suspect& suspect) {
     scan_.doubted.push_back(startOf(scan_.tags[suspect.tag]));
 }
 
+// True when the frame has no channel list, or the tag has its channel's type there.
+bool PlaceCheck::agreesWithList(const RIF_TAG& tag) const {
+    const auto channel = static_cast<std::size_t>(tag.p8);
+    return facts_.channels.empty() ||
+           (tag.p8 >= 0 && channel < facts_.channels.size() && facts_.channels[channel].type == tag.p1);
+}
+
 // Width or height of a tag that is a gap, as its payload contradicts them.
 void PlaceCheck::repairGaps() {
     std::vector<INFOTAG> restored;
@@ -213,7 +221,8 @@ void PlaceCheck::repairGaps() {
     for (const TagGap& gap : scan_.gaps) {
         while (next < scan_.tags.size() && startOf(scan_.tags[next]) < gap.end)
             ++next;
-        if (!isPixelTag(gap.tag.id) || gap.end - gap.offset != gap.tag.size) continue;
+        if (!isPixelTag(gap.tag.id) || gap.end - gap.offset != gap.tag.size || !agreesWithList(gap.tag))
+            continue;
         if (const std::optional<INFOTAG> tag = repaired(gap, next)) {
             restored.push_back(*tag);
             scan_.repairs.push_back({gap.offset, gap.tag, gap.cause});

@@ -69,6 +69,7 @@ class PlaceCheck {
     void judgePair(const Suspect& suspect);
     void repair(const Suspect& suspect);
     void doubt(const Suspect& suspect);
+    bool agreesWithList(const RIF_TAG& tag) const;
     void repairGaps();
     std::optional<INFOTAG> repaired(const TagGap& gap, std::size_t next);
 

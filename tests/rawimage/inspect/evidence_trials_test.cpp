@@ -336,6 +336,18 @@ TEST_F(Evidence, RepairsAChannelByItsOrder) {
     }
 }
 
+// The last tag of a torn file says another channel, of another type, and another width.
+TEST_F(Evidence, RepairsNoPlaceOfATagThatContradictsTheList) {
+    const INFOTAG tag = tagOf(TAG_CHAN_INT, 3);
+    Contents bytes = opened(file);
+    bytes.resize(tag.offset + tag.size);
+    MemoryFile input, output;
+    input.fill(flipped(flipped(bytes, tag.offset + 36, 1), tag.offset + 20, 1));
+    EXPECT_EQ(recoverFile(input.path(), output.path(), {}).state, RecoverState::kGood);
+    const Inspection result = inspected(output.bytes());
+    EXPECT_EQ(result.state, FileState::kIncomplete) << result.cause;
+}
+
 TEST_F(Evidence, CallsAFileSoundWhoseWrongPlacesWereRenderedAgain) {
     Bytes bytes = opened(file);
     const std::vector<std::string> tags = tagsOf(bytes);
