@@ -1,6 +1,5 @@
 #include "rawimage/tools/merge.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -106,37 +105,22 @@ MergeReport merge(const MergeVerbOptions& options, const std::string& output) {
     });
 }
 
-// What tells a file from another one of its name, and from itself when it has changed.
-struct FileIdentity {
-    explicit FileIdentity(const std::string& name) {
-        known = ::stat(name.c_str(), &status) == 0 && S_ISREG(status.st_mode);
-    }
-    bool isSame(const FileIdentity& other) const {
-        const struct stat &a = status, &b = other.status;
-        return known && other.known && a.st_dev == b.st_dev && a.st_ino == b.st_ino &&
-               a.st_size == b.st_size && a.st_mtim.tv_sec == b.st_mtim.tv_sec &&
-               a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
-    }
-
-    struct stat status {};
-    bool known = false;
-};
-
 // The inputs of a merge as they were before it.
 class InputsToDelete {
   public:
     explicit InputsToDelete(const std::vector<std::string>& names) {
         for (const std::string& name : names)
-            before_.emplace(name, FileIdentity(name));
+            before_.emplace(name, name.c_str());
     }
 
     // Deletes those of which the output has all pixels; the others are named.
     void deleteMerged(Merged& merged) const {
         const std::set<std::string> contained(merged.contained.begin(), merged.contained.end());
-        for (const auto& [name, identity] : before_) {
+        for (const auto& [name, stamp] : before_) {
             if (contained.count(name) == 0) {
                 report(name, "is kept: the merged file does not have all of it");
-            } else if (MUtils::isBeingWritten(name.c_str()) || !identity.isSame(FileIdentity(name))) {
+            } else if (MUtils::isBeingWritten(name.c_str()) ||
+                       !stamp.isSame(MUtils::FileStamp(name.c_str()))) {
                 report(name, "is kept: it is written to");
             } else if (::unlink(name.c_str()) != 0) {
                 report(name, "cannot be deleted: " + systemMessage(errno));
@@ -147,7 +131,7 @@ class InputsToDelete {
     }
 
   private:
-    std::map<std::string, FileIdentity> before_;
+    std::map<std::string, MUtils::FileStamp> before_;
 };
 
 // What --overlap chooses is no news.

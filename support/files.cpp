@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <ctime>
 #include <filesystem>
 #include <system_error>
 #include <thread>
@@ -17,6 +18,27 @@ inline namespace v1 {
 bool isSameFile(const char* a, const char* b) {
     std::error_code ignored;
     return std::filesystem::equivalent(a, b, ignored);
+}
+
+FileStamp::FileStamp(const char* fileName) {
+    constexpr std::int64_t kRest = 2;  // seconds: the longest step of a file system's time
+    struct stat status;
+    if (fileName == nullptr || ::stat(fileName, &status) != 0 || !S_ISREG(status.st_mode)) return;
+    known_ = true;
+    device_ = status.st_dev;
+    number_ = status.st_ino;
+    size_ = status.st_size;
+    seconds_ = status.st_mtim.tv_sec;
+    nanoseconds_ = status.st_mtim.tv_nsec;
+    atRest_ = ::time(nullptr) - seconds_ > kRest;
+}
+
+bool FileStamp::isSameFile(const FileStamp& other) const {
+    return known_ && other.known_ && device_ == other.device_ && number_ == other.number_;
+}
+
+bool FileStamp::wasSame(const FileStamp& other) const {
+    return size_ == other.size_ && seconds_ == other.seconds_ && nanoseconds_ == other.nanoseconds_;
 }
 
 namespace {

@@ -11,6 +11,7 @@
 #include "rawimage/inspect/channel_cover.h"
 #include "rawimage/tools/merge_input.h"
 #include "rawimage/tools/merge_output.h"
+#include "rawimage/tools/merge_reader.h"
 #include "rawimage/tools/merge_repeats.h"
 #include "support/bytes.h"
 #include "support/files.h"
@@ -53,6 +54,8 @@ std::string difference(const FrameFacts& a, const FrameFacts& b) {
     return {};
 }
 
+constexpr std::size_t kMostKeptTags = (24 << 20) / sizeof(INFOTAG);
+
 // The boxes of one channel, and how many pixels they would cover if no two files overlapped.
 struct ChannelSum {
     std::vector<PixelBox> boxes;
@@ -64,23 +67,6 @@ struct ChannelSum {
     }
     std::int64_t overlap() const { return pixels - coveredPixels(boxes, kMergeRange); }
 };
-
-// Small files are read in one go: they are many.
-Inspection inspect(PFileStream& file) {
-    constexpr std::int64_t kSmall = 256 << 10;
-    InspectOptions options;
-    options.depth = InspectDepth::kRecords;
-    options.threads = 1;
-    options.findMissing = false;
-    const std::int64_t size = file.Length();
-    if (size < 0 || size > kSmall) return inspectStream(file, options);
-    PBufStream whole(static_cast<int>(size));
-    std::size_t got = 0;
-    const int code = file.ReadAt(0, whole.GetBuf(), static_cast<std::size_t>(size), got);
-    if (code != 0 || got != static_cast<std::size_t>(size) || whole.Open() != 0)
-        return inspectStream(file, options);
-    return inspectStream(whole, options);
-}
 
 class Merge {
   public:
@@ -104,8 +90,8 @@ class Merge {
 
     bool fail(MergeState state, const std::string& file, const std::string& cause);
     bool read(const std::string& output);
-    bool readOne(const std::string& name);
-    bool take(const std::string& name, const Inspection& found);
+    bool readOne(const std::string& name, MergeReader::Found& found);
+    bool take(const std::string& name, MergeReader::Found& found);
     void unite();
     void collectWindows();
     std::set<std::int32_t> channels() const;
@@ -124,6 +110,7 @@ class Merge {
     std::vector<Damaged> damaged_;
     FrameFacts facts_;  // of the first input that is not damaged
     bool compressed_ = false;
+    std::size_t keptTags_ = 0;             // of all inputs
     std::set<std::uint32_t> metadata_;     // ids that some input has
     std::vector<MergeWindow> ownWindows_;  // that no input states, for channels of which another states some
     PixelBox area_;
@@ -138,10 +125,13 @@ bool Merge::fail(MergeState state, const std::string& file, const std::string& c
 }
 
 bool Merge::read(const std::string& output) {
+    const FileStamp written(output.c_str());
+    MergeReader reader(names_, options_.threads);
     for (const std::string& name : names_) {
-        if (isSameFile(name.c_str(), output.c_str()))
+        MergeReader::Found& found = reader.next();
+        if (found.stamp.isSameFile(written))
             return fail(MergeState::kWriteFailed, output, "input and output are the same file");
-        if (!readOne(name)) return false;
+        if (!readOne(name, found)) return false;
         if (options_.progress && !options_.progress(0, 1))
             return fail(MergeState::kStopped, output, "stopped");
     }
@@ -150,16 +140,15 @@ bool Merge::read(const std::string& output) {
     return fail(MergeState::kDamaged, damaged_.front().name, damaged_.front().cause);
 }
 
-bool Merge::readOne(const std::string& name) {
-    PFileStream file;
-    const int code = file.Open(name.c_str(), PFileStream::kRead, 1, PFileStream::kOpenExisting);
-    if (code != 0) return fail(MergeState::kCannotOpen, name, std::generic_category().message(code));
-    const Inspection found = inspect(file);
-    switch (found.state) {
-        case FileState::kCannotOpen: return fail(MergeState::kCannotOpen, name, found.cause);
+bool Merge::readOne(const std::string& name, MergeReader::Found& found) {
+    if (found.code != 0)
+        return fail(MergeState::kCannotOpen, name, std::generic_category().message(found.code));
+    const Inspection& file = found.file;
+    switch (file.state) {
+        case FileState::kCannotOpen: return fail(MergeState::kCannotOpen, name, file.cause);
         case FileState::kNotThisFormat: return fail(MergeState::kNotThisFormat, name, "not a raw image file");
         case FileState::kDamaged:
-            damaged_.push_back({name, found.cause + " at " + std::to_string(found.causeOffset), found.facts});
+            damaged_.push_back({name, file.cause + " at " + std::to_string(file.causeOffset), file.facts});
             return true;
         case FileState::kUnfinished: report_.unfinished.push_back(name); break;
         default: break;
@@ -167,21 +156,23 @@ bool Merge::readOne(const std::string& name) {
     return take(name, found);
 }
 
-bool Merge::take(const std::string& name, const Inspection& found) {
+bool Merge::take(const std::string& name, MergeReader::Found& found) {
+    const Inspection& file = found.file;
     if (inputs_.empty()) {
-        facts_ = found.facts;
-        compressed_ = found.compressed;
+        facts_ = file.facts;
+        compressed_ = file.compressed;
     }
-    std::string differs = difference(facts_, found.facts);
-    if (differs.empty() && compressed_ != found.compressed)
+    std::string differs = difference(facts_, file.facts);
+    if (differs.empty() && compressed_ != file.compressed)
         differs = "one file is compressed and the other is not";
     if (!differs.empty())
         return fail(MergeState::kMismatch, name, "does not fit " + inputs_.front().name() + ": " + differs);
-    inputs_.emplace_back(name);
-    inputs_.back().keep(found);
+    inputs_.push_back(std::move(found.input));
+    keptTags_ += inputs_.back().keptTags();
+    if (keptTags_ > kMostKeptTags) inputs_.back().dropTags();
     std::set<std::uint32_t> here;
-    for (const INFOTAG& tag : found.tags) {
-        if (metadata_.count(tag.id) > 0 || isPixelTag(tag.id) || tag.id == TAG_INFO_TAGS) continue;
+    for (const INFOTAG& tag : file.tags) {
+        if (isPixelTag(tag.id) || tag.id == TAG_INFO_TAGS || metadata_.count(tag.id) > 0) continue;
         here.insert(tag.id);
         inputs_.back().metadata.push_back(tag);
     }

@@ -42,7 +42,7 @@ struct MergeOptions {
     bool allowHoles = false;
     // Reads the closed output again: inflates all pixels, and compares them with the inputs byte for byte.
     bool verify = false;
-    int threads = 0;   // that inflate; below 1: one for each processor
+    int threads = 0;   // that inspect and inflate; below 1: one for each processor
     bool sync = true;  // as RIFile::setSyncOnClose()
     std::function<bool(std::int64_t done, std::int64_t total)> progress;  // bytes; false stops
 };
@@ -90,7 +90,7 @@ struct MergeReport {
 // still come twice, as by two attempts to render it. Does not inflate pixels otherwise: damage inside them is
 // copied.
 //
-// Inputs are opened one at a time, as often as they are needed: their number is not limited by open files.
+// Inputs are opened a few at a time, as often as they are needed: their number is not limited by open files.
 // One that changes meanwhile fails the merge. Takes about 50 bytes of memory for each tag, and as much again
 // for buckets that repeat or to verify. Throws std::bad_alloc.
 RAWIMAGE_EXPORT MergeReport mergeFiles(const std::vector<std::string>& inputs, const std::string& output,

@@ -58,12 +58,14 @@ BucketKey bucketKey(const RIF_TAG& tag) {
     return {tag.p8, tag.p2, tag.p3, tag.p4, tag.p5, statesWindow(tag) ? tag.p6 : 0};
 }
 
-void MergeInput::keep(const Inspection& file) {
+void MergeInput::keep(const std::string& name, const FileStamp& stamp, const Inspection& file) {
+    name_ = name;
+    stamp_ = stamp;
     const PixelBox frame = file.facts.frame();
     area = file.facts.area();
     isPart = area != frame;
     if (isPart && file.facts.region) regionKind = file.facts.region->kind;
-    const std::vector<INFOTAG> pixels = pixelTagsOf(file.tags);
+    std::vector<INFOTAG> pixels = pixelTagsOf(file.tags);
     listed_ = static_cast<std::int64_t>(pixels.size());
     fingerprint_ = fingerprintOf(pixels);
     for (const INFOTAG& tag : pixels) {
@@ -73,6 +75,7 @@ void MergeInput::keep(const Inspection& file) {
         windowTags.emplace(tag.p8, tag);
     }
     recount(pixels);
+    if (stamp.wasAtRest()) kept_ = std::move(pixels);
 }
 
 // Channels mostly have the same buckets: these are united once.
@@ -101,14 +104,21 @@ void MergeInput::recount(const std::vector<INFOTAG>& pixels) {
         bytes_ += tag.size;
 }
 
+// False when the tags are not those of before. A writer may have added some.
+bool MergeInput::listAnew(PFileStream& stream, std::vector<INFOTAG>& pixels) const {
+    pixels = pixelTagsIn(stream);
+    if (static_cast<std::int64_t>(pixels.size()) > listed_) pixels.resize(static_cast<std::size_t>(listed_));
+    return static_cast<std::int64_t>(pixels.size()) == listed_ && fingerprintOf(pixels) == fingerprint_;
+}
+
 std::string MergeInput::list(PFileStream& stream, std::vector<INFOTAG>& pixels) const {
     const int code = stream.Open(name_.c_str(), PFileStream::kRead, 1, PFileStream::kOpenExisting);
     if (code != 0) return openErrorText(code);
-    pixels = pixelTagsIn(stream);
-    // A writer may have added some.
-    if (static_cast<std::int64_t>(pixels.size()) > listed_) pixels.resize(static_cast<std::size_t>(listed_));
-    if (static_cast<std::int64_t>(pixels.size()) != listed_ || fingerprintOf(pixels) != fingerprint_)
+    if (!kept_.empty() && stamp_.isSame(FileStamp(name_.c_str()))) {
+        pixels = kept_;
+    } else if (!listAnew(stream, pixels)) {
         return "has changed since the merge began";
+    }
     if (!leftOut_.empty()) {
         const auto isLeftOut = [this](const INFOTAG& tag) {
             return std::binary_search(leftOut_.begin(), leftOut_.end(), bucketKey(tag));

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "rawimage/inspect/inspection.h"
+#include "support/files.h"
 
 namespace MUtils {
 inline namespace v1 {
@@ -18,12 +19,10 @@ BucketKey bucketKey(const RIF_TAG& tag);
 // Where buckets count: wherever a renderer may put them.
 constexpr PixelBox kMergeRange{-(INT32_MAX / 2), -(INT32_MAX / 2), INT32_MAX / 2, INT32_MAX / 2};
 
-// What a merge keeps of an input between the times that it is open. Its pixel tags are not kept but listed
-// anew, so that the memory for a piece does not depend on how many it has.
+// What a merge keeps of an input between the times that it is open. Its pixel tags may be kept, or else are
+// listed anew, so that the memory for a piece does not depend on how many it has.
 class MergeInput {
   public:
-    explicit MergeInput(std::string name) : name_(std::move(name)) {}
-
     // The pixels of some channels, as boxes that do not overlap unless these would be too many.
     struct Cover {
         std::vector<std::int32_t> channels;
@@ -39,8 +38,12 @@ class MergeInput {
     // Those of which another input has the bucket.
     const std::vector<BucketKey>& leftOut() const { return leftOut_; }
 
-    // Keeps what is needed of the file's inspection.
-    void keep(const Inspection& file);
+    // Keeps what is needed of the inspection of the file `name`. The stamp was taken before.
+    void keep(const std::string& name, const FileStamp& stamp, const Inspection& file);
+    // Has list() look into the file even while it has its stamp, for less memory.
+    void dropTags() { std::vector<INFOTAG>().swap(kept_); }
+    std::size_t keptTags() const { return kept_.size(); }
+    const FileStamp& stamp() const { return stamp_; }
     // Opens the file as `stream` and lists the pixel tags to copy. Returns why it cannot, else "".
     std::string list(PFileStream& stream, std::vector<INFOTAG>& pixels) const;
     // Leaves buckets out; `keys` are sorted. Then recount() is due, with the tags that list() gives.
@@ -56,7 +59,11 @@ class MergeInput {
     std::int64_t copiedTo = 0;                              // where in the output its pixel tags begin
 
   private:
+    bool listAnew(PFileStream& stream, std::vector<INFOTAG>& pixels) const;
+
     std::string name_;
+    FileStamp stamp_;
+    std::vector<INFOTAG> kept_;       // the pixel tags; empty when they are not kept
     std::int64_t listed_ = 0;         // pixel tags
     std::uint64_t fingerprint_ = 0;   // of these
     std::vector<BucketKey> leftOut_;  // sorted

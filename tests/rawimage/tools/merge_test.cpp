@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <filesystem>
 #include <map>
 
 #include "tests/testing/check.h"
@@ -217,6 +218,34 @@ TEST(Merge, AllowsHolesAndUnfinishedFiles) {
     EXPECT_EQ(verdict(merging.output.bytes()), "unfinished") << "never passes for whole";
 }
 
+// Small inputs are inspected ahead on several threads, and one is large.
+TEST(Merge, TakesManyInputsInTheirOrder) {
+    std::vector<RawFrame> frames;
+    for (int i = 0; i < 60; ++i)
+        frames.push_back(piece({i % 10 * 4, i / 10 * 4, 4, 4}));
+    frames[20].metadata = [region = frames[20].metadata](RIFile& file) {
+        std::string settings(300 << 10, 's');
+        region(file);
+        expectOk(file.WTMirtSettings(settings.data(), static_cast<int>(settings.size())));
+    };
+    Merging merging(frames);
+    MergeOptions options;
+    Contents first;
+    for (const int threads : {1, 2, 5}) {
+        options.threads = threads;
+        const MergeReport report = merging.run(options);
+        ASSERT_EQ(report.state, MergeState::kGood) << report.cause;
+        const Contents bytes = merging.output.bytes();
+        if (threads == 1) first = bytes;
+        EXPECT_EQ(verdict(bytes), "good");
+        EXPECT_EQ(difference(bytes, first), "") << threads;
+    }
+    for (const std::size_t i : {50u, 17u}) {
+        merging.files[i]->fill(Contents(40, 'x'));
+        EXPECT_EQ(merging.run(options).file, merging.names[i]) << "the first that fails";
+    }
+}
+
 // Two attempts at a piece: each pixel tag is taken once, from the first input in which it is sound.
 TEST(Merge, TakesRepeatedBucketsOnceFromASoundInput) {
     RawFrame first, again, rest;
@@ -310,10 +339,12 @@ TEST(Merge, VerifiesTheOutputAndNamesTheInputsItContains) {
     EXPECT_EQ(refused.state, MergeState::kNotVerified);
     EXPECT_TRUE(refused.contained.empty());
 
-    // An input that another file takes the place of, at any moment after it was inspected.
-    for (int at = 2; at < calls; ++at) {
+    // An input that another file takes the place of, at any moment after it was inspected, of which it was at
+    // rest in half.
+    for (int at = 2; at < 2 * calls; ++at) {
         merging.files[1]->fill(sound);
-        options.progress = [&, left = at](std::int64_t, std::int64_t) mutable {
+        if (at >= calls) std::filesystem::last_write_time(merging.names[1], {});
+        options.progress = [&, left = at % calls](std::int64_t, std::int64_t) mutable {
             if (--left == 0) merging.files[1]->fill(makeSample().bytes);
             return true;
         };
