@@ -56,6 +56,14 @@ std::string difference(const FrameFacts& a, const FrameFacts& b) {
 
 constexpr std::size_t kMostKeptTags = (24 << 20) / sizeof(INFOTAG);
 
+constexpr const char* kNoPixels = "ends before its channels: its pixels are holes";
+
+// The file of a render that died at once: it fits no other, and none of its frame is known.
+bool endsBeforePixels(const Inspection& file) {
+    return file.facts.channels.empty() && std::none_of(file.tags.begin(), file.tags.end(),
+                                                       [](const auto& tag) { return isPixelTag(tag.id); });
+}
+
 // The boxes of one channel, and how many pixels they would cover if no two files overlapped.
 struct ChannelSum {
     std::vector<PixelBox> boxes;
@@ -136,7 +144,8 @@ bool Merge::read(const std::string& output) {
             return fail(MergeState::kStopped, output, "stopped");
     }
     if (!inputs_.empty()) return true;
-    if (damaged_.empty()) return fail(MergeState::kCannotOpen, "", "no input");
+    if (names_.empty()) return fail(MergeState::kCannotOpen, "", "no input");
+    if (damaged_.empty()) return fail(MergeState::kMismatch, names_.front(), kNoPixels);
     return fail(MergeState::kDamaged, damaged_.front().name, damaged_.front().cause);
 }
 
@@ -146,11 +155,14 @@ bool Merge::readOne(const std::string& name, MergeReader::Found& found) {
     const Inspection& file = found.file;
     switch (file.state) {
         case FileState::kCannotOpen: return fail(MergeState::kCannotOpen, name, file.cause);
-        case FileState::kNotThisFormat: return fail(MergeState::kNotThisFormat, name, "not a raw image file");
+        case FileState::kNotThisFormat: return fail(MergeState::kNotThisFormat, name, file.cause);
         case FileState::kDamaged:
             damaged_.push_back({name, file.cause + " at " + std::to_string(file.causeOffset), file.facts});
             return true;
-        case FileState::kUnfinished: report_.unfinished.push_back(name); break;
+        case FileState::kUnfinished:
+            report_.unfinished.push_back(name);
+            if (!endsBeforePixels(file)) break;
+            return options_.allowHoles || fail(MergeState::kHoles, name, kNoPixels);
         default: break;
     }
     return take(name, found);

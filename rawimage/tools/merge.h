@@ -68,7 +68,8 @@ struct MergeReport {
     std::string cause;
     ErrorCode error;
     std::int64_t tags = 0;  // of pixels
-    // Inputs that were never finished. What is whole in them is used.
+    // Inputs that were never finished. What is whole in them is used. One that ends before its channels is a
+    // hole, whose place is not known.
     std::vector<std::string> unfinished;
     std::vector<MergeRepeat> repeats;  // in the order of the inputs
     std::vector<MergeSetAside> setAside;

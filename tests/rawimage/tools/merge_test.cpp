@@ -246,6 +246,29 @@ TEST(Merge, TakesManyInputsInTheirOrder) {
     }
 }
 
+// A render that was killed before its channels: wherever it comes, it is the one to name.
+TEST(Merge, TakesAnInputWithoutChannelsForAHole) {
+    Merging merging({piece(kQuarters[0])});
+    Contents begun = merging.files[0]->bytes();
+    begun.resize(kFileHeaderBytes + kTagHeaderBytes);
+    std::fill_n(begun.begin() + kTableOffsetPosition, 8, 0);
+    merging.add().fill(begun);
+    MergeOptions holes;
+    holes.allowHoles = true;
+    for (const std::size_t place : {1u, 0u}) {
+        const MergeReport report = merging.run();
+        EXPECT_EQ(report.state, MergeState::kHoles);
+        EXPECT_EQ(report.file, merging.names[place]);
+        const MergeReport allowed = merging.run(holes);
+        EXPECT_EQ(allowed.state, MergeState::kGood) << allowed.cause;
+        EXPECT_EQ(allowed.unfinished, std::vector<std::string>{merging.names[place]});
+        std::swap(merging.names[0], merging.names[1]);
+    }
+    merging.names.resize(1);
+    merging.files[0]->fill(begun);
+    EXPECT_EQ(merging.run(holes).state, MergeState::kMismatch);
+}
+
 // Two attempts at a piece: each pixel tag is taken once, from the first input in which it is sound.
 TEST(Merge, TakesRepeatedBucketsOnceFromASoundInput) {
     RawFrame first, again, rest;
