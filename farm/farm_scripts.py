@@ -7,6 +7,7 @@ PIECE = r"""#!/bin/sh
 # Renders a piece of a frame, or what is left of it: piece.sh FRAME PIECE X0,Y0,X1,Y1. Written by rimg-farm; any engine
 # may run it, on any machine, as often as it likes. Ends with 75 when it is to be run again.
 set -u
+trap 'exit 75' TERM
 farm=@FARM@ rimg=@RIMG@
 cd @FOLDER@ || exit 1
 frame=$1 piece=$2 box=$3
@@ -52,8 +53,9 @@ fi"""
 
 MERGE = r"""#!/bin/sh
 # Merges the pieces of a frame: merge.sh FRAME. Written by rimg-farm. Ends with 1 when a piece is not whole yet, with 75
-# when another merge of the frame runs.
+# when another merge of the frame runs, and after SIGTERM.
 set -u
+trap 'exit 75' TERM
 farm=@FARM@ rimg=@RIMG@
 name=$(printf %04d "$1")
 out=$farm/frames/$name.rimg

@@ -4,6 +4,7 @@
 Usage: farm_test.py BUILD_DIR
 """
 import os
+import shlex
 import shutil
 import subprocess
 import sys
@@ -11,6 +12,7 @@ import tempfile
 import unittest
 
 from shot import Shot
+from slurm_cluster import wait_for
 
 
 class Farm(unittest.TestCase):
@@ -75,6 +77,23 @@ class Farm(unittest.TestCase):
         self.assertEqual(shot.status(4)[1]["state"], "damaged")
         self.run_lines(shot.farm("retry", shot.folder))
         shot.check([3])
+
+    # SIGTERM reaches the script while another program than the renderer runs.
+    def test_a_signal_without_a_renderer(self):
+        shot = self.shot
+        rimg, begun = shot.rimg, os.path.join(self.folder, "begun")
+        shot.rimg = os.path.join(self.folder, "rimg")
+        with open(shot.rimg, "w", encoding="utf-8") as file:
+            file.write("#!/bin/sh\n[ $1 = pieces ] || { touch '%s'; sleep 0.3; }\nexec '%s' \"$@\"\n" % (begun, rimg))
+        os.chmod(shot.rimg, 0o755)
+        lines = self.submit().splitlines()
+        self.assertEqual(self.run_lines("\n".join(lines[:3])), [0] * 3)
+        for line in (lines[0], lines[6]):
+            job = subprocess.Popen(shlex.split(line))
+            wait_for("rimg", lambda: os.path.exists(begun), 20)
+            job.terminate()
+            self.assertEqual(job.wait(), 75, line)
+            os.remove(begun)
 
     def test_a_piece_that_has_lost_more_than_pixels_is_rendered_anew(self):
         shot = self.shot
