@@ -33,8 +33,8 @@ if [ -s "$out" ]; then
         "$rimg" recover "$out" -o "$out.sound" || [ $? -eq 3 ] || exit 4
         mv -f "$out.sound" "$out" || exit 1
         ;;
-    # A power cut in the first moment.
-    5) [ "$(wc -c <"$out")" -ge 32 ] || rm -f "$out" ;;
+    # After a power cut: less than a file header, or zeros, which are kept for whoever wants to look at them.
+    5) if [ "$(wc -c <"$out")" -lt 32 ]; then rm -f "$out"; else mv -f "$out" "$out.damaged"; fi ;;
     esac
 fi"""
 
@@ -66,7 +66,7 @@ mkdir -p "$farm/pieces/$name" && cd "$farm/pieces/$name" && exec >>"$farm/log/$n
 whole=merge.$(hostname)-$$
 trap 'rm -f "$whole"' EXIT
 ls | grep '\.rimg$' | "$rimg" verify --files-from - | sed -n 's/: good$//p' | awk -F. '!seen[$1]++' >"$whole"
-[ "$(wc -l <"$whole")" -eq @COUNT@ ] || { echo "merge.sh: $name: not all of @COUNT@ pieces are whole"; exit 1; }
+[ "$(wc -l <"$whole")" -eq @COUNT@ ] || { echo "merge.sh: $name: not all of @COUNT@ pieces are whole, see rimg-farm status"; exit 1; }
 "$rimg" merge@DELETE@ --files-from "$whole" -o "$out"
 """
 

@@ -4,12 +4,14 @@
 Usage: farm_test.py BUILD_DIR
 """
 import os
+import re
 import shlex
 import shutil
 import subprocess
 import sys
 import tempfile
 import unittest
+import unittest.mock
 
 from shot import Shot
 from slurm_cluster import wait_for
@@ -78,6 +80,19 @@ class Farm(unittest.TestCase):
         self.run_lines(shot.farm("retry", shot.folder))
         shot.check([3])
 
+    # A job that was killed at once, and a power cut.
+    def test_pieces_without_a_bucket(self):
+        shot = self.shot
+        self.run_lines("\n".join(self.submit().splitlines()[:3]))
+        self.rewrite(shot.piece(1, "000.rimg"), bytearray.clear)
+        self.rewrite(shot.piece(1, "001.rimg"), lambda content: (self.cut(content), content.__delitem__(slice(32, None))))
+        self.rewrite(shot.piece(1, "002.rimg"), lambda content: content.__setitem__(slice(None), bytes(len(content))))
+        [row, _] = shot.status(4)
+        self.assertEqual([row[key] for key in ("unfinished", "damaged", "missingPixels")], [2, 1, 160 * 96])
+        self.assertEqual(self.run_lines("%s/jobs/merge.sh 1" % shot.folder), [1])
+        self.assertEqual(self.run_lines(shot.farm("retry", shot.folder)), [0] * 8)
+        shot.check([1, 3])
+
     # SIGTERM reaches the script while another program than the renderer runs.
     def test_a_signal_without_a_renderer(self):
         shot = self.shot
@@ -98,6 +113,8 @@ class Farm(unittest.TestCase):
     def test_a_piece_that_has_lost_more_than_pixels_is_rendered_anew(self):
         shot = self.shot
         self.run_lines("\n".join(self.submit().splitlines()[:3]))
+        shutil.copy(shot.piece(1, "000.rimg"), shot.piece(1, "002.rimg"))
+        self.assertEqual([row["foreign"] for row in shot.status(4)], [1, 0])
         path = shot.piece(1, "001.rimg")
         tags = shot.report("info", path, "--tags")["tags"]
         settings = next(tag["offset"] for tag in tags if tag["name"] == "channel info") + 44
@@ -126,6 +143,29 @@ class Farm(unittest.TestCase):
         self.assertEqual(after[:len(before)], before, "it goes on from the earlier attempt")
         self.assertEqual({row["state"] for row in shot.status(0)}, {"merged"})
         shot.check([1, 3])
+
+    # Two pieces have failed while the third is still rendered: the new merge waits for that one, too.
+    def test_retry_beside_jobs_in_the_queue(self):
+        shot = self.shot
+        jobs, queue = (os.path.join(self.folder, name) for name in ("jobs", "queue"))
+        for name, script in (("scontrol", "echo 'MaxArraySize = 1001'"), ("squeue", "cat '%s'" % queue),
+                             ("sbatch", "echo \"$@\" >>'%s'; grep -c . '%s'" % (jobs, jobs))):
+            path = os.path.join(self.folder, "bin", name)
+            os.makedirs(os.path.dirname(path), exist_ok=True)
+            with open(path, "w", encoding="utf-8") as file:
+                file.write("#!/bin/sh\n%s\n" % script)
+            os.chmod(path, 0o755)
+        def waits():
+            with open(jobs, encoding="utf-8") as file:
+                return re.findall("--array ([^ ]*)|afterok:([^ ]*)", file.read())
+        with unittest.mock.patch.dict(os.environ, PATH=os.path.join(self.folder, "bin") + ":" + os.environ["PATH"]):
+            shot.submit("1", 3)
+            self.assertEqual(waits(), [("0-2", ""), ("", "1_0:1_1:1_2")])
+            for queued, array in (("1_1 RUNNING\n", 3), ("1_1 RUNNING\n4 PENDING\n", 5)):
+                with open(queue, "w", encoding="utf-8") as file:
+                    file.write(queued)
+                shot.farm("retry", shot.folder, stderr=subprocess.DEVNULL)
+                self.assertEqual(waits()[array - 1:], [("0-1", ""), ("", "1_1:%d_0:%d_1" % (array, array))])
 
     def test_refuses_what_cannot_work(self):
         shot = self.shot
