@@ -14,6 +14,11 @@ namespace render_frame {
 
 namespace {
 
+// What waits in a queue is lost when the program is killed, and after SIGTERM has to be packed in less than
+// two seconds, on one processor if need be. The queue writes without being asked to: flush() would only have
+// the caller wait, and is for a renderer that reports its finished buckets to somebody else.
+constexpr std::int64_t kMaxPending = std::int64_t{16} << 20;
+
 using Steps = std::vector<std::function<ErrorCode()>>;
 
 // Takes the steps one after another up to the first that fails.
@@ -115,6 +120,7 @@ ErrorCode FrameWriter::resume() {
 
 void FrameWriter::makeQueue() {
     if (spec_.queued && !wantsWholeFrame()) queue_ = std::make_unique<OutputQueue>(*file_);
+    if (queue_ != nullptr) queue_->setMaxPending(kMaxPending);
 }
 
 // Runs an operation that only raw files have; on any other file nothing is to be done.
