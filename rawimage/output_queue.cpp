@@ -58,7 +58,7 @@ class OutputQueue::Worker final : public ThreadProc, private RegionFeed {
                 return error;
             item.copy->assign(region);
             item.call.region = item.copy.get();
-            return handOver(std::move(item), failures);
+            return enqueue(item, failures);
         } catch (const std::bad_alloc&) {
             release(std::move(item.copy));
             return ErrorCode("WTRegion", -1, "No memory for the copy of a region");
@@ -126,7 +126,8 @@ class OutputQueue::Worker final : public ThreadProc, private RegionFeed {
         return {};
     }
 
-    ErrorCode handOver(Item item, int failures) {
+    // Takes the item, but not when it throws.
+    ErrorCode enqueue(Item& item, int failures) {
         {
             const std::lock_guard<std::mutex> lock(mutex_);
             if (failures_ != failures) {
