@@ -11,10 +11,13 @@ SIZE, BUCKET, CHANNELS = "160x96", "16x16", 11
 class Shot:
     """Files go to a folder of its own; programs come from a build directory."""
 
+    hashes = {}  # of frames that were rendered in one go, by samples and frame
+
     def __init__(self, build, folder, samples=2):
         self.rimg = os.path.join(build, "cli", "rimg")
         self.renderer = [os.path.join(build, "examples", "render_frame"), "--size", SIZE, "--bucket", BUCKET,
-                         "--samples", str(samples), "-j", "1"]
+                         "--samples", str(samples)]
+        self.samples = samples
         self.folder = os.path.join(folder, "shot")
         self.scratch = folder
 
@@ -28,7 +31,7 @@ class Shot:
 
     def submit(self, frames, pieces, *options, code=0):
         return self.farm("submit", "--frames", frames, "--pieces", str(pieces), "--size", SIZE, "--bucket", BUCKET,
-                         "--out", self.folder, "--rimg", self.rimg, *options, "--", *self.renderer,
+                         "--out", self.folder, "--rimg", self.rimg, *options, "--", *self.renderer, "-j", "1",
                          "--frame", "{frame}", "--region", "{box}", "--resume-or-start", "{out}", code=code)
 
     def status(self, code=None):
@@ -60,12 +63,19 @@ class Shot:
         return [(tag["offset"], tuple(tag["parameters"][1:3] + tag["parameters"][7:])) for tag in tags
                 if "pixels" in tag["name"]]
 
-    def check(self, frames):
-        """Each merged frame shows what a frame that is rendered in one go does."""
-        for frame in frames:
+    def hash_of_whole(self, frame):
+        """Of the frame rendered in one go."""
+        key = self.samples, frame
+        if key not in self.hashes:
             whole = os.path.join(self.scratch, "whole.rimg")
             subprocess.run(self.renderer + ["--frame", str(frame), "--output", whole], check=True,
                            stdout=subprocess.DEVNULL)
-            hashes = [self.report("hash", path)["hash"] for path in (whole, self.merged(frame))]
+            self.hashes[key] = self.report("hash", whole)["hash"]
+        return self.hashes[key]
+
+    def check(self, frames):
+        """Each merged frame shows what a frame that is rendered in one go does."""
+        for frame in frames:
+            hashes = [self.hash_of_whole(frame), self.report("hash", self.merged(frame))["hash"]]
             assert hashes[0] == hashes[1], "frame %d: %s" % (frame, hashes)
             assert self.report("verify", self.merged(frame))["verdict"] == "good"

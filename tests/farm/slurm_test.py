@@ -16,7 +16,7 @@ import unittest
 from shot import CHANNELS, Shot
 from slurm_cluster import SlurmCluster, command, kill, wait_for
 
-LONG = 3000  # samples, for pieces of some seconds
+LONG = 2000  # samples, for pieces of some seconds
 
 
 def job_state(job):
