@@ -3,6 +3,7 @@
 #include <Imath/half.h>
 #include <OpenEXR/ImfChannelList.h>
 #include <OpenEXR/ImfFrameBuffer.h>
+#include <OpenEXR/ImfInputFile.h>
 #include <OpenEXR/ImfInputPart.h>
 #include <OpenEXR/ImfMultiPartInputFile.h>
 #include <OpenEXR/ImfMultiPartOutputFile.h>
@@ -10,6 +11,7 @@
 #include <OpenEXR/ImfOutputPart.h>
 #include <OpenEXR/ImfTiledOutputFile.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
@@ -54,6 +56,34 @@ ExrPart::ExrPart(const std::string& path, bool tiled) : frame(Frame::load(path))
     frame.buckets.clear();
     frame.width = kPartWidth;
     frame.height = kPartHeight;
+}
+
+void readBand(Imf::InputFile& file, int first, int last, const char* without, Bytes& values) {
+    const int width = file.header().dataWindow().max.x + 1;
+    const std::size_t stride = static_cast<std::size_t>(width) * 4;
+    const std::size_t plane = stride * static_cast<std::size_t>(last - first + 1);
+    std::vector<std::string> names;
+    for (auto c = file.header().channels().begin(); c != file.header().channels().end(); ++c) {
+        if (without == nullptr || std::strcmp(c.name(), without) != 0) names.emplace_back(c.name());
+    }
+    values.resize(plane * names.size());
+    Imf::FrameBuffer buffer;
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        const Imf::PixelType type = file.header().channels()[names[i]].type;
+        buffer.insert(names[i], Imf::Slice::Make(type, values.data() + i * plane, {0, first}, width,
+                                                 last - first + 1, 4, stride));
+    }
+    file.setFrameBuffer(buffer);
+    file.readPixels(first, last);
+}
+
+void readExr(const std::string& path) {
+    constexpr int kRows = 64;
+    Imf::InputFile file(path.c_str());
+    const int last = file.header().dataWindow().max.y;
+    Bytes values;
+    for (int y = 0; y <= last; y += kRows)
+        readBand(file, y, std::min(y + kRows - 1, last), nullptr, values);
 }
 
 void writeOurExr(const ExrSource& source, const ExrLayout& layout, const std::string& path, bool queued) {

@@ -34,6 +34,12 @@ struct ExrLayout {
     int bits;         // 16 or 32; 16 not for tiled files, whose values our writer uses up
 };
 
+// The channels of some rows of a file, one after another in `values`, but for the one named `without`, which
+// may be null.
+void readBand(Imf::InputFile& file, int first, int last, const char* without, Bytes& values);
+// Reads all of a file by OpenEXR, some rows at a time, and drops it.
+void readExr(const std::string& path);
+
 // With `queued`, through a queue.
 void writeOurExr(const ExrSource& source, const ExrLayout& layout, const std::string& path,
                  bool queued = false);

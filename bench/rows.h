@@ -31,6 +31,9 @@ void writeFrame(const Frame& frame, PStream* stream, const std::string& path, in
 void compareWriting(Session& session, const Frame& frame, const std::string& name, int threads, Goal goal,
                     std::int64_t maxPending = 0);
 
+// Parses a file from its beginning. Throws when that fails.
+void parse(RIFile& file, const std::string& path, RIFileCallback& callback);
+
 // Accepts everything and keeps nothing.
 class DroppingCallback : public RIFileCallback {
   public:

@@ -29,6 +29,12 @@ double sizeOf(const std::string& path) {
     return static_cast<double>(std::filesystem::file_size(path));
 }
 
+void readRaw(const std::string& path) {
+    RIFile file;
+    DroppingCallback dropping;
+    parse(file, path, dropping);
+}
+
 // Rows for the picture of bytes against time; the script that draws it knows the names.
 class Choices {
   public:
@@ -55,7 +61,7 @@ class Choices {
                 writeFrame(frame_, nullptr, other_, 1, choice.level, choice.compression);
             };
             const auto good = [&] { return checksumsRead(other_, 1) == checksumsRead(fast_, 1); };
-            add(choice.name, write, good);
+            add(choice.name, {write, [&] { readRaw(other_); }, good});
         }
     }
 
@@ -66,22 +72,28 @@ class Choices {
             std::remove(other_.c_str());
             writeOurExr(source, layout, other_);
             const DirectExr direct(source, layout, other_);
-            add(
-                std::string("OpenEXR ") + choice.name, [&] { direct.write(other_); },
-                [&] { return direct.holds(other_); });
+            add(std::string("OpenEXR ") + choice.name,
+                {[&] { direct.write(other_); }, [&] { readExr(other_); },
+                 [&] { return direct.holds(other_); }});
         }
     }
 
   private:
     void writeFast() { writeFrame(frame_, nullptr, fast_, 1, kCompressionLevel, Compression::kFast); }
 
-    void add(const std::string& name, const std::function<void()>& write, const std::function<bool()>& good) {
+    // Of the other file; `good` looks whether it has the frame's values.
+    struct Ways {
+        std::function<void()> write, read;
+        std::function<bool()> good;
+    };
+
+    void add(const std::string& name, const Ways& ways) {
         double bytes = 0;
         Comparison row{"choice, " + name + suffix_, "fast", {}};
-        row.ours = write;
+        row.ours = ways.write;
         row.plain = [this] { writeFast(); };
         row.check = [&] {
-            require(good(), "the values were not kept");
+            require(ways.good(), "the values were not kept");
             bytes = sizeOf(other_);
         };
         row.prepare = [this] {
@@ -90,6 +102,14 @@ class Choices {
         };
         session_.compare(row);
         addBytes(name, bytes);
+
+        ways.write();
+        writeFast();
+        Comparison reading{row.name + ", read", "fast", {}};
+        reading.ours = ways.read;
+        reading.plain = [this] { readRaw(fast_); };
+        reading.check = [&] { require(ways.good(), "the values differ"); };
+        session_.compare(reading);
     }
 
     void addBytes(const std::string& name, double bytes) {

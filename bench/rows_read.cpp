@@ -10,10 +10,6 @@ namespace {
 
 constexpr int kChannels = 40;
 
-void parse(RIFile& file, const std::string& path, RIFileCallback& callback) {
-    require(file.Open(path.c_str(), nullptr).empty() && file.ParseFile(callback) == 0, "parsing failed");
-}
-
 void inflateAll(const std::string& path, const std::vector<INFOTAG>& tags, int threads) {
     const PlainFile file(path);
     onThreads(threads, tags.size(), [&](std::size_t i) {
@@ -101,6 +97,10 @@ void compareOneChannel(Session& session, const Folder& folder) {
 }
 
 }  // namespace
+
+void parse(RIFile& file, const std::string& path, RIFileCallback& callback) {
+    require(file.Open(path.c_str(), nullptr).empty() && file.ParseFile(callback) == 0, "parsing failed");
+}
 
 void readRows(Session& session, const Folder& folder) {
     compareReading(session, folder.demo, "");

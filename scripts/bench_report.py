@@ -114,66 +114,76 @@ def tables(growth, levels):
 
 
 def load_choices(path):
-    """By frame, of each choice: the processor time of writing, in that of the choice fast, and its bytes of raw."""
-    rows = json.loads(Path(path).read_text())["rows"]
-    times, sizes = {}, {}
-    for row in rows:
-        name = re.fullmatch(r"choice, ([^,]+), (\w+) frame(, bytes)?", row["row"])
+    """By frame, of each choice: the processor times of writing and of reading, in those of fast, and its bytes of raw."""
+    found = {"": {}, ", read": {}, ", bytes": {}}
+    for row in json.loads(Path(path).read_text())["rows"]:
+        name = re.fullmatch(r"choice, ([^,]+), (\w+) frame(, bytes|, read|)", row["row"])
         if name and not row["failure"]:
-            (sizes if name[3] else times).setdefault(name[2], {})[name[1]] = row["ratio" if name[3] else "processorRatio"]
-    return {
-        frame: {choice: (times.get(frame, {}).get(choice, 1.0), size) for choice, size in of_frame.items()}
-        for frame, of_frame in sizes.items()
-    }
+            value = row["ratio" if name[3] == ", bytes" else "processorRatio"]
+            found[name[3]].setdefault(name[2], {})[name[1]] = value
+    frames = {}
+    for frame, sizes in found[", bytes"].items():
+        for choice, size in sizes.items():
+            times = [1.0 if choice == "fast" else found[kind].get(frame, {}).get(choice) for kind in ("", ", read")]
+            if None not in times:
+                frames.setdefault(frame, {})[choice] = (*times, size)
+    return frames
 
 
-def choice_panel(left, frame, choices):
-    times = [time for time, _ in choices.values()]
+def choice_panel(left, top, title, dots):
+    """`dots`: of each choice its time and its bytes."""
+    times = [time for time, _ in dots.values()]
     low, high = min(times) / 1.3, max(times) * 2
     x = lambda time: left + place(time, low, high, WIDTH)
     marks = [0.01, 0.02, 0.05, 0.1, 0.2, 0.3, 0.5, 0.7, 1, 1.1]
-    smallest = min(size for _, size in choices.values())
+    smallest = min(size for _, size in dots.values())
     while marks[1] < smallest:
         marks.pop(0)
-    y = lambda size: TOP + HEIGHT - place(size, marks[0], marks[-1], HEIGHT)
-    out = [f'<text x="{left}" y="{TOP - 14}" font-size="11">{frame} frame</text>']
+    y = lambda size: top + HEIGHT - place(size, marks[0], marks[-1], HEIGHT)
+    out = [f'<text x="{left}" y="{top - 14}" font-size="11">{title}</text>']
     for mark in marks[:-1]:
         out.append(f'<line x1="{left}" x2="{left + WIDTH}" y1="{y(mark):.1f}" y2="{y(mark):.1f}" stroke="#ddd"/>')
         out.append(f'<text x="{left - 6}" y="{y(mark) + 4:.1f}" text-anchor="end">{100 * mark:g} %</text>')
-    for mark in (0.5, 1, 2, 5, 10, 20, 50):
+    for mark in (0.2, 0.5, 1, 2, 5, 10, 20, 50):
         if low < mark < high:
-            out.append(f'<line x1="{x(mark):.1f}" x2="{x(mark):.1f}" y1="{TOP}" y2="{TOP + HEIGHT}" stroke="#eee"/>')
-            out.append(f'<text x="{x(mark):.1f}" y="{TOP + HEIGHT + 16}" text-anchor="middle">{mark:g} x</text>')
+            out.append(f'<line x1="{x(mark):.1f}" x2="{x(mark):.1f}" y1="{top}" y2="{top + HEIGHT}" stroke="#eee"/>')
+            out.append(f'<text x="{x(mark):.1f}" y="{top + HEIGHT + 16}" text-anchor="middle">{mark:g} x</text>')
     labels = []  # moved down where they would cover each other
-    for choice, (time, size) in sorted(choices.items(), key=lambda item: y(item[1][1])):
+    for choice, (time, size) in sorted(dots.items(), key=lambda item: y(item[1][1])):
         colour = COLOURS["read" if choice.startswith("OpenEXR") else "write"]
-        left, top = x(time) + 6, y(size) + 3
-        while any(abs(left - other) < 70 and abs(top - above) < 11 for other, above in labels):
-            top += 1
-        labels.append((left, top))
+        beside, below = x(time) + 6, y(size) + 3
+        while any(abs(beside - other) < 70 and abs(below - above) < 11 for other, above in labels):
+            below += 1
+        labels.append((beside, below))
         out.append(f'<circle cx="{x(time):.1f}" cy="{y(size):.1f}" r="3" fill="{colour}"/>')
-        out.append(f'<text x="{left:.1f}" y="{top:.1f}" fill="{colour}">{choice}</text>')
+        out.append(f'<text x="{beside:.1f}" y="{below:.1f}" fill="{colour}">{choice}</text>')
     return out
 
 
 def plot_choices(frames):
+    """A column for each frame: above the time of writing, below that of reading."""
+    row = HEIGHT + GAP
     out = [
         f'<svg xmlns="http://www.w3.org/2000/svg" width="{LEFT + len(frames) * (WIDTH + GAP)}" '
-        f'height="{TOP + HEIGHT + 40}" font-family="sans-serif" font-size="10">',
+        f'height="{TOP + row + HEIGHT + 40}" font-family="sans-serif" font-size="10">',
         '<rect width="100%" height="100%" fill="white"/>',
         f'<text x="{LEFT}" y="20" font-size="11">bytes of the file, of the raw values, '
-        "against processor time of writing, in that of fast</text>",
+        "against processor time, in that of fast</text>",
     ]
-    for i, (frame, choices) in enumerate(sorted(frames.items(), reverse=True)):
-        out += choice_panel(LEFT + i * (WIDTH + GAP), frame, choices)
+    for column, (frame, choices) in enumerate(sorted(frames.items(), reverse=True)):
+        for line, job in enumerate(("writing", "reading")):
+            dots = {choice: (facts[line], facts[2]) for choice, facts in choices.items()}
+            out += choice_panel(LEFT + column * (WIDTH + GAP), TOP + line * row, f"{frame} frame, {job}", dots)
     return "\n".join(out + ["</svg>", ""])
 
 
 def choice_table(frames):
     names = sorted(frames, reverse=True)
-    out = ["| | " + " | ".join(f"{name} frame: time, bytes of raw" for name in names) + " |", "|---|" + "---|" * len(names)]
+    titles = (f"{name} frame: writing, reading, bytes of raw" for name in names)
+    out = ["| | " + " | ".join(titles) + " |", "|---|" + "---|" * len(names)]
     for choice in frames[names[0]]:
-        cells = ("{:.2f} x, {:.1f} %".format(time, 100 * size) for time, size in (frames[name][choice] for name in names))
+        rows = (frames[name][choice] for name in names)
+        cells = (f"{written:.2f} x, {read:.2f} x, {100 * size:.1f} %" for written, read, size in rows)
         out.append(f"| {choice} | " + " | ".join(cells) + " |")
     return "\n".join(out + [""])
 
