@@ -8,7 +8,7 @@ inline namespace v1 {
 
 namespace {
 
-constexpr std::int64_t kSmallBytes = 256 << 10;
+constexpr std::int64_t kSmallBytes = 1 << 20;
 constexpr std::size_t kBatch = 8;  // files; to wake a thread takes as long as to inspect half a small one
 constexpr int kMostThreads = 4;    // bounds the tags in memory: a batch for each thread, and one
 

@@ -224,7 +224,7 @@ TEST(Merge, TakesManyInputsInTheirOrder) {
     for (int i = 0; i < 60; ++i)
         frames.push_back(piece({i % 10 * 4, i / 10 * 4, 4, 4}));
     frames[20].metadata = [region = frames[20].metadata](RIFile& file) {
-        std::string settings(300 << 10, 's');
+        std::string settings(1100 << 10, 's');
         region(file);
         expectOk(file.WTMirtSettings(settings.data(), static_cast<int>(settings.size())));
     };
