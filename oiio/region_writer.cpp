@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 
 #include "rawimage/format.h"
 
@@ -106,18 +105,13 @@ ErrorCode RegionWriter::writeMetadata() {
         error = queue_.WTSceneInfo(scene);
     }
     if (error.empty() && tags_.stampText) error = queue_.WTStampText(tags_.stampText->c_str());
-    if (error.empty() && tags_.note) error = writeNote(*tags_.note);
+    if (error.empty() && tags_.note) {
+        const std::string note = tags_.note->substr(0, MUtils::kNoteBytes - 1);
+        error = queue_.run([&] { return file_.addNote(note.c_str()); });
+    }
     std::string extra = encodeExtra(tags_.extra);
     if (!error.empty() || extra.empty()) return error;
     return queue_.run([&] { return file_.WTMirtSettings(extra.data(), static_cast<int>(extra.size())); });
-}
-
-// Of a note that fills half of its place or more WTNote returns an error although it writes all. If the disk
-// refuses it, it refuses everything that follows, too.
-ErrorCode RegionWriter::writeNote(std::string note) {
-    note = note.substr(0, MUtils::kNoteBytes - 1);
-    const ErrorCode error = queue_.run([&] { return file_.WTNote(note.c_str()); });
-    return std::strlen(note.c_str()) < MUtils::kNoteBytes / 2 ? error : ErrorCode();
 }
 
 std::string RegionWriter::write(const PixelBox& box, const unsigned char* pixels, std::size_t rowBytes) {

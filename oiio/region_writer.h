@@ -38,7 +38,6 @@ class RegionWriter {
   private:
     ErrorCode writeHead(const std::string& name, PStream* stream);
     ErrorCode writeMetadata();
-    ErrorCode writeNote(std::string note);
     ErrorCode writeBucket(const MUtils::PixelBox& box, const unsigned char* pixels, std::size_t rowBytes);
     void loadChannel(std::size_t index, int width, int height, const unsigned char* pixels,
                      std::size_t rowBytes);

@@ -109,6 +109,8 @@ class RAWIMAGE_EXPORT RIFile : public RIFileBase {
 
     // At most 1023 characters. A note of 512 or more is written, but answered with an error (docs/quirks.md).
     ErrorCode WTNote(const char* note);
+    // Writes the same bytes and succeeds with these, too.
+    ErrorCode addNote(const char* note);
     // Opaque blobs of `size` bytes.
     ErrorCode WTStamp(void* data, int size);
     ErrorCode WTOverlayTexts(void* data, int size);

@@ -111,6 +111,18 @@ ErrorCode RIFile::WTNote(const char* note) {
     return result;
 }
 
+ErrorCode RIFile::addNote(const char* note) {
+    const std::size_t length = note != nullptr ? std::strlen(note) : 0;
+    char bytes[kNoteBytes] = {};
+    std::int64_t size = -1;
+    if (length < kNoteBytes) {
+        if (note != nullptr) std::memcpy(bytes, note, length);
+        size = kNoteBytes;
+    }
+    return writeBlob({"addNote", TAG_NOTE, note != nullptr ? bytes : nullptr, size, 0, 0, "No note",
+                      "Error writing note (%i)."});
+}
+
 // The three records below write their own header, without an entry in the table, and leave the last error
 // alone: readers find them by walking.
 

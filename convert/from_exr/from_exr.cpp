@@ -1,7 +1,6 @@
 #include "convert/from_exr/from_exr.h"
 
 #include <algorithm>
-#include <cstring>
 #include <utility>
 #include <vector>
 
@@ -243,15 +242,7 @@ class FromExr {
             output.check(file.WTSceneInfo(scene));
         }
         if (metadata_.stampText) output.check(file.WTStampText(metadata_.stampText->c_str()));
-        if (metadata_.note) writeNote(output, *metadata_.note);
-    }
-
-    void writeNote(RawOutput& output, const std::string& text) const {
-        const std::string note = text.substr(0, kMaxNote);
-        const ErrorCode error = output.file().WTNote(note.c_str());
-        // For a note that fills half of its place or more WTNote returns an error although it writes all.
-        const bool falseError = std::strlen(note.c_str()) >= kNoteBytes / 2;
-        if (!falseError || output.broken()) output.check(error);
+        if (metadata_.note) output.check(file.addNote(metadata_.note->substr(0, kMaxNote).c_str()));
     }
 
     void writeBuckets(RawOutput& output) {

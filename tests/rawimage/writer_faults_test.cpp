@@ -61,6 +61,7 @@ TEST(WriterFaults, EveryWrite) {
     record("WTSceneInfo", "scene info", {2, 3}, DO(WTSceneInfo(in.scene)));
     rows.push_back({2, "", "", true, DO(WTNote(in.note.c_str()))});  // the text's own write is not looked at
     payload("WTNote", "note (0).", true, DO(WTNote(in.note.c_str())), 3);
+    payload("addNote", "note (0).", true, DO(addNote(in.note.c_str())));
     payload("WTStamp", "stamp buffer (0).", true, DO(WTStamp(in.blob, 7)));
     payload("WTStampText", "stamp text (0).", true, DO(WTStampText("t")));
     payload("WTOverlayTexts", "overlay texts buffer (0).", true, DO(WTOverlayTexts(in.blob, 7)));
@@ -142,6 +143,7 @@ TEST(WriterFaults, RefusedCalls) {
         {"WTChannelInfo", "No channel list.", none, DO(WTChannelInfo(decltype (&in.channels)(nullptr)))},
         {"WTRegion", "No region data.", "No region data.", DO(WTRegion(nullptr, 0, 0, 0))},
         {"WTNote", "No note", none, DO(WTNote(nullptr))},
+        {"addNote", "No note", none, DO(addNote(nullptr))},
         {"WTStamp", "No stamp", none, DO(WTStamp(nullptr, 3))},
         {"WTStamp", "Error writing stamp buffer (0).", none, DO(WTStamp(in.blob, -1))},
         {"WTStampText", "No stamp text", none, DO(WTStampText(nullptr))},

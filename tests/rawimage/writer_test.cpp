@@ -96,15 +96,20 @@ TEST(Writer, AsksDescriptionsInTheOrderOfTheRecord) {
 // The fill is held against the text: a long note is written whole and answered with an error.
 TEST(Writer, NotesByLength) {
     for (std::size_t length : {0u, 511u, 512u, 1023u, 1024u, 5000u}) {
-        Session s;
-        File expected;
-        const std::string note(length, 'x');
-        EXPECT_EQ(s.file.WTNote(note.c_str()).describe(),
-                  length < 512 ? "" : "WTNote: Error writing note (0). (-1)");
-        EXPECT_EQ(s.file.lastError, length < 512 ? 0 : -1);
-        if (length < 1024) expected.listed(269, Bytes().text(note).zeros(1024 - length));
-        EXPECT_EQ(s.file.Close().describe(), "");
-        EXPECT_EQ(difference(s.stream.bytes(), expected.closed()), "") << length;
+        for (const bool adds : {false, true}) {
+            Session s;
+            File expected;
+            const std::string note(length, 'x');
+            const std::size_t least = adds ? 1024 : 512;  // that is answered with an error
+            const ErrorCode error = adds ? s.file.addNote(note.c_str()) : s.file.WTNote(note.c_str());
+            EXPECT_EQ(error.describe(), length < least ? ""
+                                        : adds         ? "addNote: Error writing note (0). (-1)"
+                                                       : "WTNote: Error writing note (0). (-1)");
+            EXPECT_EQ(s.file.lastError, length < least ? 0 : -1);
+            if (length < 1024) expected.listed(269, Bytes().text(note).zeros(1024 - length));
+            EXPECT_EQ(s.file.Close().describe(), "");
+            EXPECT_EQ(difference(s.stream.bytes(), expected.closed()), "") << length;
+        }
     }
 }
 
