@@ -118,9 +118,14 @@ void addPreviewVerb(CLI::App& app, ExitCode& result) {
         ->type_name("OUT.png")
         ->required()
         ->check(checkPngEnding);
-    addSizeOption(*verb, "--size", options->request.width, options->request.height,
-                  "Width and height of the picture. Default: those of the stored thumbnail, else of the "
-                  "frame, at most 1024");
+    CLI::Option* size = addSizeOption(*verb, "--size", options->request.width, options->request.height,
+                                      "Width and height of the picture. Default: those of the stored "
+                                      "thumbnail, else of the frame, at most 1024");
+    verb->add_option("--fit", options->request.fit,
+                     "Instead of a size: the frame's, scaled down to at most N pixels in each direction")
+        ->type_name("N")
+        ->check(wholeNumber(1, MUtils::kMaxPictureSize))
+        ->excludes(size);
     verb->add_flag("--stretch", options->stretch, "Fill the picture instead of keeping the frame's aspect");
     verb->add_option("--channel", options->request.channel,
                      "The channel to show, by name: colours, depth, vectors, ids, anything. Default: "

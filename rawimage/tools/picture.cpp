@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <optional>
+#include <tuple>
 #include <utility>
 
 #include "rawimage/frame/raw_frame.h"
@@ -17,12 +19,32 @@ bool soundSize(int width, int height) {
     return width > 0 && height > 0 && width <= kMaxPictureSize && height <= kMaxPictureSize;
 }
 
-// True when a thumbnail of that size is what a rendering would be.
-bool fits(const PictureRequest& request, int w, int h) {
+bool soundRequest(const PictureRequest& request) {
+    if (request.fit < 0 || request.fit > kMaxPictureSize) return false;
+    return (request.width == 0 && request.height == 0) || soundSize(request.width, request.height);
+}
+
+// The width and height of the frame, scaled down to at most `most` pixels in either direction.
+std::pair<int, int> sizeWithin(const PixelBox& frame, int most) {
+    const auto larger = static_cast<double>(std::max(frame.width(), frame.height()));
+    const double scale = std::min(1.0, most / larger);
+    const auto scaled = [scale](std::int64_t size) {
+        return std::max(1, static_cast<int>(std::lround(static_cast<double>(size) * scale)));
+    };
+    return {scaled(frame.width()), scaled(frame.height())};
+}
+
+// True when a thumbnail of that size is what a rendering would be. Renderers round sizes in their own ways.
+bool fits(const PictureRequest& request, const PixelBox& frame, int w, int h) {
     const bool asked =
         !request.channel.empty() || request.view != ChannelView::kGuess || request.exposure != 0.0f;
     if (!request.useStored || asked || !soundSize(w, h)) return false;
-    if (request.width == 0) return true;
+    if (request.width == 0) {
+        if (request.fit == 0) return true;
+        if (std::max(w, h) > request.fit) return false;
+        const auto [width, height] = frame.empty() ? std::pair(w, h) : sizeWithin(frame, request.fit);
+        return std::abs(w - width) <= 1 && std::abs(h - height) <= 1;
+    }
     const bool same = w == request.width && h == request.height;
     return same || (request.keepAspect && w <= request.width && h <= request.height &&
                     (w == request.width || h == request.height));
@@ -125,7 +147,7 @@ void PictureMaker::readThumbnail() {
     const std::vector<INFOTAG> records = file_.recordTags();
     const auto tag = std::find_if(records.rbegin(), records.rend(),
                                   [](const INFOTAG& of) { return of.id == TAG_PREVIEW; });
-    if (tag == records.rend() || !fits(request_, tag->p1, tag->p2)) return;
+    if (tag == records.rend() || !fits(request_, info_->frame, tag->p1, tag->p2)) return;
     thumbnail_ = file_.thumbnail();
     if (thumbnail_) return;
     TagGap gap;
@@ -145,14 +167,8 @@ void PictureMaker::chooseSize() {
         picture_.height = thumbnail_->height;
         return;
     }
-    const PixelBox& frame = info_->frame;
-    const auto larger = static_cast<double>(std::max(frame.width(), frame.height()));
-    const double scale = std::min(1.0, kDefaultPictureSize / larger);
-    const auto scaled = [scale](std::int64_t size) {
-        return std::max(1, static_cast<int>(std::lround(static_cast<double>(size) * scale)));
-    };
-    picture_.width = scaled(frame.width());
-    picture_.height = scaled(frame.height());
+    const int most = request_.fit > 0 ? request_.fit : kDefaultPictureSize;
+    std::tie(picture_.width, picture_.height) = sizeWithin(info_->frame, most);
 }
 
 // Copies the thumbnail to the middle of the picture.
@@ -210,10 +226,8 @@ void PictureMaker::addDamaged(FrameRead read, const FrameChannel& channel) {
 
 Picture makePicture(const char* fileName, const PictureRequest& request) {
     Picture picture;
-    const bool chosen = request.width != 0 || request.height != 0;
-    picture.state = chosen && !soundSize(request.width, request.height)
-                        ? PictureState::kBadRequest
-                        : PictureMaker(fileName, request, picture).make();
+    picture.state =
+        soundRequest(request) ? PictureMaker(fileName, request, picture).make() : PictureState::kBadRequest;
     return picture;
 }
 

@@ -39,6 +39,9 @@ struct PictureRequest {
     // to at most kDefaultPictureSize in either direction. Anything else must be positive.
     int width = 0;
     int height = 0;
+    // Where width and height are 0: the picture has the frame's size, scaled down to at most this many pixels
+    // in either direction, and so the frame's aspect. 0 for no such limit.
+    int fit = 0;
     bool keepAspect = true;  // centre the frame on the background instead of stretching it
     // The channel to show; "" for the colour channel, the last one of alias 1 or 126, or else the first
     // channel of all.
@@ -47,7 +50,8 @@ struct PictureRequest {
     float exposure = 0.0f;  // stops, for colours and luminance
     RGB24 background{0, 0, 0};
     // Take the stored thumbnail when no channel, view or exposure is asked for and it is what a rendering
-    // would be: of the size asked for, or with keepAspect as large as fits.
+    // would be: of the size asked for, within a pixel of the one that fits, or with keepAspect as large as
+    // the size allows.
     bool useStored = true;
     int threads = 0;  // that decode and draw; below 1: one for each processor. The picture is the same
     // Called now and then on the calling thread, with the tags that are drawn and all, both 0 before drawing

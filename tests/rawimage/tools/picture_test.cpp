@@ -47,4 +47,38 @@ TEST(MakePicture, IsTheSameOnAnyThreadsAndStops) {
     }
 }
 
+// The frame's aspect, never more than the frame has; of thumbnails only one that is as large.
+TEST(MakePicture, FitsWithinASquare) {
+    const struct {
+        int fit, thumbnailWidth, thumbnailHeight;
+        int width, height;  // of the picture, 0 for none
+        bool stored;
+    } cases[] = {
+        {128, 0, 0, 128, 96, false},     {32768, 0, 0, 400, 300, false},  {1, 0, 0, 1, 1, false},
+        {128, 128, 96, 128, 96, true},   {128, 128, 95, 128, 95, true},   {128, 64, 48, 128, 96, false},
+        {64, 128, 96, 64, 48, false},    {128, 128, 128, 128, 96, false}, {0, 64, 48, 64, 48, true},
+        {500, 400, 300, 400, 300, true}, {-1, 0, 0, 0, 0, false},         {32769, 0, 0, 0, 0, false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.fit << ": " << c.thumbnailWidth << 'x' << c.thumbnailHeight);
+        testing_tools::RawFrame frame;
+        frame.width = 400;
+        frame.height = 300;
+        std::vector<RGB24> pixels(static_cast<std::size_t>(c.thumbnailWidth * c.thumbnailHeight));
+        if (!pixels.empty())
+            frame.metadata = [&](RIFile& file) {
+                testing_tools::expectOk(file.WTPreview(pixels.data(), c.thumbnailWidth, c.thumbnailHeight));
+            };
+        testing_tools::MemoryFile file;
+        frame.write(file.path());
+        PictureRequest request;
+        request.fit = c.fit;
+        const Picture picture = makePicture(file.path(), request);
+        EXPECT_EQ(picture.state, c.width > 0 ? PictureState::kGood : PictureState::kBadRequest);
+        EXPECT_EQ(picture.width, c.width);
+        EXPECT_EQ(picture.height, c.height);
+        EXPECT_EQ(picture.stored, c.stored);
+    }
+}
+
 }  // namespace
