@@ -102,5 +102,10 @@ if(RAWIMAGE_BUILD_OIIO)
 write the raw images that a renderer writes bucket by bucket."
         DEPENDS "${runtime_package} (= ${package_version})"
         SUGGESTS openimageio-tools rawimage-tools)
+    # Debian's OpenImageIO looks for plug-ins only where the environment says so.
+    install(FILES packaging/debian/oiio_profile.sh RENAME rawimage-oiio.sh
+        DESTINATION /etc/profile.d COMPONENT oiio EXCLUDE_FROM_ALL)
+    file(WRITE "${debian}/oiio/conffiles" "/etc/profile.d/rawimage-oiio.sh\n")
+    set(CPACK_DEBIAN_OIIO_PACKAGE_CONTROL_EXTRA "${debian}/oiio/conffiles")
 endif()
 include(CPack)

@@ -98,7 +98,8 @@ desktop() {
         command=$(sed -n 's/^Exec=//p' /usr/share/thumbnailers/rimg.thumbnailer |
             sed "s/%i/$image.rimg/; s/%o/$image.1A2B3C/; s/%s/128/g")
         eval "$command" 2>/dev/null || fail "the thumbnailer answers $? for $image.rimg"
-        [[ $(file "$image.1A2B3C") == *"PNG image data, 128 x 128"* ]] || fail "$(file "$image.1A2B3C")"
+        # As the frame is, 160 x 96, without a border.
+        [[ $(file "$image.1A2B3C") == *"PNG image data, 128 x 77"* ]] || fail "$(file "$image.1A2B3C")"
     done
     command=${command//unfinished/torn}
     if eval "$command" 2>/dev/null; then fail "a file without pixels has a thumbnail"; fi
@@ -118,8 +119,11 @@ doors() {
         echo "Python: ok"
     fi
     if dpkg -s openimageio-plugin-rawimage >/dev/null 2>&1; then
-        OIIO_LIBRARY_PATH=$(rimg config --oiio-plugin-dir) oiiotool --hash frame.rimg | grep -q 'SHA-1' ||
-            fail "oiiotool does not read the frame"
+        # What a login shell reads, twice, as shells within it do.
+        # shellcheck disable=SC1091
+        for _ in 1 2; do . /etc/profile.d/rawimage-oiio.sh; done
+        [ "$OIIO_LIBRARY_PATH" = "$(rimg config --oiio-plugin-dir)" ] || fail "the plugin's folder is $OIIO_LIBRARY_PATH"
+        oiiotool --hash frame.rimg | grep -q 'SHA-1' || fail "oiiotool does not read the frame"
         echo "oiiotool: ok"
     fi
 }
