@@ -185,6 +185,16 @@ std::string FrameReader::read(const PixelBox& box, int channelBegin, int channel
     return "";
 }
 
+PixelBox FrameReader::bucketLines(const PixelBox& box) const {
+    const auto info = frame_->info();
+    const std::int64_t height = info->buckets && info->buckets->height > 0 ? info->buckets->height : 64;
+    const PixelBox wanted = inFrame(box);
+    const auto above = [height](std::int64_t y) { return y - (y % height + height) % height; };
+    const std::int64_t y0 = std::max(above(wanted.y0), area_.y0);
+    const std::int64_t y1 = std::min(above(wanted.y1 - 1) + height, area_.y1);
+    return {area_.x0 + originX_, y0 + originY_, area_.x1 + originX_, y1 + originY_};
+}
+
 void FrameReader::color(const Part& part, const PixelBox& box, std::size_t pixelBytes,
                         const MUtils::FrameRead& read) const {
     std::vector<PixelBox> lacking;

@@ -26,6 +26,10 @@ class FrameReader {
     std::string read(const MUtils::PixelBox& box, int channelBegin, int channelEnd, int threads,
                      unsigned char* data) const;
 
+    // The whole lines of the image from the first to the last line of all buckets that `box` touches, as far
+    // as buckets are of the announced height.
+    MUtils::PixelBox bucketLines(const MUtils::PixelBox& box) const;
+
     const MUtils::RawFrame& frame() const { return *frame_; }
 
   private:

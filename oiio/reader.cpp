@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "oiio/frame_reader.h"
+#include "oiio/line_buffer.h"
 #include "oiio/proxy_stream.h"
 #include "rawimage/writer.h"
 
@@ -29,6 +30,7 @@ class Reader::Frame {
 
   public:
     FrameReader reader;
+    LineBuffer lines{reader};
 };
 
 Reader::Reader() = default;
@@ -99,8 +101,8 @@ bool Reader::read_native_scanlines(int subimage, int miplevel, int yBegin, int y
 
 bool Reader::read_native_scanlines(int subimage, int miplevel, int yBegin, int yEnd, int /*z*/,
                                    int channelBegin, int channelEnd, void* data) {
-    return read(subimage, miplevel,
-                {m_spec.x, m_spec.x + m_spec.width, yBegin, yEnd, channelBegin, channelEnd}, data);
+    const Request lines{m_spec.x, m_spec.x + m_spec.width, yBegin, yEnd, channelBegin, channelEnd, true};
+    return read(subimage, miplevel, lines, data);
 }
 
 bool Reader::read_native_tile(int subimage, int miplevel, int x, int y, int z, void* data) {
@@ -181,9 +183,16 @@ bool Reader::read(int subimage, int miplevel, const Request& request, void* data
         m_spec.tile_width > 0 && box.width() <= m_spec.tile_width && box.height() <= m_spec.tile_height;
     const int allowed = threads() > 0 ? threads() : OIIO::get_int_attribute("threads");
     const int channelEnd = std::min(request.channelEnd, m_spec.nchannels);
+    auto* const pixels = static_cast<unsigned char*>(data);
     try {
-        const std::string fault = frame_->reader.read(
-            box, request.channelBegin, channelEnd, single ? 1 : allowed, static_cast<unsigned char*>(data));
+        std::string fault;
+        if (request.isLines) {
+            const std::size_t lineBytes = m_spec.pixel_bytes(request.channelBegin, channelEnd, true) *
+                                          static_cast<std::size_t>(m_spec.width);
+            fault = frame_->lines.read(box, request.channelBegin, channelEnd, lineBytes, allowed, pixels);
+        } else {
+            fault = frame_->reader.read(box, request.channelBegin, channelEnd, single ? 1 : allowed, pixels);
+        }
         if (fault.empty()) return true;
         errorfmt("{}", fault);
     } catch (const std::exception& error) {

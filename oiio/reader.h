@@ -44,6 +44,7 @@ class Reader final : public OIIO::ImageInput {
     struct Request {
         int xBegin, xEnd, yBegin, yEnd;
         int channelBegin, channelEnd;
+        bool isLines = false;  // of the image, and whole ones
     };
     bool read(int subimage, int miplevel, const Request& request, void* data);
     void convert(const Request& request, const unsigned char* native, OIIO::TypeDesc format,
