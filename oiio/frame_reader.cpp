@@ -17,8 +17,8 @@ using MUtils::FileState;
 using MUtils::PixelBox;
 
 constexpr int kMaxChannels = 10000;
-constexpr double kMaxImageBytes = 32.0 * (1 << 30);
-constexpr double kMostExpansion = 1032;  // of a zlib stream
+constexpr int kMaxImageMebibytes = 32 << 10;  // where OpenImageIO has no limit of its own
+constexpr double kMostExpansion = 1032;       // of a zlib stream
 
 std::string placeOf(const FileFault& fault) {
     std::string text = "offset " + std::to_string(fault.offset);
@@ -108,14 +108,15 @@ std::string FrameReader::describe(OIIO::ImageSpec& spec) {
     return "";
 }
 
-// Whoever opens an image soon allocates all of it. A file may state any size; more than the machine has is
-// accepted only where the file can have pixels for it.
+// Whoever opens an image soon allocates all of it. A file may state any size; more than the machine has, or
+// than OpenImageIO takes for plausible, is accepted only where the file can have pixels for it.
 std::string FrameReader::checkSize(const OIIO::ImageSpec& spec) const {
     const double bytes =
         static_cast<double>(spec.width) * spec.height * static_cast<double>(spec.pixel_bytes(true));
     const double plausible = kMostExpansion * static_cast<double>(frame_->info()->fileBytes);
     const double memory = static_cast<double>(OIIO::Sysutil::physical_memory());
-    if (bytes <= std::max(plausible, std::min(kMaxImageBytes, memory))) return "";
+    const double limit = OIIO::get_int_attribute("limits:imagesize_MB", kMaxImageMebibytes) * double{1 << 20};
+    if (bytes <= std::max(plausible, limit > 0 ? std::min(limit, memory) : memory)) return "";
     return "a frame of " + std::to_string(spec.width) + " x " + std::to_string(spec.height) +
            " pixels with " + std::to_string(spec.nchannels) + " channels is too large for this file";
 }
