@@ -5,13 +5,9 @@
 
 namespace rawimage_python {
 
-namespace {
-
 std::string shapeText(const py::array& values) {
     return py::str(py::tuple(values.attr("shape"))).cast<std::string>();
 }
-
-}  // namespace
 
 void refuseType(const py::array& values, const std::string& what, const std::string& expected) {
     throw py::type_error(what + ": expected values of dtype " + expected + ", not " +

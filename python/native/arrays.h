@@ -33,6 +33,9 @@ ArrayPlane planeOf(const py::array& values, const std::string& what, std::int64_
 MUtils::ChannelTarget targetOf(py::array& values, const std::string& what,
                                const MUtils::FrameChannel& channel, const MUtils::PixelBox& box);
 
+// "(40, 50, 3)"
+std::string shapeText(const py::array& values);
+
 // Throws the TypeError for an array whose values are not of the type `expected`.
 [[noreturn]] void refuseType(const py::array& values, const std::string& what, const std::string& expected);
 

@@ -22,13 +22,6 @@ namespace {
 using MUtils::FrameChannel;
 using MUtils::PixelBox;
 
-MUtils::Compression compressionOf(const std::string& name) {
-    if (name == "small") return MUtils::Compression::kSmall;
-    if (name == "balanced") return MUtils::Compression::kBalanced;
-    if (name == "fast") return MUtils::Compression::kFast;
-    throw py::value_error("compression is small, balanced or fast, not " + name);
-}
-
 // What both formats are begun with.
 struct Layout {
     int width, height;
@@ -139,17 +132,17 @@ void Output::write(int x, int y, const std::vector<std::pair<int, py::array>>& v
     });
 }
 
-std::unique_ptr<RIFile> makeRawFile(const std::string& compression, int threads, bool sync) {
+std::unique_ptr<RIFile> makeRawFile(int compression, int threads, bool sync) {
     auto file = std::make_unique<RIFile>();
-    file->setCompression(compressionOf(compression));
+    file->setCompression(static_cast<MUtils::Compression>(compression));
     file->setCompressionThreads(nullptr, threads);
     file->setSyncOnClose(sync);
     return file;
 }
 
 std::unique_ptr<Output> createRaw(const std::string& path, const Layout& layout,
-                                  std::vector<FrameChannel> channels, const std::string& compression,
-                                  int threads, bool sync) {
+                                  std::vector<FrameChannel> channels, int compression, int threads,
+                                  bool sync) {
     auto output =
         std::make_unique<Output>(path, makeRawFile(compression, threads, sync), std::move(channels));
     output->begin(layout, 32, [](RIFileBase&) {});
@@ -157,7 +150,7 @@ std::unique_ptr<Output> createRaw(const std::string& path, const Layout& layout,
 }
 
 std::unique_ptr<Output> appendRaw(const std::string& path, std::vector<FrameChannel> channels,
-                                  const std::string& compression, int threads, bool sync) {
+                                  int compression, int threads, bool sync) {
     auto output =
         std::make_unique<Output>(path, makeRawFile(compression, threads, sync), std::move(channels));
     output->run([&path](RIFileBase& base) {
@@ -207,13 +200,11 @@ auto blobSetter(BlobWriter write) {
     };
 }
 
+// The pixels are uint8, [y][x][3], and at least one.
 bool setThumbnail(const Output& output, const py::array& pixels) {
-    if (!hasType(pixels, "uint8")) refuseType(pixels, "thumbnail", "uint8");
-    if (pixels.ndim() != 3 || pixels.shape(2) != 3)
-        throw py::value_error("thumbnail: expected the shape (height, width, 3)");
     const auto dense = py::array_t<unsigned char, py::array::c_style>::ensure(pixels);
     std::vector<RGB24> copy(static_cast<std::size_t>(dense.size() / 3));
-    if (!copy.empty()) std::memcpy(copy.data(), dense.data(), static_cast<std::size_t>(dense.size()));
+    std::memcpy(copy.data(), dense.data(), static_cast<std::size_t>(dense.size()));
     return runOnRaw(output, [&](RIFile& file) {
         return file.WTPreview(copy.data(), static_cast<int>(dense.shape(1)),
                               static_cast<int>(dense.shape(0)));
@@ -268,7 +259,7 @@ void bindOutput(py::module_& module) {
              })
         .def("set_note",
              [](const Output& self, const std::string& text) {
-                 return runOnRaw(self, [&](RIFile& file) { return file.WTNote(text.c_str()); });
+                 return runOnRaw(self, [&](RIFile& file) { return file.addNote(text.c_str()); });
              })
         .def("set_stamp", blobSetter(&RIFile::WTStamp))
         .def("set_overlay_texts", blobSetter(&RIFile::WTOverlayTexts))

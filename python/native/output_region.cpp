@@ -30,7 +30,10 @@ OutputRegion::OutputRegion(const std::vector<MUtils::FrameChannel>& frameChannel
         const std::string what = "channel " + channel.name;
         const char* const type = dtypeNameOf(channel.isInteger());
         if (!hasType(array, type)) refuseType(array, what, type);
-        if (sources_.empty() && array.ndim() >= 2) {
+        if (array.ndim() < 2)
+            throw py::value_error(what + ": expected the shape (height, width, " +
+                                  std::to_string(channel.components()) + "), not " + shapeText(array));
+        if (sources_.empty()) {
             if (array.shape(0) > INT_MAX - (y > 0 ? y : 0) || array.shape(1) > INT_MAX - (x > 0 ? x : 0))
                 throw py::value_error(what + ": the bucket reaches beyond the largest coordinate");
             height = static_cast<int>(array.shape(0));

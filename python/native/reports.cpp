@@ -79,7 +79,21 @@ void bindFault(py::module_& module) {
         .field("name", &FileFault::channelName, "of pixels: the channel's name")
         .field("cause", &FileFault::cause, "what is wrong")
         .field("count", &FileFault::count, "like faults that it represents")
-        .def("__str__", &MUtils::faultText);
+        .def("__str__", &MUtils::faultText)
+        .def(py::pickle(
+            [](const FileFault& f) {
+                return py::make_tuple(f.offset, f.end, f.tagId, f.box, f.channel, f.channelName, f.cause,
+                                      f.count);
+            },
+            [](const py::tuple& from) {
+                FileFault made;
+                const auto take = [&from](std::size_t at, auto& field) {
+                    field = from[at].cast<std::decay_t<decltype(field)>>();
+                };
+                take(0, made.offset), take(1, made.end), take(2, made.tagId), take(3, made.box);
+                take(4, made.channel), take(5, made.channelName), take(6, made.cause), take(7, made.count);
+                return made;
+            }));
 }
 
 template <class Value>

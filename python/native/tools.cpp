@@ -112,11 +112,12 @@ const char* nameOf(PictureState state) {
 
 // The state of the picture, the pixels, the state of the file, its cause and offset, faults, and the channels
 // that the file has.
-py::tuple preview(const std::string& path, std::pair<int, int> size, bool keepAspect,
+py::tuple preview(const std::string& path, std::pair<int, int> size, int fit, bool keepAspect,
                   const std::string& channel, int view, double exposure, std::array<int, 3> background,
                   bool useStored, int threads, const py::object& progress) {
     PictureRequest request;
     std::tie(request.width, request.height) = size;
+    request.fit = fit;
     request.keepAspect = keepAspect;
     request.channel = channel;
     request.view = static_cast<ChannelView>(view);
@@ -225,7 +226,10 @@ void bindTools(py::module_& module) {
         const py::gil_scoped_release released;
         return prepareResume(path.c_str());
     });
-    module.def("is_raw_image", [](const std::string& path) { return RIFile::isRIFile(path.c_str()); });
+    module.def("is_raw_image", [](const std::string& path) {
+        const py::gil_scoped_release released;
+        return RIFile::isRIFile(path.c_str());
+    });
     module.def("safe_text", [](const std::string& text) { return safeText(text); });
 }
 

@@ -17,7 +17,8 @@ TypeError.
 Arrays of pixels are [y][x][component], rows from the top: float32, or int32 of channels of type "int". A Box, here and
 in all arguments, is (x0, y0, x1, y1), x1 and y1 not among its pixels.
 
-All work runs without the interpreter's lock, on as many threads as `threads` says. Ctrl-C stops it.
+All work runs without the interpreter's lock, on as many threads as `threads` says. Ctrl-C stops it. The function
+`progress` is called now and then with what is done and all; what it raises, or False, stops the work, too.
 """
 
 from ._errors import (

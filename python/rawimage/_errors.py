@@ -2,9 +2,22 @@
 
 from __future__ import annotations
 
+import errno
+import os
 from typing import Any, Sequence
 
 from . import _rawimage
+
+
+# The system's codes by their texts, which are what is known of a file that cannot be opened.
+_CODES = {os.strerror(code): code for code in errno.errorcode}
+
+
+def _restored(kind: type[Error], state: dict[str, Any]) -> Error:
+    error = kind.__new__(kind, state["text"])
+    error.__dict__.update(state)
+    error._fill_os_error()
+    return error
 
 
 class Error(Exception):
@@ -17,6 +30,8 @@ class Error(Exception):
     state    the state that the file or the work is in, such as "damaged"
     faults   all that was met: a list of Fault
     result   what could be made of the sound parts all the same, or None: what the function returns else
+
+    Where an exception is pickled, as on the way from another process, it loses its result.
     """
 
     def __init__(
@@ -45,6 +60,16 @@ class Error(Exception):
         self.code = code
         self.faults = list(faults)
         self.result = result
+
+        self._fill_os_error()
+
+    def _fill_os_error(self) -> None:
+        """What programs look for in an OSError."""
+        if isinstance(self, OSError):
+            self.errno, self.filename = self.code or _CODES.get(self.text.rpartition(": ")[2]), self.path
+
+    def __reduce__(self) -> tuple[Any, ...]:
+        return _restored, (type(self), {**self.__dict__, "result": None})
 
     def __str__(self) -> str:
         return self.text

@@ -314,9 +314,9 @@ class NewFile:
     def named(self, message: str) -> str: ...
 
 def create_raw(
-    path: str, layout: Layout, channels: list[Channel], compression: str, threads: int, sync: bool
+    path: str, layout: Layout, channels: list[Channel], compression: int, threads: int, sync: bool
 ) -> Output: ...
-def append_raw(path: str, channels: list[Channel], compression: str, threads: int, sync: bool) -> Output: ...
+def append_raw(path: str, channels: list[Channel], compression: int, threads: int, sync: bool) -> Output: ...
 def create_exr(
     path: str,
     layout: Layout,
@@ -357,6 +357,7 @@ def diff(
 def preview(
     path: str,
     size: tuple[int, int],
+    fit: int,
     keep_aspect: bool,
     channel: str,
     view: int,

@@ -2,16 +2,15 @@
 
 from __future__ import annotations
 
-import operator
-import os
+from itertools import combinations
 from types import MappingProxyType, TracebackType
-from typing import Any, Callable, Iterable, Iterator, Mapping, Sequence, Union
+from typing import Any, Callable, Iterable, Iterator, Mapping, NoReturn, Sequence, Union
 
 import numpy
 
 from . import _rawimage
 from ._errors import ChannelError, DamagedError, Error, IncompleteError, StoppedError, damage, error_of
-from ._types import Box, Bucket, Change, Scene
+from ._types import AnyPath, Box, Bucket, Change, Scene, box_of, path_of, threads_of, whole
 
 Key = Union[str, int, _rawimage.Channel]
 Progress = Callable[[int, int], Any]
@@ -22,14 +21,12 @@ _STAMP, _OVERLAY_TEXTS, _SETTINGS = range(3)
 _SCENE_NAME, _NOTE, _STAMP_TEXT = range(3)
 
 
-def box_of(window: Sequence[int]) -> Box:
-    """The Box of four numbers; ValueError or TypeError when they are none."""
-    box = Box(*(operator.index(number) for number in window))
-    if box.x1 < box.x0 or box.y1 < box.y0:
-        raise ValueError(f"window: expected x0 <= x1 and y0 <= y1 in (x0, y0, x1, y1), not {tuple(box)}")
-    if min(box) < _EVERYWHERE.x0 or max(box) > _EVERYWHERE.x1:
-        raise ValueError(f"window: expected numbers of 32 bits, not {tuple(box)}")
-    return box
+def _may_share(a: numpy.ndarray, b: numpy.ndarray) -> bool:
+    """True when two arrays have a value in common, as far as that is found out soon."""
+    try:
+        return numpy.shares_memory(a, b, max_work=1000)
+    except numpy.TooHardError:
+        return False
 
 
 class File:
@@ -42,8 +39,8 @@ class File:
     rendered have the fill value.
     """
 
-    def __init__(self, path: str | bytes | os.PathLike[Any], *, progress: Progress | None = None) -> None:
-        self.path: str = os.fsdecode(path)
+    def __init__(self, path: AnyPath, *, progress: Progress | None = None) -> None:
+        self.path: str = path_of(path)
         self._frame = _rawimage.Frame(self.path, progress)
         if self._frame.stopped():
             raise StoppedError("stopped", path=self.path)
@@ -65,6 +62,9 @@ class File:
         if self._frame.closed():
             return f"<rawimage.File {self.path!r}, closed>"
         return f"<rawimage.File {self.path!r}, {self.width} x {self.height}, {len(self)} channels>"
+
+    def __reduce__(self) -> NoReturn:
+        raise TypeError("a rawimage.File cannot be copied or pickled: open its path once more")
 
     def __getitem__(self, channel: Key) -> numpy.ndarray:
         """All pixels of a channel: read(channel)."""
@@ -181,14 +181,15 @@ class File:
 
         Returns an array [y][x][component], or a dictionary of arrays. Damaged pixels are a DamagedError.
         """
-        several = not isinstance(channels, (str, int, _rawimage.Channel))
+        several = not isinstance(channels, (str, int, numpy.integer, _rawimage.Channel))
         keys = list(channels) if several else [channels]
         wanted = [self.channel(key) for key in keys]
         box = self._box(window)
         fill = None if fill is None else float(fill)
         arrays = self._arrays(keys, wanted, box, out if several or out is None else [out], fill, dtype)
         targets = [(channel.index, array) for channel, array in zip(wanted, arrays)]
-        found = self._frame.read(box, targets, fill or 0.0, out is None and not fill, threads, progress)
+        filled = out is None and not fill
+        found = self._frame.read(box, targets, fill or 0.0, filled, threads_of(threads), progress)
         result = dict(zip(keys, arrays)) if several else arrays[0]
         self._check(found, fill is None, result)
         return result
@@ -216,12 +217,17 @@ class File:
 
     def channel(self, key: Key) -> _rawimage.Channel:
         """The channel of that name or index. ChannelError, a KeyError, when there is none."""
+        asked = key
         if isinstance(key, _rawimage.Channel):
             key = key.index
-        if not isinstance(key, (str, int)):
+        if not isinstance(key, (str, int, numpy.integer)):
             raise TypeError(f"channel: expected a name, an index or a Channel, not {type(key).__name__}")
         info = self._info
-        found = info.named(key) if isinstance(key, str) else info.indexed(key)
+        found = info.named(key) if isinstance(key, str) else info.indexed(whole(key, "channel"))
+        # A Channel of another file may have the index of one that is not the same here.
+        if isinstance(asked, _rawimage.Channel):
+            key = asked.name
+            found = found if found is not None and found.name == key else None
         if found is None:
             names = ", ".join(channel.name or str(channel.index) for channel in info.channels)
             raise ChannelError(f'has no channel "{key}"; it has {names or "none"}', path=self.path)
@@ -245,7 +251,11 @@ class File:
         if out is None:
             make = numpy.empty if fill else numpy.zeros  # zeros cost nothing where nothing is written
             return [make((box.height, box.width, c.components), c.dtype if dtype is None else dtype) for c in wanted]
-        arrays = [out[key] for key in keys] if isinstance(out, Mapping) else list(out)
+        if isinstance(out, Mapping):
+            out = [out[key] for key in keys if key in out]
+        elif not isinstance(out, Iterable):
+            raise TypeError(f"out: expected a sequence or a mapping of arrays, not {type(out).__name__}")
+        arrays = list(out)
         if len(arrays) != len(keys):
             raise ValueError(f"out: expected {len(keys)} arrays, one for each channel, not {len(arrays)}")
         for array in arrays:
@@ -253,6 +263,8 @@ class File:
                 raise TypeError(f"out: expected a numpy array, not {type(array).__name__}")
             if dtype is not None and array.dtype != dtype:
                 raise TypeError(f"out: expected values of dtype {numpy.dtype(dtype)}, not {array.dtype}")
+        if any(_may_share(a, b) for a, b in combinations(arrays, 2)):
+            raise ValueError("out: expected arrays without a value in common")
         return arrays
 
     def _check(self, found: _rawimage.Read, complete: bool, result: Any) -> None:

@@ -9,15 +9,14 @@ import numpy
 
 from . import _rawimage
 from ._errors import ChannelError, DamagedError, IncompleteError, StoppedError, WriteError, damage, error_of
-from ._reading import Progress, box_of
-from ._writing import EXR_COMPRESSIONS, choice
-
-AnyPath = Any  # str, bytes or os.PathLike
+from ._reading import Progress
+from ._types import AnyPath, box_of, choice, path_of, patterns_of, size_of, text_of, threads_of, whole, wholes
+from ._writing import COMPRESSIONS, EXR_COMPRESSIONS, LONGEST_NOTE
 
 _INFINITE = float("inf")
+_LARGEST_PICTURE = 32768
 _OVERLAPS = {"refuse": 0, "first": 1, "last": 2}
 _VIEWS = {"guess": 0, "id": 1, "colour": 2, "vector": 3, "depth": 4}
-_COMPRESSIONS = {"small": 0, "balanced": 1, "fast": 2}
 _FRAMES = {"display": 0, "data": 1, "union": 2}
 _KINDS = {"scanline": 0, "tiled": 1, "multipart": 2}
 
@@ -31,8 +30,8 @@ def verify(
     threads    that decompress; 0 for one each processor
     progress   function of the bytes done and all; what it raises, or False, stops
     """
-    name = os.fsdecode(path)
-    return _judged(name, _rawimage.verify(name, quick, threads, progress))
+    name = path_of(path)
+    return _judged(name, _rawimage.verify(name, quick, threads_of(threads), progress))
 
 
 def missing(
@@ -42,8 +41,8 @@ def missing(
 
     deep   buckets whose values are damaged are missing, too; else headers count
     """
-    name = os.fsdecode(path)
-    return _judged(name, _rawimage.missing(name, deep, threads, progress))
+    name = path_of(path)
+    return _judged(name, _rawimage.missing(name, deep, threads_of(threads), progress))
 
 
 def _judged(path: str, report: _rawimage.VerifyReport) -> _rawimage.VerifyReport:
@@ -70,18 +69,19 @@ def recover(
     like       another file of the same render, for the resolution and the channels that the file has lost
     size       (width, height), the resolution alone
     """
-    name = os.fsdecode(path)
+    name = path_of(path)
     if in_place == (output is not None):
         raise ValueError("recover: name an output, or set in_place")
-    sibling = "" if like is None else os.fsdecode(like)
+    sibling = "" if like is None else path_of(like)
+    size = size_of(size, "size", 0)
     if in_place:
-        report = _rawimage.recover(name, "", sibling, size, threads, progress)
+        report = _rawimage.recover(name, "", sibling, size, threads_of(threads), progress)
         if report.state != "good":
             raise error_of(report.state, report.cause, path=name, result=report)
         return report
-    target = os.fsdecode(output)
+    target = path_of(output)
     with _rawimage.NewFile(target, [name]) as made:
-        report = _rawimage.recover(name, made.path, sibling, size, threads, progress)
+        report = _rawimage.recover(name, made.path, sibling, size, threads_of(threads), progress)
         if report.state != "good":
             file = target if report.state == "write failed" else name
             raise error_of(report.state, made.named(report.cause), path=file, result=report)
@@ -105,14 +105,16 @@ def merge(
     allow_holes   merge even if pixels are missing afterwards
     verify        read the output again and compare it with the inputs
     """
-    names = [os.fsdecode(path) for path in inputs]
-    target = os.fsdecode(output)
+    if isinstance(inputs, (str, bytes, os.PathLike)):
+        raise TypeError("inputs: expected a list of paths, not one")
+    names = [path_of(path) for path in inputs]
+    target = path_of(output)
     if not names:
         raise ValueError("inputs: expected at least one")
     which = choice(_OVERLAPS, overlap, "overlap")
     with _rawimage.NewFile(target, names) as made:
         made.lock_name()
-        report = _rawimage.merge(names, made.path, which, allow_holes, verify, threads, progress)
+        report = _rawimage.merge(names, made.path, which, allow_holes, verify, threads_of(threads), progress)
         if report.state != "good":
             file = made.named(report.file) or target
             raise error_of(report.state, made.named(report.cause), path=file, result=report)
@@ -127,8 +129,8 @@ def stats(
 
     channels   patterns for names, with * ? and [...]; none for all
     """
-    name = os.fsdecode(path)
-    return _complete(name, _rawimage.stats(name, list(channels), threads, progress))
+    name = path_of(path)
+    return _complete(name, _rawimage.stats(name, patterns_of(channels), threads_of(threads), progress))
 
 
 def hash(
@@ -143,8 +145,8 @@ def hash(
 
     metadata   the records count, too
     """
-    name = os.fsdecode(path)
-    return _complete(name, _rawimage.hash(name, list(channels), metadata, threads, progress))
+    name = path_of(path)
+    return _complete(name, _rawimage.hash(name, patterns_of(channels), metadata, threads_of(threads), progress))
 
 
 def _complete(path: str, report: Any) -> Any:
@@ -187,15 +189,20 @@ def diff(
     records                         compare them, too
     through_exr                     one of two raw images was converted from OpenEXR, which does not keep everything
     """
-    names = [os.fsdecode(a), os.fsdecode(b)]
+    names = [path_of(a), path_of(b)]
+    limits = {"fail": fail, "fail_percent": fail_percent, "hard_fail": hard_fail}
+    limits.update(warn=warn, warn_percent=warn_percent, hard_warn=hard_warn)
+    for name, limit in limits.items():
+        if not limit >= 0:  # not a number is none
+            raise ValueError(f"{name}: expected a number from 0 up, not {limit}")
     report = _rawimage.diff(
         *names,
-        list(channels),
+        patterns_of(channels),
         (fail, fail_percent, hard_fail),
         (warn, warn_percent, hard_warn),
         records,
         through_exr,
-        threads,
+        threads_of(threads),
         progress,
     )
     path = names[report.side] if report.side >= 0 else None
@@ -214,7 +221,7 @@ def preview(
     path: AnyPath,
     output: AnyPath | None = None,
     *,
-    size: tuple[int, int] = (0, 0),
+    size: int | tuple[int, int] = (0, 0),
     stretch: bool = False,
     channel: str = "",
     view: str = "guess",
@@ -227,7 +234,8 @@ def preview(
     """A picture of a raw image, finished or not: a uint8 array [y][x][3] in display values, and the PNG file `output`
     if it is named.
 
-    size         (width, height); without it the stored thumbnail's or the frame's, at most 1024
+    size         (width, height), or one number: the frame's aspect, and at most as many pixels in each direction.
+                 Without it the stored thumbnail's size or the frame's, at most 1024
     stretch      fill the picture instead of keeping the frame's aspect
     channel      the name of the channel to show; "" for the main colour
     view         "guess", "id", "colour", "vector" or "depth"
@@ -237,18 +245,24 @@ def preview(
 
     Of a damaged file, a DamagedError has the array as its `result`, and the PNG file is written.
     """
-    name = os.fsdecode(path)
-    if not all(0 <= part <= 255 for part in background):
-        raise ValueError(f"background: expected numbers from 0 to 255, not {tuple(background)}")
+    name = path_of(path)
+    colour = wholes(background, "background", ("red", "green", "blue"), 0, 255)
     wanted = choice(_VIEWS, view, "view")
+    if not -100 <= exposure <= 100:
+        raise ValueError(f"exposure: expected -100 to 100, not {exposure}")
+    fit = 0
+    if not isinstance(size, Iterable):
+        size, fit = (0, 0), whole(size, "size", 1, _LARGEST_PICTURE)
+    sides = size_of(size, "size", 0, _LARGEST_PICTURE)
+    count = threads_of(threads)
     state, pixels, file_state, cause, offset, faults, names = _rawimage.preview(
-        name, size, not stretch, channel, wanted, exposure, tuple(background), stored, threads, progress
+        name, sides, fit, not stretch, channel, wanted, exposure, colour, stored, count, progress
     )
     where = offset if offset >= 0 else None
     if state != "good":
         raise _no_picture(name, state, file_state, cause, where, channel, names)
     if output is not None:
-        target = os.fsdecode(output)
+        target = path_of(output)
         with _rawimage.NewFile(target, [name], stream=True) as made:
             _write_png(made.path, target, pixels)
             made.commit()
@@ -330,7 +344,8 @@ def convert(
 
     `losses` of the report has what the output lacks.
     """
-    source, target = os.fsdecode(input), os.fsdecode(output)
+    source, target = path_of(input), path_of(output)
+    threads = threads_of(threads)
     is_raw = _rawimage.is_raw_image(source)
     to_raw = {"bucket": bucket, "level": level, "frame": frame, "crop_overscan": crop_overscan}
     to_exr = {"kind": kind, "bits": bits, "auto_data_window": auto_data_window, "origin": origin}
@@ -338,23 +353,23 @@ def convert(
     for name, value in (to_raw if is_raw else to_exr).items():
         if value is not None:
             raise ValueError(f"{name} is for {'OpenEXR files' if is_raw else 'raw images'} as input")
-    options: dict[str, Any] = {"channels": list(channels)}
+    options: dict[str, Any] = {"channels": patterns_of(channels)}
     if crop is not None:
-        options["crop"] = box_of(crop)
+        options["crop"] = box_of(crop, "crop")
     if is_raw:
         options.update({name: value for name, value in to_exr.items() if value is not None})
         options["compression"] = choice(EXR_COMPRESSIONS, compression or "zips", "compression")
         options["kind"] = choice(_KINDS, kind or "scanline", "kind")
-        options["origin_x"], options["origin_y"] = origin or (0, 0)
-        options["attributes_from"] = "" if attributes_from is None else os.fsdecode(attributes_from)
+        options["origin_x"], options["origin_y"] = wholes(origin or (0, 0), "origin", ("x", "y"))
+        options["attributes_from"] = "" if attributes_from is None else path_of(attributes_from)
         if options.get("bits", 32) not in (16, 32):
             raise ValueError(f"bits: expected 16 or 32, not {bits}")
         _rawimage.start_exr_threads(threads)
     else:
         options.update({name: value for name, value in to_raw.items() if value is not None})
-        options["compression"] = choice(_COMPRESSIONS, compression or "small", "compression")
+        options["compression"] = choice(COMPRESSIONS, compression or "small", "compression")
         options["frame"] = choice(_FRAMES, frame or "display", "frame")
-        options["bucket_width"], options["bucket_height"] = bucket or (64, 64)
+        options["bucket_width"], options["bucket_height"] = size_of(bucket or (64, 64), "bucket")
     return _convert(source, target, is_raw, options, strict, threads, progress)
 
 
@@ -382,10 +397,8 @@ def _convert(
 
 def replace_note(path: AnyPath, note: str) -> None:
     """Replaces the note of a raw image, in place, or adds one to a finished file: at most 1023 bytes."""
-    name = os.fsdecode(path)
-    if "\0" in note:
-        raise ValueError("a note cannot hold NUL bytes")
-    cause, code = _rawimage.replace_note(name, note)
+    name = path_of(path)
+    cause, code = _rawimage.replace_note(name, text_of(note, "note", LONGEST_NOTE))
     if code == 0:
         return
     states = {-2: "not this format", -3: "damaged", -4: "unfinished"}

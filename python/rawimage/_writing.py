@@ -2,21 +2,20 @@
 
 from __future__ import annotations
 
-import operator
-import os
 from types import TracebackType
-from typing import Any, Iterable, Mapping, Sequence, Union
+from typing import Any, Iterable, Mapping, NoReturn, Sequence, Union
 
 import numpy
 
 from . import _rawimage
 from ._errors import error_of
-from ._reading import box_of
-from ._types import Scene
+from ._types import AnyPath, Scene, box_of, choice, path_of, size_of, text_of, threads_of, whole, wholes
 
 ChannelSpec = Union[str, _rawimage.Channel, Sequence[Any]]
 
 _LONGEST_NAME = 63
+LONGEST_NOTE = 1023
+COMPRESSIONS = {"small": 0, "balanced": 1, "fast": 2}
 _EXR_KINDS = {"scanline": 0, "tiled": 1, "multipart": 2}
 EXR_COMPRESSIONS = {
     name: number + 1
@@ -24,31 +23,52 @@ EXR_COMPRESSIONS = {
 }
 
 
-def choice(options: Mapping[str, int], value: str, what: str) -> int:
-    """The number of a word."""
-    if value not in options:
-        raise ValueError(f"{what} is one of {', '.join(options)}, not {value!r}")
-    return options[value]
-
-
 def _channel_of(spec: ChannelSpec) -> _rawimage.Channel:
     if isinstance(spec, _rawimage.Channel):
         return _rawimage.Channel(spec.name, spec.type, spec.alias, spec.flags)
     if isinstance(spec, str):
         return _rawimage.Channel(spec)
+    if not isinstance(spec, Sequence):
+        raise TypeError(f"channels: expected a name, a Channel or (name, type, alias), not {spec!r}")
     return _rawimage.Channel(*spec)
 
 
 def _layout(
     width: int, height: int, pixel_aspect: float, bucket: Sequence[int], region: Sequence[int] | None
 ) -> _rawimage.Layout:
-    bucket_width, bucket_height = bucket
-    sizes = {"width": width, "height": height, "bucket width": bucket_width, "bucket height": bucket_height}
-    for name, size in sizes.items():
-        if not 1 <= size < 2**31:
-            raise ValueError(f"{name}: expected 1 to {2**31 - 1} pixels, not {size}")
-    box = None if region is None else box_of(region)
-    return _rawimage.Layout(width, height, pixel_aspect, (bucket_width, bucket_height), box)
+    if not 1e-37 < pixel_aspect < 1e37:
+        raise ValueError(f"pixel_aspect: expected a positive number, not {pixel_aspect}")
+    box = None if region is None else box_of(region, "region")
+    if box is not None and not (0 < box.width < 2**31 and 0 < box.height < 2**31):
+        raise ValueError(f"region: expected 1 to {2**31 - 1} pixels in each direction, not {tuple(box)}")
+    return _rawimage.Layout(width, height, pixel_aspect, size_of(bucket, "bucket"), box)
+
+
+def _blob_of(data: Any, what: str) -> bytes:
+    if not isinstance(data, (bytes, bytearray, memoryview)):
+        raise TypeError(f"{what}: expected bytes, not {type(data).__name__}")
+    return bytes(data)
+
+
+def _camera_of(camera: Any, what: str) -> _rawimage.Camera:
+    if not isinstance(camera, _rawimage.Camera):
+        raise TypeError(f"{what}: expected a Camera, not {type(camera).__name__}")
+    return camera
+
+
+def _scene_of(scene: Any, what: str) -> Scene:
+    if not isinstance(scene, tuple) or len(scene) != 2:
+        raise TypeError(f"{what}: expected (number, name), not {scene!r}")
+    return Scene(whole(scene[0], what), text_of(scene[1], what))
+
+
+def _picture_of(pixels: Any, what: str) -> numpy.ndarray:
+    array = numpy.asanyarray(pixels)
+    if array.dtype != numpy.uint8:
+        raise TypeError(f"{what}: expected values of dtype uint8, not {array.dtype}")
+    if array.ndim != 3 or array.shape[2] != 3 or array.size == 0:
+        raise ValueError(f"{what}: expected the shape (height, width, 3), not {array.shape}")
+    return array
 
 
 class _Output:
@@ -69,6 +89,13 @@ class _Output:
 
     def __enter__(self) -> Any:
         return self
+
+    def __reduce__(self) -> NoReturn:
+        raise TypeError("a file that is being written cannot be copied or pickled")
+
+    def __repr__(self) -> str:
+        name = "ExrWriter" if isinstance(self, ExrWriter) else "Writer"
+        return f"<rawimage.{name} {self.path!r}{', closed' if self.closed else ''}>"
 
     def __exit__(self, kind: type | None, value: BaseException | None, trace: TracebackType | None) -> None:
         if kind is None:
@@ -95,9 +122,9 @@ class _Output:
         Copies the values and returns; threads of the file compress and write them. What fails there is the
         WriteError of a later call. Any number of threads may write buckets at a time.
         """
-        x, y = operator.index(x), operator.index(y)
-        if not (-(2**31) <= x < 2**31 and -(2**31) <= y < 2**31):
-            raise ValueError(f"x, y: expected numbers of 32 bits, not {x}, {y}")
+        x, y = whole(x, "x"), whole(y, "y")
+        if not isinstance(values, Mapping):
+            raise TypeError(f"values: expected a mapping of names to arrays, not {type(values).__name__}")
         arrays = []
         for name, array in values.items():
             if name not in self._places:
@@ -128,7 +155,7 @@ class _Output:
 
         camera         a Camera
         scene          (number, name)
-        note           text of at most 511 bytes
+        note           text of at most 1023 bytes
         stamp_text     text
         settings, stamp, overlay_texts   bytes
         thumbnail      uint8 array [y][x][3] in display values
@@ -137,22 +164,26 @@ class _Output:
         OpenEXR files have camera, stamp text (tiled ones) and attributes; the others are a ValueError there.
         """
         output = self._output
+        # What each becomes once it is checked: all of them are before the first is written.
         setters = {
-            "camera": (camera, output.set_camera),
-            "scene": (scene, lambda value: output.set_scene(*value)),
-            "note": (note, output.set_note),
-            "stamp_text": (stamp_text, output.set_stamp_text),
-            "settings": (settings, output.set_settings),
-            "stamp": (stamp, output.set_stamp),
-            "overlay_texts": (overlay_texts, output.set_overlay_texts),
-            "thumbnail": (thumbnail, lambda value: output.set_thumbnail(numpy.asanyarray(value))),
-            "attributes": (attributes, output.set_attributes),
+            "camera": (camera, _camera_of, output.set_camera),
+            "scene": (scene, _scene_of, lambda value: output.set_scene(*value)),
+            "note": (note, lambda text, what: text_of(text, what, LONGEST_NOTE), output.set_note),
+            "stamp_text": (stamp_text, text_of, output.set_stamp_text),
+            "settings": (settings, _blob_of, output.set_settings),
+            "stamp": (stamp, _blob_of, output.set_stamp),
+            "overlay_texts": (overlay_texts, _blob_of, output.set_overlay_texts),
+            "thumbnail": (thumbnail, _picture_of, output.set_thumbnail),
+            "attributes": (attributes, text_of, output.set_attributes),
         }
-        for name, (value, setter) in setters.items():
+        checked = []
+        for name, (value, check, setter) in setters.items():
             if value is None:
                 continue
             if name in self._NOT_CARRIED:
                 raise ValueError(f"{name}: files of this kind have none")
+            checked.append((setter, check(value, name)))
+        for setter, value in checked:
             setter(value)
 
     _NOT_CARRIED: tuple[str, ...] = ()
@@ -186,7 +217,7 @@ class Writer(_Output):
 
     def __init__(
         self,
-        path: str | bytes | os.PathLike[Any],
+        path: AnyPath,
         width: int,
         height: int,
         channels: Iterable[ChannelSpec],
@@ -198,14 +229,12 @@ class Writer(_Output):
         pixel_aspect: float = 1.0,
         sync: bool = True,
     ) -> None:
-        self.path = os.fsdecode(path)
-        self.width, self.height = width, height
-        layout = _layout(width, height, pixel_aspect, bucket, region)
+        self.path = path_of(path)
+        self.width, self.height = whole(width, "width", 1), whole(height, "height", 1)
+        layout = _layout(self.width, self.height, pixel_aspect, bucket, region)
         listed = _listed(channels)
-        for name in (os.fsencode(channel.name) for channel in listed):
-            if len(name) > _LONGEST_NAME or b"\0" in name:
-                raise ValueError(f"channels: expected names of at most {_LONGEST_NAME} bytes without NUL, not {name!r}")
-        self._begin(_rawimage.create_raw(self.path, layout, listed, compression, threads, sync))
+        packing = choice(COMPRESSIONS, compression, "compression")
+        self._begin(_rawimage.create_raw(self.path, layout, listed, packing, threads_of(threads), sync))
 
 
 class ExrWriter(_Output):
@@ -225,7 +254,7 @@ class ExrWriter(_Output):
 
     def __init__(
         self,
-        path: str | bytes | os.PathLike[Any],
+        path: AnyPath,
         width: int,
         height: int,
         channels: Iterable[ChannelSpec],
@@ -244,15 +273,16 @@ class ExrWriter(_Output):
             raise ValueError(f"bits: expected 16 or 32, not {bits}")
         number = choice(_EXR_KINDS, kind, "kind")
         packing = choice(EXR_COMPRESSIONS, compression, "compression")
-        self.path = os.fsdecode(path)
-        self.width, self.height = width, height
+        self.path = path_of(path)
+        self.width, self.height = whole(width, "width", 1), whole(height, "height", 1)
         self._tiled = kind == "tiled"
         if not self._tiled:
             self._NOT_CARRIED = (*self._NOT_CARRIED, "stamp_text")
-        layout = _layout(width, height, pixel_aspect, bucket, region)
-        _rawimage.start_exr_threads(threads)
+        layout = _layout(self.width, self.height, pixel_aspect, bucket, region)
+        _rawimage.start_exr_threads(threads_of(threads))
         listed = _listed(channels)
-        output = _rawimage.create_exr(self.path, layout, listed, number, bits, packing, auto_data_window, origin)
+        place = wholes(origin, "origin", ("x", "y"))
+        output = _rawimage.create_exr(self.path, layout, listed, number, bits, packing, auto_data_window, place)
         self._begin(output)
 
     def _check_size(self, x: int, y: int, array: numpy.ndarray) -> None:
@@ -267,7 +297,11 @@ class ExrWriter(_Output):
 def _listed(channels: Iterable[ChannelSpec]) -> list[_rawimage.Channel]:
     if isinstance(channels, str):
         raise TypeError("channels: expected a list of channels, not a str")
+    if not isinstance(channels, Iterable):
+        raise TypeError(f"channels: expected a list of channels, not {channels!r}")
     listed = [_channel_of(spec) for spec in channels]
+    for channel in listed:
+        text_of(channel.name, "channels", _LONGEST_NAME)
     names = [channel.name for channel in listed]
     if len(set(names)) != len(names):
         raise ValueError("channels: two have the same name")
@@ -277,7 +311,7 @@ def _listed(channels: Iterable[ChannelSpec]) -> list[_rawimage.Channel]:
 
 
 class _Appended(Writer):
-    def __init__(self, path: str, compression: str, threads: int, sync: bool) -> None:
+    def __init__(self, path: str, compression: int, threads: int, sync: bool) -> None:
         report = _rawimage.prepare_resume(path)
         if report.state != "good":
             raise error_of(report.state, report.cause, path=path, offset=report.cut_from)
@@ -290,12 +324,10 @@ class _Appended(Writer):
         self._begin(_rawimage.append_raw(path, channels, compression, threads, sync))
 
 
-def append(
-    path: str | bytes | os.PathLike[Any], *, compression: str = "small", threads: int = 0, sync: bool = True
-) -> Writer:
+def append(path: AnyPath, *, compression: str = "small", threads: int = 0, sync: bool = True) -> Writer:
     """Continues a raw image: a Writer of its channels, whose buckets go behind those that it has.
 
     Cuts the torn end off a file whose writer died; a damaged file is a DamagedError. missing() lists what is left to
     write. Arguments are those of Writer.
     """
-    return _Appended(os.fsdecode(path), compression, threads, sync)
+    return _Appended(path_of(path), choice(COMPRESSIONS, compression, "compression"), threads_of(threads), sync)

@@ -5,9 +5,6 @@ import pathlib
 import re
 import subprocess
 import sys
-import sysconfig
-
-import pytest
 
 import rawimage
 import rawimage._rawimage as native

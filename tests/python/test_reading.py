@@ -1,3 +1,7 @@
+import copy
+import errno
+import pickle
+
 import numpy
 import pytest
 from hypothesis import given
@@ -67,13 +71,28 @@ def test_several_channels_come_in_one_call(frame):
     out = {"depth": numpy.empty((40, 50), numpy.float32), "id": numpy.empty((40, 50, 1), numpy.int32)}
     assert file.read(["id", "depth"], out=out)["depth"] is out["depth"]
     numpy.testing.assert_array_equal(out["depth"], values["depth"][:, :, 0])
+    # Into the components of one array, and by a number of numpy's.
+    both = numpy.empty((40, 50, 4), numpy.float32)
+    file.read(["color", "depth"], out=[both[:, :, :3], both[:, :, 3:]])
+    numpy.testing.assert_array_equal(both, numpy.dstack([values["color"], values["depth"]]))
+    numpy.testing.assert_array_equal(file[numpy.int64(2)], values["id"])
+
+
+def test_a_channel_of_another_file_is_not_taken_for_one_with_its_number(frame, tmp_path):
+    path, values = frame
+    write_frame(tmp_path / "f.rimg", 8, 8, CHANNELS[::-1])
+    others = rawimage.open(tmp_path / "f.rimg").channels
+    file = rawimage.open(path)
+    with pytest.raises(rawimage.ChannelError, match='no channel "id"'):
+        file[others["id"]]
+    numpy.testing.assert_array_equal(file[file.channels["id"]], values["id"])
 
 
 def test_a_file_shows_what_it_holds(tmp_path):
     camera = rawimage.Camera(fov=0.5, transform=numpy.arange(16).reshape(4, 4), projection=2)
     thumbnail = numpy.arange(60, dtype=numpy.uint8).reshape(4, 5, 3)
     written = {
-        "note": "Grüße",
+        "note": "Grüße" * 140,  # 980 bytes
         "stamp_text": "stamp",
         "settings": b"a\0b",
         "stamp": b"xy",
@@ -132,19 +151,31 @@ def test_an_unfinished_file_grows_under_refresh(tmp_path):
     assert file.refresh().kind == "grown" and file.state == "good"
 
 
+MEMORY = numpy.zeros((41, 50), numpy.float32)
 BAD_READS = [
     (lambda f: f["none"], rawimage.ChannelError, 'has no channel "none"; it has color, depth'),
     (lambda f: f["none"], KeyError, "color, depth"),
     (lambda f: f.read(2.5), TypeError, "expected several|not iterable"),
     (lambda f: f.read("id", (5, 0, 4, 9)), ValueError, "window: expected x0 <= x1"),
-    (lambda f: f.read("id", (0, 0, 2**40, 9)), ValueError, "32 bits"),
-    (lambda f: f.read("id", (0, 0, 1)), TypeError, ""),
+    (lambda f: f.read("id", (0, 0, 2**40, 9)), ValueError, "window: expected -2147483648 to 2147483648"),
+    (lambda f: f.read("id", (0, 0, 1)), ValueError, r"window: expected \(x0, y0, x1, y1\), not \(0, 0, 1\)"),
+    (lambda f: f.read("id", 5), TypeError, "window: expected"),
+    (lambda f: f.read("id", (0, 0, 1.5, 1)), TypeError, "window: expected an integer, not 1.5"),
+    (lambda f: f.read("id", threads=-1), ValueError, "threads: expected 0 to"),
+    (lambda f: f.read("id", threads="2"), TypeError, "threads: expected an integer"),
     (lambda f: f.read("id", dtype="float32"), TypeError, "channel id: expected values of dtype int32 or float16"),
     (lambda f: f.read("id", out=[1]), TypeError, "expected a numpy array"),
     (lambda f: f.read("id", out=numpy.zeros((50, 40, 1), "i4")), ValueError, r"expected the shape \(40, 50, 1\)"),
     (lambda f: f.read("id", out=numpy.zeros((40, 50, 1), ">i4")), TypeError, "not >i4"),
     (lambda f: f.read("id", out=numpy.broadcast_to(numpy.int32(1), (40, 50))), ValueError, "read-only"),
     (lambda f: f.read(["id", "depth"], out=[numpy.zeros((40, 50), "i4")]), ValueError, "expected 2 arrays"),
+    (lambda f: f.read(["id", "depth"], out={"id": numpy.zeros((40, 50), "i4")}), ValueError, "expected 2 arrays"),
+    (lambda f: f.read(["id"], out=3), TypeError, "out: expected a sequence or a mapping"),
+    (lambda f: f.read(["depth", "depth"], out=[MEMORY[1:], MEMORY[:-1]]), ValueError, "without a value in common"),
+    (lambda f: f[rawimage.Channel("other")], KeyError, 'no channel "other"'),
+    (lambda f: rawimage.open("a\0b"), ValueError, "NUL"),
+    (copy.copy, TypeError, "cannot be copied or pickled"),
+    (pickle.dumps, TypeError, "cannot be copied or pickled"),
     (lambda f: f.read("id", progress=3), TypeError, "progress must be a function"),
 ]
 
@@ -167,6 +198,7 @@ def test_a_file_that_cannot_be_opened_is_an_error(tmp_path):
     with pytest.raises(OSError, match="No such file") as caught:
         rawimage.open(tmp_path / "none")
     assert caught.value.path == str(tmp_path / "none") and caught.value.state == "cannot open"
+    assert (caught.value.errno, caught.value.filename) == (errno.ENOENT, str(tmp_path / "none"))
     (tmp_path / "text").write_text("no image" * 10)
     with pytest.raises(rawimage.FormatError, match="text: not a raw image"):
         rawimage.open(tmp_path / "text")

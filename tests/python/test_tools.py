@@ -141,7 +141,7 @@ def test_reports_are_those_of_rimg(frame, build):
     assert red.min == values["color"][:, :, 0].min() and red.mean == pytest.approx(values["color"][:, :, 0].mean())
     printed = subprocess.run([*rimg, "hash", path], capture_output=True, check=True, text=True).stdout
     assert printed.startswith(str(rawimage.hash(path)))
-    assert len(rawimage.hash(path, channels=["d*"]).channels) == 1
+    assert len(rawimage.hash(path, channels=["d*"]).channels) == len(rawimage.stats(path, channels="d*").channels) == 1
     with pytest.raises(rawimage.ChannelError, match='"x" fits no channel'):
         rawimage.hash(path, channels=["x"])
 
@@ -169,6 +169,15 @@ def test_pieces_merge_and_convert_there_and_back(frame, tmp_path):
         rawimage.convert(whole, tmp_path / "no.exr", strict=True)
     with pytest.raises(ValueError, match="level is for OpenEXR files as input"):
         rawimage.convert(whole, exr, level=3)
+    wrong = [
+        (lambda: rawimage.merge(str(path), whole), TypeError, "inputs: expected a list of paths"),
+        (lambda: rawimage.diff(path, path, fail=float("nan")), ValueError, "fail: expected a number from 0 up"),
+        (lambda: rawimage.stats(path, channels=[1]), TypeError, "channels: expected patterns"),
+        (lambda: rawimage.convert(path, exr, crop=(0, 0)), ValueError, "crop: expected"),
+    ]
+    for call, kind, text in wrong:
+        with pytest.raises(kind, match=text):
+            call()
     with pytest.raises(ValueError, match="input and output are the same file"):
         rawimage.merge(halves, halves[0])
 
@@ -194,7 +203,8 @@ def test_differences_are_found(frame, tmp_path):
 
 def test_previews_are_arrays_and_png_files(frame, tmp_path):
     path, _ = frame
-    for options, shape in [({}, (40, 50, 3)), ({"channel": "depth", "size": (20, 10)}, (10, 20, 3))]:
+    sizes = [({}, (40, 50, 3)), ({"size": 25}, (20, 25, 3)), ({"channel": "depth", "size": (20, 10)}, (10, 20, 3))]
+    for options, shape in sizes:
         pixels = rawimage.preview(path, tmp_path / "a.png", **options)
         assert pixels.dtype == numpy.uint8 and pixels.shape == shape and pixels.any()
         with Image.open(tmp_path / "a.png") as picture:
@@ -202,8 +212,9 @@ def test_previews_are_arrays_and_png_files(frame, tmp_path):
             numpy.testing.assert_array_equal(numpy.asarray(picture), pixels)
     with pytest.raises(rawimage.ChannelError, match='has no channel "x"; it has color'):
         rawimage.preview(path, channel="x")
-    with pytest.raises(ValueError, match="size: expected 1 to 32768"):
-        rawimage.preview(path, size=(-1, 5))
+    for size in (0, (0, 5), (-1, 5), 40000):
+        with pytest.raises(ValueError, match="size: expected [01] to 32768"):
+            rawimage.preview(path, size=size)
 
 
 def test_notes_and_recoveries(tmp_path):
@@ -211,7 +222,7 @@ def test_notes_and_recoveries(tmp_path):
     write_frame(path, 50, 40)
     rawimage.replace_note(path, "new")
     assert rawimage.open(path).note == "new" and rawimage.verify(path).state == "good"
-    with pytest.raises(rawimage.WriteError, match="1023"):
+    with pytest.raises(ValueError, match="note: expected at most 1023 bytes, not 2000"):
         rawimage.replace_note(path, "x" * 2000)
     data = path.read_bytes()
     path.write_bytes(data[: len(data) * 2 // 3])

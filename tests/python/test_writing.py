@@ -113,7 +113,15 @@ def test_wrong_arguments_say_what_was_expected(tmp_path):
         (lambda: rawimage.Writer(path, 8, 8, ["ä" * 32]), ValueError, "at most 63 bytes"),
         (lambda: rawimage.Writer(path, 8, 8, ["a", "a"]), ValueError, "two have the same name"),
         (lambda: rawimage.Writer(path, 8, 8, [("a", "double")]), ValueError, "not double"),
-        (lambda: rawimage.Writer(path, 8, 8, ["a"], compression="lz"), ValueError, "small, balanced or fast"),
+        (lambda: rawimage.Writer(path, 8, 8, ["a"], compression="lz"), ValueError, "one of small, balanced, fast"),
+        (lambda: rawimage.Writer(path, 8.5, 8, ["a"]), TypeError, "width: expected an integer, not 8.5"),
+        (lambda: rawimage.Writer(path, 8, 8, ["a"], bucket=64), TypeError, r"bucket: expected \(width, height\)"),
+        (lambda: rawimage.Writer(path, 8, 8, [5]), TypeError, "channels: expected a name, a Channel"),
+        (lambda: rawimage.Writer(path, 8, 8, ["a"], pixel_aspect=float("nan")), ValueError, "pixel_aspect"),
+        (lambda: rawimage.Writer(path, 8, 8, ["a"], region=(-(2**31), 0, 2**31, 8)), ValueError, "region: expected 1"),
+        (lambda: rawimage.Writer(path, 8, 8, ["a"], region=(4, 4, 4, 4)), ValueError, "region: expected 1"),
+        (lambda: rawimage.Writer("a\0b", 8, 8, ["a"]), ValueError, "NUL"),
+        (lambda: rawimage.ExrWriter(path, 8, 8, ["a" * 64]), ValueError, "at most 63 bytes"),
         (lambda: rawimage.ExrWriter(path, 8, 8, ["a"], compression="lz"), ValueError, "one of none, rle"),
     ]
     for call, kind, text in cases:
@@ -129,13 +137,27 @@ def test_wrong_arguments_say_what_was_expected(tmp_path):
             ({"a": ones[:, :, :2]}, ValueError, r"channel a: expected the shape \(4, 4, 3\), not \(4, 4, 2\)"),
             ({"a": ones, "i": numpy.ones((4, 5), "i4")}, ValueError, r"expected the shape \(4, 4, 1\)"),
             ({"a": ones[:0]}, ValueError, "at least one pixel"),
-            ({"a": ones[0, 0]}, ValueError, "expected the shape"),
+            ({"a": ones[0, 0]}, ValueError, r"expected the shape \(height, width, 3\), not \(3,\)"),
+            ([ones], TypeError, "values: expected a mapping"),
         ]
-        with pytest.raises(ValueError, match="x, y: expected numbers of 32 bits"):
+        with pytest.raises(ValueError, match="x: expected -2147483648 to"):
             out.write(2**31, 0, {"a": ones})
         for values, kind, text in cases:
             with pytest.raises(kind, match=text):
                 out.write(0, 0, values)
+        cases = [
+            ({"note": 5}, TypeError, "note: expected a str"),
+            ({"note": "x" * 1024}, ValueError, "note: expected at most 1023 bytes, not 1024"),
+            ({"stamp_text": "a\0b"}, ValueError, "NUL"),
+            ({"settings": 5}, TypeError, "settings: expected bytes"),
+            ({"scene": "ab"}, TypeError, r"scene: expected \(number, name\)"),
+            ({"camera": 5}, TypeError, "camera: expected a Camera"),
+            ({"thumbnail": numpy.ones((0, 3, 3), "u1")}, ValueError, "thumbnail: expected the shape"),
+        ]
+        for records, kind, text in cases:
+            with pytest.raises(kind, match=text):
+                out.metadata(stamp=b"kept back", **records)
+    assert rawimage.open(path).stamp is None
     with pytest.raises(ValueError, match="the file is closed"):
         out.write(0, 0, {"a": ones})
 
