@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import sys
 
 import hypothesis
 import numpy
@@ -9,6 +10,7 @@ import pytest
 
 import rawimage
 
+sys.path.append(str(pathlib.Path(__file__).parents[1] / "testing"))
 hypothesis.settings.register_profile("quiet", database=None, deadline=None, derandomize=True)
 hypothesis.settings.load_profile("quiet")
 

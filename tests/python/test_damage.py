@@ -1,24 +1,22 @@
 """Broken files: an exception or what was written, never other pixels, a crash or a hang."""
 
 import os
-import pathlib
+import pickle
 import struct
-import zlib
 
 import numpy
 import pytest
 
+import broken_files
 import rawimage
 from conftest import write_frame
 
 CHANNELS = [rawimage.Channel("a", "color"), rawimage.Channel("i", "int")]
-CORPUS = pathlib.Path(__file__).parents[2] / "fuzz/corpus"
-FOLDER = pathlib.Path("/dev/shm" if os.access("/dev/shm", os.W_OK) else "/tmp")
 
 
 @pytest.fixture
 def place():
-    path = FOLDER / f"rawimage-{os.getpid()}.rimg"
+    path = broken_files.FOLDER / f"rawimage-{os.getpid()}.rimg"
     yield path
     path.unlink(missing_ok=True)
 
@@ -63,10 +61,9 @@ def check_pixels(path, frame):
 @pytest.mark.parametrize("closed", [True, False])
 def test_every_length_of_a_file_is_safe(sample, place, closed):
     frame, data = sample
-    data = data if closed else data[:12] + bytes(8) + data[20:]
     states = set()
-    for length in range(0, len(data), 3):
-        place.write_bytes(data[:length])
+    for broken in broken_files.lengths(data if closed else broken_files.unfinished(data), 3):
+        place.write_bytes(broken)
         states.add(check_pixels(place, frame))
     assert {"not this format", "unfinished"} <= states or {"not this format", "damaged"} <= states
 
@@ -74,13 +71,10 @@ def test_every_length_of_a_file_is_safe(sample, place, closed):
 @pytest.mark.parametrize("step", range(4))
 def test_every_bit_of_a_file_is_safe(sample, place, step):
     frame, data = sample
-    broken = bytearray(data)
     states = set()
-    for bit in range(step, 8 * len(data), 4 * 3):  # a third of them
-        broken[bit // 8] ^= 1 << bit % 8
+    for broken in broken_files.flips(data, step, 4 * 3):  # a third of them
         place.write_bytes(broken)
         states.add(check_pixels(place, frame))
-        broken[bit // 8] ^= 1 << bit % 8
     assert "damaged" in states
 
 
@@ -108,35 +102,13 @@ def test_damage_is_reported_where_it_is(sample, place):
         assert caught.value.result is not None
     with pytest.raises(rawimage.DamagedError):
         rawimage.diff(place, place)
+    # As it comes from another process.
+    sent = pickle.loads(pickle.dumps(error))
+    assert (type(sent), str(sent), sent.box, sent.result) == (rawimage.DamagedError, str(error), error.box, None)
+    assert str(sent.faults[0]) == str(error.faults[0])
     report = rawimage.verify(place)
     assert report.state == "damaged" and str(report.faults[0]) in text + str(report.faults[0])
     assert [lack.name for lack in rawimage.missing(place, deep=True).missing] == ["i"]
-
-
-def header(table=0):
-    return b"RIMG" + struct.pack("<IIQIQ", 1, 3, table, 1, 0)
-
-
-def tag(number, payload, *numbers):
-    return struct.pack("<II8i", number, 40 + payload, *numbers, *[0] * (8 - len(numbers)))
-
-
-def hostile_files():
-    """Small files that claim much."""
-    most, huge = 2**31 - 1, 0xFFFFFFF0 - 80
-    start = header() + tag(256, 0, most, most)
-    for payload in (0, 900, huge):
-        for number, numbers in [(262, (most, 80)), (266, (26754, 26754)), (273, (most,)), (267, ()), (269, ())]:
-            yield start + tag(number, payload, *numbers) + bytes(900)
-        yield start + tag(270, payload, 6, -most - 1, most, 11585, 11585) + bytes(900)
-        yield header(72) + tag(256, 0, most, most) + tag(263, payload, most) + bytes(900)
-    bomb = zlib.compress(bytes(850 * 1030), 9)
-    for side in (400, 480, 23170):
-        yield start + tag(261, len(bomb), 4, 0, 0, side, side) + bomb
-    for offset in (1, 32, 2**63 - 1, 2**64 - 1):
-        yield header(offset) + tag(256, 0, most, most) + bytes(900)
-    yield start + b"".join(tag(261, 0, 4, i * 80000000, i - 2**31, i % 2 * most, 0, 0, 0, i) for i in range(22))
-    yield start + struct.pack("<II", 261, 0) * 120
 
 
 def everything(path):
@@ -166,8 +138,6 @@ def everything(path):
 
 
 def test_hostile_files_are_harmless(place):
-    files = list(hostile_files())
-    files += [path.read_bytes() for path in sorted(CORPUS.rglob("*")) if path.is_file()]
-    for data in files:
+    for _, data in broken_files.hostile():
         place.write_bytes(data)
         everything(place)
