@@ -97,6 +97,7 @@ std::string FrameReader::describe(OIIO::ImageSpec& spec) {
     spec.full_y = originY_;
     spec.full_width = static_cast<int>(info->frame.width());
     spec.full_height = static_cast<int>(info->frame.height());
+    spec.depth = spec.full_depth = 1;
     channels_.describe(spec);
     if (std::string refusal = checkSize(spec); !refusal.empty()) return refusal;
     setTiles(spec);

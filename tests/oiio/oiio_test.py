@@ -140,6 +140,13 @@ class Oiio(unittest.TestCase):
             run("oiiotool", path, "-o", copy)
             self.assertIn("PASS", run("idiff", exr, copy))
             self.assertEqual((spec_of(copy).x, spec_of(copy).full_height), (window[0], 150))
+            # Formats with one window only get the whole display window.
+            pictures = [self.at("ours.tif"), self.at("theirs.tif")]
+            for image, picture in zip((path, exr), pictures):
+                run("oiiotool", image, "--ch", "R,G,B", "-o", picture)
+            self.assertEqual(spec_of(pictures[0]).width, 200)
+            self.assertIn("PASS", run("idiff", *pictures))
+            self.assertTrue(np.any(read(pictures[0])[0]))
 
     def test_attributes_are_the_records(self):
         info = json.loads(run(RIMG, "info", "--json", self.frame))
