@@ -59,8 +59,9 @@ COLOR = 126  # the main colour
 
 
 def path_of(path: AnyPath) -> str:
-    """The name of a file as text. A name with a NUL byte, which no file has, is a ValueError."""
+    """The name of a file as text. One that no file can have is a ValueError."""
     name = os.fsdecode(path)
+    os.fsencode(name)
     if "\0" in name:
         raise ValueError(f"a path cannot hold NUL bytes: {name!r}")
     return name
