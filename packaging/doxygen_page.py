@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Prints a page of docs/ as Doxygen takes it: each heading with a name of its own, and links to headings by these.
+"""Prints a page of docs/ as Doxygen takes it: each heading with a name of its own, links to headings by these, and none to
+sources.
 
 Usage: doxygen_page.py PAGE.md
 """
@@ -33,6 +34,8 @@ def main():
     for at in range(0, len(parts), 2):
         parts[at] = re.sub(r"^(##+) (.*)$", with_name, parts[at], flags=re.M)
         parts[at] = re.sub(r"\]\(([\w/]+\.md)?#([\w-]+)\)", link, parts[at])
+        # Sources are no pages.
+        parts[at] = re.sub(r"(?<!!)\[([^\]]*)\]\([\w./]+\.(?:cpp|h|py|sh)\)", r"\1", parts[at])
     print("".join(parts), end="")
 
 
