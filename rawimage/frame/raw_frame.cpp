@@ -62,11 +62,13 @@ bool BucketVisitor::wants(const INFOTAG& /*tag*/) {
 class RawFrame::Core {
   public:
     Core(const char* fileName, const RawFrameOptions& options)
-        : name_(fileName != nullptr ? fileName : ""), options_(options) {
-        current_ = openByName();
+        : name_(fileName != nullptr ? fileName : ""), options_(options), current_(openByName()) {
+        options_.progress = nullptr;
     }
     Core(PStream& stream, const RawFrameOptions& options)
-        : byName_(false), options_(options), current_(openAnew(std::make_shared<PositionedReader>(stream))) {}
+        : byName_(false), options_(options), current_(openAnew(std::make_shared<PositionedReader>(stream))) {
+        options_.progress = nullptr;
+    }
 
     FrameSnapshot::Pointer current() const {
         const std::lock_guard<std::mutex> lock(mutex_);
@@ -85,7 +87,7 @@ class RawFrame::Core {
 
     const bool byName_ = true;
     const std::string name_;
-    const RawFrameOptions options_;
+    RawFrameOptions options_;   // the progress of opening is the caller's until the constructor returns
     std::mutex refreshMutex_;   // held while a new snapshot is made
     mutable std::mutex mutex_;  // of the pointer
     FrameSnapshot::Pointer current_;

@@ -177,7 +177,8 @@ struct RawFrameOptions {
     // later. Tools that judge a file ask for an inspection.
     std::optional<InspectDepth> inspect;
     int threads = 0;  // as InspectOptions::threads
-    // As InspectOptions::progress; when it stops, the frame has what was found so far.
+    // As InspectOptions::progress; when it stops, the frame has what was found so far. Called by the
+    // constructor only.
     std::function<bool(std::int64_t done, std::int64_t total)> progress;
 };
 

@@ -1,5 +1,6 @@
 import copy
 import errno
+import os
 import pickle
 
 import numpy
@@ -149,6 +150,10 @@ def test_an_unfinished_file_grows_under_refresh(tmp_path):
         assert file.refresh() == ("grown", (8, 0, 16, 8))
         assert file["a"].all()
     assert file.refresh().kind == "grown" and file.state == "good"
+    other = tmp_path / "other.rimg"
+    other.write_bytes(path.read_bytes()[:-40])
+    os.replace(other, path)
+    assert file.refresh().kind == "restarted" and file.width == 16 and file["a"].all()
 
 
 MEMORY = numpy.zeros((41, 50), numpy.float32)
