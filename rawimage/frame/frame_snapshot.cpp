@@ -47,7 +47,8 @@ FrameSnapshot::FrameSnapshot(const FrameSnapshot& other)
       windows_(other.windows_),
       known_(other.known_),
       last_(other.last_),
-      anchor_(other.anchor_) {}
+      anchor_(other.anchor_),
+      factsDigest_(other.factsDigest_) {}
 
 FrameSnapshot::Pointer FrameSnapshot::cannotOpen(std::string cause) {
     const std::shared_ptr<FrameSnapshot> made(new FrameSnapshot);
@@ -81,7 +82,7 @@ FrameSnapshot::Pointer FrameSnapshot::inspect(const Source& source, InspectDepth
     options.progress = progress;
     PositionedReader::Locked locked(*source);
     made->takeInspection(inspectStream(locked.stream(), options));
-    made->sound_ = made->sound_ && made->readAnchor(locked.stream());
+    made->sound_ = made->readAnchor(locked.stream()) && made->sound_;
     return made;
 }
 
@@ -191,8 +192,36 @@ std::size_t FrameSnapshot::anchorSize() const {
 }
 
 bool FrameSnapshot::readAnchor(PStream& stream) {
-    return stream.Seek(static_cast<long>(last_.offset)) == 0 &&
-           readExactly(stream, anchor_.data(), static_cast<int>(anchorSize()));
+    const auto read = [&stream](std::int64_t offset, unsigned char* bytes, std::size_t size) {
+        return stream.Seek(static_cast<long>(offset)) == 0 &&
+               readExactly(stream, bytes, static_cast<int>(size));
+    };
+    return read(static_cast<std::int64_t>(last_.offset), anchor_.data(), anchorSize()) &&
+           digestFacts(read, factsDigest_);
+}
+
+// Of the first records that info() was taken from, as they are in the file.
+template <class Read>
+bool FrameSnapshot::digestFacts(const Read& read, Digest& digest) const {
+    constexpr int kMostTags = 16;
+    constexpr std::int64_t kMostBytes = 1 << 16;  // of a tag
+    Digester digester;
+    unsigned char bytes[4096];
+    int tags = 0;
+    for (std::size_t i = 0; i < others_.size() && tags < kMostTags; ++i) {
+        const INFOTAG& tag = others_[i];
+        if (tag.id != TAG_RESOLUTION && tag.id != TAG_REGIONS_INFO && !isChannelList(tag)) continue;
+        ++tags;
+        auto at = static_cast<std::int64_t>(tag.offset);
+        for (const std::int64_t end = at + std::min<std::int64_t>(tag.size, kMostBytes); at < end;) {
+            const auto size = static_cast<std::size_t>(std::min<std::int64_t>(sizeof bytes, end - at));
+            if (!read(at, bytes, size)) return false;
+            digester.add(bytes, size);
+            at += static_cast<std::int64_t>(size);
+        }
+    }
+    digest = digester.result();
+    return true;
 }
 
 bool FrameSnapshot::stillHolds() const {
@@ -200,9 +229,14 @@ bool FrameSnapshot::stillHolds() const {
     unsigned char header[kFileHeaderBytes];
     if (!source_->read(0, header, kFileHeaderBytes)) return false;
     if (!sameFileHeader(decodeHeader(header), file_.header)) return false;
+    const auto read = [this](std::int64_t offset, unsigned char* to, std::size_t size) {
+        return source_->read(offset, to, size);
+    };
     unsigned char bytes[kAnchorBytes];
-    return source_->read(static_cast<std::int64_t>(last_.offset), bytes, anchorSize()) &&
-           std::equal(bytes, bytes + anchorSize(), anchor_.data());
+    Digest digest;
+    return read(static_cast<std::int64_t>(last_.offset), bytes, anchorSize()) &&
+           std::equal(bytes, bytes + anchorSize(), anchor_.data()) && digestFacts(read, digest) &&
+           digest.bytes == factsDigest_.bytes;
 }
 
 FrameSnapshot::Growth FrameSnapshot::grow(Pointer& next, PixelBox& box) const {

@@ -11,6 +11,7 @@
 #include "rawimage/frame/raw_frame.h"
 #include "rawimage/frame/tag_segment.h"
 #include "rawimage/inspect/quick_scan.h"
+#include "support/digest.h"
 #include "support/positioned_reader.h"
 
 namespace MUtils {
@@ -76,6 +77,8 @@ class FrameSnapshot {
     void listWindows();
     std::size_t anchorSize() const;
     bool readAnchor(PStream& stream);
+    template <class Read>
+    bool digestFacts(const Read& read, Digest& digest) const;
 
     Source source_;
     Inspection file_;  // without its tags
@@ -92,6 +95,7 @@ class FrameSnapshot {
     QuickScan::Known known_;
     INFOTAG last_;
     std::array<unsigned char, kAnchorBytes> anchor_{};
+    Digest factsDigest_;
 
     mutable std::once_flag judged_;
     mutable Inspection verdict_;

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <functional>
@@ -32,6 +33,13 @@ Contents contentsOf(float first, int columns, bool closed) {
     return file.bytes();
 }
 
+// The file with another first letter in the name of its channel, "color".
+Contents withOtherName(Contents bytes) {
+    const std::string name = Written().channels.at(0).name;
+    *std::search(bytes.begin(), bytes.end(), name.begin(), name.end()) = 'X';
+    return bytes;
+}
+
 // State, missing pixels and a hash of the values of each channel.
 std::string shownBy(const Frame& frame) {
     const auto info = frame.info();
@@ -44,7 +52,7 @@ std::string shownBy(const Frame& frame) {
     for (const FrameChannel& channel : info->channels) {
         std::string values(static_cast<std::size_t>(info->frame.area() * channel.valueBytes()), '?');
         EXPECT_TRUE(frame.read(info->frame, {{channel, values.data()}}).damaged.empty());
-        all += ", " + std::to_string(std::hash<std::string>()(values));
+        all += ", " + channel.name + ' ' + std::to_string(std::hash<std::string>()(values));
     }
     return all;
 }
@@ -70,6 +78,7 @@ TEST(RawFrameRefresh, EqualsOpeningAnew) {
     add(contentsOf(1, 6, false), FrameChange::kGrown);     // and appended
     add(contentsOf(1, 6, true), FrameChange::kGrown);      // and closed
     add(contentsOf(2, 6, true), FrameChange::kRestarted);  // of the same length
+    add(withOtherName(contentsOf(2, 6, true)), FrameChange::kRestarted);
     add(contentsOf(2, 3, false), FrameChange::kRestarted);
     add(contentsOf(2, 4, false), FrameChange::kGrown);
     add(Contents(40), FrameChange::kRestarted);
@@ -103,6 +112,35 @@ TEST(RawFrameRefresh, GoesOnFromAnInspection) {
     file.fill(testing_tools::closed(Bytes().raw(twice.data(), twice.size())));
     EXPECT_EQ(frame.refresh().kind, FrameChange::kGrown);
     EXPECT_EQ(frame.state(), FileState::kGood);
+}
+
+// Damage that an inspection has found is neither news nor forgotten.
+TEST(RawFrameRefresh, KeepsWhatAnInspectionHasFound) {
+    const Contents open = contentsOf(1, 5, false);
+    for (const std::size_t damagedAt : {std::size_t{kFileHeaderBytes}, open.size() - 300}) {
+        MemoryFile file;
+        const auto fill = [&](Contents bytes) {
+            bytes.at(damagedAt) ^= 0x55;
+            file.fill(bytes);
+        };
+        fill(open);
+        // The progress of opening, which would stop everything later.
+        bool opening = true;
+        RawFrameOptions options;
+        options.progress = [&opening](std::int64_t, std::int64_t) { return opening; };
+        Frame frame(file.path(), options);
+        opening = false;
+        EXPECT_EQ(frame.state(), FileState::kDamaged);
+        EXPECT_EQ(frame.refresh().kind, FrameChange::kNone);
+        EXPECT_EQ(shownBy(frame), shownBy(Frame(file.path())));
+        fill(contentsOf(1, 6, false));
+        EXPECT_EQ(frame.refresh().kind, FrameChange::kGrown);
+        EXPECT_EQ(shownBy(frame), shownBy(Frame(file.path())));
+        EXPECT_EQ(frame.refresh().kind, FrameChange::kNone);
+        file.fill(contentsOf(2, 6, true));
+        EXPECT_EQ(frame.refresh().kind, FrameChange::kRestarted);
+        EXPECT_EQ(shownBy(frame), shownBy(Frame(file.path())));
+    }
 }
 
 TEST(RawFrameRefresh, TellsWhereThereAreNewPixels) {
